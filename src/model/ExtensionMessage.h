@@ -1,0 +1,70 @@
+#pragma once
+
+#include "ExtensionAddress.h"
+#include "platform/AtomicProperty.h"
+#include "platform/MutableList.h"
+#include "platform/Object.h"
+
+#include <QDateTime>
+#include <QImage>
+#include <QString>
+#include <QVariant>
+#include <memory>
+
+namespace corvina {
+
+class ExtensionMessage;
+using ExtensionMessagePtr = std::shared_ptr<ExtensionMessage>;
+
+// A mail message, as the mail application hands it to its extensions (one entry of a snapshot) or
+// as an extension composes it.
+//
+// `unread` and `folderStandardId` are boxed numbers: a QVariant holding qint64, double or bool as
+// the mail application wrote it, or null. `attachments` holds file paths as QString, or file QUrls
+// whose path is used.
+class ExtensionMessage : public Object {
+public:
+    // An empty composing record: bodies "", the four lists new and empty, everything else null.
+    static ExtensionMessagePtr init();
+
+    // Builds a record from one message dictionary: "subject" (default: the translated
+    // "No subject"), "messageId", "from", "account", "folder" (default ""), "folderStid" and
+    // "isUnread" (default 0), "date" (seconds since 1970 read as a single-precision number, so a
+    // present-day time is rounded to a multiple of 128 seconds; absent is 1970-01-01 UTC), the
+    // display text of that date, and the Base64 "avatar" decoded into an image.
+    // All in one guarded block: a value of the wrong shape is logged as
+    // "ExtensionMessage initWithDictonary <error>" and the record keeps the fields read before it,
+    // with the rest null and no defaults. The composing fields stay null. Never returns null.
+    static ExtensionMessagePtr initWithDictonary(const QVariant& dictionary);
+
+    QString description() const override; // "ExtensionMessage <subject>"
+
+    // Message equality: the same record, or another ExtensionMessage (or subclass) for which
+    // isEqualToModel holds. False for null and for other kinds of object.
+    bool isEqual(const Object* other) const override;
+    // Same record, or both `messageId` and both `account` texts equal (exact, case-sensitive) and
+    // present. Nothing else is compared.
+    bool isEqualToModel(const ExtensionMessage* other) const;
+
+    CORVINA_ATOMIC_PROPERTY(QString, subject, setSubject)
+    CORVINA_ATOMIC_PROPERTY(QString, account, setAccount)
+    CORVINA_ATOMIC_PROPERTY(QString, from, setFrom)
+    CORVINA_ATOMIC_PROPERTY(QString, messageId, setMessageId)
+    CORVINA_ATOMIC_PROPERTY(QString, folderPath, setFolderPath)
+    CORVINA_ATOMIC_PROPERTY(QString, dateString, setDateString)
+    CORVINA_ATOMIC_PROPERTY(QString, plainBody, setPlainBody)
+    CORVINA_ATOMIC_PROPERTY(QString, htmlBody, setHtmlBody)
+    CORVINA_ATOMIC_PROPERTY(QDateTime, date, setDate)
+    CORVINA_ATOMIC_PROPERTY(QImage, image, setImage)
+    CORVINA_ATOMIC_PROPERTY(QVariant, unread, setUnread)
+    CORVINA_ATOMIC_PROPERTY(QVariant, folderStandardId, setFolderStandardId)
+    CORVINA_ATOMIC_PROPERTY(MutableList<ExtensionAddressPtr>, to, setTo)
+    CORVINA_ATOMIC_PROPERTY(MutableList<ExtensionAddressPtr>, cc, setCc)
+    CORVINA_ATOMIC_PROPERTY(MutableList<ExtensionAddressPtr>, bcc, setBcc)
+    CORVINA_ATOMIC_PROPERTY(QString, toString, setToString)
+    CORVINA_ATOMIC_PROPERTY(QString, ccString, setCcString)
+    CORVINA_ATOMIC_PROPERTY(QString, bccString, setBccString)
+    CORVINA_ATOMIC_PROPERTY(MutableList<QVariant>, attachments, setAttachments)
+};
+
+} // namespace corvina

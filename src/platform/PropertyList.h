@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QVariant>
+
+namespace corvina {
+
+// Property lists in and out, XML and binary, through libplist.
+//
+// Reading answers a QVariant made of QVariantMap (dictionary), QVariantList (array), QString,
+// qint64 (integer), double (real), bool, QDateTime (date, UTC) and QByteArray (data); or "nothing"
+// (a null QVariant) together with an error text, where the input is not a property list.
+//
+// The files come from another program, so reading guards against hostile input before libplist
+// sees it: inputs over MaximumSize bytes, nesting deeper than MaximumDepth, reference cycles in
+// binary lists, length fields and offsets that point outside the data, and binary lists whose
+// shared references would expand past MaximumNodes objects are refused with an error, never
+// parsed.
+class PropertyList {
+public:
+    enum class Format { Xml, Binary };
+
+    // 64 MiB: far above any snapshot the host writes (ten messages with their avatars take
+    // well under a megabyte), far below what would hurt memory.
+    static constexpr qint64 MaximumSize = 64 * 1024 * 1024;
+    // Containers nested deeper than this are refused.
+    static constexpr int MaximumDepth = 128;
+    // Most objects a binary list may expand to once its shared references are followed.
+    static constexpr qint64 MaximumNodes = 4 * 1024 * 1024;
+
+    struct Result {
+        QVariant value; // null on failure
+        QString error;  // empty on success
+        bool ok() const { return value.isValid(); }
+    };
+
+    // Parses XML or binary property-list bytes (told apart by the binary header).
+    static Result read(const QByteArray& bytes);
+    // Reads a whole file and parses it; a file over MaximumSize is refused before it is read.
+    static Result readFile(const QString& path);
+
+    // Serialises `value` (the types above); null QByteArray and `error` set when it holds a value
+    // a property list cannot carry.
+    static QByteArray write(const QVariant& value, Format format, QString* error = nullptr);
+};
+
+} // namespace corvina

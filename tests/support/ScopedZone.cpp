@@ -1,0 +1,26 @@
+#include "ScopedZone.h"
+
+#include <ctime>
+
+namespace corvina::test {
+
+ScopedTimeZone::ScopedTimeZone(const char* zone)
+    : m_saved(qgetenv("TZ")), m_had(qEnvironmentVariableIsSet("TZ")) {
+    qputenv("TZ", zone);
+    tzset();
+}
+
+ScopedTimeZone::~ScopedTimeZone() {
+    if (m_had) {
+        qputenv("TZ", m_saved);
+    } else {
+        qunsetenv("TZ");
+    }
+    tzset();
+}
+
+ScopedLocale::ScopedLocale(const QLocale& locale) : m_saved(QLocale()) { QLocale::setDefault(locale); }
+
+ScopedLocale::~ScopedLocale() { QLocale::setDefault(m_saved); }
+
+} // namespace corvina::test

@@ -6,22 +6,17 @@
 
 namespace corvina {
 
-namespace {
-QString textOr(const QVariant& dictionary, const QString& key, const QString& fallback) {
-    const QString value = PlistValue::stringValue(PlistValue::objectForKey(dictionary, key));
-    return value.isNull() ? fallback : value;
-}
-} // namespace
-
 ExtensionAddressPtr ExtensionAddress::initWithDictonary(const QVariant& dictionary) {
     auto address = std::make_shared<ExtensionAddress>();
     try {
         // "No Mail" is a fixed text here, unlike in accounts and aliases where it is translated
-        address->setMail(textOr(dictionary, QStringLiteral("mail"), QStringLiteral("No Mail")));
-        address->setFirstName(textOr(dictionary, QStringLiteral("firstName"), emptyString()));
-        address->setLastName(textOr(dictionary, QStringLiteral("lastName"), emptyString()));
-        address->setCompany(textOr(dictionary, QStringLiteral("company"), emptyString()));
-        address->setNickname(textOr(dictionary, QStringLiteral("nickname"), emptyString()));
+        address->setMail(
+            PlistValue::stringForKey(dictionary, QStringLiteral("mail"), QStringLiteral("No Mail")));
+        address->setFirstName(
+            PlistValue::stringForKey(dictionary, QStringLiteral("firstName"), emptyString()));
+        address->setLastName(PlistValue::stringForKey(dictionary, QStringLiteral("lastName"), emptyString()));
+        address->setCompany(PlistValue::stringForKey(dictionary, QStringLiteral("company"), emptyString()));
+        address->setNickname(PlistValue::stringForKey(dictionary, QStringLiteral("nickname"), emptyString()));
         const QVariant rank = PlistValue::objectForKey(dictionary, QStringLiteral("rank"));
         if (rank.isValid()) {
             address->setRank(PlistValue::integerValue(rank));
@@ -53,6 +48,8 @@ QString ExtensionAddress::prettyprint() const {
     return out.trimmed();
 }
 
-QString ExtensionAddress::description() const { return QStringLiteral("ExtensionAddress ") + describe(mail()); }
+QString ExtensionAddress::description() const {
+    return QStringLiteral("ExtensionAddress ") + describe(mail());
+}
 
 } // namespace corvina

@@ -10,18 +10,18 @@ namespace corvina {
 ExtensionAliasPtr ExtensionAlias::initWithDictonary(const QVariant& dictionary) {
     auto alias = std::make_shared<ExtensionAlias>();
     try {
-        const QString mail = PlistValue::stringValue(PlistValue::objectForKey(dictionary, QStringLiteral("mail")));
-        alias->setMail(mail.isNull() ? Localization::text(QStringLiteral("No Mail")) : mail);
-        const QString name = PlistValue::stringValue(PlistValue::objectForKey(dictionary, QStringLiteral("name")));
-        alias->setName(name.isNull() ? emptyString() : name);
-        const QString account = PlistValue::stringValue(PlistValue::objectForKey(dictionary, QStringLiteral("account")));
-        alias->setAccount(account.isNull() ? emptyString() : account);
+        alias->setMail(PlistValue::stringForKey(dictionary, QStringLiteral("mail"),
+                                                Localization::text(QStringLiteral("No Mail"))));
+        alias->setName(PlistValue::stringForKey(dictionary, QStringLiteral("name"), emptyString()));
+        alias->setAccount(PlistValue::stringForKey(dictionary, QStringLiteral("account"), emptyString()));
     } catch (const Exception& error) {
         Log::write(QStringLiteral("ExtensionAlias initWithDictonary %@"), {error.description()});
     }
     return alias;
 }
 
-QString ExtensionAlias::description() const { return QStringLiteral("ExtensionAlias ") + describe(mail()); }
+QString ExtensionAlias::description() const {
+    return QStringLiteral("ExtensionAlias ") + describe(mail());
+}
 
 } // namespace corvina

@@ -10,13 +10,13 @@ namespace corvina {
 ExtensionGroupPtr ExtensionGroup::initWithDictonary(const QVariant& dictionary) {
     auto group = std::make_shared<ExtensionGroup>();
     try {
-        const QString idx = PlistValue::stringValue(PlistValue::objectForKey(dictionary, QStringLiteral("idx")));
-        group->setIdx(idx.isNull() ? emptyString() : idx);
-        const QString name = PlistValue::stringValue(PlistValue::objectForKey(dictionary, QStringLiteral("name")));
-        group->setName(name.isNull() ? Localization::text(QStringLiteral("No Name")) : name);
+        group->setIdx(PlistValue::stringForKey(dictionary, QStringLiteral("idx"), emptyString()));
+        group->setName(PlistValue::stringForKey(dictionary, QStringLiteral("name"),
+                                                Localization::text(QStringLiteral("No Name"))));
         auto members = makeMutableList<ExtensionAddressPtr>();
         group->setAddresses(members);
-        for (const QVariant& element : PlistValue::enumerate(PlistValue::objectForKey(dictionary, QStringLiteral("addresses")))) {
+        for (const QVariant& element :
+             PlistValue::enumerate(PlistValue::objectForKey(dictionary, QStringLiteral("addresses")))) {
             members->append(ExtensionAddress::initWithDictonary(element));
         }
     } catch (const Exception& error) {
@@ -33,6 +33,8 @@ QString ExtensionGroup::prettyprint() const {
     return name().isNull() ? emptyString() : name();
 }
 
-QString ExtensionGroup::description() const { return QStringLiteral("ExtensionGroup ") + describe(name()); }
+QString ExtensionGroup::description() const {
+    return QStringLiteral("ExtensionGroup ") + describe(name());
+}
 
 } // namespace corvina

@@ -12,11 +12,6 @@ namespace corvina {
 
 namespace {
 
-QString textOr(const QVariant& dictionary, const QString& key, const QString& fallback) {
-    const QString value = PlistValue::stringValue(PlistValue::objectForKey(dictionary, key));
-    return value.isNull() ? fallback : value;
-}
-
 QVariant numberOrZero(const QVariant& dictionary, const QString& key) {
     const QVariant value = PlistValue::numberValue(PlistValue::objectForKey(dictionary, key));
     return value.isValid() ? value : QVariant::fromValue<qint64>(0);
@@ -54,11 +49,13 @@ ExtensionMessagePtr ExtensionMessage::initWithDictonary(const QVariant& dictiona
     // Not built on init(): a record read from a snapshot keeps its composing fields null.
     auto message = std::make_shared<ExtensionMessage>();
     try {
-        message->setSubject(textOr(dictionary, QStringLiteral("subject"), Localization::text(QStringLiteral("No subject"))));
-        message->setMessageId(textOr(dictionary, QStringLiteral("messageId"), emptyString()));
-        message->setFrom(textOr(dictionary, QStringLiteral("from"), emptyString()));
-        message->setAccount(textOr(dictionary, QStringLiteral("account"), emptyString()));
-        message->setFolderPath(textOr(dictionary, QStringLiteral("folder"), emptyString()));
+        message->setSubject(PlistValue::stringForKey(dictionary, QStringLiteral("subject"),
+                                                     Localization::text(QStringLiteral("No subject"))));
+        message->setMessageId(
+            PlistValue::stringForKey(dictionary, QStringLiteral("messageId"), emptyString()));
+        message->setFrom(PlistValue::stringForKey(dictionary, QStringLiteral("from"), emptyString()));
+        message->setAccount(PlistValue::stringForKey(dictionary, QStringLiteral("account"), emptyString()));
+        message->setFolderPath(PlistValue::stringForKey(dictionary, QStringLiteral("folder"), emptyString()));
         message->setFolderStandardId(numberOrZero(dictionary, QStringLiteral("folderStid")));
         message->setUnread(numberOrZero(dictionary, QStringLiteral("isUnread")));
         // a missing "date" reads as 0 seconds: 1970-01-01 00:00:00 UTC
@@ -68,7 +65,8 @@ ExtensionMessagePtr ExtensionMessage::initWithDictonary(const QVariant& dictiona
         if (avatar.isValid()) {
             // characters outside the Base64 alphabet (line breaks and the like) are skipped; bytes
             // that are no readable image leave the avatar empty, silently
-            const QByteArray bytes = QByteArray::fromBase64(PlistValue::textValue(avatar, "avatar").toLatin1());
+            const QByteArray bytes =
+                QByteArray::fromBase64(PlistValue::textValue(avatar, "avatar").toLatin1());
             if (!bytes.isEmpty()) {
                 message->setImage(QImage::fromData(bytes));
             }
@@ -79,7 +77,9 @@ ExtensionMessagePtr ExtensionMessage::initWithDictonary(const QVariant& dictiona
     return message;
 }
 
-QString ExtensionMessage::description() const { return QStringLiteral("ExtensionMessage ") + describe(subject()); }
+QString ExtensionMessage::description() const {
+    return QStringLiteral("ExtensionMessage ") + describe(subject());
+}
 
 bool ExtensionMessage::isEqual(const Object* other) const {
     if (other == this) {

@@ -12,7 +12,9 @@ namespace corvina {
 
 namespace {
 
-int typeId(const QVariant& v) { return v.metaType().id(); }
+int typeId(const QVariant& v) {
+    return v.metaType().id();
+}
 
 bool isIntegerType(int id) {
     switch (id) {
@@ -33,7 +35,9 @@ bool isIntegerType(int id) {
     }
 }
 
-bool isRealType(int id) { return id == QMetaType::Double || id == QMetaType::Float; }
+bool isRealType(int id) {
+    return id == QMetaType::Double || id == QMetaType::Float;
+}
 
 [[noreturn]] void raise(const char* operation, const QVariant& value) {
     throw Exception(QStringLiteral("%1: unsupported value of type %2")
@@ -111,7 +115,8 @@ qint64 integerFromString(const QString& s) {
 
 bool boolFromString(const QString& s) {
     qsizetype i = skipSpace(s, 0);
-    while (i < s.size() && (s[i] == QLatin1Char('+') || s[i] == QLatin1Char('-') || s[i] == QLatin1Char('0'))) {
+    while (i < s.size() &&
+           (s[i] == QLatin1Char('+') || s[i] == QLatin1Char('-') || s[i] == QLatin1Char('0'))) {
         ++i;
     }
     if (i >= s.size()) {
@@ -124,7 +129,9 @@ bool boolFromString(const QString& s) {
 
 // Length of the leading decimal number of `s` from `i`: [sign] digits [. digits] [e [sign] digits].
 qsizetype decimalPrefixEnd(const QString& s, qsizetype i) {
-    auto digit = [&](qsizetype k) { return k < s.size() && s[k] >= QLatin1Char('0') && s[k] <= QLatin1Char('9'); };
+    auto digit = [&](qsizetype k) {
+        return k < s.size() && s[k] >= QLatin1Char('0') && s[k] <= QLatin1Char('9');
+    };
     if (i < s.size() && (s[i] == QLatin1Char('+') || s[i] == QLatin1Char('-'))) {
         ++i;
     }
@@ -215,8 +222,12 @@ bool PlistValue::isNumber(const QVariant& v) {
     return id == QMetaType::Bool || isIntegerType(id) || isRealType(id);
 }
 
-bool PlistValue::isString(const QVariant& v) { return typeId(v) == QMetaType::QString; }
-bool PlistValue::isDictionary(const QVariant& v) { return typeId(v) == QMetaType::QVariantMap; }
+bool PlistValue::isString(const QVariant& v) {
+    return typeId(v) == QMetaType::QString;
+}
+bool PlistValue::isDictionary(const QVariant& v) {
+    return typeId(v) == QMetaType::QVariantMap;
+}
 bool PlistValue::isArray(const QVariant& v) {
     return typeId(v) == QMetaType::QVariantList || typeId(v) == QMetaType::QStringList;
 }
@@ -259,6 +270,11 @@ QVariant PlistValue::objectForKey(const QVariant& dictionary, const QString& key
     const QVariantMap& map = *static_cast<const QVariantMap*>(dictionary.constData());
     const auto it = map.constFind(key);
     return it == map.constEnd() ? QVariant() : it.value();
+}
+
+QString PlistValue::stringForKey(const QVariant& dictionary, const QString& key, const QString& fallback) {
+    const QString value = stringValue(objectForKey(dictionary, key));
+    return value.isNull() ? fallback : value;
 }
 
 QString PlistValue::stringValue(const QVariant& v) {

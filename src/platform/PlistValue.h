@@ -28,6 +28,10 @@ public:
     // Text form for a text field (see above); a null QString when the value counts as absent.
     static QString stringValue(const QVariant& value);
 
+    // The text field under `key` of a record's dictionary (stringValue of objectForKey), or `fallback`
+    // when it counts as absent. Every record reads its text fields this way.
+    static QString stringForKey(const QVariant& dictionary, const QString& key, const QString& fallback);
+
     // A string that an operation needs as text; anything else raises (the operation names itself
     // in the error).
     static QString textValue(const QVariant& value, const char* operation);

@@ -1,10 +1,11 @@
 #include "model/ExtensionDate.h"
+
 #include "support/LogCapture.h"
 #include "support/ScopedZone.h"
 
 #include <QThread>
-#include <gtest/gtest.h>
 #include <atomic>
+#include <gtest/gtest.h>
 #include <thread>
 #include <vector>
 
@@ -26,7 +27,9 @@ std::unique_ptr<ExtensionDate> serviceFor(const QLocale& locale) {
     return service;
 }
 
-QDateTime todayAt(int h, int m, int s = 0) { return QDateTime(QDate::currentDate(), QTime(h, m, s), Qt::LocalTime); }
+QDateTime todayAt(int h, int m, int s = 0) {
+    return QDateTime(QDate::currentDate(), QTime(h, m, s), Qt::LocalTime);
+}
 
 // Runs `check` and runs it once more if the calendar day changed meanwhile (a run across midnight).
 template <typename F> void onOneDay(F check) {
@@ -171,9 +174,12 @@ TEST(ExtensionDate, ExchangeDateReadsWallClockTimesThatDoNotExistLocally) {
 TEST(ExtensionDate, ExchangeDateRefusesOtherFormsAfterLoggingThem) {
     auto service = serviceFor(enUS);
     test::LogCapture capture;
-    const QStringList rejected = {QStringLiteral("2023-11-14T22:13:20.000Z"), QStringLiteral("2023-11-14 22:13:20"),
-                                  QStringLiteral("2023-11-14T22:13:20+01:00"), QStringLiteral("2023-11-14T22:13:20"),
-                                  QStringLiteral(""), QStringLiteral("yesterday")};
+    const QStringList rejected = {QStringLiteral("2023-11-14T22:13:20.000Z"),
+                                  QStringLiteral("2023-11-14 22:13:20"),
+                                  QStringLiteral("2023-11-14T22:13:20+01:00"),
+                                  QStringLiteral("2023-11-14T22:13:20"),
+                                  QStringLiteral(""),
+                                  QStringLiteral("yesterday")};
     for (const QString& text : rejected) {
         EXPECT_FALSE(service->exchangeDate(text).isValid()) << text.toStdString();
     }
@@ -211,7 +217,8 @@ TEST(ExtensionDate, ManyThreadsShareOneServiceSafely) {
                 if (service.IntDate(QDateTime::currentDateTimeUtc()) < 20000101) {
                     ++mismatches;
                 }
-                if (service.exchangeDate(QStringLiteral("2023-11-14T22:13:20Z")).toSecsSinceEpoch() != 1700000000) {
+                if (service.exchangeDate(QStringLiteral("2023-11-14T22:13:20Z")).toSecsSinceEpoch() !=
+                    1700000000) {
                     ++mismatches;
                 }
             }

@@ -1,5 +1,7 @@
 #include "ScopedZone.h"
 
+#include "platform/Localization.h"
+
 #include <ctime>
 
 namespace corvina::test {
@@ -19,8 +21,20 @@ ScopedTimeZone::~ScopedTimeZone() {
     tzset();
 }
 
-ScopedLocale::ScopedLocale(const QLocale& locale) : m_saved(QLocale()) { QLocale::setDefault(locale); }
+ScopedLocale::ScopedLocale(const QLocale& locale) : m_saved(QLocale()) {
+    QLocale::setDefault(locale);
+}
 
-ScopedLocale::~ScopedLocale() { QLocale::setDefault(m_saved); }
+ScopedLocale::~ScopedLocale() {
+    QLocale::setDefault(m_saved);
+}
+
+ScopedLanguage::ScopedLanguage(const QLocale& locale) : m_saved(Localization::locale()) {
+    Localization::setLocale(locale);
+}
+
+ScopedLanguage::~ScopedLanguage() {
+    Localization::setLocale(m_saved);
+}
 
 } // namespace corvina::test

@@ -30,4 +30,16 @@ private:
     QLocale m_saved;
 };
 
+// Switches the program's string table to `locale`'s language for a block of a test.
+class ScopedLanguage {
+public:
+    explicit ScopedLanguage(const QLocale& locale);
+    ~ScopedLanguage();
+    ScopedLanguage(const ScopedLanguage&) = delete;
+    ScopedLanguage& operator=(const ScopedLanguage&) = delete;
+
+private:
+    QLocale m_saved;
+};
+
 } // namespace corvina::test

@@ -1,0 +1,378 @@
+#include "model/ExtensionMessage.h"
+
+#include "model/ExtensionDate.h"
+#include "platform/Localization.h"
+#include "support/LogCapture.h"
+#include "support/ScopedZone.h"
+
+#include <QBuffer>
+#include <QColor>
+#include <QUrl>
+#include <gtest/gtest.h>
+#include <limits>
+
+using namespace corvina;
+using corvina::test::LogCapture;
+using corvina::test::ScopedLanguage;
+using corvina::test::ScopedTimeZone;
+
+namespace {
+
+QDateTime epochPlus(qint64 seconds) {
+    return QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC);
+}
+
+QByteArray avatarBase64() {
+    // a 1x1 PNG, as the mail application would hand a sender's picture
+    QImage image(1, 1, QImage::Format_RGB32);
+    image.fill(Qt::red);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return bytes.toBase64();
+}
+
+QVariantMap fullRow() {
+    return {
+        {"subject", "Lunch?"},    {"messageId", "<id-1@example.org>"},
+        {"from", "Grace Hopper"}, {"account", "me@example.org"},
+        {"folder", "INBOX"},      {"folderStid", qint64(1)},
+        {"isUnread", qint64(1)},  {"date", qint64(1700000063)},
+    };
+}
+
+ExtensionMessagePtr message(const QString& id, const QString& account, const QString& subject = "s") {
+    return ExtensionMessage::initWithDictonary(
+        QVariantMap{{"messageId", id}, {"account", account}, {"subject", subject}});
+}
+
+} // namespace
+
+TEST(ExtensionMessage, InitMakesAnEmptyComposingRecord) {
+    const auto m = ExtensionMessage::init();
+    EXPECT_EQ(m->htmlBody(), QString(""));
+    EXPECT_FALSE(m->htmlBody().isNull());
+    EXPECT_EQ(m->plainBody(), QString(""));
+    EXPECT_FALSE(m->plainBody().isNull());
+    for (const auto& list : {m->to(), m->cc(), m->bcc()}) {
+        ASSERT_TRUE(list);
+        EXPECT_TRUE(list->isEmpty());
+    }
+    ASSERT_TRUE(m->attachments());
+    EXPECT_TRUE(m->attachments()->isEmpty());
+    // four distinct lists, so filling one does not fill another
+    EXPECT_NE(m->to().get(), m->cc().get());
+    EXPECT_NE(m->cc().get(), m->bcc().get());
+    EXPECT_TRUE(m->subject().isNull());
+    EXPECT_TRUE(m->messageId().isNull());
+    EXPECT_TRUE(m->account().isNull());
+    EXPECT_TRUE(m->from().isNull());
+    EXPECT_TRUE(m->folderPath().isNull());
+    EXPECT_TRUE(m->dateString().isNull());
+    EXPECT_FALSE(m->date().isValid());
+    EXPECT_TRUE(m->image().isNull());
+    EXPECT_FALSE(m->unread().isValid()) << "null, not 0";
+    EXPECT_FALSE(m->folderStandardId().isValid()) << "null, not 0";
+    EXPECT_TRUE(m->toString().isNull());
+    EXPECT_TRUE(m->ccString().isNull());
+    EXPECT_TRUE(m->bccString().isNull());
+}
+
+TEST(ExtensionMessage, FullDictionaryFillsEveryField) {
+    QVariantMap row = fullRow();
+    row.insert("avatar", QString::fromLatin1(avatarBase64()));
+    row.insert("someFutureKey", "ignored");
+    LogCapture capture;
+    const auto m = ExtensionMessage::initWithDictonary(row);
+    EXPECT_EQ(m->subject(), QStringLiteral("Lunch?"));
+    EXPECT_EQ(m->messageId(), QStringLiteral("<id-1@example.org>"));
+    EXPECT_EQ(m->from(), QStringLiteral("Grace Hopper"));
+    EXPECT_EQ(m->account(), QStringLiteral("me@example.org"));
+    EXPECT_EQ(m->folderPath(), QStringLiteral("INBOX"));
+    EXPECT_EQ(m->folderStandardId(), QVariant(qint64(1)));
+    EXPECT_EQ(m->unread(), QVariant(qint64(1)));
+    EXPECT_EQ(m->date(), epochPlus(1700000000));
+    EXPECT_EQ(m->dateString(), ExtensionDate::shared().centralDate(epochPlus(1700000000)));
+    ASSERT_FALSE(m->image().isNull());
+    EXPECT_EQ(m->image().size(), QSize(1, 1));
+    EXPECT_EQ(QColor(m->image().pixel(0, 0)), QColor(Qt::red));
+    // composing fields stay null on a record read from a snapshot
+    EXPECT_FALSE(m->to());
+    EXPECT_FALSE(m->cc());
+    EXPECT_FALSE(m->bcc());
+    EXPECT_FALSE(m->attachments());
+    EXPECT_TRUE(m->plainBody().isNull());
+    EXPECT_TRUE(m->htmlBody().isNull());
+    EXPECT_TRUE(m->toString().isNull());
+    EXPECT_TRUE(capture.lines().isEmpty());
+    EXPECT_EQ(m->description(), QStringLiteral("ExtensionMessage Lunch?"));
+}
+
+TEST(ExtensionMessage, EmptyDictionaryTakesEveryDefault) {
+    ScopedTimeZone zone("America/New_York");
+    LogCapture capture;
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap());
+    EXPECT_EQ(m->subject(), QStringLiteral("No subject"));
+    for (const QString& text : {m->messageId(), m->from(), m->account(), m->folderPath()}) {
+        EXPECT_EQ(text, QString(""));
+        EXPECT_FALSE(text.isNull());
+    }
+    EXPECT_EQ(m->folderStandardId(), QVariant(qint64(0)));
+    EXPECT_EQ(m->unread(), QVariant(qint64(0)));
+    EXPECT_EQ(m->date(), epochPlus(0));
+    // 31 December 1969 in New York, as a short date: never a time, since that day is never today
+    const QString text = m->dateString();
+    EXPECT_EQ(text, ExtensionDate::shared().dateCentrale2()->stringFromDate(epochPlus(0)));
+    EXPECT_FALSE(text.contains(':')) << text.toStdString();
+    EXPECT_EQ(text, ExtensionDate::shared().dateCentrale2()->locale().toString(QDate(1969, 12, 31),
+                                                                               QLocale::ShortFormat));
+    EXPECT_TRUE(m->image().isNull());
+    EXPECT_FALSE(m->to());
+    EXPECT_FALSE(m->cc());
+    EXPECT_FALSE(m->bcc());
+    EXPECT_FALSE(m->attachments());
+    EXPECT_TRUE(m->plainBody().isNull());
+    EXPECT_TRUE(m->htmlBody().isNull());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionMessage, EpochIsTheFirstOfJanuaryInUtc) {
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap());
+    EXPECT_EQ(m->dateString(), ExtensionDate::shared().dateCentrale2()->stringFromDate(epochPlus(0)));
+    EXPECT_TRUE(m->dateString().contains("70")) << m->dateString().toStdString();
+}
+
+TEST(ExtensionMessage, MissingSubjectIsTranslated) {
+    ScopedLanguage german(QLocale(QLocale::German, QLocale::Germany));
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap())->subject(), QStringLiteral("Kein Betreff"));
+    // a subject that is there, even empty, is kept
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"subject", ""}})->subject(), QString(""));
+}
+
+TEST(ExtensionMessage, DateGoesThroughSinglePrecision) {
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"date", qint64(1700000063)}})->date(),
+              epochPlus(1700000000));
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"date", "1700000063"}})->date(),
+              epochPlus(1700000000));
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"date", 1700000100.0}})->date(),
+              epochPlus(1700000128));
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"date", 1700000063.9}})->date(),
+              epochPlus(1700000000));
+    // two messages received within two minutes can carry the same date
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"date", qint64(1700000001)}})->date(),
+              ExtensionMessage::initWithDictonary(QVariantMap{{"date", qint64(1700000060)}})->date());
+    // small values keep their fraction
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"date", 1.5}})->date().toMSecsSinceEpoch(),
+              1500);
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"date", qint64(-86400)}})->date(),
+              epochPlus(-86400));
+    // a text that is no number reads as 0
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"date", "soon"}})->date(), epochPlus(0));
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"date", true}})->date(), epochPlus(1));
+}
+
+TEST(ExtensionMessage, DateOfAListStopsTheRecordThere) {
+    QVariantMap row = fullRow();
+    row.insert("date", QVariantList{1, 2});
+    row.insert("avatar", QString::fromLatin1(avatarBase64()));
+    LogCapture capture;
+    const auto m = ExtensionMessage::initWithDictonary(row);
+    EXPECT_EQ(capture.lines(),
+              QStringList{"ExtensionMessage initWithDictonary floatValue: unsupported value of type array"});
+    EXPECT_EQ(m->subject(), QStringLiteral("Lunch?"));
+    EXPECT_EQ(m->messageId(), QStringLiteral("<id-1@example.org>"));
+    EXPECT_EQ(m->from(), QStringLiteral("Grace Hopper"));
+    EXPECT_EQ(m->account(), QStringLiteral("me@example.org"));
+    EXPECT_EQ(m->folderPath(), QStringLiteral("INBOX"));
+    EXPECT_EQ(m->folderStandardId(), QVariant(qint64(1)));
+    EXPECT_EQ(m->unread(), QVariant(qint64(1)));
+    EXPECT_FALSE(m->date().isValid());
+    EXPECT_TRUE(m->dateString().isNull());
+    EXPECT_TRUE(m->image().isNull());
+}
+
+TEST(ExtensionMessage, DateOfADictionaryOrDataIsCaughtToo) {
+    for (const QVariant& bad : {QVariant(QVariantMap{{"a", 1}}), QVariant(QByteArray("x")),
+                                QVariant(QDateTime::fromSecsSinceEpoch(5, Qt::UTC))}) {
+        LogCapture capture;
+        const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"messageId", "x"}, {"date", bad}});
+        ASSERT_EQ(capture.lines().size(), 1);
+        EXPECT_TRUE(
+            capture.lines().first().startsWith("ExtensionMessage initWithDictonary floatValue: unsupported"));
+        EXPECT_EQ(m->messageId(), QStringLiteral("x"));
+        EXPECT_FALSE(m->date().isValid());
+    }
+}
+
+TEST(ExtensionMessage, DateOutOfAnyCalendarIsCaught) {
+    for (double seconds :
+         {1e30, -1e30, std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
+        LogCapture capture;
+        const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"unread", 1}, {"date", seconds}});
+        ASSERT_EQ(capture.lines().size(), 1) << seconds;
+        EXPECT_TRUE(capture.lines().first().startsWith("ExtensionMessage initWithDictonary date: "))
+            << seconds;
+        EXPECT_TRUE(capture.lines().first().endsWith(" seconds is out of range")) << seconds;
+        EXPECT_EQ(m->unread(), QVariant(qint64(0)));
+        EXPECT_FALSE(m->date().isValid());
+        EXPECT_TRUE(m->dateString().isNull());
+    }
+}
+
+TEST(ExtensionMessage, NotADictionaryStopsAtTheFirstStep) {
+    for (const QVariant& bad :
+         {QVariant(QStringLiteral("row")), QVariant(QVariantList{1}), QVariant(qint64(3))}) {
+        LogCapture capture;
+        const auto m = ExtensionMessage::initWithDictonary(bad);
+        ASSERT_TRUE(m);
+        ASSERT_EQ(capture.lines().size(), 1);
+        EXPECT_TRUE(capture.lines().first().startsWith(
+            "ExtensionMessage initWithDictonary objectForKey: unsupported value of type "));
+        EXPECT_TRUE(m->subject().isNull());
+        EXPECT_FALSE(m->unread().isValid());
+        EXPECT_FALSE(m->folderStandardId().isValid());
+    }
+}
+
+TEST(ExtensionMessage, NullDictionaryReadsAsEmpty) {
+    LogCapture capture;
+    const auto m = ExtensionMessage::initWithDictonary(QVariant());
+    EXPECT_EQ(m->subject(), QStringLiteral("No subject"));
+    EXPECT_EQ(m->date(), epochPlus(0));
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionMessage, AvatarWithoutBase64ContentIsSilentlyNull) {
+    LogCapture capture;
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", "!!!"}, {"date", qint64(5)}});
+    EXPECT_TRUE(m->image().isNull());
+    EXPECT_EQ(m->date(), epochPlus(5));
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionMessage, AvatarOfBytesThatAreNoImageIsSilentlyNull) {
+    LogCapture capture;
+    const auto m = ExtensionMessage::initWithDictonary(
+        QVariantMap{{"avatar", QString::fromLatin1(QByteArray("hello").toBase64())}});
+    EXPECT_TRUE(m->image().isNull());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionMessage, AvatarBase64MayCarryLineBreaksAndNoise) {
+    QString wrapped;
+    const QString plain = QString::fromLatin1(avatarBase64());
+    for (int i = 0; i < plain.size(); i += 10) {
+        wrapped += plain.mid(i, 10) + "\r\n ";
+    }
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", wrapped}});
+    ASSERT_FALSE(m->image().isNull());
+    EXPECT_EQ(m->image().size(), QSize(1, 1));
+}
+
+TEST(ExtensionMessage, AvatarThatIsNoTextIsCaughtAfterTheDate) {
+    LogCapture capture;
+    const auto m =
+        ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", qint64(12)}, {"date", qint64(7)}});
+    EXPECT_EQ(capture.lines(),
+              QStringList{"ExtensionMessage initWithDictonary avatar: unsupported value of type number"});
+    EXPECT_EQ(m->date(), epochPlus(7));
+    EXPECT_FALSE(m->dateString().isEmpty());
+    EXPECT_TRUE(m->image().isNull());
+}
+
+TEST(ExtensionMessage, WrongTypedValuesKeepTheRecordBuildable) {
+    LogCapture capture;
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"subject", qint64(42)},
+                                                                   {"from", QVariantList{"x"}},
+                                                                   {"account", QVariantMap{{"a", 1}}},
+                                                                   {"folderStid", "3"},
+                                                                   {"isUnread", true},
+                                                                   {"folder", 2.5},
+                                                                   {"messageId", false}});
+    EXPECT_TRUE(capture.lines().isEmpty());
+    // numbers in text fields give their text; lists and dictionaries count as absent
+    EXPECT_EQ(m->subject(), QStringLiteral("42"));
+    EXPECT_EQ(m->folderPath(), QStringLiteral("2.5"));
+    EXPECT_EQ(m->messageId(), QStringLiteral("0"));
+    EXPECT_EQ(m->from(), QString(""));
+    EXPECT_EQ(m->account(), QString(""));
+    // a numeric text in a number field gives the number; a boolean is kept as it is
+    EXPECT_EQ(m->folderStandardId().toLongLong(), 3);
+    EXPECT_EQ(m->unread(), QVariant(true));
+    // text that is no number in a number field counts as absent: the default 0
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"folderStid", "Inbox"}})->folderStandardId(),
+              QVariant(qint64(0)));
+}
+
+TEST(ExtensionMessage, BoxedNumbersKeepTheirKind) {
+    const auto m =
+        ExtensionMessage::initWithDictonary(QVariantMap{{"folderStid", 2.0}, {"isUnread", qint64(0)}});
+    EXPECT_EQ(m->folderStandardId(), QVariant(2.0));
+    EXPECT_EQ(m->unread(), QVariant(qint64(0)));
+}
+
+TEST(ExtensionMessage, TextsAreKeptExactly) {
+    const QString subject = QStringLiteral("  Grüße 🌧\n");
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"subject", subject}, {"from", " "}});
+    EXPECT_EQ(m->subject(), subject);
+    EXPECT_EQ(m->from(), QStringLiteral(" "));
+}
+
+TEST(ExtensionMessage, SameIdentifierAndAccountAreTheSameMessage) {
+    const auto a = message("id-1", "me@example.org", "First subject");
+    const auto b = message("id-1", "me@example.org", "Another subject");
+    b->setDate(epochPlus(99));
+    b->setUnread(1);
+    EXPECT_TRUE(a->isEqual(b.get()));
+    EXPECT_TRUE(b->isEqualToModel(a.get()));
+}
+
+TEST(ExtensionMessage, AccountsDifferingInCaseAreDifferentMessages) {
+    EXPECT_FALSE(message("id-1", "me@example.org")->isEqual(message("id-1", "Me@example.org").get()));
+    EXPECT_FALSE(message("id-1", "me@example.org")->isEqual(message("ID-1", "me@example.org").get()));
+    EXPECT_FALSE(message("id-1", "me@example.org")->isEqual(message("id-2", "me@example.org").get()));
+}
+
+namespace {
+class OtherObject : public Object {
+public:
+    QString description() const override { return "other"; }
+};
+class DraftMessage : public ExtensionMessage {};
+} // namespace
+
+TEST(ExtensionMessage, ComparedWithOtherKindsOrNullIsNotEqual) {
+    const auto a = message("id-1", "me@example.org");
+    OtherObject other;
+    EXPECT_FALSE(a->isEqual(nullptr));
+    EXPECT_FALSE(a->isEqual(&other));
+    EXPECT_FALSE(a->isEqualToModel(nullptr));
+    // a subclass of the record is still a message
+    DraftMessage draft;
+    draft.setMessageId("id-1");
+    draft.setAccount("me@example.org");
+    EXPECT_TRUE(a->isEqual(&draft));
+}
+
+TEST(ExtensionMessage, ARecordEqualsItselfEvenWithoutIdentifier) {
+    const auto m = ExtensionMessage::init();
+    EXPECT_TRUE(m->messageId().isNull());
+    EXPECT_TRUE(m->isEqual(m.get()));
+    EXPECT_TRUE(m->isEqualToModel(m.get()));
+    // but two records without identifier are different messages
+    EXPECT_FALSE(m->isEqual(ExtensionMessage::init().get()));
+}
+
+TEST(ExtensionMessage, DescriptionNamesTheSubject) {
+    EXPECT_EQ(message("1", "a", "Hello")->description(), QStringLiteral("ExtensionMessage Hello"));
+    EXPECT_EQ(ExtensionMessage::init()->description(), QStringLiteral("ExtensionMessage (null)"));
+}
+
+TEST(ExtensionMessage, AttachmentsAcceptPathsAndFileUrls) {
+    const auto m = ExtensionMessage::init();
+    m->attachments()->append(QStringLiteral("/tmp/a.pdf"));
+    m->attachments()->append(QUrl::fromLocalFile("/tmp/b.pdf"));
+    ASSERT_EQ(m->attachments()->size(), 2);
+    EXPECT_EQ(m->attachments()->at(1).toUrl().toLocalFile(), QStringLiteral("/tmp/b.pdf"));
+}

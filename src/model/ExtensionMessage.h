@@ -7,6 +7,7 @@
 
 #include <QDateTime>
 #include <QImage>
+#include <QList>
 #include <QString>
 #include <QVariant>
 #include <memory>
@@ -15,6 +16,7 @@ namespace corvina {
 
 class ExtensionMessage;
 using ExtensionMessagePtr = std::shared_ptr<ExtensionMessage>;
+using ExtensionMessageList = QList<ExtensionMessagePtr>;
 
 // A mail message, as the mail application hands it to its extensions (one entry of a snapshot) or
 // as an extension composes it.

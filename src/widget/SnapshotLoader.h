@@ -1,0 +1,42 @@
+#pragma once
+
+#include "model/ExtensionMessage.h"
+
+#include <QString>
+#include <QStringList>
+#include <optional>
+
+namespace corvina {
+
+// Reads the mail application's snapshots: the folder "Today" of the shared data folder holds one
+// folder per account, named by the account's address, and each of those holds property-list files
+// {"folder": ..., "account": ..., "data": [message dictionaries]}. Only the folders of enabled
+// accounts are read; names beginning with "." are skipped at both levels.
+//
+// The widget's controller and `corvina-today --list` both load through this class, so that the
+// list a script sees is the list the widget shows.
+class SnapshotLoader {
+public:
+    // The widget's update results: 0 new data, 1 no data, 2 failed.
+    enum UpdateResult { NewData = 0, NoData = 1, Failed = 2 };
+
+    // Every message of the enabled accounts' snapshot files, newest first, messages without a date
+    // last. Never fails: what cannot be read is skipped (see the log lines in the implementation)
+    // and an exception while reading keeps what was collected before it.
+    ExtensionMessageList updateData();
+
+    // The entries of the folder at `path` as full paths, in the order the file system lists them,
+    // without names that begin with ".". Empty when there is no folder at `path`; nothing when the
+    // folder cannot be listed.
+    static std::optional<QStringList> directoryContent(const QString& path);
+
+    // The outcome of the last updateData: NoData until an envelope with all three keys was taken,
+    // then NewData; Failed after a lock or read failure. Kept for inspection only: the widget reports
+    // its own result to its host, and nothing reads this to decide anything.
+    UpdateResult updateStatus() const { return m_status; }
+
+private:
+    UpdateResult m_status = NoData;
+};
+
+} // namespace corvina

@@ -1,4 +1,5 @@
 #include "platform/Log.h"
+
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,6 @@
-#include "platform/Exception.h"
 #include "platform/PlistValue.h"
+
+#include "platform/Exception.h"
 
 #include <QDateTime>
 #include <QVariantMap>
@@ -8,12 +9,24 @@
 using namespace corvina;
 
 namespace {
-QVariant i64(qint64 v) { return QVariant::fromValue<qint64>(v); }
-QVariant str(const char* s) { return QVariant(QString::fromUtf8(s)); }
-QVariant list() { return QVariantList{1, 2}; }
-QVariant dict() { return QVariantMap{{"k", 1}}; }
-QVariant date() { return QDateTime::fromSecsSinceEpoch(0, Qt::UTC); }
-QVariant data() { return QByteArray("xy"); }
+QVariant i64(qint64 v) {
+    return QVariant::fromValue<qint64>(v);
+}
+QVariant str(const char* s) {
+    return QVariant(QString::fromUtf8(s));
+}
+QVariant list() {
+    return QVariantList{1, 2};
+}
+QVariant dict() {
+    return QVariantMap{{"k", 1}};
+}
+QVariant date() {
+    return QDateTime::fromSecsSinceEpoch(0, Qt::UTC);
+}
+QVariant data() {
+    return QByteArray("xy");
+}
 } // namespace
 
 TEST(PlistValue, ObjectForKeyReadsDictionariesAndNullReceivers) {

@@ -1,0 +1,221 @@
+#include "shared/ExtensionUtilities.h"
+
+#include "platform/FileCoordinator.h"
+#include "support/LogCapture.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TempContainer.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <gtest/gtest.h>
+
+using namespace corvina;
+using namespace std::chrono_literals;
+using corvina::test::LogCapture;
+using corvina::test::ScopedEnvironment;
+using corvina::test::TempContainer;
+
+namespace {
+
+QString folderFor(const char* identifier) {
+    ScopedEnvironment bundle("CORVINA_BUNDLE_IDENTIFIER", QByteArray(identifier));
+    return ExtensionUtilities::GroupFolderName();
+}
+
+// Another process holding the exclusive lock of `item` until killed.
+class LockHolder {
+public:
+    explicit LockHolder(const QString& item) {
+        m_process.start("flock", {"-x", FileCoordinator::lockPath(QUrl::fromLocalFile(item)), "-c",
+                                  "echo locked; exec sleep 30"});
+        EXPECT_TRUE(m_process.waitForStarted(5000));
+        EXPECT_TRUE(m_process.waitForReadyRead(5000));
+    }
+    ~LockHolder() {
+        m_process.kill();
+        m_process.waitForFinished(5000);
+    }
+
+private:
+    QProcess m_process;
+};
+
+// Locks give up quickly in these tests.
+class ShortLockWait {
+public:
+    ShortLockWait() { FileCoordinator::setDefaultTimeout(150ms); }
+    ~ShortLockWait() { FileCoordinator::setDefaultTimeout(5000ms); }
+};
+
+} // namespace
+
+TEST(ExtensionUtilities, BetaBuildsUseTheBetaFolder) {
+    EXPECT_EQ(folderFor("org.corvina.mail.beta.today"), QStringLiteral("SharedDataBeta"));
+    // one beta test only: the numbered beta builds share that folder
+    EXPECT_EQ(folderFor("org.corvina.mail.beta8.today"), QStringLiteral("SharedDataBeta"));
+    EXPECT_EQ(folderFor("org.corvina.mail.beta10.today"), QStringLiteral("SharedDataBeta"));
+    EXPECT_EQ(folderFor("org.corvina.mail.beta"), QStringLiteral("SharedDataBeta"));
+}
+
+TEST(ExtensionUtilities, OtherBuildsUseTheReleaseFolder) {
+    EXPECT_EQ(folderFor("org.corvina.mail.today"), QStringLiteral("SharedData"));
+    EXPECT_EQ(folderFor("org.corvina.mail2.today"), QStringLiteral("SharedData"));
+    EXPECT_EQ(folderFor("org.corvina.mail.pro.today"), QStringLiteral("SharedData"));
+    // a prefix test, case-sensitive, not a containment test
+    EXPECT_EQ(folderFor("org.corvina.mail.Beta.today"), QStringLiteral("SharedData"));
+    EXPECT_EQ(folderFor("x.org.corvina.mail.beta.today"), QStringLiteral("SharedData"));
+    EXPECT_EQ(folderFor("org.corvina.mailbeta"), QStringLiteral("SharedData"));
+}
+
+TEST(ExtensionUtilities, DataPathIsTheContainerAndTheFolderName) {
+    ScopedEnvironment container("CORVINA_GROUP_CONTAINER", QByteArray("/shared/box"));
+    {
+        ScopedEnvironment bundle("CORVINA_BUNDLE_IDENTIFIER", QByteArray("org.corvina.mail.today"));
+        EXPECT_EQ(ExtensionUtilities::GroupPath()->toLocalFile(), QStringLiteral("/shared/box"));
+        EXPECT_EQ(ExtensionUtilities::GroupDataPath()->toLocalFile(),
+                  QStringLiteral("/shared/box/SharedData"));
+    }
+    ScopedEnvironment bundle("CORVINA_BUNDLE_IDENTIFIER", QByteArray("org.corvina.mail.beta.today"));
+    EXPECT_EQ(ExtensionUtilities::GroupDataPath()->toLocalFile(),
+              QStringLiteral("/shared/box/SharedDataBeta"));
+}
+
+TEST(ExtensionUtilities, WithoutContainerThereIsNoDataPathAndNoAccounts) {
+    ScopedEnvironment container("CORVINA_GROUP_CONTAINER", QByteArray(""));
+    LogCapture capture;
+    EXPECT_FALSE(ExtensionUtilities::GroupPath());
+    EXPECT_FALSE(ExtensionUtilities::GroupDataPath());
+    EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
+    const auto contacts = ExtensionUtilities::AddressesAndGroups();
+    EXPECT_TRUE(contacts.addresses.isEmpty());
+    EXPECT_TRUE(contacts.groups.isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionUtilities, NoAccountsFileGivesNoAccountsSilently) {
+    TempContainer container;
+    LogCapture capture;
+    EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionUtilities, AccountsAreReadInFileOrderFromBothForms) {
+    for (auto format : {PropertyList::Format::Xml, PropertyList::Format::Binary}) {
+        TempContainer container;
+        container.writeAccounts(
+            {TempContainer::account("a@example.org"), TempContainer::account("b@example.org", false)},
+            format);
+        const auto accounts = ExtensionUtilities::Accounts();
+        ASSERT_EQ(accounts.size(), 2);
+        EXPECT_EQ(accounts[0]->mail(), QStringLiteral("a@example.org"));
+        EXPECT_TRUE(accounts[0]->enabled());
+        EXPECT_EQ(accounts[1]->mail(), QStringLiteral("b@example.org"));
+        EXPECT_FALSE(accounts[1]->enabled());
+    }
+}
+
+TEST(ExtensionUtilities, AnAccountsFileThatIsNoListGivesNoAccounts) {
+    TempContainer container;
+    LogCapture capture;
+    container.writePlist("Accounts.plist", QVariantMap{{"mail", "a@example.org"}});
+    EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
+    container.writeBytes("Accounts.plist", "not a property list");
+    EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionUtilities, ABadAccountElementBetweenGoodOnesKeepsTheOrder) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account("a@example.org"), QStringLiteral("not a dictionary"),
+                             TempContainer::account("c@example.org")});
+    LogCapture capture;
+    const auto accounts = ExtensionUtilities::Accounts();
+    // the account builder never refuses: the bad element becomes an account with nothing set
+    ASSERT_EQ(accounts.size(), 3);
+    EXPECT_EQ(accounts[0]->mail(), QStringLiteral("a@example.org"));
+    EXPECT_TRUE(accounts[1]->mail().isNull());
+    EXPECT_FALSE(accounts[1]->enabled());
+    EXPECT_EQ(accounts[2]->mail(), QStringLiteral("c@example.org"));
+    EXPECT_EQ(
+        capture.lines(),
+        QStringList{"ExtensionAccount initWithDictonary objectForKey: unsupported value of type string"});
+}
+
+TEST(ExtensionUtilities, AnAccountsLockHeldTooLongIsLoggedAndGivesNoAccounts) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account("a@example.org")});
+    ShortLockWait shortWait;
+    LockHolder holder(container.data() + "/Accounts.plist");
+    LogCapture capture;
+    EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
+    EXPECT_EQ(capture.lines(),
+              QStringList{"[***ERROR***] NSFileCoordinator Accounts " + container.data() +
+                          "/.Accounts.plist.lock is locked by another process; gave up after 150 ms"});
+}
+
+TEST(ExtensionUtilities, AMissingContactsFolderIsCreatedAndBothListsAreEmpty) {
+    TempContainer container;
+    LogCapture capture;
+    const auto contacts = ExtensionUtilities::AddressesAndGroups();
+    EXPECT_TRUE(QFileInfo(container.data() + "/Contacts").isDir());
+    EXPECT_TRUE(contacts.addresses.isEmpty());
+    EXPECT_TRUE(contacts.groups.isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionUtilities, AddressesAreReadButGroupsStayEmpty) {
+    TempContainer container;
+    container.writePlist("Contacts/Addresses.plist",
+                         QVariantList{QVariantMap{{"mail", "a@example.org"}, {"firstName", "Ada"}},
+                                      QVariantMap{{"mail", "b@example.org"}}},
+                         PropertyList::Format::Binary);
+    container.writePlist(
+        "Contacts/Groups.plist",
+        QVariantList{QVariantMap{{"idx", "g1"},
+                                 {"name", "Friends"},
+                                 {"addresses", QVariantList{QVariantMap{{"mail", "a@example.org"}}}}}});
+    const auto contacts = ExtensionUtilities::AddressesAndGroups();
+    ASSERT_EQ(contacts.addresses.size(), 2);
+    EXPECT_EQ(contacts.addresses[0]->prettyprint(), QStringLiteral("Ada <a@example.org>"));
+    EXPECT_EQ(contacts.addresses[1]->mail(), QStringLiteral("b@example.org"));
+    // deliberately empty although Groups.plist holds a valid group
+    EXPECT_TRUE(contacts.groups.isEmpty());
+}
+
+TEST(ExtensionUtilities, APlainFileNamedContactsGivesEmptyListsSilently) {
+    TempContainer container;
+    container.writeBytes("Contacts", "just a file");
+    LogCapture capture;
+    const auto contacts = ExtensionUtilities::AddressesAndGroups();
+    EXPECT_TRUE(contacts.addresses.isEmpty());
+    EXPECT_TRUE(contacts.groups.isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
+    EXPECT_TRUE(QFileInfo(container.data() + "/Contacts").isFile());
+}
+
+TEST(ExtensionUtilities, AContactsFolderThatCannotBeMadeIsLogged) {
+    TempContainer container;
+    // a dangling link: nothing "exists" there, yet nothing can be made there either
+    ASSERT_TRUE(QFile::link(container.root() + "/nowhere", container.data() + "/Contacts"));
+    LogCapture capture;
+    const auto contacts = ExtensionUtilities::AddressesAndGroups();
+    EXPECT_TRUE(contacts.addresses.isEmpty());
+    ASSERT_EQ(capture.lines().size(), 1);
+    EXPECT_TRUE(capture.lines().first().startsWith("[***ERROR***] AddressesAndGroups cannot create " +
+                                                   container.data() + "/Contacts: "))
+        << capture.lines().first().toStdString();
+}
+
+TEST(ExtensionUtilities, AContactsLockHeldTooLongIsLogged) {
+    TempContainer container;
+    container.writePlist("Contacts/Addresses.plist", QVariantList{QVariantMap{{"mail", "a@example.org"}}});
+    ShortLockWait shortWait;
+    LockHolder holder(container.data() + "/Contacts");
+    LogCapture capture;
+    const auto contacts = ExtensionUtilities::AddressesAndGroups();
+    EXPECT_TRUE(contacts.addresses.isEmpty());
+    EXPECT_EQ(capture.lines(),
+              QStringList{"[***ERROR***] NSFileCoordinator AddressesAndGroups " + container.data() +
+                          "/.Contacts.lock is locked by another process; gave up after 150 ms"});
+}

@@ -1,0 +1,323 @@
+#include "widget/SnapshotLoader.h"
+
+#include "platform/FileCoordinator.h"
+#include "support/LogCapture.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TempContainer.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+using namespace corvina;
+using namespace std::chrono_literals;
+using corvina::test::LogCapture;
+using corvina::test::ScopedEnvironment;
+using corvina::test::TempContainer;
+
+namespace {
+
+const QString ada = QStringLiteral("ada@example.org");
+const QString bob = QStringLiteral("bob@example.org");
+
+QStringList ids(const ExtensionMessageList& messages) {
+    QStringList out;
+    for (const auto& m : messages) {
+        out << m->messageId();
+    }
+    return out;
+}
+
+QVariantMap envelope(const QVariant& data) {
+    return {{"folder", "INBOX"}, {"account", "whatever"}, {"data", data}};
+}
+
+} // namespace
+
+TEST(SnapshotLoader, ReadsEnabledAccountsNewestFirstFromBothForms) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+    container.writeSnapshot(
+        ada, "inbox.plist",
+        {TempContainer::message("a1", ada, 1700000000), TempContainer::message("a2", ada, 1700100000)});
+    container.writeSnapshot(bob, "Snapshot", {TempContainer::message("b1", bob, 1700050000)},
+                            PropertyList::Format::Binary);
+    LogCapture capture;
+    SnapshotLoader loader;
+    const auto messages = loader.updateData();
+    EXPECT_EQ(ids(messages), (QStringList{"a2", "b1", "a1"}));
+    EXPECT_EQ(messages[0]->subject(), QStringLiteral("Subject of a2"));
+    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::NewData);
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(SnapshotLoader, NoEnabledAccountMeansNothingIsRead) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada, false)});
+    container.writeSnapshot(ada, "s", {TempContainer::message("a1", ada, 1)});
+    SnapshotLoader loader;
+    EXPECT_TRUE(loader.updateData().isEmpty());
+    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::NoData);
+    // and without an accounts file at all
+    QFile::remove(container.data() + "/Accounts.plist");
+    EXPECT_TRUE(loader.updateData().isEmpty());
+}
+
+TEST(SnapshotLoader, AFolderNamedInAnotherCaseIsNotRead) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeSnapshot("Ada@example.org", "s", {TempContainer::message("a1", ada, 1)});
+    EXPECT_TRUE(SnapshotLoader().updateData().isEmpty());
+}
+
+TEST(SnapshotLoader, DotFilesAreNeverReadAndAnyOtherNameIs) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada), TempContainer::account(".hidden@example.org")});
+    container.writeSnapshot(ada, ".partial.plist", {TempContainer::message("dot", ada, 3)});
+    container.writeSnapshot(ada, "no-extension", {TempContainer::message("plain", ada, 2)});
+    container.writeSnapshot(ada, "odd.txt", {TempContainer::message("txt", ada, 1)});
+    container.writeSnapshot(".hidden@example.org", "s", {TempContainer::message("hidden", ada, 4)});
+    EXPECT_EQ(ids(SnapshotLoader().updateData()), (QStringList{"plain", "txt"}));
+}
+
+TEST(SnapshotLoader, AnEmptyDataListYieldsNothingButCountsAsNewData) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeSnapshot(ada, "s", {});
+    SnapshotLoader loader;
+    EXPECT_TRUE(loader.updateData().isEmpty());
+    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::NewData);
+}
+
+TEST(SnapshotLoader, TheSameMessageInTwoAccountsIsListedTwice) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+    const QVariantMap shared = TempContainer::message("same", ada, 1700000000);
+    container.writeSnapshot(ada, "s", {shared});
+    container.writeSnapshot(bob, "s", {shared, TempContainer::message("newer", bob, 1800000000)});
+    const auto messages = SnapshotLoader().updateData();
+    EXPECT_EQ(ids(messages), (QStringList{"newer", "same", "same"}));
+    EXPECT_TRUE(messages[1]->isEqual(messages[2].get()));
+}
+
+TEST(SnapshotLoader, DataThatIsATextAbandonsTheRestButKeepsWhatWasRead) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    for (int i = 0; i < 6; ++i) {
+        container.writeSnapshot(ada, QString("good-%1").arg(i),
+                                {TempContainer::message(QString("m%1").arg(i), ada, 1000 + i)});
+    }
+    container.writePlist("Today/" + ada + "/bad", envelope("not a list"));
+    // the files read before the bad one are those the listing gives before it
+    const QStringList listing = *SnapshotLoader::directoryContent(container.data() + "/Today/" + ada);
+    QStringList before;
+    for (const QString& path : listing) {
+        if (path.endsWith("/bad")) {
+            break;
+        }
+        before << "m" + path.section('-', -1);
+    }
+    LogCapture capture;
+    SnapshotLoader loader;
+    const auto messages = loader.updateData();
+    EXPECT_EQ(capture.lines(),
+              QStringList{"[***ERROR***] updateData exception enumerate: unsupported value of type string"});
+    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::Failed);
+    QStringList got = ids(messages);
+    got.sort();
+    before.sort();
+    EXPECT_EQ(got, before);
+}
+
+TEST(SnapshotLoader, APlainFileNamedTodayGivesNothingSilently) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeBytes("Today", "not a folder");
+    LogCapture capture;
+    EXPECT_TRUE(SnapshotLoader().updateData().isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(SnapshotLoader, NoContainerGivesNothingSilently) {
+    ScopedEnvironment container("CORVINA_GROUP_CONTAINER", QByteArray(""));
+    LogCapture capture;
+    EXPECT_TRUE(SnapshotLoader().updateData().isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(SnapshotLoader, AFileThatIsNoPropertyListIsLoggedAndSkipped) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeBytes("Today/" + ada + "/garbage", "\x01\x02 certainly not a property list");
+    container.writeSnapshot(ada, "good", {TempContainer::message("ok", ada, 5)});
+    LogCapture capture;
+    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
+    ASSERT_EQ(capture.lines().size(), 1);
+    EXPECT_TRUE(capture.lines().first().startsWith("updateData error deserialize "))
+        << capture.lines().first().toStdString();
+    EXPECT_NE(capture.lines().first(), QStringLiteral("updateData error deserialize "));
+}
+
+TEST(SnapshotLoader, ARootThatIsNoDictionaryIsLoggedAndSkipped) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writePlist("Today/" + ada + "/list", QVariantList{TempContainer::message("x", ada, 1)});
+    LogCapture capture;
+    EXPECT_TRUE(SnapshotLoader().updateData().isEmpty());
+    EXPECT_EQ(capture.lines(), QStringList{"updateData error deserialize no dictionary in return"});
+}
+
+TEST(SnapshotLoader, AnEnvelopeMissingAKeyContributesNothingSilently) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    const QVariantList data{TempContainer::message("x", ada, 1)};
+    container.writePlist("Today/" + ada + "/no-folder", QVariantMap{{"account", ada}, {"data", data}});
+    container.writePlist("Today/" + ada + "/no-account", QVariantMap{{"folder", "INBOX"}, {"data", data}});
+    container.writePlist("Today/" + ada + "/no-data", QVariantMap{{"folder", "INBOX"}, {"account", ada}});
+    LogCapture capture;
+    SnapshotLoader loader;
+    EXPECT_TRUE(loader.updateData().isEmpty());
+    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::NoData);
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(SnapshotLoader, AFileOverTheSizeCapIsRefusedUnread) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    QFile huge(container.data() + "/Today/" + ada + "/huge");
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/Today/" + ada));
+    ASSERT_TRUE(huge.open(QIODevice::WriteOnly));
+    ASSERT_TRUE(huge.resize(PropertyList::MaximumSize + 1)); // sparse: no disk used
+    huge.close();
+    container.writeSnapshot(ada, "small", {TempContainer::message("ok", ada, 5)});
+    LogCapture capture;
+    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
+    EXPECT_EQ(capture.lines(),
+              QStringList{"updateData error deserialize property list is larger than 67108864 bytes"});
+}
+
+TEST(SnapshotLoader, AnAccountFolderThatIsAFileAndSubfoldersAreSkipped) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+    container.writeBytes("Today/" + bob, "a file where a folder belongs");
+    container.writeSnapshot(ada, "deeper/s", {TempContainer::message("deep", ada, 1)});
+    container.writeSnapshot(ada, "s", {TempContainer::message("top", ada, 2)});
+    LogCapture capture;
+    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"top"});
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(SnapshotLoader, SymlinkLoopsAreSkipped) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+    container.writeSnapshot(ada, "s", {TempContainer::message("ok", ada, 2)});
+    const QString today = container.data() + "/Today/";
+    ASSERT_TRUE(QFile::link(today + "loop", today + bob));            // an account folder that is a loop
+    ASSERT_TRUE(QFile::link(today + ada + "/x", today + ada + "/y")); // files that point at each other
+    ASSERT_TRUE(QFile::link(today + ada + "/y", today + ada + "/x"));
+    LogCapture capture;
+    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(SnapshotLoader, TodayAsASymlinkLoopGivesNothing) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    ASSERT_TRUE(QFile::link(container.data() + "/Today", container.data() + "/Today"));
+    LogCapture capture;
+    EXPECT_TRUE(SnapshotLoader().updateData().isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(SnapshotLoader, AnUnreadableFileIsSkippedSilently) {
+    if (::geteuid() == 0) {
+        GTEST_SKIP() << "running as root: no file can be made unreadable";
+    }
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeSnapshot(ada, "locked", {TempContainer::message("hidden", ada, 1)});
+    container.writeSnapshot(ada, "open", {TempContainer::message("ok", ada, 2)});
+    QFile::setPermissions(container.data() + "/Today/" + ada + "/locked", QFileDevice::Permissions());
+    LogCapture capture;
+    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(SnapshotLoader, AnEnabledAccountWithoutMailReadsTheNoMailFolder) {
+    TempContainer container;
+    container.writeAccounts({QVariantMap{{"enabled", true}}});
+    container.writeSnapshot("No Mail", "s", {TempContainer::message("nomail", ada, 1)});
+    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"nomail"});
+}
+
+TEST(SnapshotLoader, MessagesWithoutADateComeLast) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    QVariantMap undated = TempContainer::message("undated", ada, 0);
+    undated.insert("date", QVariantList{1});
+    container.writeSnapshot(
+        ada, "s",
+        {undated, TempContainer::message("old", ada, 10), TempContainer::message("new", ada, 1700000000)});
+    LogCapture capture;
+    EXPECT_EQ(ids(SnapshotLoader().updateData()), (QStringList{"new", "old", "undated"}));
+    EXPECT_EQ(capture.lines(),
+              QStringList{"ExtensionMessage initWithDictonary floatValue: unsupported value of type array"});
+}
+
+TEST(SnapshotLoader, AHeldLockIsLoggedAndGivesNothing) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeSnapshot(ada, "s", {TempContainer::message("a", ada, 1)});
+    FileCoordinator::setDefaultTimeout(150ms);
+    QProcess holder;
+    holder.start("flock", {"-x", container.data() + "/.Today.lock", "-c", "echo locked; exec sleep 30"});
+    ASSERT_TRUE(holder.waitForStarted(5000));
+    ASSERT_TRUE(holder.waitForReadyRead(5000));
+    LogCapture capture;
+    SnapshotLoader loader;
+    const auto messages = loader.updateData();
+    holder.kill();
+    holder.waitForFinished(5000);
+    FileCoordinator::setDefaultTimeout(5000ms);
+    EXPECT_TRUE(messages.isEmpty());
+    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::Failed);
+    EXPECT_EQ(capture.lines(),
+              QStringList{"[***ERROR***] updateData coordinator " + container.data() +
+                          "/.Today.lock is locked by another process; gave up after 150 ms"});
+}
+
+TEST(SnapshotLoader, DirectoryContentListsFullPathsWithoutDotNames) {
+    TempContainer container;
+    container.writeBytes("Today/a", "1");
+    container.writeBytes("Today/.b", "2");
+    container.writeBytes("Today/c/d", "3");
+    QStringList listed = *SnapshotLoader::directoryContent(container.data() + "/Today");
+    listed.sort();
+    EXPECT_EQ(listed, (QStringList{container.data() + "/Today/a", container.data() + "/Today/c"}));
+    // a trailing slash makes no double slash
+    EXPECT_TRUE(SnapshotLoader::directoryContent(container.data() + "/Today/")
+                    ->contains(container.data() + "/Today/a"));
+}
+
+TEST(SnapshotLoader, DirectoryContentOfNoFolderIsEmpty) {
+    TempContainer container;
+    container.writeBytes("file", "x");
+    ASSERT_TRUE(SnapshotLoader::directoryContent(container.data() + "/missing"));
+    EXPECT_TRUE(SnapshotLoader::directoryContent(container.data() + "/missing")->isEmpty());
+    EXPECT_TRUE(SnapshotLoader::directoryContent(container.data() + "/file")->isEmpty());
+}
+
+TEST(SnapshotLoader, DirectoryContentOfAFolderThatCannotBeListedIsNothing) {
+    if (::geteuid() == 0) {
+        GTEST_SKIP() << "running as root: every folder can be listed";
+    }
+    TempContainer container;
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/closed"));
+    QFile::setPermissions(container.data() + "/closed", QFileDevice::Permissions());
+    EXPECT_FALSE(SnapshotLoader::directoryContent(container.data() + "/closed"));
+    QFile::setPermissions(container.data() + "/closed",
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+}

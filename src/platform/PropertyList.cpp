@@ -1,13 +1,540 @@
 #include "PropertyList.h"
 
-// Placeholder until the reader lands: refuses everything.
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QTimeZone>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <plist/plist.h>
+#include <vector>
+
 namespace corvina {
-PropertyList::Result PropertyList::read(const QByteArray&) { return {QVariant(), QStringLiteral("not implemented")}; }
-PropertyList::Result PropertyList::readFile(const QString&) { return {QVariant(), QStringLiteral("not implemented")}; }
-QByteArray PropertyList::write(const QVariant&, Format, QString* error) {
-    if (error) {
-        *error = QStringLiteral("not implemented");
+
+namespace {
+
+// Seconds from 1970-01-01 to 2001-01-01, the epoch of property-list dates.
+constexpr qint64 ReferenceDateOffset = 978307200;
+
+struct PlistDeleter {
+    void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
+};
+using PlistPtr = std::unique_ptr<void, PlistDeleter>;
+
+// ---- binary lists, checked before libplist sees them ---------------------------------------
+
+// Walks every object reachable from the top one, with the bounds of the container format checked
+// at each step, so that libplist is only ever handed a list it can take apart safely.
+class BinaryChecker {
+public:
+    explicit BinaryChecker(const QByteArray& bytes)
+        : m_data(reinterpret_cast<const unsigned char*>(bytes.constData())),
+          m_size(static_cast<quint64>(bytes.size())) {}
+
+    QString check() {
+        if (m_size < 8 + 32 + 1) {
+            return QStringLiteral("binary property list is truncated");
+        }
+        const unsigned char* trailer = m_data + m_size - 32;
+        m_offsetSize = trailer[6];
+        m_refSize = trailer[7];
+        m_count = bigEndian(trailer + 8, 8);
+        const quint64 top = bigEndian(trailer + 16, 8);
+        m_tableOffset = bigEndian(trailer + 24, 8);
+        m_objectsEnd = m_size - 32;
+        if (m_offsetSize < 1 || m_offsetSize > 8 || m_refSize < 1 || m_refSize > 8) {
+            return QStringLiteral("binary property list has an invalid trailer");
+        }
+        // every object takes at least one byte, so more objects than bytes is a lie
+        if (m_count == 0 || m_count > m_size || top >= m_count) {
+            return QStringLiteral("binary property list has an invalid trailer");
+        }
+        if (m_tableOffset < 8 || m_tableOffset > m_objectsEnd ||
+            (m_objectsEnd - m_tableOffset) / m_offsetSize < m_count) {
+            return QStringLiteral("binary property list has an offset table outside the data");
+        }
+        m_state.assign(static_cast<size_t>(m_count), 0);
+        m_weight.assign(static_cast<size_t>(m_count), 0);
+        return walk(top);
     }
-    return {};
+
+private:
+    struct Frame {
+        quint64 object;
+        std::vector<quint64> children;
+        size_t next = 0;
+        quint64 weight = 1;
+    };
+
+    quint64 bigEndian(const unsigned char* p, unsigned width) const {
+        quint64 value = 0;
+        for (unsigned i = 0; i < width; ++i) {
+            value = (value << 8) | p[i];
+        }
+        return value;
+    }
+
+    // Reads the object's header; fills `children` for containers. An empty text on success.
+    QString describe(quint64 object, std::vector<quint64>& children) const {
+        const quint64 offset = bigEndian(m_data + m_tableOffset + object * m_offsetSize, m_offsetSize);
+        if (offset < 8 || offset >= m_tableOffset) {
+            return QStringLiteral("binary property list has an object offset outside the data");
+        }
+        const unsigned char marker = m_data[offset];
+        const unsigned type = marker >> 4;
+        const unsigned info = marker & 0x0F;
+        quint64 position = offset + 1;
+        const quint64 end = m_tableOffset;
+        auto room = [&](quint64 bytes) { return position <= end && bytes <= end - position; };
+        auto length = [&](quint64& out) -> bool {
+            if (info != 0x0F) {
+                out = info;
+                return true;
+            }
+            if (!room(1)) {
+                return false;
+            }
+            const unsigned char lengthMarker = m_data[position++];
+            const unsigned width = 1u << (lengthMarker & 0x0F);
+            if ((lengthMarker >> 4) != 0x1 || width > 8 || !room(width)) {
+                return false;
+            }
+            out = bigEndian(m_data + position, width);
+            position += width;
+            return true;
+        };
+        const QString badLength = QStringLiteral("binary property list has an invalid length field");
+        quint64 count = 0;
+        switch (type) {
+        case 0x0: // null, booleans, fill
+            return QString();
+        case 0x1: // integer of 2^info bytes
+        case 0x2: // real of 2^info bytes
+            if (info > 4 || !room(quint64(1) << info)) {
+                return badLength;
+            }
+            return QString();
+        case 0x3: // date
+            return room(8) ? QString() : badLength;
+        case 0x4: // data
+        case 0x5: // ASCII text
+            return length(count) && room(count) ? QString() : badLength;
+        case 0x6: // UTF-16 text
+            return length(count) && count <= (end - position) / 2 ? QString() : badLength;
+        case 0x8: // uid of info+1 bytes
+            return room(info + 1) ? QString() : badLength;
+        case 0xA:   // array
+        case 0xC:   // set
+        case 0xD: { // dictionary: keys, then values
+            if (!length(count)) {
+                return badLength;
+            }
+            const quint64 refs = type == 0xD ? count * 2 : count;
+            if ((type == 0xD && count > (quint64(1) << 62)) || refs > (end - position) / m_refSize) {
+                return badLength;
+            }
+            children.reserve(static_cast<size_t>(refs));
+            for (quint64 i = 0; i < refs; ++i) {
+                const quint64 ref = bigEndian(m_data + position + i * m_refSize, m_refSize);
+                if (ref >= m_count) {
+                    return QStringLiteral("binary property list has a reference outside the object table");
+                }
+                children.push_back(ref);
+            }
+            return QString();
+        }
+        default:
+            return QStringLiteral("binary property list has an object of unknown type %1").arg(type);
+        }
+    }
+
+    // Depth-first, without recursion; each object is looked at once, and its expanded size (the
+    // objects it stands for once shared references are copied out) is remembered.
+    QString walk(quint64 top) {
+        std::vector<Frame> stack;
+        auto enter = [&](quint64 object) -> QString {
+            if (m_state[object] == 1) {
+                return QStringLiteral("binary property list has a reference cycle");
+            }
+            if (stack.size() >= static_cast<size_t>(PropertyList::MaximumDepth) + 1) {
+                return QStringLiteral("property list nests deeper than %1 levels")
+                    .arg(PropertyList::MaximumDepth);
+            }
+            Frame frame{object, {}};
+            const QString error = describe(object, frame.children);
+            if (!error.isEmpty()) {
+                return error;
+            }
+            m_state[object] = 1;
+            stack.push_back(std::move(frame));
+            return QString();
+        };
+        QString error = enter(top);
+        while (error.isEmpty() && !stack.empty()) {
+            Frame& frame = stack.back();
+            if (frame.next == frame.children.size()) {
+                m_state[frame.object] = 2;
+                m_weight[frame.object] = frame.weight;
+                const quint64 weight = frame.weight;
+                stack.pop_back();
+                if (!stack.empty() && !add(stack.back().weight, weight)) {
+                    error = expandsTooFar();
+                }
+                continue;
+            }
+            const quint64 child = frame.children[frame.next++];
+            if (m_state[child] == 2) {
+                if (!add(frame.weight, m_weight[child])) {
+                    error = expandsTooFar();
+                }
+                continue;
+            }
+            error = enter(child);
+        }
+        return error;
+    }
+
+    static bool add(quint64& total, quint64 more) {
+        total += more;
+        return total <= static_cast<quint64>(PropertyList::MaximumNodes);
+    }
+
+    static QString expandsTooFar() {
+        return QStringLiteral("binary property list expands past %1 objects").arg(PropertyList::MaximumNodes);
+    }
+
+    const unsigned char* m_data;
+    quint64 m_size;
+    unsigned m_offsetSize = 0;
+    unsigned m_refSize = 0;
+    quint64 m_count = 0;
+    quint64 m_tableOffset = 0;
+    quint64 m_objectsEnd = 0;
+    std::vector<unsigned char> m_state; // 0 not seen, 1 being walked, 2 done
+    std::vector<quint64> m_weight;
+};
+
+// ---- XML lists, checked before libplist sees them -------------------------------------------
+
+// Nesting depth of <dict> and <array>, and no entity declarations (a few declared entities can
+// expand to gigabytes). Comments, CDATA sections and processing instructions are skipped whole.
+QString checkXml(const QByteArray& bytes) {
+    const char* p = bytes.constData();
+    const char* const end = p + bytes.size();
+    int depth = 0;
+    auto startsWith = [&](const char* at, const char* text) {
+        const size_t n = std::strlen(text);
+        return static_cast<size_t>(end - at) >= n && std::memcmp(at, text, n) == 0;
+    };
+    auto skipPast = [&](const char* from, const char* text) -> const char* {
+        const size_t n = std::strlen(text);
+        for (const char* q = from; static_cast<size_t>(end - q) >= n; ++q) {
+            if (std::memcmp(q, text, n) == 0) {
+                return q + n;
+            }
+        }
+        return end;
+    };
+    while (p < end) {
+        const char* open = static_cast<const char*>(std::memchr(p, '<', static_cast<size_t>(end - p)));
+        if (!open) {
+            break;
+        }
+        if (startsWith(open, "<!--")) {
+            p = skipPast(open + 4, "-->");
+            continue;
+        }
+        if (startsWith(open, "<![CDATA[")) {
+            p = skipPast(open + 9, "]]>");
+            continue;
+        }
+        if (startsWith(open, "<?")) {
+            p = skipPast(open + 2, "?>");
+            continue;
+        }
+        if (startsWith(open, "<!")) {
+            const char* close = skipPast(open + 2, ">");
+            // an internal subset ends at "]>", and may declare entities
+            const char* bracket =
+                static_cast<const char*>(std::memchr(open, '[', static_cast<size_t>(close - open)));
+            if (bracket) {
+                close = skipPast(bracket, "]");
+                close = skipPast(close, ">");
+            }
+            if (QByteArray::fromRawData(open, static_cast<qsizetype>(close - open)).contains("<!ENTITY")) {
+                return QStringLiteral("XML property list declares entities");
+            }
+            p = close;
+            continue;
+        }
+        const char* close = static_cast<const char*>(std::memchr(open, '>', static_cast<size_t>(end - open)));
+        if (!close) {
+            break;
+        }
+        const bool closing = open[1] == '/';
+        const char* name = open + (closing ? 2 : 1);
+        const bool selfClosing = close > open && close[-1] == '/';
+        const bool container =
+            (startsWith(name, "dict") &&
+             (name[4] == '>' || name[4] == '/' || std::isspace(static_cast<unsigned char>(name[4])))) ||
+            (startsWith(name, "array") &&
+             (name[5] == '>' || name[5] == '/' || std::isspace(static_cast<unsigned char>(name[5]))));
+        if (container && !selfClosing) {
+            if (closing) {
+                --depth;
+            } else if (++depth > PropertyList::MaximumDepth) {
+                return QStringLiteral("property list nests deeper than %1 levels")
+                    .arg(PropertyList::MaximumDepth);
+            }
+        }
+        p = close + 1;
+    }
+    return QString();
 }
+
+// ---- libplist nodes to and from QVariant ----------------------------------------------------
+
+QString notAPropertyList() {
+    return QStringLiteral("not a property list");
+}
+
+QVariant toVariant(plist_t node, int depth) {
+    // the checks above bound the depth already; this keeps a libplist surprise from recursing on
+    if (depth > PropertyList::MaximumDepth) {
+        return QVariant();
+    }
+    switch (plist_get_node_type(node)) {
+    case PLIST_DICT: {
+        QVariantMap map;
+        plist_dict_iter iter = nullptr;
+        plist_dict_new_iter(node, &iter);
+        for (;;) {
+            char* key = nullptr;
+            plist_t value = nullptr;
+            plist_dict_next_item(node, iter, &key, &value);
+            if (!value) {
+                std::free(key);
+                break;
+            }
+            map.insert(QString::fromUtf8(key), toVariant(value, depth + 1));
+            std::free(key);
+        }
+        std::free(iter);
+        return map;
+    }
+    case PLIST_ARRAY: {
+        QVariantList list;
+        const uint32_t size = plist_array_get_size(node);
+        list.reserve(static_cast<qsizetype>(size));
+        for (uint32_t i = 0; i < size; ++i) {
+            list.append(toVariant(plist_array_get_item(node, i), depth + 1));
+        }
+        return list;
+    }
+    case PLIST_STRING:
+    case PLIST_KEY: {
+        uint64_t length = 0;
+        const char* text = plist_get_string_ptr(node, &length);
+        return text ? QString::fromUtf8(text, static_cast<qsizetype>(length)) : QString(QLatin1String(""));
+    }
+    case PLIST_UINT: {
+        uint64_t value = 0;
+        plist_get_uint_val(node, &value);
+        // libplist keeps integers as 64-bit patterns: read them signed, as the lists are written
+        return QVariant::fromValue(static_cast<qint64>(value));
+    }
+    case PLIST_UID: {
+        uint64_t value = 0;
+        plist_get_uid_val(node, &value);
+        return QVariant::fromValue(static_cast<qint64>(value));
+    }
+    case PLIST_REAL: {
+        double value = 0;
+        plist_get_real_val(node, &value);
+        return value;
+    }
+    case PLIST_BOOLEAN: {
+        uint8_t value = 0;
+        plist_get_bool_val(node, &value);
+        return value != 0;
+    }
+    case PLIST_DATE: {
+        int32_t seconds = 0;
+        int32_t micros = 0;
+        plist_get_date_val(node, &seconds, &micros);
+        const qint64 ms = (static_cast<qint64>(seconds) + ReferenceDateOffset) * 1000 + micros / 1000;
+        return QDateTime::fromMSecsSinceEpoch(ms, QTimeZone::utc());
+    }
+    case PLIST_DATA: {
+        uint64_t length = 0;
+        const char* bytes = plist_get_data_ptr(node, &length);
+        return QByteArray(bytes ? bytes : "", bytes ? static_cast<qsizetype>(length) : 0);
+    }
+    default:
+        return QVariant();
+    }
+}
+
+plist_t fromVariant(const QVariant& value, QString* error, int depth) {
+    if (depth > PropertyList::MaximumDepth) {
+        *error = QStringLiteral("property list nests deeper than %1 levels").arg(PropertyList::MaximumDepth);
+        return nullptr;
+    }
+    switch (value.typeId()) {
+    case QMetaType::QVariantMap: {
+        const QVariantMap map = value.toMap();
+        plist_t dict = plist_new_dict();
+        for (auto it = map.cbegin(); it != map.cend(); ++it) {
+            plist_t item = fromVariant(it.value(), error, depth + 1);
+            if (!item) {
+                plist_free(dict);
+                return nullptr;
+            }
+            plist_dict_set_item(dict, it.key().toUtf8().constData(), item);
+        }
+        return dict;
+    }
+    case QMetaType::QVariantList:
+    case QMetaType::QStringList: {
+        plist_t array = plist_new_array();
+        for (const QVariant& element : value.toList()) {
+            plist_t item = fromVariant(element, error, depth + 1);
+            if (!item) {
+                plist_free(array);
+                return nullptr;
+            }
+            plist_array_append_item(array, item);
+        }
+        return array;
+    }
+    case QMetaType::QString:
+        return plist_new_string(value.toString().toUtf8().constData());
+    case QMetaType::Bool:
+        return plist_new_bool(value.toBool() ? 1 : 0);
+    case QMetaType::Int:
+    case QMetaType::LongLong:
+    case QMetaType::Short:
+    case QMetaType::Long:
+    case QMetaType::SChar:
+        return plist_new_uint(static_cast<uint64_t>(value.toLongLong()));
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+    case QMetaType::UShort:
+    case QMetaType::ULong:
+    case QMetaType::UChar:
+        return plist_new_uint(value.toULongLong());
+    case QMetaType::Double:
+    case QMetaType::Float:
+        return plist_new_real(value.toDouble());
+    case QMetaType::QDateTime: {
+        const qint64 ms = value.toDateTime().toMSecsSinceEpoch() - ReferenceDateOffset * 1000;
+        const qint64 seconds = ms >= 0 ? ms / 1000 : -((-ms + 999) / 1000);
+        if (seconds < INT32_MIN || seconds > INT32_MAX) {
+            *error = QStringLiteral("date outside the years 1933 to 2069 cannot be written");
+            return nullptr;
+        }
+        return plist_new_date(static_cast<int32_t>(seconds),
+                              static_cast<int32_t>((ms - seconds * 1000) * 1000));
+    }
+    case QMetaType::QByteArray: {
+        const QByteArray bytes = value.toByteArray();
+        return plist_new_data(bytes.constData(), static_cast<uint64_t>(bytes.size()));
+    }
+    default:
+        *error = QStringLiteral("a value of type %1 cannot be written to a property list")
+                     .arg(QString::fromLatin1(value.metaType().name() ? value.metaType().name() : "null"));
+        return nullptr;
+    }
+}
+
+} // namespace
+
+QString PropertyList::tooLargeError() {
+    return QStringLiteral("property list is larger than %1 bytes").arg(MaximumSize);
+}
+
+PropertyList::Result PropertyList::read(const QByteArray& bytes) {
+    if (bytes.size() > MaximumSize) {
+        return {QVariant(), tooLargeError()};
+    }
+    if (bytes.isEmpty()) {
+        return {QVariant(), notAPropertyList()};
+    }
+    const auto length = static_cast<uint32_t>(bytes.size());
+    plist_t root = nullptr;
+    if (bytes.startsWith("bplist00")) {
+        const QString problem = BinaryChecker(bytes).check();
+        if (!problem.isEmpty()) {
+            return {QVariant(), problem};
+        }
+        plist_from_bin(bytes.constData(), length, &root);
+    } else if (bytes.startsWith("bplist")) {
+        return {QVariant(), QStringLiteral("binary property list of an unknown version")};
+    } else {
+        const QString problem = checkXml(bytes);
+        if (!problem.isEmpty()) {
+            return {QVariant(), problem};
+        }
+        plist_from_xml(bytes.constData(), length, &root);
+    }
+    if (!root) {
+        return {QVariant(), notAPropertyList()};
+    }
+    const PlistPtr owner(root);
+    QVariant value = toVariant(root, 0);
+    if (!value.isValid()) {
+        return {QVariant(), notAPropertyList()};
+    }
+    return {value, QString()};
+}
+
+PropertyList::Result PropertyList::readFile(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return {QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString())};
+    }
+    if (QFileInfo(path).isDir()) {
+        return {QVariant(), QStringLiteral("cannot read %1: it is a folder").arg(path)};
+    }
+    if (file.size() > MaximumSize) {
+        return {QVariant(), tooLargeError()};
+    }
+    // one byte past the cap: a file that grew since it was measured is still refused
+    const QByteArray bytes = file.read(MaximumSize + 1);
+    if (file.error() != QFileDevice::NoError) {
+        return {QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString())};
+    }
+    return read(bytes);
+}
+
+QByteArray PropertyList::write(const QVariant& value, Format format, QString* error) {
+    QString problem;
+    plist_t root = fromVariant(value, &problem, 0);
+    if (!root) {
+        if (error) {
+            *error = problem;
+        }
+        return QByteArray();
+    }
+    const PlistPtr owner(root);
+    char* out = nullptr;
+    uint32_t length = 0;
+    QByteArray bytes;
+    if (format == Format::Xml) {
+        plist_to_xml(root, &out, &length);
+        bytes = QByteArray(out, static_cast<qsizetype>(length));
+        plist_to_xml_free(out);
+    } else {
+        plist_to_bin(root, &out, &length);
+        bytes = QByteArray(out, static_cast<qsizetype>(length));
+        plist_to_bin_free(out);
+    }
+    if (error) {
+        error->clear();
+    }
+    return bytes;
+}
+
 } // namespace corvina

@@ -40,6 +40,9 @@ public:
     // Reads a whole file and parses it; a file over MaximumSize is refused before it is read.
     static Result readFile(const QString& path);
 
+    // The error text for an input over MaximumSize.
+    static QString tooLargeError();
+
     // Serialises `value` (the types above); null QByteArray and `error` set when it holds a value
     // a property list cannot carry.
     static QByteArray write(const QVariant& value, Format format, QString* error = nullptr);

@@ -27,8 +27,7 @@ bool readSnapshot(const QString& path, ExtensionMessageList& collected) {
     }
     QByteArray bytes;
     if (file.size() > PropertyList::MaximumSize) {
-        Log::write(QStringLiteral("updateData error deserialize %@"),
-                   {QStringLiteral("property list is larger than %1 bytes").arg(PropertyList::MaximumSize)});
+        Log::write(QStringLiteral("updateData error deserialize %@"), {PropertyList::tooLargeError()});
         return false;
     }
     bytes = file.read(PropertyList::MaximumSize + 1);

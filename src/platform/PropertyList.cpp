@@ -66,6 +66,7 @@ private:
         std::vector<quint64> children;
         size_t next = 0;
         quint64 weight = 1;
+        bool container = false;
     };
 
     quint64 bigEndian(const unsigned char* p, unsigned width) const {
@@ -77,7 +78,7 @@ private:
     }
 
     // Reads the object's header; fills `children` for containers. An empty text on success.
-    QString describe(quint64 object, std::vector<quint64>& children) const {
+    QString describe(quint64 object, std::vector<quint64>& children, bool& container) const {
         const quint64 offset = bigEndian(m_data + m_tableOffset + object * m_offsetSize, m_offsetSize);
         if (offset < 8 || offset >= m_tableOffset) {
             return QStringLiteral("binary property list has an object offset outside the data");
@@ -128,6 +129,7 @@ private:
         case 0xA:   // array
         case 0xC:   // set
         case 0xD: { // dictionary: keys, then values
+            container = true;
             if (!length(count)) {
                 return badLength;
             }
@@ -154,18 +156,19 @@ private:
     // objects it stands for once shared references are copied out) is remembered.
     QString walk(quint64 top) {
         std::vector<Frame> stack;
+        int containers = 0; // containers on the stack: the nesting depth
         auto enter = [&](quint64 object) -> QString {
             if (m_state[object] == 1) {
                 return QStringLiteral("binary property list has a reference cycle");
             }
-            if (stack.size() >= static_cast<size_t>(PropertyList::MaximumDepth) + 1) {
-                return QStringLiteral("property list nests deeper than %1 levels")
-                    .arg(PropertyList::MaximumDepth);
-            }
             Frame frame{object, {}};
-            const QString error = describe(object, frame.children);
+            const QString error = describe(object, frame.children, frame.container);
             if (!error.isEmpty()) {
                 return error;
+            }
+            if (frame.container && ++containers > PropertyList::MaximumDepth) {
+                return QStringLiteral("property list nests deeper than %1 levels")
+                    .arg(PropertyList::MaximumDepth);
             }
             m_state[object] = 1;
             stack.push_back(std::move(frame));
@@ -178,6 +181,7 @@ private:
                 m_state[frame.object] = 2;
                 m_weight[frame.object] = frame.weight;
                 const quint64 weight = frame.weight;
+                containers -= frame.container ? 1 : 0;
                 stack.pop_back();
                 if (!stack.empty() && !add(stack.back().weight, weight)) {
                     error = expandsTooFar();
@@ -281,12 +285,15 @@ QString checkXml(const QByteArray& bytes) {
              (name[4] == '>' || name[4] == '/' || std::isspace(static_cast<unsigned char>(name[4])))) ||
             (startsWith(name, "array") &&
              (name[5] == '>' || name[5] == '/' || std::isspace(static_cast<unsigned char>(name[5]))));
-        if (container && !selfClosing) {
+        if (container) {
             if (closing) {
                 --depth;
-            } else if (++depth > PropertyList::MaximumDepth) {
+            } else if (depth + 1 > PropertyList::MaximumDepth) {
+                // an empty <array/> is a level too
                 return QStringLiteral("property list nests deeper than %1 levels")
                     .arg(PropertyList::MaximumDepth);
+            } else if (!selfClosing) {
+                ++depth;
             }
         }
         p = close + 1;
@@ -364,7 +371,10 @@ QVariant toVariant(plist_t node, int depth) {
         int32_t seconds = 0;
         int32_t micros = 0;
         plist_get_date_val(node, &seconds, &micros);
-        const qint64 ms = (static_cast<qint64>(seconds) + ReferenceDateOffset) * 1000 + micros / 1000;
+        // libplist splits a date before 2001 into whole seconds rounded toward zero and a positive
+        // fraction: -1.25 s comes as -1 and 250000
+        const qint64 fraction = seconds < 0 ? -std::abs(micros / 1000) : micros / 1000;
+        const qint64 ms = (static_cast<qint64>(seconds) + ReferenceDateOffset) * 1000 + fraction;
         return QDateTime::fromMSecsSinceEpoch(ms, QTimeZone::utc());
     }
     case PLIST_DATA: {
@@ -377,7 +387,7 @@ QVariant toVariant(plist_t node, int depth) {
     }
 }
 
-plist_t fromVariant(const QVariant& value, QString* error, int depth) {
+plist_t fromVariant(const QVariant& value, PropertyList::Format format, QString* error, int depth) {
     if (depth > PropertyList::MaximumDepth) {
         *error = QStringLiteral("property list nests deeper than %1 levels").arg(PropertyList::MaximumDepth);
         return nullptr;
@@ -387,7 +397,7 @@ plist_t fromVariant(const QVariant& value, QString* error, int depth) {
         const QVariantMap map = value.toMap();
         plist_t dict = plist_new_dict();
         for (auto it = map.cbegin(); it != map.cend(); ++it) {
-            plist_t item = fromVariant(it.value(), error, depth + 1);
+            plist_t item = fromVariant(it.value(), format, error, depth + 1);
             if (!item) {
                 plist_free(dict);
                 return nullptr;
@@ -400,7 +410,7 @@ plist_t fromVariant(const QVariant& value, QString* error, int depth) {
     case QMetaType::QStringList: {
         plist_t array = plist_new_array();
         for (const QVariant& element : value.toList()) {
-            plist_t item = fromVariant(element, error, depth + 1);
+            plist_t item = fromVariant(element, format, error, depth + 1);
             if (!item) {
                 plist_free(array);
                 return nullptr;
@@ -429,14 +439,19 @@ plist_t fromVariant(const QVariant& value, QString* error, int depth) {
     case QMetaType::Float:
         return plist_new_real(value.toDouble());
     case QMetaType::QDateTime: {
-        const qint64 ms = value.toDateTime().toMSecsSinceEpoch() - ReferenceDateOffset * 1000;
-        const qint64 seconds = ms >= 0 ? ms / 1000 : -((-ms + 999) / 1000);
-        if (seconds < INT32_MIN || seconds > INT32_MAX) {
-            *error = QStringLiteral("date outside the years 1933 to 2069 cannot be written");
+        if (format == PropertyList::Format::Binary) {
+            // libplist 2.2 writes binary dates unreliably (sometimes no output at all); nothing we
+            // write needs one, so refuse rather than write a broken list
+            *error = QStringLiteral("dates are written in XML property lists only");
             return nullptr;
         }
-        return plist_new_date(static_cast<int32_t>(seconds),
-                              static_cast<int32_t>((ms - seconds * 1000) * 1000));
+        // libplist 2.2 writes dates before 2001 a second off, and whole seconds only
+        const qint64 seconds = value.toDateTime().toSecsSinceEpoch() - ReferenceDateOffset;
+        if (seconds < 0 || seconds > INT32_MAX) {
+            *error = QStringLiteral("only dates from 2001 to 2069 can be written");
+            return nullptr;
+        }
+        return plist_new_date(static_cast<int32_t>(seconds), 0);
     }
     case QMetaType::QByteArray: {
         const QByteArray bytes = value.toByteArray();
@@ -511,7 +526,7 @@ PropertyList::Result PropertyList::readFile(const QString& path) {
 
 QByteArray PropertyList::write(const QVariant& value, Format format, QString* error) {
     QString problem;
-    plist_t root = fromVariant(value, &problem, 0);
+    plist_t root = fromVariant(value, format, &problem, 0);
     if (!root) {
         if (error) {
             *error = problem;

@@ -7,14 +7,17 @@
 #include <QGuiApplication>
 #include <QTextStream>
 
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
 int main(int argc, char* argv[]) {
-    // The avatars are decoded into images, which needs a GUI application object; listing needs no
-    // display, so a run without one falls back to the offscreen platform.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
-        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
-    QGuiApplication app(argc, argv);
+    // Listing needs no display (images decode without one), so it runs as a plain core application
+    // that a status bar can call from anywhere.
+    const bool listing = std::any_of(argv + 1, argv + argc, [](const char* a) { return std::strcmp(a, "--list") == 0; });
+    std::unique_ptr<QCoreApplication> application =
+        listing ? std::make_unique<QCoreApplication>(argc, argv) : std::make_unique<QGuiApplication>(argc, argv);
+    QCoreApplication& app = *application;
     QCoreApplication::setApplicationName(QStringLiteral("corvina-today"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVINA_VERSION));
 

@@ -3,21 +3,14 @@
 #include "platform/GroupContainer.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
-#include <QGuiApplication>
 #include <QTextStream>
 
-#include <algorithm>
-#include <cstring>
-#include <memory>
-
 int main(int argc, char* argv[]) {
-    // Listing needs no display (images decode without one), so it runs as a plain core application
-    // that a status bar can call from anywhere.
-    const bool listing = std::any_of(argv + 1, argv + argc, [](const char* a) { return std::strcmp(a, "--list") == 0; });
-    std::unique_ptr<QCoreApplication> application =
-        listing ? std::make_unique<QCoreApplication>(argc, argv) : std::make_unique<QGuiApplication>(argc, argv);
-    QCoreApplication& app = *application;
+    // Listing needs no display (images decode without one), so that a status bar or a script can
+    // call it from anywhere; the widget's window will need a GUI application object.
+    QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("corvina-today"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVINA_VERSION));
 

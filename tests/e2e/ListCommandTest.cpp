@@ -1,0 +1,245 @@
+// The corvina-today executable, run as a user or a script runs it, on containers written by the
+// host-side writer tool (Python's plistlib: a property-list writer independent of ours).
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QSet>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+namespace {
+
+struct Outcome {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+Outcome run(const QStringList& arguments,
+        const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment()) {
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral(CORVINA_TODAY_BINARY), arguments);
+    EXPECT_TRUE(process.waitForFinished(30000));
+    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+// Writes a container described by `spec` (the writer tool's JSON) into `root`.
+void writeContainer(const QString& root, const QJsonObject& spec) {
+    QFile file(root + "/spec.json");
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QJsonDocument(spec).toJson());
+    file.close();
+    QProcess writer;
+    writer.start("python3", {QStringLiteral(CORVINA_SOURCE_DIR) + "/tools/container_writer.py", "write",
+                             "--container", root, file.fileName()});
+    ASSERT_TRUE(writer.waitForFinished(30000));
+    ASSERT_EQ(writer.exitCode(), 0) << writer.readAllStandardError().toStdString();
+}
+
+QJsonObject message(const QString& id, const QString& account, qint64 date, int stid,
+                    const QJsonValue& extra = {}) {
+    QJsonObject m{{"messageId", id},      {"account", account}, {"subject", "Subject " + id},
+                  {"from", "From " + id}, {"folder", "INBOX"},  {"folderStid", stid},
+                  {"isUnread", 1},        {"date", date}};
+    if (extra.isObject()) {
+        for (auto it = extra.toObject().begin(); it != extra.toObject().end(); ++it) {
+            m.insert(it.key(), it.value());
+        }
+    }
+    return m;
+}
+
+QJsonObject mixedSpec() {
+    const QString ada = "ada@example.org";
+    const QString bob = "bob@example.org";
+    QJsonObject withAvatar = message("a1", ada, 1700000063, 1);
+    withAvatar.insert("avatar", QJsonObject{{"png", QJsonArray{2, 2, QJsonArray{1, 2, 3}}}});
+    QJsonArray accounts;
+    accounts.append(QJsonObject{{"mail", ada}, {"enabled", 1}});
+    accounts.append(QJsonObject{{"mail", bob}, {"enabled", "YES"}});
+    accounts.append(QJsonObject{{"mail", "off@example.org"}, {"enabled", 0}});
+    QJsonArray snapshots;
+    snapshots.append(QJsonObject{{"account", ada},
+                                 {"file", "a.plist"},
+                                 {"format", "xml"},
+                                 {"messages", QJsonArray{withAvatar, message("a2", ada, 1600000000, 11)}}});
+    snapshots.append(QJsonObject{
+        {"account", bob},
+        {"file", "b"},
+        {"format", "binary"},
+        {"messages", QJsonArray{message("b1", bob, 1700000100, 12), QJsonObject{{"subject", "bare"}}}}});
+    snapshots.append(QJsonObject{{"account", "off@example.org"},
+                                 {"file", "c"},
+                                 {"format", "xml"},
+                                 {"messages", QJsonArray{message("off", "off@example.org", 1800000000, 1)}}});
+    return {{"accounts", accounts}, {"snapshots", snapshots}};
+}
+
+QProcessEnvironment environmentWith(const QString& name, const QString& value) {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(name, value);
+    return environment;
+}
+
+} // namespace
+
+TEST(ListCommand, JsonAllPrintsEveryRecordNewestFirst) {
+    QTemporaryDir root;
+    writeContainer(root.path(), mixedSpec());
+    const Outcome r = run({"--list", "--json", "--all", "--container", root.path()});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_TRUE(r.err.isEmpty()) << r.err.toStdString();
+    const QJsonArray rows = QJsonDocument::fromJson(r.out).array();
+    ASSERT_EQ(rows.size(), 4) << r.out.toStdString();
+    // 1700000100 rounds to 1700000128, 1700000063 to 1700000000; the bare message is dated 1970
+    EXPECT_EQ(rows[0].toObject(), (QJsonObject{{"subject", "Subject b1"},
+                                               {"from", "From b1"},
+                                               {"account", "bob@example.org"},
+                                               {"messageId", "b1"},
+                                               {"folderPath", "INBOX"},
+                                               {"folderStandardId", 12},
+                                               {"unread", true},
+                                               {"date", 1700000128},
+                                               {"dateString", rows[0]["dateString"]},
+                                               {"hasAvatar", false}}));
+    EXPECT_EQ(rows[1]["messageId"], "a1");
+    EXPECT_EQ(rows[1]["date"], 1700000000);
+    EXPECT_EQ(rows[1]["hasAvatar"], true);
+    EXPECT_EQ(rows[2]["messageId"], "a2");
+    EXPECT_EQ(rows[2]["folderStandardId"], 11);
+    EXPECT_EQ(rows[3].toObject(), (QJsonObject{{"subject", "bare"},
+                                               {"from", ""},
+                                               {"account", ""},
+                                               {"messageId", ""},
+                                               {"folderPath", ""},
+                                               {"folderStandardId", 0},
+                                               {"unread", false},
+                                               {"date", 0},
+                                               {"dateString", rows[3]["dateString"]},
+                                               {"hasAvatar", false}}));
+    EXPECT_FALSE(rows[3]["dateString"].toString().isEmpty());
+}
+
+TEST(ListCommand, TheStoredListChoiceFiltersAndCutsAsTheWidgetDoes) {
+    QTemporaryDir root;
+    QJsonObject spec = mixedSpec();
+    QJsonArray many;
+    for (int i = 0; i < 12; ++i) {
+        many.append(message(QString("todo%1").arg(i), "ada@example.org", 1500000000 + i * 1000, 11));
+    }
+    QJsonArray snapshots = spec["snapshots"].toArray();
+    snapshots.append(QJsonObject{
+        {"account", "ada@example.org"}, {"file", "many"}, {"format", "binary"}, {"messages", many}});
+    spec["snapshots"] = snapshots;
+    writeContainer(root.path(), spec);
+    QTemporaryDir config;
+    const QProcessEnvironment environment = environmentWith("XDG_CONFIG_HOME", config.path());
+    QDir().mkpath(config.path() + "/corvina");
+    auto choose = [&](const QByteArray& value) {
+        QFile settings(config.path() + "/corvina/org.corvina.mail.today.conf");
+        ASSERT_TRUE(settings.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        settings.write("[General]\nsegmented=" + value + "\n");
+    };
+    // never chosen: every folder, ten rows
+    EXPECT_EQ(QJsonDocument::fromJson(run({"--list", "--json", "--container", root.path()}, environment).out)
+                  .array()
+                  .size(),
+              10);
+    choose("2"); // To Do: 13 messages of kind 11, cut to the ten newest
+    const QJsonArray todo =
+        QJsonDocument::fromJson(run({"--list", "--json", "--container", root.path()}, environment).out)
+            .array();
+    ASSERT_EQ(todo.size(), 10);
+    EXPECT_EQ(todo[0]["messageId"], "a2");
+    EXPECT_EQ(todo[9]["messageId"], "todo3");
+    choose("3"); // Memo
+    const QJsonArray memo =
+        QJsonDocument::fromJson(run({"--list", "--json", "--container", root.path()}, environment).out)
+            .array();
+    ASSERT_EQ(memo.size(), 1);
+    EXPECT_EQ(memo[0]["messageId"], "b1");
+    choose("7"); // no list: nothing shown yet
+    const Outcome none = run({"--list", "--json", "--container", root.path()}, environment);
+    EXPECT_EQ(none.exitCode, 0);
+    EXPECT_EQ(QJsonDocument::fromJson(none.out).array().size(), 0);
+}
+
+TEST(ListCommand, PlainOutputIsOneLinePerMessage) {
+    QTemporaryDir root;
+    QJsonObject spec{
+        {"accounts", QJsonArray{QJsonObject{{"mail", "a@x.org"}, {"enabled", true}}}},
+        {"snapshots",
+         QJsonArray{QJsonObject{
+             {"account", "a@x.org"},
+             {"file", "s"},
+             {"messages", QJsonArray{QJsonObject{
+                              {"subject", "two\nlines\tand a tab"}, {"from", "Ann"}, {"date", 100}}}}}}}};
+    writeContainer(root.path(), spec);
+    const Outcome r = run({"--list", "--container", root.path()}, environmentWith("TZ", "UTC"));
+    EXPECT_EQ(r.exitCode, 0);
+    const QList<QByteArray> fields = r.out.trimmed().split('\t');
+    ASSERT_EQ(fields.size(), 3) << r.out.toStdString();
+    EXPECT_FALSE(fields[0].contains(':')) << "1970 is never today: a date, not a time";
+    EXPECT_EQ(fields[1], "Ann");
+    EXPECT_EQ(fields[2], "two lines and a tab");
+    EXPECT_EQ(r.out.count('\n'), 1);
+}
+
+TEST(ListCommand, AnEmptyContainerIsAnEmptyList) {
+    QTemporaryDir root;
+    const Outcome r = run({"--list", "--json", "--container", root.path()});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(QJsonDocument::fromJson(r.out).array().size(), 0);
+    EXPECT_TRUE(QJsonDocument::fromJson(r.out).isArray());
+    EXPECT_TRUE(r.err.isEmpty()) << r.err.toStdString();
+    const Outcome plain = run({"--list", "--container", root.path()});
+    EXPECT_EQ(plain.exitCode, 0);
+    EXPECT_TRUE(plain.out.isEmpty());
+}
+
+TEST(ListCommand, NoContainerIsAnEmptyListAndOneLineOnStderr) {
+    const Outcome unset = run({"--list", "--json"}, environmentWith("CORVINA_GROUP_CONTAINER", ""));
+    EXPECT_EQ(unset.exitCode, 0);
+    EXPECT_TRUE(QJsonDocument::fromJson(unset.out).isArray());
+    EXPECT_EQ(QJsonDocument::fromJson(unset.out).array().size(), 0);
+    EXPECT_EQ(unset.err, "corvina-today: no shared container (CORVINA_GROUP_CONTAINER is set but empty)\n");
+    const Outcome missing = run({"--list", "--json", "--container", "/nonexistent/box"});
+    EXPECT_EQ(missing.exitCode, 0);
+    EXPECT_EQ(QJsonDocument::fromJson(missing.out).array().size(), 0);
+    EXPECT_EQ(missing.err, "corvina-today: no shared container at /nonexistent/box\n");
+}
+
+TEST(ListCommand, JsonOrAllWithoutListIsAUsageError) {
+    const Outcome r = run({"--json"});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(r.err, "corvina-today: --json and --all go with --list\n");
+}
+
+TEST(ListCommand, HelpNamesTheOptions) {
+    const Outcome r = run({"--help"});
+    EXPECT_EQ(r.exitCode, 0);
+    for (const char* option : {"--list", "--json", "--all", "--container"}) {
+        EXPECT_TRUE(r.out.contains(option)) << option;
+    }
+}
+
+TEST(ListCommand, TheDemoMailboxListsItsEnabledAccounts) {
+    const Outcome r = run(
+        {"--list", "--json", "--all", "--container", QStringLiteral(CORVINA_SOURCE_DIR) + "/resources/demo"});
+    EXPECT_EQ(r.exitCode, 0);
+    const QJsonArray rows = QJsonDocument::fromJson(r.out).array();
+    EXPECT_EQ(rows.size(), 24);
+    int withAvatar = 0;
+    QSet<int> kinds;
+    for (const QJsonValue& row : rows) {
+        EXPECT_NE(row["account"], "old.address@example.net") << "a switched-off account is not shown";
+        withAvatar += row["hasAvatar"].toBool() ? 1 : 0;
+        kinds.insert(row["folderStandardId"].toInt());
+    }
+    EXPECT_GT(withAvatar, 3);
+    EXPECT_TRUE(kinds.contains(1) && kinds.contains(11) && kinds.contains(12));
+}

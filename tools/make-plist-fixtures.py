@@ -75,6 +75,12 @@ HOSTILE_BINARY = {
     "unknown-type": bplist([b"\x70"]),
     # another version of the format
     "unknown-version": b"bplist01" + bplist([b"\x09"])[8:],
+    # a dictionary whose key is a number
+    "key-not-text": bplist([b"\xd1\x01\x02", b"\x10\x05", b"\x09"]),
+    # a UTF-16 text with a lone surrogate, as a key
+    "lone-surrogate": bplist([b"\xd1\x01\x02", b"\x62\xd8\x00\x00\x41", b"\x09"]),
+    # a UTF-16 key holding a NUL character
+    "utf16-nul": bplist([b"\xd1\x01\x02", b"\x62\x00\x41\x00\x00", b"\x09"]),
     # 1000 arrays, each inside the previous one
     "deep": bplist([array(i + 1, ref_size=2) for i in range(999)] + [b"\xa0"], ref_size=2),
     # 40 arrays, each holding the next twice: 2^40 objects once copied out

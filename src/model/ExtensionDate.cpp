@@ -56,12 +56,30 @@ qint64 ExtensionDate::IntDate(const QDateTime& date) const {
     return qint64(d.year()) * 10000 + d.month() * 100 + d.day();
 }
 
+bool ExtensionDate::isToday(const QDateTime& date) const {
+    const DateFormatterPtr day = dataDay();
+    const bool utc = day && day->isUtc();
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    // a change of TZ shows at once; a change of the system's zone file within a second
+    const QByteArray zone = qgetenv("TZ");
+    QMutexLocker lock(&m_todayLock);
+    TodayBounds& today = m_today;
+    if (today.utc != utc || today.zone != zone || now < today.start || now >= today.end ||
+        now - today.madeAt > 1000 || now < today.madeAt) {
+        const QDate calendarDay = utc ? QDateTime::currentDateTimeUtc().date() : QDate::currentDate();
+        const Qt::TimeSpec spec = utc ? Qt::UTC : Qt::LocalTime;
+        today = {calendarDay.startOfDay(spec).toMSecsSinceEpoch(),
+                 calendarDay.addDays(1).startOfDay(spec).toMSecsSinceEpoch(), now, utc, zone};
+    }
+    const qint64 at = date.toMSecsSinceEpoch();
+    return at >= today.start && at < today.end;
+}
+
 QString ExtensionDate::centralDate(const QDateTime& date) const {
     if (!date.isValid()) {
         return Object::emptyString();
     }
-    const bool today = IntDate(date) == IntDate(QDateTime::currentDateTimeUtc());
-    const DateFormatterPtr formatter = today ? dateCentrale() : dateCentrale2();
+    const DateFormatterPtr formatter = isToday(date) ? dateCentrale() : dateCentrale2();
     return formatter ? formatter->stringFromDate(date) : Object::emptyString();
 }
 

@@ -3,6 +3,7 @@
 #include "platform/AtomicProperty.h"
 #include "platform/DateFormatter.h"
 
+#include <QByteArray>
 #include <QDateTime>
 #include <QMutex>
 #include <QString>
@@ -49,11 +50,27 @@ public:
     void setDateCentrale2(DateFormatterPtr formatter) { m_dateCentrale2.set(std::move(formatter)); }
 
 private:
+    // Whether `date` falls on today's calendar day in dataDay's zone. The same answer as comparing
+    // IntDate of the date and of now, without two zone conversions per call: rows are dated by
+    // the thousand, and each conversion makes the C library look at the zone file again.
+    bool isToday(const QDateTime& date) const;
+
     AtomicProperty<DateFormatterPtr> m_dateExchange;
     AtomicProperty<DateFormatterPtr> m_dataDay;
     AtomicProperty<DateFormatterPtr> m_dateCentrale;
     AtomicProperty<DateFormatterPtr> m_dateCentrale2;
     QMutex m_lock;
+
+    // today's bounds in milliseconds since 1970, remembered briefly (see isToday)
+    struct TodayBounds {
+        qint64 start = 0;
+        qint64 end = 0;
+        qint64 madeAt = 0;
+        bool utc = false;
+        QByteArray zone;
+    };
+    mutable QMutex m_todayLock;
+    mutable TodayBounds m_today;
 };
 
 } // namespace corvina

@@ -77,6 +77,15 @@ private:
         return value;
     }
 
+    bool isText(quint64 object) const {
+        const quint64 offset = bigEndian(m_data + m_tableOffset + object * m_offsetSize, m_offsetSize);
+        if (offset < 8 || offset >= m_tableOffset) {
+            return false;
+        }
+        const unsigned type = m_data[offset] >> 4;
+        return type == 0x5 || type == 0x6;
+    }
+
     // Reads the object's header; fills `children` for containers. An empty text on success.
     QString describe(quint64 object, std::vector<quint64>& children, bool& container) const {
         const quint64 offset = bigEndian(m_data + m_tableOffset + object * m_offsetSize, m_offsetSize);
@@ -122,8 +131,30 @@ private:
         case 0x4: // data
         case 0x5: // ASCII text
             return length(count) && room(count) ? QString() : badLength;
-        case 0x6: // UTF-16 text
-            return length(count) && count <= (end - position) / 2 ? QString() : badLength;
+        case 0x6: { // UTF-16 text
+            if (!length(count) || count > (end - position) / 2) {
+                return badLength;
+            }
+            // libplist turns a text it cannot convert into no node at all, and then aborts when
+            // that was a dictionary key
+            for (quint64 i = 0; i < count; ++i) {
+                const quint64 unit = bigEndian(m_data + position + 2 * i, 2);
+                if (unit == 0) {
+                    // libplist aborts on a converted text whose length disagrees with its C string
+                    return QStringLiteral("binary property list has a text holding a NUL character");
+                }
+                if (unit >= 0xD800 && unit <= 0xDBFF) {
+                    const quint64 next = i + 1 < count ? bigEndian(m_data + position + 2 * (i + 1), 2) : 0;
+                    if (next < 0xDC00 || next > 0xDFFF) {
+                        return QStringLiteral("binary property list has a text that is not valid UTF-16");
+                    }
+                    ++i;
+                } else if (unit >= 0xDC00 && unit <= 0xDFFF) {
+                    return QStringLiteral("binary property list has a text that is not valid UTF-16");
+                }
+            }
+            return QString();
+        }
         case 0x8: // uid of info+1 bytes
             return room(info + 1) ? QString() : badLength;
         case 0xA:   // array
@@ -142,6 +173,10 @@ private:
                 const quint64 ref = bigEndian(m_data + position + i * m_refSize, m_refSize);
                 if (ref >= m_count) {
                     return QStringLiteral("binary property list has a reference outside the object table");
+                }
+                // libplist aborts on a dictionary key that is not a text
+                if (type == 0xD && i < count && !isText(ref)) {
+                    return QStringLiteral("binary property list has a dictionary key that is not a text");
                 }
                 children.push_back(ref);
             }
@@ -307,65 +342,87 @@ QString notAPropertyList() {
     return QStringLiteral("not a property list");
 }
 
-QVariant toVariant(plist_t node, int depth) {
+// False where libplist handed over something it should not have (a node it failed to make, a
+// dictionary key that is no key): the list is then treated as no list at all.
+bool toVariant(plist_t node, int depth, QVariant& out) {
     // the checks above bound the depth already; this keeps a libplist surprise from recursing on
-    if (depth > PropertyList::MaximumDepth) {
-        return QVariant();
+    if (!node || depth > PropertyList::MaximumDepth) {
+        return false;
     }
     switch (plist_get_node_type(node)) {
     case PLIST_DICT: {
         QVariantMap map;
         plist_dict_iter iter = nullptr;
         plist_dict_new_iter(node, &iter);
+        bool ok = true;
         for (;;) {
-            char* key = nullptr;
             plist_t value = nullptr;
-            plist_dict_next_item(node, iter, &key, &value);
+            // the key is fetched apart from the value: libplist aborts on a key of the wrong kind
+            plist_dict_next_item(node, iter, nullptr, &value);
             if (!value) {
-                std::free(key);
                 break;
             }
-            map.insert(QString::fromUtf8(key), toVariant(value, depth + 1));
+            const plist_t keyNode = plist_dict_item_get_key(value);
+            QVariant element;
+            if (!keyNode || plist_get_node_type(keyNode) != PLIST_KEY ||
+                !toVariant(value, depth + 1, element)) {
+                ok = false;
+                break;
+            }
+            char* key = nullptr;
+            plist_get_key_val(keyNode, &key);
+            map.insert(QString::fromUtf8(key ? key : ""), element);
             std::free(key);
         }
         std::free(iter);
-        return map;
+        out = map;
+        return ok;
     }
     case PLIST_ARRAY: {
         QVariantList list;
         const uint32_t size = plist_array_get_size(node);
         list.reserve(static_cast<qsizetype>(size));
         for (uint32_t i = 0; i < size; ++i) {
-            list.append(toVariant(plist_array_get_item(node, i), depth + 1));
+            QVariant element;
+            if (!toVariant(plist_array_get_item(node, i), depth + 1, element)) {
+                return false;
+            }
+            list.append(element);
         }
-        return list;
+        out = list;
+        return true;
     }
     case PLIST_STRING:
     case PLIST_KEY: {
         uint64_t length = 0;
         const char* text = plist_get_string_ptr(node, &length);
-        return text ? QString::fromUtf8(text, static_cast<qsizetype>(length)) : QString(QLatin1String(""));
+        out = text ? QString::fromUtf8(text, static_cast<qsizetype>(length)) : QString(QLatin1String(""));
+        return true;
     }
     case PLIST_UINT: {
         uint64_t value = 0;
         plist_get_uint_val(node, &value);
         // libplist keeps integers as 64-bit patterns: read them signed, as the lists are written
-        return QVariant::fromValue(static_cast<qint64>(value));
+        out = QVariant::fromValue(static_cast<qint64>(value));
+        return true;
     }
     case PLIST_UID: {
         uint64_t value = 0;
         plist_get_uid_val(node, &value);
-        return QVariant::fromValue(static_cast<qint64>(value));
+        out = QVariant::fromValue(static_cast<qint64>(value));
+        return true;
     }
     case PLIST_REAL: {
         double value = 0;
         plist_get_real_val(node, &value);
-        return value;
+        out = value;
+        return true;
     }
     case PLIST_BOOLEAN: {
         uint8_t value = 0;
         plist_get_bool_val(node, &value);
-        return value != 0;
+        out = value != 0;
+        return true;
     }
     case PLIST_DATE: {
         int32_t seconds = 0;
@@ -375,15 +432,17 @@ QVariant toVariant(plist_t node, int depth) {
         // fraction: -1.25 s comes as -1 and 250000
         const qint64 fraction = seconds < 0 ? -std::abs(micros / 1000) : micros / 1000;
         const qint64 ms = (static_cast<qint64>(seconds) + ReferenceDateOffset) * 1000 + fraction;
-        return QDateTime::fromMSecsSinceEpoch(ms, QTimeZone::utc());
+        out = QDateTime::fromMSecsSinceEpoch(ms, QTimeZone::utc());
+        return true;
     }
     case PLIST_DATA: {
         uint64_t length = 0;
         const char* bytes = plist_get_data_ptr(node, &length);
-        return QByteArray(bytes ? bytes : "", bytes ? static_cast<qsizetype>(length) : 0);
+        out = QByteArray(bytes ? bytes : "", bytes ? static_cast<qsizetype>(length) : 0);
+        return true;
     }
     default:
-        return QVariant();
+        return false;
     }
 }
 
@@ -498,8 +557,8 @@ PropertyList::Result PropertyList::read(const QByteArray& bytes) {
         return {QVariant(), notAPropertyList()};
     }
     const PlistPtr owner(root);
-    QVariant value = toVariant(root, 0);
-    if (!value.isValid()) {
+    QVariant value;
+    if (!toVariant(root, 0, value)) {
         return {QVariant(), notAPropertyList()};
     }
     return {value, QString()};
@@ -508,18 +567,20 @@ PropertyList::Result PropertyList::read(const QByteArray& bytes) {
 PropertyList::Result PropertyList::readFile(const QString& path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        return {QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString())};
+        return {QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString()), true};
     }
     if (QFileInfo(path).isDir()) {
-        return {QVariant(), QStringLiteral("cannot read %1: it is a folder").arg(path)};
+        return {QVariant(), QStringLiteral("cannot read %1: it is a folder").arg(path), true};
     }
-    if (file.size() > MaximumSize) {
+    const qint64 size = file.size();
+    if (size > MaximumSize) {
         return {QVariant(), tooLargeError()};
     }
-    // one byte past the cap: a file that grew since it was measured is still refused
-    const QByteArray bytes = file.read(MaximumSize + 1);
+    // one byte more than measured: a file that grew meanwhile is read short and refused, and no
+    // buffer is ever asked for beyond the file's own size
+    const QByteArray bytes = file.read(size + 1);
     if (file.error() != QFileDevice::NoError) {
-        return {QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString())};
+        return {QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString()), true};
     }
     return read(bytes);
 }

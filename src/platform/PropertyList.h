@@ -32,6 +32,9 @@ public:
     struct Result {
         QVariant value; // null on failure
         QString error;  // empty on success
+        // readFile only: the file could not be read at all (missing, a folder, no permission), as
+        // opposed to read but refused
+        bool unreadable = false;
         bool ok() const { return value.isValid(); }
     };
 

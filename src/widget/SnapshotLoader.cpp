@@ -18,44 +18,11 @@ namespace corvina {
 
 namespace {
 
-// Reads one snapshot file into `collected`; false when the file was skipped.
+// Reads one snapshot file into `collected`; false when the file was skipped. A file that cannot
+// be read at all (a folder among the files, no permission) is skipped without a word.
 bool readSnapshot(const QString& path, ExtensionMessageList& collected) {
-    QFile file(path);
-    // a folder, or a file that cannot be opened, is skipped without a word
-    if (!file.open(QIODevice::ReadOnly) || QFileInfo(path).isDir()) {
-        return false;
-    }
-    QByteArray bytes;
-    if (file.size() > PropertyList::MaximumSize) {
-        Log::write(QStringLiteral("updateData error deserialize %@"), {PropertyList::tooLargeError()});
-        return false;
-    }
-    bytes = file.read(PropertyList::MaximumSize + 1);
-    if (file.error() != QFileDevice::NoError) {
-        return false;
-    }
-    const PropertyList::Result parsed = PropertyList::read(bytes);
-    if (!parsed.ok()) {
-        Log::write(QStringLiteral("updateData error deserialize %@"), {parsed.error});
-        return false;
-    }
-    if (!PlistValue::isDictionary(parsed.value)) {
-        Log::write(QStringLiteral("updateData error deserialize no dictionary in return"));
-        return false;
-    }
-    const QVariant folder = PlistValue::objectForKey(parsed.value, QStringLiteral("folder"));
-    const QVariant account = PlistValue::objectForKey(parsed.value, QStringLiteral("account"));
-    const QVariant data = PlistValue::objectForKey(parsed.value, QStringLiteral("data"));
-    if (!folder.isValid() || !account.isValid() || !data.isValid()) {
-        return false;
-    }
-    // raises for a "data" that is no collection; the caller's guard abandons the rest of the read
-    for (const QVariant& element : PlistValue::enumerate(data)) {
-        if (ExtensionMessagePtr message = ExtensionMessage::initWithDictonary(element)) {
-            collected.append(message);
-        }
-    }
-    return true;
+    const PropertyList::Result parsed = PropertyList::readFile(path);
+    return !parsed.unreadable && SnapshotLoader::takeEnvelope(parsed, collected);
 }
 
 // Newest first; a message without a date goes after every dated one. Stable, so messages of the
@@ -87,6 +54,34 @@ ExtensionMessageList newestFirst(const ExtensionMessageList& messages) {
 }
 
 } // namespace
+
+bool SnapshotLoader::readSnapshotData(const QByteArray& bytes, ExtensionMessageList& collected) {
+    return takeEnvelope(PropertyList::read(bytes), collected);
+}
+
+bool SnapshotLoader::takeEnvelope(const PropertyList::Result& parsed, ExtensionMessageList& collected) {
+    if (!parsed.ok()) {
+        Log::write(QStringLiteral("updateData error deserialize %@"), {parsed.error});
+        return false;
+    }
+    if (!PlistValue::isDictionary(parsed.value)) {
+        Log::write(QStringLiteral("updateData error deserialize no dictionary in return"));
+        return false;
+    }
+    const QVariant folder = PlistValue::objectForKey(parsed.value, QStringLiteral("folder"));
+    const QVariant account = PlistValue::objectForKey(parsed.value, QStringLiteral("account"));
+    const QVariant data = PlistValue::objectForKey(parsed.value, QStringLiteral("data"));
+    if (!folder.isValid() || !account.isValid() || !data.isValid()) {
+        return false;
+    }
+    // raises for a "data" that is no collection; the caller's guard abandons the rest of the read
+    for (const QVariant& element : PlistValue::enumerate(data)) {
+        if (ExtensionMessagePtr message = ExtensionMessage::initWithDictonary(element)) {
+            collected.append(message);
+        }
+    }
+    return true;
+}
 
 std::optional<QStringList> SnapshotLoader::directoryContent(const QString& path) {
     if (!QFileInfo(path).isDir()) {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "model/ExtensionMessage.h"
+#include "platform/PropertyList.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 #include <optional>
@@ -29,6 +31,14 @@ public:
     // without names that begin with ".". Empty when there is no folder at `path`; nothing when the
     // folder cannot be listed.
     static std::optional<QStringList> directoryContent(const QString& path);
+
+    // One snapshot file's bytes into `collected`: parsed, checked to be an envelope with "folder",
+    // "account" and "data", each element of "data" made a message. False when the file gives
+    // nothing (logged where it is no property list or no dictionary). Raises an Exception when
+    // "data" is no collection.
+    static bool readSnapshotData(const QByteArray& bytes, ExtensionMessageList& collected);
+    // The same, for a property list already read.
+    static bool takeEnvelope(const PropertyList::Result& parsed, ExtensionMessageList& collected);
 
     // The outcome of the last updateData: NoData until an envelope with all three keys was taken,
     // then NewData; Failed after a lock or read failure. Kept for inspection only: the widget reports

@@ -173,12 +173,25 @@ TEST(PropertyList, HostileBinaryListsAreRefusedWithTheirReason) {
         {"deep", "property list nests deeper than 128 levels"},
         {"expansion", "binary property list expands past 4194304 objects"},
         {"truncated", "binary property list is truncated"},
+        {"key-not-text", "binary property list has a dictionary key that is not a text"},
+        {"lone-surrogate", "binary property list has a text that is not valid UTF-16"},
+        {"utf16-nul", "binary property list has a text holding a NUL character"},
     };
     for (auto it = expected.cbegin(); it != expected.cend(); ++it) {
         const auto read = fixture("hostile-" + it.key() + ".bin.plist");
         EXPECT_FALSE(read.ok()) << it.key().toStdString();
         EXPECT_FALSE(read.value.isValid()) << it.key().toStdString();
         EXPECT_EQ(read.error, it.value()) << it.key().toStdString();
+    }
+}
+
+TEST(PropertyList, InputsTheFuzzerFoundAreRefused) {
+    // each once made libplist abort on a dictionary key it could not take
+    for (const char* name : {"found-key-not-text", "found-key-bad-utf16", "found-key-wrong-kind"}) {
+        const auto read = fixture(QString("%1.bin.plist").arg(name));
+        EXPECT_FALSE(read.ok()) << name;
+        EXPECT_TRUE(read.error.startsWith("binary property list has "))
+            << name << ": " << read.error.toStdString();
     }
 }
 

@@ -1,0 +1,112 @@
+// Snapshot loading against its floor: updateData over containers of 1 000, 10 000 and 100 000
+// messages (5% with avatars, XML and binary files mixed), next to reading and parsing the same files
+// with the property-list reader alone, in the same run. Prints messages per second and the ratio of
+// each load to its floor. The containers are written once by tools/container_writer.py and kept
+// under the build folder.
+#include "platform/PropertyList.h"
+#include "widget/SnapshotLoader.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+
+namespace {
+
+QString containerFor(qint64 messages) {
+    const QString root = QCoreApplication::applicationDirPath() + QStringLiteral("/bench-data/%1").arg(messages);
+    if (!QFileInfo::exists(root + "/SharedData/Accounts.plist")) {
+        QDir().mkpath(root);
+        QProcess writer;
+        writer.setProcessChannelMode(QProcess::ForwardedChannels);
+        writer.start("python3", {QStringLiteral(CORVINA_SOURCE_DIR) + "/tools/container_writer.py", "generate", "--container",
+                                 root, "--messages", QString::number(messages), "--accounts", "3", "--avatars", "0.05"});
+        if (!writer.waitForFinished(600000) || writer.exitCode() != 0) {
+            std::fprintf(stderr, "cannot write the benchmark container %s\n", qPrintable(root));
+            std::exit(1);
+        }
+    }
+    return root;
+}
+
+QStringList snapshotFiles(const QString& root) {
+    QStringList files;
+    QDirIterator it(root + "/SharedData/Today", QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        files << it.next();
+    }
+    return files;
+}
+
+// The floor: every snapshot file read and parsed, nothing else.
+void ParseFloor(benchmark::State& state) {
+    const QStringList files = snapshotFiles(containerFor(state.range(0)));
+    for (auto _ : state) {
+        qint64 parsed = 0;
+        for (const QString& path : files) {
+            const auto read = corvina::PropertyList::readFile(path);
+            parsed += read.value.toMap().value("data").toList().size();
+        }
+        if (parsed != state.range(0)) {
+            state.SkipWithError("the container does not hold the messages it should");
+        }
+        benchmark::DoNotOptimize(parsed);
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void UpdateData(benchmark::State& state) {
+    qputenv("CORVINA_GROUP_CONTAINER", containerFor(state.range(0)).toUtf8());
+    for (auto _ : state) {
+        corvina::SnapshotLoader loader;
+        const auto messages = loader.updateData();
+        if (messages.size() != state.range(0)) {
+            state.SkipWithError("updateData did not read every message");
+        }
+        benchmark::DoNotOptimize(messages.size());
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+BENCHMARK(ParseFloor)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(UpdateData)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Prints as usual and keeps each run's time, so that the ratios can be given at the end.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (!run.error_occurred) {
+                times[run.benchmark_name()] = run.GetAdjustedRealTime();
+            }
+        }
+    }
+    std::map<std::string, double> times;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    std::printf("\nupdateData against the parse floor (same files, same run):\n");
+    for (const char* size : {"1000", "10000", "100000"}) {
+        const auto floor = reporter.times.find(std::string("ParseFloor/") + size + "/real_time");
+        const auto load = reporter.times.find(std::string("UpdateData/") + size + "/real_time");
+        if (floor != reporter.times.end() && load != reporter.times.end() && floor->second > 0) {
+            std::printf("  %6s messages: %.2fx the floor\n", size, load->second / floor->second);
+        }
+    }
+    benchmark::Shutdown();
+    return 0;
+}

@@ -233,3 +233,25 @@ TEST(ExtensionDate, ManyThreadsShareOneServiceSafely) {
     }
     EXPECT_EQ(capture.count(QStringLiteral("exchangeDate 2023-11-14T22:13:20Z")), Threads * Rounds);
 }
+
+TEST(ExtensionDate, ASwitchOfTimeZoneIsSeenAtOnce) {
+    // Today's bounds are remembered between calls; a new zone must not be answered with the old
+    // zone's day. The zones' days are 26 hours apart, so hourly dates over three days fall on
+    // today in one zone and not in the other somewhere.
+    auto de = serviceFor(deDE);
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (int round = 0; round < 2; ++round) {
+        for (const char* name : {"Etc/GMT-14", "Etc/GMT+12", "Europe/Berlin"}) {
+            ScopedTimeZone zone(name);
+            onOneDay([&] {
+                for (int hours = -36; hours <= 36; ++hours) {
+                    const QDateTime date = now.addSecs(hours * 3600);
+                    const bool today = de->IntDate(date) == de->IntDate(QDateTime::currentDateTimeUtc());
+                    EXPECT_EQ(de->centralDate(date),
+                              (today ? de->dateCentrale() : de->dateCentrale2())->stringFromDate(date))
+                        << name << " " << hours;
+                }
+            });
+        }
+    }
+}

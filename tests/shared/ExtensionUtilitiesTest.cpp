@@ -1,17 +1,18 @@
 #include "shared/ExtensionUtilities.h"
 
 #include "platform/FileCoordinator.h"
+#include "support/LockHolder.h"
 #include "support/LogCapture.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TempContainer.h"
 
 #include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <gtest/gtest.h>
 
 using namespace corvina;
 using namespace std::chrono_literals;
+using corvina::test::LockHolder;
 using corvina::test::LogCapture;
 using corvina::test::ScopedEnvironment;
 using corvina::test::TempContainer;
@@ -22,31 +23,6 @@ QString folderFor(const char* identifier) {
     ScopedEnvironment bundle("CORVINA_BUNDLE_IDENTIFIER", QByteArray(identifier));
     return ExtensionUtilities::GroupFolderName();
 }
-
-// Another process holding the exclusive lock of `item` until killed.
-class LockHolder {
-public:
-    explicit LockHolder(const QString& item) {
-        m_process.start("flock", {"-x", FileCoordinator::lockPath(QUrl::fromLocalFile(item)), "-c",
-                                  "echo locked; exec sleep 30"});
-        EXPECT_TRUE(m_process.waitForStarted(5000));
-        EXPECT_TRUE(m_process.waitForReadyRead(5000));
-    }
-    ~LockHolder() {
-        m_process.kill();
-        m_process.waitForFinished(5000);
-    }
-
-private:
-    QProcess m_process;
-};
-
-// Locks give up quickly in these tests.
-class ShortLockWait {
-public:
-    ShortLockWait() { FileCoordinator::setDefaultTimeout(150ms); }
-    ~ShortLockWait() { FileCoordinator::setDefaultTimeout(5000ms); }
-};
 
 } // namespace
 
@@ -145,7 +121,6 @@ TEST(ExtensionUtilities, ABadAccountElementBetweenGoodOnesKeepsTheOrder) {
 TEST(ExtensionUtilities, AnAccountsLockHeldTooLongIsLoggedAndGivesNoAccounts) {
     TempContainer container;
     container.writeAccounts({TempContainer::account("a@example.org")});
-    ShortLockWait shortWait;
     LockHolder holder(container.data() + "/Accounts.plist");
     LogCapture capture;
     EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
@@ -210,7 +185,6 @@ TEST(ExtensionUtilities, AContactsFolderThatCannotBeMadeIsLogged) {
 TEST(ExtensionUtilities, AContactsLockHeldTooLongIsLogged) {
     TempContainer container;
     container.writePlist("Contacts/Addresses.plist", QVariantList{QVariantMap{{"mail", "a@example.org"}}});
-    ShortLockWait shortWait;
     LockHolder holder(container.data() + "/Contacts");
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();

@@ -1,6 +1,7 @@
 #include "widget/SnapshotLoader.h"
 
 #include "platform/FileCoordinator.h"
+#include "support/LockHolder.h"
 #include "support/LogCapture.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TempContainer.h"
@@ -8,7 +9,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -271,17 +271,13 @@ TEST(SnapshotLoader, AHeldLockIsLoggedAndGivesNothing) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada)});
     container.writeSnapshot(ada, "s", {TempContainer::message("a", ada, 1)});
-    FileCoordinator::setDefaultTimeout(150ms);
-    QProcess holder;
-    holder.start("flock", {"-x", container.data() + "/.Today.lock", "-c", "echo locked; exec sleep 30"});
-    ASSERT_TRUE(holder.waitForStarted(5000));
-    ASSERT_TRUE(holder.waitForReadyRead(5000));
     LogCapture capture;
     SnapshotLoader loader;
-    const auto messages = loader.updateData();
-    holder.kill();
-    holder.waitForFinished(5000);
-    FileCoordinator::setDefaultTimeout(5000ms);
+    ExtensionMessageList messages;
+    {
+        test::LockHolder holder(container.data() + "/Today");
+        messages = loader.updateData();
+    }
     EXPECT_TRUE(messages.isEmpty());
     EXPECT_EQ(loader.updateStatus(), SnapshotLoader::Failed);
     EXPECT_EQ(capture.lines(),

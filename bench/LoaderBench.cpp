@@ -13,7 +13,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <benchmark/benchmark.h>
-
 #include <cstdio>
 #include <map>
 #include <string>
@@ -21,13 +20,15 @@
 namespace {
 
 QString containerFor(qint64 messages) {
-    const QString root = QCoreApplication::applicationDirPath() + QStringLiteral("/bench-data/%1").arg(messages);
+    const QString root =
+        QCoreApplication::applicationDirPath() + QStringLiteral("/bench-data/%1").arg(messages);
     if (!QFileInfo::exists(root + "/SharedData/Accounts.plist")) {
         QDir().mkpath(root);
         QProcess writer;
         writer.setProcessChannelMode(QProcess::ForwardedChannels);
-        writer.start("python3", {QStringLiteral(CORVINA_SOURCE_DIR) + "/tools/container_writer.py", "generate", "--container",
-                                 root, "--messages", QString::number(messages), "--accounts", "3", "--avatars", "0.05"});
+        writer.start("python3", {QStringLiteral(CORVINA_SOURCE_DIR) + "/tools/container_writer.py",
+                                 "generate", "--container", root, "--messages", QString::number(messages),
+                                 "--accounts", "3", "--avatars", "0.05"});
         if (!writer.waitForFinished(600000) || writer.exitCode() != 0) {
             std::fprintf(stderr, "cannot write the benchmark container %s\n", qPrintable(root));
             std::exit(1);

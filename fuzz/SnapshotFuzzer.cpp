@@ -4,7 +4,6 @@
 #include "widget/SnapshotLoader.h"
 
 #include <QCoreApplication>
-
 #include <cstddef>
 #include <cstdint>
 
@@ -19,7 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     corvina::ExtensionMessageList collected;
     try {
         corvina::SnapshotLoader::readSnapshotData(
-            QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size)), collected);
+            QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size)),
+            collected);
     } catch (const corvina::Exception&) {
         // "data" that is no collection: the loader's guard catches this
     }

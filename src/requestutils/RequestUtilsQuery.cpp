@@ -53,19 +53,21 @@ QStringList listOf(const QVariant& value) {
 QString URLEncodedString(const QString& receiver) {
     static const char hex[] = "0123456789ABCDEF";
     const QByteArray bytes = receiver.toUtf8();
-    QString out;
-    out.reserve(bytes.size() * 3);
+    // built as bytes and widened once: the result is pure ASCII
+    QByteArray out(bytes.size() * 3, Qt::Uninitialized);
+    char* p = out.data();
     for (const char byte : bytes) {
         const auto c = static_cast<uchar>(byte);
         if (isUnreserved(c)) {
-            out += QLatin1Char(static_cast<char>(c));
+            *p++ = static_cast<char>(c);
         } else {
-            out += QLatin1Char('%');
-            out += QLatin1Char(hex[c >> 4]);
-            out += QLatin1Char(hex[c & 0xF]);
+            *p++ = '%';
+            *p++ = hex[c >> 4];
+            *p++ = hex[c & 0xF];
         }
     }
-    return out;
+    out.truncate(p - out.data());
+    return QString::fromLatin1(out);
 }
 
 QString URLDecodedString(const QString& receiver, bool plusAsSpace) {

@@ -1,4 +1,5 @@
 // Percent-encoding, query text and parameters.
+#include "ParameterValues.h"
 #include "RequestUtils.h"
 
 #include <QStringDecoder>
@@ -6,6 +7,9 @@
 namespace corvina::RequestUtils {
 
 namespace {
+
+using detail::isList;
+using detail::listOf;
 
 bool isUnreserved(uchar c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
@@ -34,18 +38,6 @@ quint32 readMode(quint32 options) {
 quint32 writeMode(quint32 options) {
     const quint32 mode = options & URLQueryRepeatMode;
     return mode == 0 ? URLQueryCollectRepeats : mode;
-}
-
-bool isList(const QVariant& value) {
-    return value.typeId() == QMetaType::QStringList || value.typeId() == QMetaType::QVariantList;
-}
-
-QStringList listOf(const QVariant& value) {
-    QStringList out;
-    for (const QVariant& element : value.toList()) {
-        out << element.toString();
-    }
-    return out;
 }
 
 } // namespace

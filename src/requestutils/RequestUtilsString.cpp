@@ -1,4 +1,5 @@
 // Operations on URL strings: fragment, query and path pieces; base64 text.
+#include "ParameterValues.h"
 #include "RequestUtils.h"
 
 #include <QDir>
@@ -8,17 +9,8 @@ namespace corvina::RequestUtils {
 
 namespace {
 
-bool isList(const QVariant& value) {
-    return value.typeId() == QMetaType::QStringList || value.typeId() == QMetaType::QVariantList;
-}
-
-QStringList listOf(const QVariant& value) {
-    QStringList out;
-    for (const QVariant& element : value.toList()) {
-        out << element.toString();
-    }
-    return out;
-}
+using detail::isList;
+using detail::listOf;
 
 // The receiver without fragment and query, and a way to put them back after changing it.
 struct PathParts {

@@ -28,7 +28,7 @@ QString containerFor(qint64 messages) {
         writer.setProcessChannelMode(QProcess::ForwardedChannels);
         writer.start("python3", {QStringLiteral(CORVINA_SOURCE_DIR) + "/tools/container_writer.py",
                                  "generate", "--container", root, "--messages", QString::number(messages),
-                                 "--accounts", "3", "--avatars", "0.05"});
+                                 "--accounts", "3", "--avatars", "0.05", "--mixed-formats"});
         if (!writer.waitForFinished(600000) || writer.exitCode() != 0) {
             std::fprintf(stderr, "cannot write the benchmark container %s\n", qPrintable(root));
             std::exit(1);

@@ -10,11 +10,11 @@ As a module:
     cw.write_snapshot(data, "ada@example.org", "inbox", [{"messageId": "1", "date": 1700000000}])
 
 From the shell:
-    tools/container_writer.py write --container DIR [--beta] SPEC.json
+    tools/container_writer.py write --container DIR [--beta] CONTENTS.json
     tools/container_writer.py hold --container DIR --item Today [--shared] --seconds 3
     tools/container_writer.py generate --container DIR --messages 10000 --accounts 3 [--mixed-formats]
 
-SPEC.json:
+CONTENTS.json:
     {"accounts": [account, ...],
      "snapshots": [{"account": "ada@example.org", "file": "inbox", "format": "xml" | "binary",
                     "folder": "INBOX", "envelopeAccount": "...", "messages": [message, ...]},
@@ -248,16 +248,16 @@ def write_contacts(data, addresses, groups, fmt="xml"):
             write_bytes_atomically(os.path.join(data, CONTACTS, name), payload)
 
 
-def write_spec(root, spec, beta=False):
-    """Writes what a JSON spec describes (see the module's help)."""
+def write_contents(root, contents, beta=False):
+    """Writes what a JSON description of the contents holds (see the module's help)."""
     data = data_folder(root, beta)
-    if "accounts" in spec:
-        write_accounts(data, spec["accounts"], spec.get("accountsFormat", "xml"))
-    for s in spec.get("snapshots", []):
+    if "accounts" in contents:
+        write_accounts(data, contents["accounts"], contents.get("accountsFormat", "xml"))
+    for s in contents.get("snapshots", []):
         write_snapshot(data, s["account"], s["file"], s.get("messages", []), s.get("format", "xml"),
                        s.get("folder", "INBOX"), s.get("envelopeAccount"), s.get("envelope"))
-    if "contacts" in spec:
-        contacts = spec["contacts"]
+    if "contacts" in contents:
+        contacts = contents["contacts"]
         write_contacts(data, contacts.get("addresses"), contacts.get("groups"), contacts.get("format", "xml"))
     return data
 
@@ -329,10 +329,10 @@ def main(argv=None):
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     sub = parser.add_subparsers(dest="command", required=True)
 
-    w = sub.add_parser("write", help="write the accounts, snapshots and contacts that a JSON spec describes")
+    w = sub.add_parser("write", help="write the accounts, snapshots and contacts that a JSON file describes")
     w.add_argument("--container", required=True, help="the container root (the folder that holds SharedData)")
     w.add_argument("--beta", action="store_true", help="write SharedDataBeta")
-    w.add_argument("spec", help="JSON file, or - for standard input")
+    w.add_argument("contents", metavar="CONTENTS.json", help="JSON file, or - for standard input")
 
     h = sub.add_parser("hold", help="hold an item's lock; prints 'locked' once it is held")
     h.add_argument("--container", required=True)
@@ -356,12 +356,12 @@ def main(argv=None):
     args = parser.parse_args(argv)
     try:
         if args.command == "write":
-            if args.spec == "-":
-                spec = json.load(sys.stdin)
+            if args.contents == "-":
+                contents = json.load(sys.stdin)
             else:
-                with open(args.spec, encoding="utf-8") as f:
-                    spec = json.load(f)
-            write_spec(args.container, spec, args.beta)
+                with open(args.contents, encoding="utf-8") as f:
+                    contents = json.load(f)
+            write_contents(args.container, contents, args.beta)
         elif args.command == "hold":
             with locked(data_folder(args.container, args.beta), args.item, not args.shared, args.timeout):
                 print("locked", flush=True)

@@ -238,7 +238,7 @@ class LockExclusion(Case):
 
 class CommandLine(Case):
     def test_write_renders_avatars_and_keeps_given_envelopes(self):
-        spec = {
+        contents = {
             "accounts": [{"mail": "ada@example.org", "enabled": 1}],
             "snapshots": [
                 {"account": "ada@example.org", "file": "a.plist", "format": "binary", "folder": "INBOX",
@@ -248,10 +248,10 @@ class CommandLine(Case):
             ],
             "contacts": {"addresses": [{"mail": "b@example.org"}], "groups": [{"idx": "1", "name": "G"}]},
         }
-        spec_path = os.path.join(self.root, "spec.json")
-        with open(spec_path, "w", encoding="utf-8") as f:
-            json.dump(spec, f)
-        r = run_tool("write", "--container", self.root, spec_path)
+        contents_path = os.path.join(self.root, "contents.json")
+        with open(contents_path, "w", encoding="utf-8") as f:
+            json.dump(contents, f)
+        r = run_tool("write", "--container", self.root, contents_path)
         self.assertEqual(r.returncode, 0, r.stderr)
         today = os.path.join(self.data, "Today", "ada@example.org")
         with open(os.path.join(today, "a.plist"), "rb") as f:

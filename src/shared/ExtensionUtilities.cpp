@@ -5,10 +5,14 @@
 #include "platform/FileCoordinator.h"
 #include "platform/GroupContainer.h"
 #include "platform/Log.h"
+#include "platform/NotificationCenter.h"
 #include "platform/PlistValue.h"
 #include "platform/PropertyList.h"
+#include "platform/Workspace.h"
+#include "requestutils/RequestUtils.h"
 
 #include <QFileInfo>
+#include <QLocale>
 #include <filesystem>
 #include <system_error>
 
@@ -118,6 +122,82 @@ ExtensionUtilities::AddressesAndGroupsResult ExtensionUtilities::AddressesAndGro
     // here, though Groups.plist is read, and they rely on this result as it stands.
     Q_UNUSED(groups);
     return result;
+}
+
+namespace {
+
+// How a value shows when formatted into a text: absent is "(null)", numbers in their shortest
+// decimal form (11, 2.5), booleans as 1 or 0.
+QString formatted(const QVariant& value) {
+    if (value.isNull())
+        return QStringLiteral("(null)");
+    if (PlistValue::isString(value))
+        return value.toString();
+    if (value.typeId() == QMetaType::Bool)
+        return value.toBool() ? QStringLiteral("1") : QStringLiteral("0");
+    if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float)
+        return QString::number(value.toDouble(), 'g', QLocale::FloatingPointShortest);
+    const QString text = PlistValue::stringValue(value);
+    return text.isNull() ? QStringLiteral("(null)") : text;
+}
+
+QString formatted(const QString& text) {
+    return text.isNull() ? QStringLiteral("(null)") : text;
+}
+
+} // namespace
+
+std::optional<Url> ExtensionUtilities::CommandURLForMessage(const ExtensionMessagePtr& message,
+                                                            const QString& commandName) {
+    const QString account = message->account();
+    // The account is encoded, the message id deliberately not: the mail application reads the id
+    // exactly as it stored it, and an id that no URL can hold means the message is not sent.
+    const QString text =
+        QStringLiteral("corvina://%1?mail=%2&messageid=%3&folderstandardid=%4")
+            .arg(formatted(commandName),
+                 formatted(account.isNull() ? QString() : RequestUtils::URLEncodedString(account)),
+                 formatted(message->messageId()), formatted(message->folderStandardId()));
+    return Url::URLWithString(text);
+}
+
+bool ExtensionUtilities::LaunchCommandForMessages(const ExtensionMessageList& messages,
+                                                  const QString& commandName, bool background) {
+    QList<Url> urls;
+    for (const ExtensionMessagePtr& message : messages) {
+        if (!message)
+            continue;
+        std::optional<Url> url = CommandURLForMessage(message, commandName);
+        if (!url)
+            continue;
+        NotificationCenter::defaultCenter().postNotificationName(
+            ACTION_CALLED_EXTENSION, QVariantMap{{QStringLiteral("message"), QVariant::fromValue(message)},
+                                                 {QStringLiteral("command"), commandName}});
+        urls << *url;
+    }
+    return LaunchCommands(urls, background);
+}
+
+QString ExtensionUtilities::LaunchTargetForBundleIdentifier(const QString& bundleIdentifier) {
+    // Only these three builds have their own target; a ".beta" or ".pro" extension talks to the
+    // base application. Do not add cases: the mail application's builds rely on this mapping.
+    for (const QString& build :
+         {ConstVars::appIdentifierBeta8, ConstVars::appIdentifierBeta10, ConstVars::appIdentifier2}) {
+        if (bundleIdentifier.startsWith(build))
+            return build;
+    }
+    return ConstVars::appIdentifier;
+}
+
+bool ExtensionUtilities::LaunchCommands(const QList<Url>& urls, bool background) {
+    if (urls.isEmpty())
+        return false;
+    const QString target = LaunchTargetForBundleIdentifier(Bundle::identifier());
+    const quint32 options =
+        background ? Workspace::LaunchWithoutActivation : Workspace::LaunchAllowingClassicStartup;
+    QStringList texts;
+    for (const Url& url : urls)
+        texts << url.absoluteString();
+    return Workspace::openURLs(texts, target, options);
 }
 
 } // namespace corvina

@@ -1,0 +1,302 @@
+#include "DesktopEntry.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QUrl>
+
+namespace corvina {
+
+namespace {
+
+QString unescapeString(const QString& raw) {
+    QString out;
+    out.reserve(raw.size());
+    for (qsizetype i = 0; i < raw.size(); ++i) {
+        const QChar c = raw.at(i);
+        if (c != u'\\' || i + 1 == raw.size()) {
+            out.append(c);
+            continue;
+        }
+        const QChar n = raw.at(++i);
+        switch (n.unicode()) {
+        case 's':
+            out.append(u' ');
+            break;
+        case 'n':
+            out.append(u'\n');
+            break;
+        case 't':
+            out.append(u'\t');
+            break;
+        case 'r':
+            out.append(u'\r');
+            break;
+        case '\\':
+            out.append(u'\\');
+            break;
+        default:
+            out.append(c).append(n);
+            break; // not a string escape: kept for the Exec quoting
+        }
+    }
+    return out;
+}
+
+QStringList dataDirectories() {
+    QStringList dirs;
+    QString home = qEnvironmentVariable("XDG_DATA_HOME");
+    if (home.isEmpty())
+        home = QDir::homePath() + QStringLiteral("/.local/share");
+    dirs << home;
+    QString rest = qEnvironmentVariable("XDG_DATA_DIRS");
+    if (rest.isEmpty())
+        rest = QStringLiteral("/usr/local/share:/usr/share");
+    for (const QString& d : rest.split(u':', Qt::SkipEmptyParts))
+        dirs << d;
+    return dirs;
+}
+
+// One argument of the Exec line: its text, and whether any part of it was quoted (field codes
+// inside quotes are not expanded).
+struct Argument {
+    QString text;
+    bool quoted = false;
+};
+
+std::optional<QList<Argument>> splitExec(const QString& line) {
+    QList<Argument> args;
+    Argument current;
+    bool inArgument = false;
+    bool inQuotes = false;
+    for (qsizetype i = 0; i < line.size(); ++i) {
+        const QChar c = line.at(i);
+        if (inQuotes) {
+            if (c == u'"') {
+                inQuotes = false;
+            } else if (c == u'\\' && i + 1 < line.size() && QStringView(u"\"`$\\").contains(line.at(i + 1))) {
+                current.text.append(line.at(++i));
+            } else {
+                current.text.append(c);
+            }
+            continue;
+        }
+        if (c == u' ' || c == u'\t' || c == u'\n') {
+            if (inArgument) {
+                args << current;
+                current = Argument{};
+                inArgument = false;
+            }
+            continue;
+        }
+        inArgument = true;
+        if (c == u'"') {
+            inQuotes = true;
+            current.quoted = true;
+        } else {
+            current.text.append(c);
+        }
+    }
+    if (inQuotes)
+        return std::nullopt;
+    if (inArgument)
+        args << current;
+    return args;
+}
+
+QString localPath(const QString& url) {
+    const QUrl u(url);
+    return u.isLocalFile() ? u.toLocalFile() : QString();
+}
+
+} // namespace
+
+std::optional<DesktopEntry> DesktopEntry::load(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    DesktopEntry entry = parse(file.readAll(), path);
+    if (entry.m_values.isEmpty())
+        return std::nullopt;
+    return entry;
+}
+
+DesktopEntry DesktopEntry::parse(const QByteArray& contents, const QString& path) {
+    DesktopEntry entry;
+    entry.m_path = path;
+    bool inGroup = false;
+    for (const QByteArray& rawLine : contents.split('\n')) {
+        const QString line = QString::fromUtf8(rawLine).trimmed();
+        if (line.isEmpty() || line.startsWith(u'#'))
+            continue;
+        if (line.startsWith(u'[')) {
+            inGroup = line == QLatin1String("[Desktop Entry]");
+            continue;
+        }
+        if (!inGroup)
+            continue;
+        const qsizetype eq = line.indexOf(u'=');
+        if (eq <= 0)
+            continue;
+        const QString key = line.left(eq).trimmed();
+        if (!entry.m_values.contains(key)) // the first of duplicate keys counts
+            entry.m_values.insert(key, line.mid(eq + 1).trimmed());
+    }
+    return entry;
+}
+
+QString DesktopEntry::locate(const QString& id) {
+    if (id.isEmpty() || id.contains(u'/'))
+        return {};
+    const QString fileName = id + QStringLiteral(".desktop");
+    for (const QString& dir : dataDirectories()) {
+        const QString apps = dir + QStringLiteral("/applications/");
+        if (QFileInfo(apps + fileName).isFile())
+            return apps + fileName;
+        // "a-b-c.desktop" may also stand as "a/b-c.desktop" or "a/b/c.desktop".
+        const QStringList parts = id.split(u'-');
+        for (qsizetype split = 1; split < parts.size(); ++split) {
+            QString candidate = apps;
+            for (qsizetype p = 0; p < parts.size(); ++p)
+                candidate += parts.at(p) + (p + 1 == parts.size()
+                                                ? QString()
+                                                : (p < split ? QStringLiteral("/") : QStringLiteral("-")));
+            candidate += QStringLiteral(".desktop");
+            if (QFileInfo(candidate).isFile())
+                return candidate;
+        }
+    }
+    return {};
+}
+
+QString DesktopEntry::value(const QString& key) const {
+    const auto it = m_values.constFind(key);
+    if (it == m_values.constEnd())
+        return {};
+    return unescapeString(*it);
+}
+
+bool DesktopEntry::boolValue(const QString& key) const {
+    return value(key) == QLatin1String("true");
+}
+
+std::optional<QList<QStringList>> DesktopEntry::commandLines(const QStringList& urls) const {
+    const QString exec = value(QStringLiteral("Exec"));
+    if (exec.trimmed().isEmpty())
+        return std::nullopt;
+    const auto split = splitExec(exec);
+    if (!split || split->isEmpty())
+        return std::nullopt;
+
+    // Which kind of list the line takes decides how many processes are started.
+    QChar listCode;
+    for (const Argument& a : *split) {
+        if (a.quoted)
+            continue;
+        for (qsizetype i = 0; i + 1 < a.text.size(); ++i) {
+            if (a.text.at(i) != u'%')
+                continue;
+            const QChar code = a.text.at(i + 1);
+            if (QStringView(u"fFuU").contains(code) && listCode.isNull())
+                listCode = code;
+            ++i;
+        }
+    }
+
+    QStringList paths;
+    for (const QString& url : urls) {
+        const QString p = localPath(url);
+        if (!p.isEmpty())
+            paths << p;
+    }
+
+    // The groups of URLs, one process each.
+    QList<QStringList> batches;
+    if (listCode == u'u' || listCode == u'f') {
+        const QStringList& items = listCode == u'u' ? urls : paths;
+        for (const QString& item : items)
+            batches << QStringList{item};
+        if (batches.isEmpty())
+            batches << QStringList{};
+    } else {
+        batches << (listCode == u'F' ? paths : urls);
+    }
+
+    const QString icon = value(QStringLiteral("Icon"));
+    const QString name = value(QStringLiteral("Name"));
+    QList<QStringList> lines;
+    for (const QStringList& batch : batches) {
+        QStringList line;
+        for (const Argument& a : *split) {
+            if (a.quoted) {
+                line << a.text;
+                continue;
+            }
+            // A list code standing alone becomes as many arguments as it has items (maybe none).
+            if (a.text == QLatin1String("%U") || a.text == QLatin1String("%F")) {
+                line << batch;
+                continue;
+            }
+            if (a.text == QLatin1String("%i")) {
+                if (!icon.isEmpty())
+                    line << QStringLiteral("--icon") << icon;
+                continue;
+            }
+            QString out;
+            bool hadCode = false;
+            for (qsizetype i = 0; i < a.text.size(); ++i) {
+                const QChar c = a.text.at(i);
+                if (c != u'%') {
+                    out.append(c);
+                    continue;
+                }
+                if (i + 1 == a.text.size())
+                    return std::nullopt; // a lone "%" at the end is not a field code
+                const QChar code = a.text.at(++i);
+                switch (code.unicode()) {
+                case '%':
+                    out.append(u'%');
+                    break;
+                case 'f':
+                case 'u':
+                case 'F':
+                case 'U':
+                    hadCode = true;
+                    out.append(batch.join(u' '));
+                    break;
+                case 'i':
+                    hadCode = true;
+                    out.append(icon);
+                    break;
+                case 'c':
+                    hadCode = true;
+                    out.append(name);
+                    break;
+                case 'k':
+                    hadCode = true;
+                    out.append(m_path);
+                    break;
+                case 'd':
+                case 'D':
+                case 'n':
+                case 'N':
+                case 'v':
+                case 'm':
+                    hadCode = true;
+                    break;
+                default:
+                    return std::nullopt;
+                }
+            }
+            // An argument that was nothing but field codes expanding to nothing is left out.
+            if (!(hadCode && out.isEmpty()))
+                line << out;
+        }
+        if (line.isEmpty())
+            return std::nullopt;
+        lines << line;
+    }
+    return lines;
+}
+
+} // namespace corvina

@@ -1,0 +1,140 @@
+#include "platform/DesktopEntry.h"
+
+#include "support/FakeHostApp.h"
+#include "support/ScopedEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace corvina;
+using corvina::test::FakeHostApp;
+
+namespace {
+
+DesktopEntry entry(const QString& exec, const QString& extra = {}) {
+    return DesktopEntry::parse(
+        QStringLiteral("[Desktop Entry]\nType=Application\nName=Mail\nIcon=mail-icon\n%1Exec=%2\n")
+            .arg(extra, exec)
+            .toUtf8(),
+        QStringLiteral("/apps/org.corvina.mail.desktop"));
+}
+
+const QStringList kTwo{QStringLiteral("corvina://open?mail=a&messageid=1&folderstandardid=1"),
+                       QStringLiteral("corvina://open?mail=b&messageid=2&folderstandardid=1")};
+
+} // namespace
+
+TEST(DesktopEntry, ListCodeGivesOneCommandWithEveryUrlInOrder) {
+    const auto lines = entry(QStringLiteral("mail --new-window %U")).commandLines(kTwo);
+    ASSERT_TRUE(lines);
+    ASSERT_EQ(lines->size(), 1);
+    EXPECT_EQ(lines->first(), (QStringList{QStringLiteral("mail"), QStringLiteral("--new-window")} + kTwo));
+}
+
+TEST(DesktopEntry, SingleUrlCodeGivesOneCommandPerUrl) {
+    const auto lines = entry(QStringLiteral("mail %u")).commandLines(kTwo);
+    ASSERT_TRUE(lines);
+    ASSERT_EQ(lines->size(), 2);
+    EXPECT_EQ(lines->at(0), (QStringList{QStringLiteral("mail"), kTwo.at(0)}));
+    EXPECT_EQ(lines->at(1), (QStringList{QStringLiteral("mail"), kTwo.at(1)}));
+}
+
+TEST(DesktopEntry, FileCodesTakeLocalPathsAndSkipOtherUrls) {
+    const QStringList urls{QStringLiteral("file:///tmp/a%20b.txt"), kTwo.at(0),
+                           QStringLiteral("file:///tmp/c")};
+    const auto list = entry(QStringLiteral("mail %F")).commandLines(urls);
+    ASSERT_TRUE(list);
+    EXPECT_EQ(list->first(), (QStringList{QStringLiteral("mail"), QStringLiteral("/tmp/a b.txt"),
+                                          QStringLiteral("/tmp/c")}));
+    const auto single = entry(QStringLiteral("mail %f")).commandLines(urls);
+    ASSERT_TRUE(single);
+    EXPECT_EQ(single->size(), 2);
+    // With no file among the URLs the program still starts once, without the argument.
+    const auto none = entry(QStringLiteral("mail %f")).commandLines(kTwo);
+    ASSERT_TRUE(none);
+    EXPECT_EQ(*none, (QList<QStringList>{{QStringLiteral("mail")}}));
+}
+
+TEST(DesktopEntry, NoFieldCodeStartsOnceWithoutUrls) {
+    const auto lines = entry(QStringLiteral("mail")).commandLines(kTwo);
+    ASSERT_TRUE(lines);
+    EXPECT_EQ(*lines, (QList<QStringList>{{QStringLiteral("mail")}}));
+}
+
+TEST(DesktopEntry, OtherFieldCodesExpand) {
+    const auto lines =
+        entry(QStringLiteral("mail %i --name=%c --from %k 100%% %d%D%n%N%v%m %U")).commandLines({kTwo.at(0)});
+    ASSERT_TRUE(lines);
+    EXPECT_EQ(
+        lines->first(),
+        (QStringList{QStringLiteral("mail"), QStringLiteral("--icon"), QStringLiteral("mail-icon"),
+                     QStringLiteral("--name=Mail"), QStringLiteral("--from"),
+                     QStringLiteral("/apps/org.corvina.mail.desktop"), QStringLiteral("100%"), kTwo.at(0)}));
+}
+
+TEST(DesktopEntry, QuotingAndEscapes) {
+    // In the file: a string escape level (\\ for one backslash, \s for a space), then the Exec
+    // quoting level, where a quoted backslash, quote, dollar or backtick is escaped by a backslash.
+    const auto lines = entry(QStringLiteral(R"("/opt/my mail/bin" "say \\"hi\\"" "cost \\$5" a\sb "%U" %U)"))
+                           .commandLines({kTwo.at(0)});
+    ASSERT_TRUE(lines);
+    EXPECT_EQ(lines->first(), (QStringList{QStringLiteral("/opt/my mail/bin"), QStringLiteral("say \"hi\""),
+                                           QStringLiteral("cost $5"), QStringLiteral("a"),
+                                           QStringLiteral("b"), QStringLiteral("%U"), kTwo.at(0)}));
+}
+
+TEST(DesktopEntry, UnusableExecLinesGiveNothing) {
+    EXPECT_FALSE(entry(QStringLiteral("mail \"unclosed %U")).commandLines(kTwo));
+    EXPECT_FALSE(entry(QStringLiteral("mail %x")).commandLines(kTwo));
+    EXPECT_FALSE(entry(QStringLiteral("mail 50%")).commandLines(kTwo));
+    EXPECT_FALSE(entry(QStringLiteral("   ")).commandLines(kTwo));
+    EXPECT_FALSE(DesktopEntry::parse("[Desktop Entry]\nType=Application\n", {}).commandLines(kTwo));
+}
+
+TEST(DesktopEntry, KeysOfOtherGroupsAndCommentsAreIgnored) {
+    const DesktopEntry e = DesktopEntry::parse("# comment\n[Desktop Action compose]\nExec=wrong %U\n[Desktop "
+                                               "Entry]\nName = Mail \nExec=right %U\nExec=later\n",
+                                               {});
+    EXPECT_EQ(e.value(QStringLiteral("Name")), QStringLiteral("Mail"));
+    EXPECT_EQ(e.value(QStringLiteral("Exec")), QStringLiteral("right %U"));
+    EXPECT_TRUE(e.value(QStringLiteral("Icon")).isNull());
+}
+
+TEST(DesktopEntry, LocateSearchesDataHomeFirstThenDataDirs) {
+    FakeHostApp apps; // XDG_DATA_HOME and XDG_DATA_DIRS now private
+    EXPECT_TRUE(DesktopEntry::locate(QStringLiteral("org.corvina.mail")).isEmpty());
+    apps.installDesktopFile(QStringLiteral("org.corvina.mail.desktop"), "[Desktop Entry]\nExec=a\n");
+    EXPECT_EQ(DesktopEntry::locate(QStringLiteral("org.corvina.mail")),
+              apps.applicationsFolder() + QStringLiteral("/org.corvina.mail.desktop"));
+    // A subfolder stands for a dash in the id.
+    apps.installDesktopFile(QStringLiteral("corvina/mail-pro.desktop"), "[Desktop Entry]\nExec=a\n");
+    EXPECT_EQ(DesktopEntry::locate(QStringLiteral("corvina-mail-pro")),
+              apps.applicationsFolder() + QStringLiteral("/corvina/mail-pro.desktop"));
+    EXPECT_TRUE(DesktopEntry::locate(QStringLiteral("../org.corvina.mail")).isEmpty());
+}
+
+TEST(DesktopEntry, LocateTakesTheFirstDataDirThatHasIt) {
+    QTemporaryDir dir;
+    for (const char* sub : {"home/applications", "one/applications", "two/applications"})
+        QDir(dir.path()).mkpath(QString::fromLatin1(sub));
+    auto write = [&](const QString& folder) {
+        QFile f(dir.filePath(folder + QStringLiteral("/applications/org.corvina.mail.desktop")));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write("[Desktop Entry]\nExec=a\n");
+    };
+    corvina::test::ScopedEnvironment home("XDG_DATA_HOME", dir.filePath(QStringLiteral("home")).toUtf8());
+    corvina::test::ScopedEnvironment dirs(
+        "XDG_DATA_DIRS",
+        (dir.filePath(QStringLiteral("one")) + u':' + dir.filePath(QStringLiteral("two"))).toUtf8());
+    write(QStringLiteral("two"));
+    EXPECT_EQ(DesktopEntry::locate(QStringLiteral("org.corvina.mail")),
+              dir.filePath(QStringLiteral("two/applications/org.corvina.mail.desktop")));
+    write(QStringLiteral("one"));
+    EXPECT_EQ(DesktopEntry::locate(QStringLiteral("org.corvina.mail")),
+              dir.filePath(QStringLiteral("one/applications/org.corvina.mail.desktop")));
+    write(QStringLiteral("home"));
+    EXPECT_EQ(DesktopEntry::locate(QStringLiteral("org.corvina.mail")),
+              dir.filePath(QStringLiteral("home/applications/org.corvina.mail.desktop")));
+}

@@ -1,16 +1,91 @@
 #include "ListCommand.h"
+#include "TodayWindow.h"
+#include "WidgetHost.h"
 #include "platform/Bundle.h"
 #include "platform/GroupContainer.h"
 
+#include <QApplication>
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QTextStream>
+#include <QTimer>
+#include <memory>
+
+namespace {
+
+// --list, --help and --version need no display: a status bar or a script can call them from
+// anywhere. Everything else shows the widget and needs a GUI application object.
+bool needsNoDisplay(int argc, char* argv[]) {
+    for (int i = 1; i < argc; ++i) {
+        const QByteArray a(argv[i]);
+        if (a == "--list" || a == "--help" || a == "-h" || a == "--help-all" || a == "--version" ||
+            a == "-v") {
+            return true;
+        }
+    }
+    return false;
+}
+
+int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
+              const QCommandLineOption& screenshot) {
+    QTextStream err(stderr);
+    bool ok = true;
+    const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
+    if (!ok || seconds < 1) {
+        err << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
+        return 2;
+    }
+    corvina::WidgetHost host(seconds);
+    host.start();
+    if (!parser.isSet(screenshot)) {
+        return QApplication::exec();
+    }
+    // Render once the first update has been shown and every animation has come to rest.
+    const QString file = parser.value(screenshot);
+    QElapsedTimer waited;
+    waited.start();
+    QTimer poll;
+    int status = 0;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        if (!host.isSettled() && waited.elapsed() < 15000) {
+            return;
+        }
+        poll.stop();
+        if (!host.isSettled()) {
+            err << "corvina-today: the widget did not settle within 15 s; rendering as it is\n";
+        }
+        if (!host.window()->grab().save(file)) {
+            err << "corvina-today: cannot write the screenshot to " << file << "\n";
+            status = 1;
+        }
+        QApplication::exit(status);
+    });
+    poll.start(50);
+    return QApplication::exec();
+}
+
+} // namespace
+
+// Qt's offscreen platform (used for --screenshot on machines without a display) warns about every
+// fixed-size window; the warning says nothing a user can act on.
+static QtMessageHandler g_defaultHandler = nullptr;
+static void filterMessages(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    if (message.startsWith(QLatin1String("This plugin does not support propagateSizeHints"))) {
+        return;
+    }
+    g_defaultHandler(type, context, message);
+}
 
 int main(int argc, char* argv[]) {
-    // Listing needs no display (images decode without one), so that a status bar or a script can
-    // call it from anywhere; the widget's window will need a GUI application object.
-    QCoreApplication app(argc, argv);
+    g_defaultHandler = qInstallMessageHandler(filterMessages);
+    std::unique_ptr<QCoreApplication> app;
+    if (needsNoDisplay(argc, argv)) {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QApplication>(argc, argv);
+    }
     QCoreApplication::setApplicationName(QStringLiteral("corvina-today"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVINA_VERSION));
 
@@ -19,6 +94,7 @@ int main(int argc, char* argv[]) {
         QStringLiteral(
             "The Today widget of the Corvina mail application: the newest messages of the enabled\n"
             "accounts, read from the folder the mail application shares with its extensions.\n"
+            "Without --list it shows the widget in a small window (Escape closes it).\n"
             "Bundle identifier: %1")
             .arg(corvina::Bundle::identifier()));
     parser.addHelpOption();
@@ -36,8 +112,17 @@ int main(int argc, char* argv[]) {
         QStringLiteral("Read the shared folder DIR instead of $CORVINA_GROUP_CONTAINER or "
                        "$XDG_DATA_HOME/group-containers/Q7X2M4K9TZ.corvina."),
         QStringLiteral("DIR"));
-    parser.addOptions({list, json, all, container});
-    parser.process(app);
+    const QCommandLineOption interval(
+        QStringLiteral("interval"),
+        QStringLiteral("Update the widget every SECONDS (default 60); it also follows changes of the "
+                       "shared folder within about a second."),
+        QStringLiteral("SECONDS"));
+    const QCommandLineOption screenshot(
+        QStringLiteral("screenshot"),
+        QStringLiteral("Render the widget to the PNG FILE once the first update is shown, and exit."),
+        QStringLiteral("FILE"));
+    parser.addOptions({list, json, all, container, interval, screenshot});
+    parser.process(*app);
 
     if (parser.isSet(container)) {
         qputenv(corvina::GroupContainer::EnvironmentVariable, QFile::encodeName(parser.value(container)));
@@ -49,9 +134,11 @@ int main(int argc, char* argv[]) {
         return 2;
     }
     if (parser.isSet(list)) {
+        if (parser.isSet(interval) || parser.isSet(screenshot)) {
+            err << "corvina-today: --interval and --screenshot go with the widget, not with --list\n";
+            return 2;
+        }
         return corvina::ListCommand::run({parser.isSet(json), parser.isSet(all)}, out, err);
     }
-    // The widget's window is not built yet: for now the program lists (--list) and answers --help.
-    err << "corvina-today: the widget window is not built yet; try --list\n";
-    return 0;
+    return runWidget(parser, interval, screenshot);
 }

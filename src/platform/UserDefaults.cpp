@@ -28,4 +28,15 @@ void UserDefaults::setInteger(qint64 value, const QString& key) {
     settings.sync();
 }
 
+QVariant UserDefaults::valueForKey(const QString& key) {
+    const QSettings settings(filePath(), QSettings::IniFormat);
+    return settings.value(key);
+}
+
+void UserDefaults::setValue(const QVariant& value, const QString& key) {
+    QSettings settings(filePath(), QSettings::IniFormat);
+    settings.setValue(key, value);
+    settings.sync();
+}
+
 } // namespace corvina

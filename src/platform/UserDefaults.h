@@ -12,6 +12,9 @@ public:
     // The integer stored under `key`; 0 when absent or not a number.
     static qint64 integerForKey(const QString& key);
     static void setInteger(qint64 value, const QString& key);
+    // Any other value (the widget host keeps its window position this way); null when absent.
+    static QVariant valueForKey(const QString& key);
+    static void setValue(const QVariant& value, const QString& key);
 
     // Where the settings live for the current bundle identifier.
     static QString filePath();

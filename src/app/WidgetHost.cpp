@@ -1,0 +1,78 @@
+#include "WidgetHost.h"
+
+#include "TodayWindow.h"
+#include "platform/Dispatch.h"
+#include "shared/ExtensionUtilities.h"
+
+#include <QDir>
+#include <QLayout>
+
+namespace corvina {
+
+WidgetHost::WidgetHost(int intervalSeconds) : m_controller(std::make_unique<TodayViewController>()) {
+    m_interval.setInterval(std::max(1, intervalSeconds) * 1000);
+    connect(&m_interval, &QTimer::timeout, this, &WidgetHost::performUpdate);
+    m_debounce.setSingleShot(true);
+    m_debounce.setInterval(debounceMs);
+    connect(&m_debounce, &QTimer::timeout, this, [this] {
+        watchFolders(); // an account folder may have come or gone
+        performUpdate();
+    });
+    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, [this] { m_debounce.start(); });
+    connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, [this] { m_debounce.start(); });
+}
+
+WidgetHost::~WidgetHost() {
+    delete m_window; // the controller's view goes with it, before the controller
+    m_window = nullptr;
+}
+
+void WidgetHost::start() {
+    QWidget* root = m_controller->view();
+    m_window = new TodayWindow(root);
+    const EdgeInsets margins = m_controller->widgetMarginInsetsForProposedMarginInsets(proposedMargins);
+    m_window->layout()->setContentsMargins(int(margins.left), int(margins.top), int(margins.right),
+                                           int(margins.bottom));
+    m_window->restorePosition();
+    m_controller->viewWillAppear();
+    m_window->show();
+    watchFolders();
+    performUpdate();
+    m_interval.start();
+}
+
+void WidgetHost::performUpdate() {
+    m_controller->widgetPerformUpdateWithCompletionHandler([this](int result) {
+        if (result == TodayViewController::NewData)
+            ++m_completedUpdates;
+    });
+}
+
+bool WidgetHost::isSettled() const {
+    return m_completedUpdates > 0 && Dispatch::pendingMainBlocks() == 0 && !m_controller->isAnimating();
+}
+
+void WidgetHost::watchFolders() {
+    QStringList wanted;
+    if (const auto data = ExtensionUtilities::GroupDataPath()) {
+        const QString dataPath = data->toLocalFile();
+        const QString today = dataPath + QStringLiteral("/Today");
+        // The data folder (the account list, the snapshot folder appearing), the snapshot folder
+        // (account folders appearing) and each account's folder (its snapshot files replaced).
+        for (const QString& folder : {dataPath, today})
+            if (QFileInfo(folder).isDir())
+                wanted << folder;
+        const QDir todayDir(today);
+        for (const QString& name : todayDir.entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+            wanted << todayDir.filePath(name);
+    }
+    const QStringList current = m_watcher.directories();
+    for (const QString& folder : current)
+        if (!wanted.contains(folder))
+            m_watcher.removePath(folder);
+    for (const QString& folder : wanted)
+        if (!current.contains(folder))
+            m_watcher.addPath(folder);
+}
+
+} // namespace corvina

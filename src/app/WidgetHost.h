@@ -1,0 +1,53 @@
+#pragma once
+
+#include "widget/TodayViewController.h"
+
+#include <QFileSystemWatcher>
+#include <QObject>
+#include <QTimer>
+#include <functional>
+#include <memory>
+
+namespace corvina {
+
+class TodayWindow;
+
+// What the desktop's widget host does for the widget: builds the controller, shows its view in a
+// window with the margins the controller answers, calls the will-appear step, and asks for an
+// update every `interval` and soon after the mail application changed its files (the snapshot
+// folder, an account's folder or the account list).
+class WidgetHost : public QObject {
+public:
+    // The margins the host proposes; the widget answers with its own (left 0).
+    static constexpr EdgeInsets proposedMargins{8, 16, 8, 0};
+    // How long file changes are gathered before one update runs.
+    static constexpr int debounceMs = 250;
+
+    explicit WidgetHost(int intervalSeconds);
+    ~WidgetHost() override;
+
+    void start();
+    TodayViewController* controller() const { return m_controller.get(); }
+    TodayWindow* window() const { return m_window; }
+
+    // Asks the widget for an update now.
+    void performUpdate();
+    // Updates that completed (the final "new data" of each).
+    int completedUpdates() const { return m_completedUpdates; }
+    // Nothing queued, no animation running, at least one update completed.
+    bool isSettled() const;
+    // The folders watched now.
+    QStringList watchedFolders() const { return m_watcher.directories(); }
+
+private:
+    void watchFolders();
+
+    std::unique_ptr<TodayViewController> m_controller;
+    TodayWindow* m_window = nullptr;
+    QTimer m_interval;
+    QTimer m_debounce;
+    QFileSystemWatcher m_watcher;
+    int m_completedUpdates = 0;
+};
+
+} // namespace corvina

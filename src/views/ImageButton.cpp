@@ -1,0 +1,43 @@
+#include "ImageButton.h"
+
+#include <QPainter>
+
+namespace corvina {
+
+ImageButton::ImageButton(QWidget* parent) : QAbstractButton(parent) {
+    setFocusPolicy(Qt::NoFocus);
+    setCursor(Qt::PointingHandCursor);
+    connect(this, &QAbstractButton::clicked, this, [this] {
+        if (m_action)
+            m_action(this);
+    });
+}
+
+void ImageButton::setImage(const QIcon& image, const QString& name) {
+    setIcon(image);
+    m_imageName = name;
+    update();
+}
+
+void ImageButton::setAlphaValue(qreal alpha) {
+    m_alpha = alpha;
+    update();
+}
+
+void ImageButton::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setOpacity(m_alpha);
+    if (m_background.alpha() > 0)
+        painter.fillRect(rect(), m_background);
+    // The image is drawn at the button's size for the screen's pixel ratio, so it stays sharp.
+    const QPixmap pixmap = icon().pixmap(size(), devicePixelRatioF());
+    if (isDown()) {
+        painter.setOpacity(m_alpha * 0.6);
+    } else if (underMouse()) {
+        // Hover brings a dimmed button forward a little, so it reads as something to click.
+        painter.setOpacity(std::min(1.0, m_alpha * 2.5));
+    }
+    painter.drawPixmap(rect(), pixmap);
+}
+
+} // namespace corvina

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QStringList>
+#include <QWidget>
+#include <functional>
+
+namespace corvina {
+
+// A row of segments drawn as one control, exactly one of them selected. The user picks a segment
+// with the mouse (on release inside the segment pressed) or, with focus, with the arrow keys; that
+// sends the action. Selecting from code does not.
+class SegmentedControl : public QWidget {
+public:
+    using Action = std::function<void(SegmentedControl* sender)>;
+
+    explicit SegmentedControl(QWidget* parent = nullptr);
+
+    int segmentCount() const { return int(m_labels.size()); }
+    void setSegmentCount(int count);
+    QString labelForSegment(int segment) const { return m_labels.value(segment); }
+    void setLabel(const QString& label, int segment);
+
+    // -1 when none is selected.
+    int selectedSegment() const { return m_selected; }
+    void setSelectedSegment(int segment);
+
+    void setAction(Action action) { m_action = std::move(action); }
+
+    // Where a segment is drawn, in the control's coordinates: equal widths, left to right.
+    QRect segmentRect(int segment) const;
+
+    QSize sizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+
+private:
+    int segmentAt(const QPoint& point) const;
+    void choose(int segment);
+
+    QStringList m_labels;
+    int m_selected = -1;
+    int m_pressed = -1;
+    bool m_keyboardFocus = false;
+    Action m_action;
+};
+
+} // namespace corvina

@@ -1,0 +1,229 @@
+#include "TableView.h"
+
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QVariantAnimation>
+#include <algorithm>
+
+namespace corvina {
+
+namespace {
+
+constexpr int kHeaderHeight = 23;
+constexpr int kAnimationMs = 250; // the desktop's usual length for a short transition
+
+} // namespace
+
+TableView::TableView(const QRect& frame, QWidget* parent) : QWidget(parent) {
+    setGeometry(frame);
+    // A table comes with a header row naming its columns until its owner removes it.
+    auto* header = new QLabel(this);
+    header->setIndent(4);
+    header->setAutoFillBackground(true);
+    m_headerView = header;
+}
+
+TableView::~TableView() {
+    for (const auto& animation : m_animations) {
+        if (animation)
+            animation->stop();
+    }
+}
+
+void TableView::setRowHeight(qreal height) {
+    m_rowHeight = height;
+    placeRows(false);
+}
+
+void TableView::setIntercellSpacing(QSizeF spacing) {
+    m_intercellSpacing = spacing;
+    placeRows(false);
+}
+
+void TableView::setBackgroundColor(const QColor& color) {
+    m_backgroundColor = color;
+    update();
+}
+
+void TableView::setHeaderView(QWidget* header) {
+    if (m_headerView && m_headerView != header)
+        delete m_headerView;
+    m_headerView = header;
+    if (m_headerView)
+        m_headerView->setParent(this);
+    placeRows(false);
+}
+
+void TableView::addTableColumn(std::unique_ptr<TableColumn> column) {
+    m_columns.push_back(std::move(column));
+    if (auto* header = qobject_cast<QLabel*>(m_headerView))
+        header->setText(m_columns.front()->headerText());
+}
+
+QList<TableColumn*> TableView::tableColumns() const {
+    QList<TableColumn*> out;
+    for (const auto& c : m_columns)
+        out << c.get();
+    return out;
+}
+
+void TableView::clearRows() {
+    for (const Row& row : m_rows)
+        delete row.rowView; // the cell is a child of its row view
+    m_rows.clear();
+}
+
+void TableView::reloadData() {
+    clearRows();
+    const qint64 count = m_dataSource ? std::max<qint64>(0, m_dataSource->numberOfRowsInTableView(this)) : 0;
+    TableColumn* column = m_columns.empty() ? nullptr : m_columns.front().get();
+    for (qint64 i = 0; i < count; ++i) {
+        TableRowView* rowView = m_delegate ? m_delegate->rowViewForRow(this, i) : nullptr;
+        if (!rowView)
+            rowView = new TableRowView;
+        rowView->setParent(this);
+        QWidget* cell = m_delegate ? m_delegate->viewForTableColumn(this, column, i) : nullptr;
+        if (cell)
+            cell->setParent(rowView);
+        m_rows << Row{rowView, cell};
+    }
+    if (m_selectedRow >= count)
+        m_selectedRow = -1;
+    for (qint64 i = 0; i < count; ++i)
+        m_rows.at(i).rowView->setSelected(i == m_selectedRow);
+    placeRows(false);
+    for (const Row& row : m_rows)
+        row.rowView->show();
+}
+
+QRect TableView::rectOfRow(qint64 row) const {
+    const int top = m_headerView ? m_headerView->height() : 0;
+    const qreal pitch = m_rowHeight + m_intercellSpacing.height();
+    return QRect(0, top + int(row * pitch), width(), int(m_rowHeight));
+}
+
+void TableView::placeRows(bool animated) {
+    if (m_headerView)
+        m_headerView->setGeometry(0, 0, width(), kHeaderHeight);
+    for (qint64 i = 0; i < m_rows.size(); ++i) {
+        const Row& row = m_rows.at(i);
+        const QRect target = rectOfRow(i);
+        if (row.cell && row.cell->width() != target.width())
+            row.cell->resize(target.width(), row.cell->height());
+        if (!animated || row.rowView->geometry().topLeft() == target.topLeft()) {
+            row.rowView->setGeometry(target);
+            continue;
+        }
+        // Rows below a removed one move up into its place.
+        auto* move = new QVariantAnimation(this);
+        move->setDuration(kAnimationMs);
+        move->setStartValue(row.rowView->geometry());
+        move->setEndValue(target);
+        move->setEasingCurve(QEasingCurve::OutCubic);
+        QPointer<TableRowView> view = row.rowView;
+        connect(move, &QVariantAnimation::valueChanged, this, [view](const QVariant& v) {
+            if (view)
+                view->setGeometry(v.toRect());
+        });
+        m_animations << move;
+        move->start(QAbstractAnimation::DeleteWhenStopped);
+    }
+}
+
+void TableView::selectRow(qint64 row) {
+    if (row < -1 || row >= numberOfRows())
+        row = -1;
+    if (row == m_selectedRow)
+        return;
+    m_selectedRow = row;
+    for (qint64 i = 0; i < m_rows.size(); ++i)
+        m_rows.at(i).rowView->setSelected(i == m_selectedRow);
+    if (m_delegate)
+        m_delegate->tableViewSelectionDidChange();
+}
+
+void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 options) {
+    QList<qint64> sorted = indexes;
+    std::sort(sorted.begin(), sorted.end(), std::greater<>());
+    sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
+    const quint32 slide = options & 0x70;
+    for (const qint64 index : sorted) {
+        if (index < 0 || index >= m_rows.size())
+            continue;
+        const Row row = m_rows.takeAt(index);
+        if (m_selectedRow == index)
+            m_selectedRow = -1;
+        else if (m_selectedRow > index)
+            --m_selectedRow;
+        if (slide != AnimationSlideLeft && slide != AnimationSlideRight && !(options & AnimationEffectFade)) {
+            delete row.rowView;
+            continue;
+        }
+        // The removed row slides out sideways (or fades) and is deleted when out of sight.
+        auto* out = new QVariantAnimation(this);
+        out->setDuration(kAnimationMs);
+        out->setEasingCurve(QEasingCurve::InCubic);
+        const QRect start = row.rowView->geometry();
+        const int dx = slide == AnimationSlideLeft    ? -start.width()
+                       : slide == AnimationSlideRight ? start.width()
+                                                      : 0;
+        out->setStartValue(start);
+        out->setEndValue(start.translated(dx, 0));
+        QPointer<TableRowView> view = row.rowView;
+        view->raise();
+        connect(out, &QVariantAnimation::valueChanged, this, [view](const QVariant& v) {
+            if (view)
+                view->setGeometry(v.toRect());
+        });
+        connect(out, &QVariantAnimation::finished, this, [view] { delete view.data(); });
+        m_animations << out;
+        out->start(QAbstractAnimation::DeleteWhenStopped);
+    }
+    placeRows(true);
+}
+
+TableRowView* TableView::rowViewAtRow(qint64 row) const {
+    return row >= 0 && row < m_rows.size() ? m_rows.at(row).rowView : nullptr;
+}
+
+QWidget* TableView::viewAtColumn(qint64 column, qint64 row) const {
+    return column == 0 && row >= 0 && row < m_rows.size() ? m_rows.at(row).cell : nullptr;
+}
+
+qint64 TableView::rowAtPoint(const QPoint& point) const {
+    for (qint64 i = 0; i < m_rows.size(); ++i) {
+        if (rectOfRow(i).contains(point))
+            return i;
+    }
+    return -1;
+}
+
+bool TableView::isAnimating() const {
+    return std::any_of(m_animations.begin(), m_animations.end(),
+                       [](const auto& a) { return a && a->state() == QAbstractAnimation::Running; });
+}
+
+void TableView::paintEvent(QPaintEvent*) {
+    if (m_backgroundColor.alpha() == 0)
+        return;
+    QPainter painter(this);
+    painter.fillRect(rect(), m_backgroundColor);
+}
+
+void TableView::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton) {
+        QWidget::mousePressEvent(event);
+        return;
+    }
+    const qint64 row = rowAtPoint(event->position().toPoint());
+    if (row >= 0)
+        selectRow(row);
+}
+
+void TableView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    placeRows(false);
+}
+
+} // namespace corvina

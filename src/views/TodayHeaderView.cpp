@@ -1,0 +1,51 @@
+#include "TodayHeaderView.h"
+
+#include "platform/Localization.h"
+#include "platform/UserDefaults.h"
+
+namespace corvina {
+
+namespace {
+
+const QString kSegmented = QStringLiteral("segmented");
+
+} // namespace
+
+TodayHeaderView::TodayHeaderView(QWidget* parent)
+    : FlippedView(QRect(), parent), m_control(new SegmentedControl(this)) {
+    m_control->setSegmentCount(3);
+    m_control->setLabel(Localization::text(QStringLiteral("Inbox")), 0);
+    m_control->setLabel(Localization::text(QStringLiteral("To Do")), 1);
+    m_control->setLabel(Localization::text(QStringLiteral("Memo")), 2);
+    m_control->setAction([this](SegmentedControl* sender) { selectedSegment(sender); });
+
+    qint64 segment = UserDefaults::integerForKey(kSegmented) - 1;
+    if (segment < 0 || segment > 2)
+        segment = 0;
+    m_control->setSelectedSegment(int(segment));
+    layoutControl();
+}
+
+void TodayHeaderView::selectedSegment(SegmentedControl*) {
+    select();
+}
+
+void TodayHeaderView::select() {
+    // Stored first: the delegate reads the choice back from the settings.
+    UserDefaults::setInteger(m_control->selectedSegment() + 1, kSegmented);
+    if (auto* delegate = dynamic_cast<TodayHeaderViewDelegate*>(m_delegate.data()))
+        delegate->selectedSegment(m_control);
+}
+
+void TodayHeaderView::resizeEvent(QResizeEvent* event) {
+    FlippedView::resizeEvent(event);
+    layoutControl();
+}
+
+void TodayHeaderView::layoutControl() {
+    // "H:|-(40)-[control(>=1)]-(20)-|" and "V:|-(1)-[control(20)]": 40 from the left, 20 from the
+    // right, 1 below the top, 20 high.
+    m_control->setGeometry(40, 1, std::max(1, width() - 60), 20);
+}
+
+} // namespace corvina

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "FlippedView.h"
+#include "SegmentedControl.h"
+
+#include <QObject>
+#include <QPointer>
+
+namespace corvina {
+
+// What the header's delegate answers: the user picked a list in the header.
+class TodayHeaderViewDelegate {
+public:
+    virtual ~TodayHeaderViewDelegate() = default;
+    virtual void selectedSegment(SegmentedControl* control) = 0;
+};
+
+// The strip above the message list: a three-segment selector "Inbox", "To Do", "Memo". It starts
+// on the list stored under "segmented" (the segment index plus one; "Inbox" when the value is
+// absent or makes no segment) and writes every choice through at once, before it tells its
+// delegate, which reads the value back.
+class TodayHeaderView : public FlippedView {
+public:
+    explicit TodayHeaderView(QWidget* parent = nullptr);
+
+    SegmentedControl* control() const { return m_control; }
+
+    // Any object; it is told of choices when it answers selectedSegment (implements
+    // TodayHeaderViewDelegate), and skipped silently otherwise. The header does not own it: the
+    // widget's controller owns the header and outlives it, so a plain reference is enough here.
+    QObject* delegate() const { return m_delegate; }
+    void setDelegate(QObject* delegate) { m_delegate = delegate; }
+
+    // The control's action.
+    void selectedSegment(SegmentedControl* sender);
+    // Stores the chosen segment and tells the delegate.
+    void select();
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void layoutControl();
+
+    SegmentedControl* m_control;
+    QPointer<QObject> m_delegate;
+};
+
+} // namespace corvina

@@ -1,0 +1,109 @@
+#pragma once
+
+#include "SnapshotLoader.h"
+#include "model/ExtensionMessage.h"
+#include "platform/AtomicProperty.h"
+#include "platform/NotificationCenter.h"
+#include "views/LayoutConstraint.h"
+#include "views/TableView.h"
+#include "views/TodayHeaderView.h"
+#include "views/TodayTableView.h"
+#include "views/ViewController.h"
+
+#include <QPointer>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace corvina {
+
+class FlippedView;
+
+// The widget: the header with the list selector above the table of the newest messages.
+//
+// Its host builds it (view()), calls viewWillAppear() before showing it, and calls
+// widgetPerformUpdateWithCompletionHandler() whenever it wants fresh content. Everything that
+// touches views, every snapshot read, reload and resize runs on the main thread's queue.
+//
+// The root view is 320 wide: the header (30 high) at the top, 5 below it the table, whose height
+// is `viewHeightContraint` (50 at first, then 60 x rows), the root's bottom flush with the table's.
+class TodayViewController : public ViewController,
+                            public TodayHeaderViewDelegate,
+                            public TableViewDataSource,
+                            public TableViewDelegate {
+public:
+    // The widget-update results.
+    enum UpdateResult { NewData = 0, NoData = 1 };
+    using CompletionHandler = std::function<void(int result)>;
+
+    TodayViewController();
+    ~TodayViewController() override;
+
+    void loadView() override;
+    void viewDidLoad() override;
+    void viewWillAppear() override;
+    void dismissViewController(ViewController* controller) override;
+
+    // The host's periodic update. When the shared container is missing the list is emptied and
+    // the handler hears 1 (no data) at once; then, in every case, the snapshot is read on the main
+    // queue, shown, and the handler hears 0 (new data). So with no container it is called twice,
+    // with 1 and then 0: deliberate, the host relies on the final 0 to stop waiting.
+    void widgetPerformUpdateWithCompletionHandler(CompletionHandler completionHandler);
+    // The proposed insets with the left one 0: the rows use the full width.
+    EdgeInsets widgetMarginInsetsForProposedMarginInsets(EdgeInsets proposed) const;
+    bool widgetAllowsEditing() const { return false; }
+    void widgetDidBeginEditing() {}
+    void widgetDidEndEditing() {}
+
+    // Re-reads the snapshot on the main queue and shows it, only when it differs from what is held.
+    void Reload();
+    // Recomputes the rows from what is held and the chosen list (at most ten), then reloads the
+    // table and resizes on the main queue.
+    void ReloadData();
+    // Sets the table's height to row height x rows, on the main queue, animated.
+    void Resize();
+
+    // The header's delegate: filters again at once, then re-reads by way of a background hop.
+    void selectedSegment(SegmentedControl* control) override;
+
+    // The table's data source and delegate.
+    qint64 numberOfRowsInTableView(TableView* table) override;
+    QWidget* viewForTableColumn(TableView* table, TableColumn* column, qint64 row) override;
+    void tableViewSelectionDidChange() override;
+
+    // ACTION_CALLED_EXTENSION: an archived or deleted message leaves both lists and its row
+    // slides out (left for archive, right for delete). The height stays until the next reload.
+    void actionCalled(const Notification& notification);
+    // Takes every message equal to `message` out of both lists.
+    void removeMessage(const ExtensionMessagePtr& message);
+
+    ExtensionMessageList updateData();
+    static std::optional<QStringList> directoryContent(const QString& path);
+
+    TodayTableView* myTableView() const { return m_myTableView; }
+    TodayHeaderView* myHeaderView() const { return m_myHeaderView; }
+    FlippedView* rootView() const { return m_rootView; }
+
+    // True while the table's height or rows are still moving.
+    bool isAnimating() const;
+
+    CORVINA_ATOMIC_PROPERTY(ExtensionMessageList, dataFromDisk, setDataFromDisk)
+    // Nothing until the first ReloadData that selects a list.
+    CORVINA_ATOMIC_PROPERTY(std::optional<ExtensionMessageList>, dataToShow, setDataToShow)
+    CORVINA_ATOMIC_PROPERTY(QPointer<LayoutConstraint>, viewHeightContraint, setViewHeightContraint)
+
+private:
+    // Blocks queued for later hold this flag, not the controller: they do nothing once it is gone.
+    using AliveFlag = std::shared_ptr<std::atomic<bool>>;
+    static void scheduleReload(const AliveFlag& alive, TodayViewController* controller);
+    void reloadFromDisk();
+
+    AliveFlag m_alive = std::make_shared<std::atomic<bool>>(true);
+    FlippedView* m_rootView = nullptr;
+    TodayTableView* m_myTableView = nullptr;
+    TodayHeaderView* m_myHeaderView = nullptr;
+    SnapshotLoader m_loader;
+};
+
+} // namespace corvina

@@ -1,5 +1,7 @@
 #include "ImageButton.h"
 
+#include "Images.h"
+
 #include <QPainter>
 
 namespace corvina {
@@ -13,8 +15,7 @@ ImageButton::ImageButton(QWidget* parent) : QAbstractButton(parent) {
     });
 }
 
-void ImageButton::setImage(const QIcon& image, const QString& name) {
-    setIcon(image);
+void ImageButton::setImage(const QString& name) {
     m_imageName = name;
     update();
 }
@@ -30,7 +31,7 @@ void ImageButton::paintEvent(QPaintEvent*) {
     if (m_background.alpha() > 0)
         painter.fillRect(rect(), m_background);
     // The image is drawn at the button's size for the screen's pixel ratio, so it stays sharp.
-    const QPixmap pixmap = icon().pixmap(size(), devicePixelRatioF());
+    const QPixmap pixmap = Images::imageNamed(m_imageName, size(), devicePixelRatioF());
     if (isDown()) {
         painter.setOpacity(m_alpha * 0.6);
     } else if (underMouse()) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QAbstractButton>
-#include <QIcon>
 #include <functional>
 
 namespace corvina {
@@ -14,7 +13,8 @@ public:
 
     explicit ImageButton(QWidget* parent = nullptr);
 
-    void setImage(const QIcon& image, const QString& name);
+    // A named image resource (see Images), drawn at the button's size for the screen's pixel ratio.
+    void setImage(const QString& name);
     QString imageName() const { return m_imageName; }
 
     qreal alphaValue() const { return m_alpha; }

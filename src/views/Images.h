@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QIcon>
 #include <QPixmap>
 #include <QSize>
 #include <QString>
@@ -14,8 +13,6 @@ public:
     // The resource `name` drawn at `size` points for `devicePixelRatio`; a null pixmap when there
     // is no such resource.
     static QPixmap imageNamed(const QString& name, QSize size, qreal devicePixelRatio);
-    // The same as an icon that renders itself for each pixel ratio it is asked for.
-    static QIcon iconNamed(const QString& name);
     static QString resourcePath(const QString& name);
 };
 

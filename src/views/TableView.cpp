@@ -180,7 +180,8 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
         m_animations << out;
         out->start(QAbstractAnimation::DeleteWhenStopped);
     }
-    placeRows(true);
+    // Rows below move up with the same kind of animation, or at once when none was asked for.
+    placeRows(options != AnimationEffectNone);
 }
 
 TableRowView* TableView::rowViewAtRow(qint64 row) const {

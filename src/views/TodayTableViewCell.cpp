@@ -24,7 +24,7 @@ TextField* makeField(QWidget* parent, const QColor& textColor) {
 ImageButton* makeButton(QWidget* parent, const QString& image, std::function<void(ImageButton*)> action) {
     auto* button = new ImageButton(parent);
     button->setBackgroundColor(SystemColors::clearColor());
-    button->setImage(Images::iconNamed(image), image);
+    button->setImage(image);
     button->setAlphaValue(0.3);
     button->setAction(std::move(action));
     return button;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QPointer>
 #include <QWidget>
 #include <memory>
 
@@ -36,7 +37,7 @@ protected:
     void setView(QWidget* view);
 
 private:
-    QWidget* m_view = nullptr;
+    QPointer<QWidget> m_view;
 };
 
 } // namespace corvina

@@ -1,0 +1,132 @@
+#include "views/TodayTableView.h"
+
+#include "views/TableRowView.h"
+#include "views/TodayTableRowView.h"
+
+#include <QImage>
+#include <gtest/gtest.h>
+
+using namespace corvina;
+
+namespace {
+
+class Rows : public TableViewDataSource, public TableViewDelegate {
+public:
+    qint64 count = 3;
+    bool todayRows = false;
+    int selectionChanges = 0;
+    qint64 numberOfRowsInTableView(TableView*) override { return count; }
+    QWidget* viewForTableColumn(TableView* table, TableColumn*, qint64) override {
+        auto* w = new QWidget;
+        w->resize(table->width(), int(table->rowHeight()));
+        return w;
+    }
+    void tableViewSelectionDidChange() override { ++selectionChanges; }
+    TableRowView* rowViewForRow(TableView*, qint64) override {
+        return todayRows ? new TodayTableRowView : nullptr;
+    }
+};
+
+int paintedPixels(QWidget* w) {
+    QImage image(w->size(), QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    w->render(&image, QPoint(), QRegion(), QWidget::DrawWindowBackground);
+    int n = 0;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            n += qAlpha(image.pixel(x, y)) > 0;
+    return n;
+}
+
+} // namespace
+
+TEST(TodayTableView, OneColumnOfThreeHundredTwentyWhateverTheFrame) {
+    for (const QRect frame : {QRect(), QRect(0, 0, 100, 100), QRect(0, 0, 900, 50)}) {
+        TodayTableView table(frame);
+        ASSERT_EQ(table.tableColumns().size(), 1);
+        const TableColumn* column = table.tableColumns().first();
+        EXPECT_EQ(column->identifier(), QStringLiteral("col"));
+        EXPECT_EQ(column->width(), 320);
+        EXPECT_FALSE(column->isEditable());
+        EXPECT_EQ(column->headerText(), QString(""));
+    }
+}
+
+TEST(TodayTableView, NoHeaderNoFocusRingTransparentNoSpacing) {
+    TodayTableView table;
+    EXPECT_EQ(table.headerView(), nullptr);
+    EXPECT_EQ(table.focusRingType(), TableView::FocusRingTypeNone);
+    EXPECT_EQ(table.backgroundColor().alpha(), 0);
+    EXPECT_EQ(table.intercellSpacing(), QSizeF(0, 0));
+    EXPECT_EQ(table.swipeOnRowIndex(), -1);
+    EXPECT_EQ(table.startDrag(), QPointF(0, 0));
+}
+
+TEST(TodayTableView, FirstRowStartsAtTheTopEdge) {
+    Rows rows;
+    TodayTableView table(QRect(0, 0, 320, 200));
+    table.setRowHeight(60);
+    table.setDataSource(&rows);
+    table.setDelegate(&rows);
+    table.reloadData();
+    EXPECT_EQ(table.numberOfRows(), 3);
+    EXPECT_EQ(table.rowViewAtRow(0)->geometry(), QRect(0, 0, 320, 60));
+    EXPECT_EQ(table.rowViewAtRow(2)->geometry(), QRect(0, 120, 320, 60));
+    // A plain table keeps its header row above the first row.
+    TableView plain(QRect(0, 0, 320, 200));
+    plain.setRowHeight(60);
+    plain.setDataSource(&rows);
+    plain.setDelegate(&rows);
+    plain.reloadData();
+    EXPECT_GT(plain.rowViewAtRow(0)->geometry().top(), 0);
+}
+
+TEST(TodayTableView, SelectedTodayRowsDrawNoHighlightPlainRowsDo) {
+    Rows rows;
+    TodayTableView table(QRect(0, 0, 320, 200));
+    table.setRowHeight(60);
+    table.setDataSource(&rows);
+    table.setDelegate(&rows);
+    table.reloadData();
+    table.selectRow(1);
+    ASSERT_TRUE(table.rowViewAtRow(1)->isSelected());
+    EXPECT_GT(paintedPixels(table.rowViewAtRow(1)), 0); // the default row view's highlight
+    EXPECT_EQ(paintedPixels(table.rowViewAtRow(0)), 0); // not selected
+
+    rows.todayRows = true;
+    table.reloadData();
+    ASSERT_EQ(table.selectedRow(), 1);
+    ASSERT_TRUE(table.rowViewAtRow(1)->isSelected());
+    EXPECT_EQ(paintedPixels(table.rowViewAtRow(1)), 0);
+}
+
+TEST(TodayTableView, SelectingTellsTheDelegateOnlyOnChange) {
+    Rows rows;
+    TodayTableView table(QRect(0, 0, 320, 200));
+    table.setRowHeight(60);
+    table.setDataSource(&rows);
+    table.setDelegate(&rows);
+    table.reloadData();
+    table.selectRow(2);
+    table.selectRow(2);
+    EXPECT_EQ(rows.selectionChanges, 1);
+    EXPECT_EQ(table.selectedRow(), 2);
+    table.selectRow(7); // outside: nothing selected
+    EXPECT_EQ(table.selectedRow(), -1);
+    EXPECT_EQ(rows.selectionChanges, 2);
+}
+
+TEST(TodayTableView, RemovingRowsKeepsItsOwnCountAndMovesRowsUp) {
+    Rows rows;
+    rows.count = 5;
+    TodayTableView table(QRect(0, 0, 320, 300));
+    table.setRowHeight(60);
+    table.setDataSource(&rows);
+    table.setDelegate(&rows);
+    table.reloadData();
+    TableRowView* fourth = table.rowViewAtRow(3);
+    table.removeRowsAtIndexes({1}, TableView::AnimationEffectNone);
+    EXPECT_EQ(table.numberOfRows(), 4);
+    EXPECT_EQ(table.rowViewAtRow(2), fourth);
+    EXPECT_EQ(fourth->geometry(), QRect(0, 120, 320, 60));
+}

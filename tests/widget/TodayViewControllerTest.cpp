@@ -1,0 +1,515 @@
+#include "widget/TodayViewController.h"
+
+#include "platform/Dispatch.h"
+#include "platform/NotificationCenter.h"
+#include "platform/UserDefaults.h"
+#include "shared/ConstVars.h"
+#include "shared/ExtensionUtilities.h"
+#include "support/FakeHostApp.h"
+#include "support/TempContainer.h"
+#include "support/WidgetTesting.h"
+#include "views/FlippedView.h"
+#include "views/TodayTableViewCell.h"
+
+#include <QLayout>
+#include <QPointer>
+#include <QTest>
+#include <QVBoxLayout>
+#include <gtest/gtest.h>
+
+using namespace corvina;
+using corvina::test::drain;
+using corvina::test::FakeHostApp;
+using corvina::test::TempContainer;
+
+namespace {
+
+const QString kAccount = QStringLiteral("ann@example.org");
+constexpr qint64 kNow = 1795000000; // seconds since 1970
+
+// A container with one enabled account whose snapshot holds `messages` (id, folder kind), newest
+// first by their order.
+QVariantList messages(const QList<std::pair<QString, qint64>>& rows) {
+    QVariantList out;
+    qint64 date = kNow;
+    for (const auto& [id, folder] : rows) {
+        QVariantMap m = TempContainer::message(id, kAccount, date, folder);
+        m.insert(QStringLiteral("subject"), QStringLiteral("Subject ") + id);
+        m.insert(QStringLiteral("from"), QStringLiteral("Sender ") + id);
+        out << m;
+        date -= 600;
+    }
+    return out;
+}
+
+QList<std::pair<QString, qint64>> inboxRows(int n, qint64 folder = 1,
+                                            const QString& prefix = QStringLiteral("m")) {
+    QList<std::pair<QString, qint64>> rows;
+    for (int i = 0; i < n; ++i)
+        rows << std::make_pair(prefix + QString::number(i), folder);
+    return rows;
+}
+
+QStringList ids(const ExtensionMessageList& list) {
+    QStringList out;
+    for (const auto& m : list)
+        out << m->messageId();
+    return out;
+}
+
+class TodayViewControllerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        container.writeAccounts({TempContainer::account(kAccount)});
+        host.installRecorder(ConstVars::appIdentifier);
+    }
+
+    void write(const QList<std::pair<QString, qint64>>& rows) {
+        container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"), messages(rows));
+    }
+
+    // Builds the controller and shows its view, as the widget's host does.
+    TodayViewController& show() {
+        controller = std::make_unique<TodayViewController>();
+        window = std::make_unique<QWidget>();
+        auto* layout = new QVBoxLayout(window.get());
+        layout->setContentsMargins(0, 0, 0, 0);
+        layout->setSizeConstraint(QLayout::SetFixedSize);
+        layout->addWidget(controller->view());
+        window->show();
+        return *controller;
+    }
+
+    void appear() {
+        controller->viewWillAppear();
+        settle();
+    }
+
+    // The queues are empty and every animation has come to rest.
+    void settle() {
+        ASSERT_TRUE(drain([this] { return !controller->isAnimating(); }));
+    }
+
+    qreal heightConstant() const { return controller->viewHeightContraint()->constant(); }
+
+    TodayTableViewCell* cellAt(qint64 row) const {
+        return dynamic_cast<TodayTableViewCell*>(controller->myTableView()->viewAtColumn(0, row));
+    }
+
+    test::ScopedSettings settings;
+    TempContainer container;
+    FakeHostApp host;
+    std::unique_ptr<TodayViewController> controller;
+    std::unique_ptr<QWidget> window;
+};
+
+} // namespace
+
+TEST_F(TodayViewControllerTest, LoadViewBuildsTheTreeAndObserves) {
+    TodayViewController c;
+    QWidget* root = c.view();
+    EXPECT_EQ(c.rootView(), root);
+    EXPECT_TRUE(c.dataFromDisk().isEmpty());
+    EXPECT_FALSE(c.dataToShow().has_value());
+    EXPECT_EQ(c.myTableView()->parentWidget(), root);
+    EXPECT_EQ(c.myHeaderView()->parentWidget(), root);
+    EXPECT_EQ(c.myHeaderView()->delegate(), &c);
+    EXPECT_EQ(c.myTableView()->rowHeight(), 60);
+    ASSERT_NE(c.viewHeightContraint(), nullptr);
+    EXPECT_EQ(c.viewHeightContraint()->constant(), 50);
+    EXPECT_EQ(c.viewHeightContraint()->multiplier(), 1.0);
+    EXPECT_EQ(c.viewHeightContraint()->parent(), c.myTableView()); // the table's own constraint
+    EXPECT_EQ(NotificationCenter::defaultCenter().observationCount(&c), 1);
+}
+
+TEST_F(TodayViewControllerTest, RootIsThreeTwentyByFourHundredThenEightyFiveUntilTheFirstResize) {
+    TodayViewController c;
+    QWidget* root = c.view();
+    EXPECT_EQ(root->geometry(), QRect(0, 0, 320, 400)); // at creation, before layout
+    root->layout()->activate();
+    EXPECT_EQ(root->size(), QSize(320, 85));
+    EXPECT_EQ(c.myHeaderView()->geometry(), QRect(0, 0, 320, 30));
+    EXPECT_EQ(c.myTableView()->geometry(), QRect(0, 35, 320, 50));
+}
+
+TEST_F(TodayViewControllerTest, MarginsAndEditing) {
+    TodayViewController c;
+    EXPECT_EQ(c.widgetMarginInsetsForProposedMarginInsets({5, 44, 5, 10}), (EdgeInsets{5, 0, 5, 10}));
+    EXPECT_FALSE(c.widgetAllowsEditing());
+    c.view();
+    c.widgetDidBeginEditing();
+    c.widgetDidEndEditing();
+    c.dismissViewController(nullptr);
+    EXPECT_TRUE(c.dataFromDisk().isEmpty());
+    EXPECT_EQ(c.viewHeightContraint()->constant(), 50);
+}
+
+TEST_F(TodayViewControllerTest, DestroyedControllerStopsObserving) {
+    auto c = std::make_unique<TodayViewController>();
+    c->view();
+    const void* key = c.get();
+    c.reset();
+    EXPECT_EQ(NotificationCenter::defaultCenter().observationCount(key), 0);
+    // Blocks it queued before it went do nothing.
+    EXPECT_TRUE(drain());
+}
+
+TEST_F(TodayViewControllerTest, NoContainerEmptiesAtOnceThenReportsNoDataThenNewData) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    ASSERT_EQ(c.dataFromDisk().size(), 3);
+    test::ScopedEnvironment none("CORVINA_GROUP_CONTAINER", QByteArray(""));
+    QList<int> results;
+    c.widgetPerformUpdateWithCompletionHandler([&](int r) { results << r; });
+    EXPECT_EQ(results, QList<int>{1});
+    EXPECT_TRUE(c.dataFromDisk().isEmpty());
+    settle();
+    EXPECT_EQ(results, (QList<int>{1, 0}));
+    EXPECT_TRUE(c.dataFromDisk().isEmpty());
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 0);
+    EXPECT_EQ(heightConstant(), 0);
+}
+
+TEST_F(TodayViewControllerTest, ContainerWithoutSnapshotsReportsOnlyNewData) {
+    TodayViewController& c = show();
+    QList<int> results;
+    c.widgetPerformUpdateWithCompletionHandler([&](int r) { results << r; });
+    EXPECT_TRUE(results.isEmpty()); // nothing before the main queue runs
+    settle();
+    EXPECT_EQ(results, QList<int>{0});
+    EXPECT_TRUE(c.dataFromDisk().isEmpty());
+    // A location whose folder is not on disk is not a missing container either.
+    test::ScopedEnvironment gone("CORVINA_GROUP_CONTAINER", QByteArray("/nonexistent/corvina-container"));
+    results.clear();
+    c.widgetPerformUpdateWithCompletionHandler([&](int r) { results << r; });
+    settle();
+    EXPECT_EQ(results, QList<int>{0});
+}
+
+TEST_F(TodayViewControllerTest, UpdateStoresWhatItReadsAndShowsIt) {
+    write(inboxRows(4));
+    TodayViewController& c = show();
+    QList<int> results;
+    c.widgetPerformUpdateWithCompletionHandler([&](int r) { results << r; });
+    settle();
+    EXPECT_EQ(results, QList<int>{0});
+    EXPECT_EQ(ids(c.dataFromDisk()), (QStringList{"m0", "m1", "m2", "m3"}));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 4);
+    EXPECT_EQ(heightConstant(), 240);
+    EXPECT_EQ(c.myTableView()->height(), 240);
+    EXPECT_EQ(c.rootView()->height(), 35 + 240);
+}
+
+TEST_F(TodayViewControllerTest, FirstRunShowsEveryFolderUnfiltered) {
+    write({{"a", 1}, {"b", 11}, {"c", 12}, {"d", 13}, {"e", 0}});
+    TodayViewController& c = show();
+    appear();
+    ASSERT_TRUE(c.dataToShow());
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"a", "b", "c", "d", "e"}));
+    EXPECT_EQ(c.myHeaderView()->control()->selectedSegment(), 0); // "Inbox" shown selected all the same
+}
+
+TEST_F(TodayViewControllerTest, SegmentValuesSelectByFolderKind) {
+    write({{"a", 1}, {"b", 11}, {"c", 12}, {"d", 13}, {"e", 0}, {"f", 13}});
+    TodayViewController& c = show();
+    appear();
+    const QList<std::pair<qint64, QStringList>> cases{
+        {1, {"a"}}, {2, {"b"}}, {3, {"c"}}, {4, {"d", "f"}}, {0, {"a", "b", "c", "d", "e", "f"}}};
+    for (const auto& [value, expected] : cases) {
+        UserDefaults::setInteger(value, QStringLiteral("segmented"));
+        c.ReloadData();
+        settle();
+        ASSERT_TRUE(c.dataToShow());
+        EXPECT_EQ(ids(*c.dataToShow()), expected) << value;
+        EXPECT_EQ(c.myTableView()->numberOfRows(), expected.size());
+    }
+}
+
+TEST_F(TodayViewControllerTest, SegmentValueWithoutAListKeepsTheRows) {
+    write(inboxRows(3));
+    UserDefaults::setInteger(7, QStringLiteral("segmented"));
+    TodayViewController& c = show();
+    appear();
+    EXPECT_FALSE(c.dataToShow().has_value()); // nothing selected before: no rows
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 0);
+    EXPECT_EQ(heightConstant(), 0);
+    UserDefaults::setInteger(1, QStringLiteral("segmented"));
+    c.ReloadData();
+    settle();
+    ASSERT_EQ(c.dataToShow()->size(), 3);
+    for (const qint64 value : {7, -1}) {
+        UserDefaults::setInteger(value, QStringLiteral("segmented"));
+        c.ReloadData();
+        settle();
+        EXPECT_EQ(c.dataToShow()->size(), 3) << value;
+    }
+}
+
+TEST_F(TodayViewControllerTest, ElevenMatchingShowTheNewestTenTenShowAll) {
+    write(inboxRows(11));
+    TodayViewController& c = show();
+    appear();
+    EXPECT_EQ(ids(*c.dataToShow()), ids(c.dataFromDisk()).mid(0, 10));
+    EXPECT_EQ(c.dataToShow()->last()->messageId(), QStringLiteral("m9"));
+    EXPECT_EQ(heightConstant(), 600);
+    EXPECT_EQ(c.rootView()->height(), 635);
+    write(inboxRows(10));
+    c.Reload();
+    settle();
+    EXPECT_EQ(c.dataToShow()->size(), 10);
+    EXPECT_EQ(heightConstant(), 600);
+}
+
+TEST_F(TodayViewControllerTest, EqualReReadDoesNotReload) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    TableRowView* firstRow = c.myTableView()->rowViewAtRow(0);
+    QPointer<QWidget> firstCell = c.myTableView()->viewAtColumn(0, 0);
+    // Rewritten with other subjects but the same messages (ids and account): equal records.
+    QVariantList rewritten = messages(inboxRows(3));
+    for (QVariant& m : rewritten) {
+        QVariantMap map = m.toMap();
+        map.insert(QStringLiteral("subject"), QStringLiteral("changed"));
+        m = map;
+    }
+    container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"), rewritten);
+    c.Reload();
+    settle();
+    EXPECT_EQ(c.myTableView()->rowViewAtRow(0), firstRow);
+    ASSERT_TRUE(firstCell);
+    EXPECT_EQ(dynamic_cast<TodayTableViewCell*>(firstCell.data())->subjectField()->stringValue(),
+              QStringLiteral("Subject m0"));
+    // A different list does reload.
+    write(inboxRows(2));
+    c.Reload();
+    settle();
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
+    EXPECT_FALSE(firstCell);
+}
+
+TEST_F(TodayViewControllerTest, ChoosingASegmentStoresFirstAndFiltersAtOnce) {
+    write({{"a", 1}, {"b", 11}, {"c", 11}});
+    TodayViewController& c = show();
+    appear();
+    ASSERT_EQ(c.dataToShow()->size(), 3);
+    SegmentedControl* control = c.myHeaderView()->control();
+    QTest::mouseClick(control, Qt::LeftButton, {}, control->segmentRect(1).center());
+    // Before any queue ran: stored, and the list already filtered from memory.
+    EXPECT_EQ(UserDefaults::integerForKey(QStringLiteral("segmented")), 2);
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"b", "c"}));
+    settle();
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
+    EXPECT_EQ(heightConstant(), 120);
+}
+
+TEST_F(TodayViewControllerTest, ChoosingASegmentReReadsAndRedisplaysOnlyOnChange) {
+    write({{"a", 1}, {"b", 11}});
+    TodayViewController& c = show();
+    appear();
+    SegmentedControl* control = c.myHeaderView()->control();
+    QTest::mouseClick(control, Qt::LeftButton, {}, control->segmentRect(1).center());
+    settle();
+    TableRowView* row = c.myTableView()->rowViewAtRow(0);
+    // Unchanged on disk: the re-read after the hop redisplays nothing.
+    QTest::mouseClick(control, Qt::LeftButton, {}, control->segmentRect(1).center());
+    // The immediate filter reloads the table once...
+    settle();
+    TableRowView* afterFilter = c.myTableView()->rowViewAtRow(0);
+    EXPECT_NE(afterFilter, row);
+    // ...and a change on disk is picked up by the re-read that follows a choice.
+    write({{"a", 1}, {"b", 11}, {"z", 11}});
+    QTest::mouseClick(control, Qt::LeftButton, {}, control->segmentRect(1).center());
+    settle();
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"b", "z"}));
+}
+
+TEST_F(TodayViewControllerTest, EveryRowIsANewCellFilledFromItsMessage) {
+    write(inboxRows(2));
+    TodayViewController& c = show();
+    appear();
+    EXPECT_EQ(c.numberOfRowsInTableView(c.myTableView()), 2);
+    std::unique_ptr<QWidget> one(c.viewForTableColumn(c.myTableView(), nullptr, 1));
+    std::unique_ptr<QWidget> again(c.viewForTableColumn(c.myTableView(), nullptr, 1));
+    EXPECT_NE(one.get(), again.get());
+    auto* cell = dynamic_cast<TodayTableViewCell*>(one.get());
+    ASSERT_NE(cell, nullptr);
+    EXPECT_EQ(cell->identifier(), QStringLiteral("TodayTableViewCell"));
+    EXPECT_EQ(cell->geometry(), QRect(0, 0, 320, 60));
+    EXPECT_EQ(cell->message()->messageId(), QStringLiteral("m1"));
+    EXPECT_EQ(cell->subjectField()->stringValue(), QStringLiteral("Subject m1"));
+    // Beyond the list: an empty cell, not a failure.
+    std::unique_ptr<QWidget> beyond(c.viewForTableColumn(c.myTableView(), nullptr, 5));
+    auto* empty = dynamic_cast<TodayTableViewCell*>(beyond.get());
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(empty->message(), nullptr);
+    EXPECT_EQ(empty->avatarIMview()->imageName(), QStringLiteral("prof10"));
+}
+
+TEST_F(TodayViewControllerTest, ClickingARowOpensItsMessageOnce) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    QWidget* cell = c.myTableView()->viewAtColumn(0, 1);
+    QTest::mouseClick(cell, Qt::LeftButton, {}, QPoint(150, 12)); // on the sender, not a button
+    EXPECT_EQ(c.myTableView()->selectedRow(), 1);
+    const auto launches = host.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(
+        launches.at(0).arguments,
+        QStringList{QStringLiteral("corvina://open?mail=ann%40example.org&messageid=m1&folderstandardid=1")});
+    EXPECT_EQ(launches.at(0).values.value(QStringLiteral("CORVINA_LAUNCH_OPTIONS")),
+              QStringLiteral("0x20000"));
+    // The selection stays; the same row again is no change and sends nothing more.
+    QTest::mouseClick(cell, Qt::LeftButton, {}, QPoint(150, 12));
+    EXPECT_EQ(host.waitForLaunches(2, 300).size(), 1);
+}
+
+TEST_F(TodayViewControllerTest, NoSelectionSendsNothing) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    ASSERT_EQ(c.myTableView()->selectedRow(), -1);
+    c.tableViewSelectionDidChange();
+    EXPECT_TRUE(host.waitForLaunches(1, 300).isEmpty());
+}
+
+namespace {
+
+void post(const ExtensionMessagePtr& message, const QString& command) {
+    NotificationCenter::defaultCenter().postNotificationName(
+        ExtensionUtilities::ACTION_CALLED_EXTENSION,
+        QVariantMap{{QStringLiteral("message"), QVariant::fromValue(message)},
+                    {QStringLiteral("command"), command}});
+}
+
+ExtensionMessagePtr equalTo(const QString& id) {
+    auto m = ExtensionMessage::init();
+    m->setMessageId(id);
+    m->setAccount(kAccount);
+    return m;
+}
+
+} // namespace
+
+TEST_F(TodayViewControllerTest, ArchivingTheThirdOfFiveSlidesItLeftAndKeepsTheHeight) {
+    write(inboxRows(5));
+    TodayViewController& c = show();
+    appear();
+    QPointer<TableRowView> third = c.myTableView()->rowViewAtRow(2);
+    TableRowView* fourth = c.myTableView()->rowViewAtRow(3);
+    post(equalTo(QStringLiteral("m2")), ConstVars::commandArchive); // an equal record, not the same one
+    // The lists change at once, on the posting thread.
+    EXPECT_EQ(ids(c.dataFromDisk()), (QStringList{"m0", "m1", "m3", "m4"}));
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"m0", "m1", "m3", "m4"}));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 5); // the row goes on the main queue
+    ASSERT_TRUE(drain([&] { return third && third->x() < -20; }, 2000)) << "the row slides out to the left";
+    settle();
+    EXPECT_FALSE(third);
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 4);
+    EXPECT_EQ(c.myTableView()->rowViewAtRow(2), fourth);
+    EXPECT_EQ(fourth->y(), 120);
+    EXPECT_EQ(heightConstant(), 300); // no resize until the next reload
+    EXPECT_EQ(c.myTableView()->height(), 300);
+}
+
+TEST_F(TodayViewControllerTest, DeletingSlidesRightReplyChangesNothing) {
+    write(inboxRows(5));
+    TodayViewController& c = show();
+    appear();
+    post(equalTo(QStringLiteral("m1")), ConstVars::commandReply);
+    post(equalTo(QStringLiteral("m1")), ConstVars::commandOpen);
+    settle();
+    EXPECT_EQ(c.dataToShow()->size(), 5);
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 5);
+    QPointer<TableRowView> second = c.myTableView()->rowViewAtRow(1);
+    post(equalTo(QStringLiteral("m1")), ConstVars::commandDelete);
+    ASSERT_TRUE(drain([&] { return second && second->x() > 20; }, 2000)) << "the row slides out to the right";
+    settle();
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"m0", "m2", "m3", "m4"}));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 4);
+}
+
+TEST_F(TodayViewControllerTest, MessageNotShownChangesNothingNotEvenTheFullList) {
+    write({{"a", 1}, {"b", 11}, {"c", 1}});
+    UserDefaults::setInteger(1, QStringLiteral("segmented"));
+    TodayViewController& c = show();
+    appear();
+    ASSERT_EQ(ids(*c.dataToShow()), (QStringList{"a", "c"}));
+    post(equalTo(QStringLiteral("b")), ConstVars::commandArchive);
+    settle();
+    EXPECT_EQ(ids(c.dataFromDisk()), (QStringList{"a", "b", "c"}));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
+    // Malformed notifications are ignored too.
+    NotificationCenter::defaultCenter().postNotificationName(ExtensionUtilities::ACTION_CALLED_EXTENSION);
+    NotificationCenter::defaultCenter().postNotificationName(
+        ExtensionUtilities::ACTION_CALLED_EXTENSION,
+        QVariantMap{{QStringLiteral("command"), QStringLiteral("archive")}});
+    settle();
+    EXPECT_EQ(c.dataFromDisk().size(), 3);
+}
+
+TEST_F(TodayViewControllerTest, TwoEqualMessagesBothLeaveTheListsOneRowLeavesTheTable) {
+    // Two snapshot files holding the same message (same id and account).
+    write(inboxRows(3));
+    container.writeSnapshot(kAccount, QStringLiteral("copy.plist"), messages({{"m1", 1}}));
+    TodayViewController& c = show();
+    appear();
+    ASSERT_EQ(c.dataToShow()->size(), 4);
+    ASSERT_EQ(ids(*c.dataToShow()).count(QStringLiteral("m1")), 2);
+    post(equalTo(QStringLiteral("m1")), ConstVars::commandArchive);
+    settle();
+    EXPECT_EQ(ids(c.dataFromDisk()).count(QStringLiteral("m1")), 0);
+    EXPECT_EQ(c.dataToShow()->size(), 2);
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 3); // the table was told of one row only
+}
+
+TEST_F(TodayViewControllerTest, ArchiveButtonRemovesTheRowAndTellsTheMailApp) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    TodayTableViewCell* first = cellAt(0);
+    ASSERT_NE(first, nullptr);
+    QPointer<TableRowView> row = c.myTableView()->rowViewAtRow(0);
+    QTest::mouseClick(first->archiveButton(), Qt::LeftButton);
+    EXPECT_EQ(ids(c.dataFromDisk()), (QStringList{"m1", "m2"}));
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"m1", "m2"}));
+    const auto launches = host.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(launches.at(0).arguments,
+              QStringList{QStringLiteral(
+                  "corvina://archive?mail=ann%40example.org&messageid=m0&folderstandardid=1")});
+    EXPECT_EQ(launches.at(0).values.value(QStringLiteral("CORVINA_LAUNCH_OPTIONS")), QStringLiteral("0x200"));
+    settle();
+    EXPECT_FALSE(row);
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
+    EXPECT_EQ(c.myTableView()->selectedRow(), -1); // a button press is not a row selection
+    // The trash button of the new first row.
+    QTest::mouseClick(cellAt(0)->trashButton(), Qt::LeftButton);
+    settle();
+    EXPECT_EQ(ids(c.dataFromDisk()), QStringList{"m2"});
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 1);
+}
+
+TEST_F(TodayViewControllerTest, ARemovedMessageStillOnDiskComesBackOnTheNextReload) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    post(equalTo(QStringLiteral("m0")), ConstVars::commandArchive);
+    settle();
+    ASSERT_EQ(c.dataFromDisk().size(), 2);
+    c.Reload(); // the mail app has not rewritten its snapshot yet
+    settle();
+    EXPECT_EQ(ids(c.dataFromDisk()), (QStringList{"m0", "m1", "m2"}));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 3);
+    // Once the mail app wrote the snapshot without it, the re-read is equal: nothing redisplays.
+    post(equalTo(QStringLiteral("m0")), ConstVars::commandArchive);
+    settle();
+    write({{"m1", 1}, {"m2", 1}});
+    TableRowView* row = c.myTableView()->rowViewAtRow(0);
+    c.Reload();
+    settle();
+    EXPECT_EQ(c.myTableView()->rowViewAtRow(0), row);
+    EXPECT_EQ(heightConstant(), 180); // still the old height: the table was not reloaded
+}

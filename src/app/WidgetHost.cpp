@@ -53,26 +53,37 @@ bool WidgetHost::isSettled() const {
 }
 
 void WidgetHost::watchFolders() {
-    QStringList wanted;
+    QStringList folders;
+    QStringList files;
     if (const auto data = ExtensionUtilities::GroupDataPath()) {
         const QString dataPath = data->toLocalFile();
         const QString today = dataPath + QStringLiteral("/Today");
         // The data folder (the account list, the snapshot folder appearing), the snapshot folder
-        // (account folders appearing) and each account's folder (its snapshot files replaced).
+        // (account folders appearing) and each account's folder (snapshot files replaced, as the
+        // mail application does, by renaming a new file over the old).
         for (const QString& folder : {dataPath, today})
             if (QFileInfo(folder).isDir())
-                wanted << folder;
+                folders << folder;
         const QDir todayDir(today);
-        for (const QString& name : todayDir.entryList(QDir::Dirs | QDir::NoDotAndDotDot))
-            wanted << todayDir.filePath(name);
+        for (const QString& name : todayDir.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+            const QDir account(todayDir.filePath(name));
+            folders << account.path();
+            // A writer that rewrites a file in place changes no folder: watch the files as well.
+            for (const QString& file : account.entryList(QDir::Files))
+                files << account.filePath(file);
+        }
+        const QString accounts = dataPath + QStringLiteral("/Accounts.plist");
+        if (QFileInfo(accounts).isFile())
+            files << accounts;
     }
-    const QStringList current = m_watcher.directories();
-    for (const QString& folder : current)
-        if (!wanted.contains(folder))
-            m_watcher.removePath(folder);
-    for (const QString& folder : wanted)
-        if (!current.contains(folder))
-            m_watcher.addPath(folder);
+    const QStringList wanted = folders + files;
+    const QStringList current = m_watcher.directories() + m_watcher.files();
+    for (const QString& path : current)
+        if (!wanted.contains(path))
+            m_watcher.removePath(path);
+    for (const QString& path : wanted)
+        if (!current.contains(path))
+            m_watcher.addPath(path);
 }
 
 } // namespace corvina

@@ -36,8 +36,8 @@ public:
     int completedUpdates() const { return m_completedUpdates; }
     // Nothing queued, no animation running, at least one update completed.
     bool isSettled() const;
-    // The folders watched now.
-    QStringList watchedFolders() const { return m_watcher.directories(); }
+    // The folders and files watched now.
+    QStringList watchedPaths() const { return m_watcher.directories() + m_watcher.files(); }
 
 private:
     void watchFolders();

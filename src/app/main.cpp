@@ -15,13 +15,13 @@
 
 namespace {
 
-// --list (with --json and --all), --help and --version need no display: a status bar or a script can call them from
-// anywhere. Everything else shows the widget and needs a GUI application object.
+// --list (with --json and --all), --help and --version need no display: a status bar or a script can call
+// them from anywhere. Everything else shows the widget and needs a GUI application object.
 bool needsNoDisplay(int argc, char* argv[]) {
     for (int i = 1; i < argc; ++i) {
         const QByteArray a(argv[i]);
-        if (a == "--list" || a == "--json" || a == "--all" || a == "--help" || a == "-h" || a == "--help-all" ||
-            a == "--version" || a == "-v") {
+        if (a == "--list" || a == "--json" || a == "--all" || a == "--help" || a == "-h" ||
+            a == "--help-all" || a == "--version" || a == "-v") {
             return true;
         }
     }

@@ -19,7 +19,7 @@ struct Outcome {
 };
 
 Outcome run(const QStringList& arguments,
-        const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment()) {
+            const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment()) {
     QProcess process;
     process.setProcessEnvironment(environment);
     process.start(QStringLiteral(CORVINA_TODAY_BINARY), arguments);

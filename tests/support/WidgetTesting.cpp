@@ -23,6 +23,22 @@ bool drain(const std::function<bool()>& done, int timeoutMs) {
     return false;
 }
 
+int opaquePixels(const QImage& image) {
+    int n = 0;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            n += qAlpha(image.pixel(x, y)) > 0;
+    return n;
+}
+
+QImage renderTransparent(QWidget& widget, const QRegion& region) {
+    QImage image(widget.size(), QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    widget.render(&image, QPoint(), region.isEmpty() ? QRegion(widget.rect()) : region,
+                  QWidget::DrawChildren);
+    return image;
+}
+
 ScopedSettings::ScopedSettings() {
     m_environment = std::make_unique<ScopedEnvironment>("XDG_CONFIG_HOME", m_dir.path().toUtf8());
 }

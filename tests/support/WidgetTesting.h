@@ -4,7 +4,10 @@
 #include "support/ScopedEnvironment.h"
 #include "support/TempContainer.h"
 
+#include <QImage>
+#include <QRegion>
 #include <QTemporaryDir>
+#include <QWidget>
 #include <functional>
 #include <memory>
 
@@ -14,6 +17,11 @@ namespace corvina::test {
 // holds (or, without `done`, until the queues are empty), bounded by `timeoutMs`. True when it
 // got there in time.
 bool drain(const std::function<bool()>& done = {}, int timeoutMs = 5000);
+
+// Pixels of `image` that are not fully transparent.
+int opaquePixels(const QImage& image);
+// `widget` (or the part `region` of it) drawn on a transparent image.
+QImage renderTransparent(QWidget& widget, const QRegion& region = QRegion());
 
 // Settings of their own for a test (the "segmented" choice and the window position), through
 // XDG_CONFIG_HOME.

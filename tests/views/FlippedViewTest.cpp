@@ -1,6 +1,7 @@
 #include "views/FlippedView.h"
 
 #include "platform/NotificationCenter.h"
+#include "support/WidgetTesting.h"
 
 #include <QImage>
 #include <QPainter>
@@ -9,21 +10,12 @@
 
 using namespace corvina;
 
+using corvina::test::opaquePixels;
+
 namespace {
 
 QImage render(QWidget& view, const QRegion& region = QRegion()) {
-    QImage image(view.size(), QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
-    view.render(&image, QPoint(), region.isEmpty() ? QRegion(view.rect()) : region, QWidget::DrawChildren);
-    return image;
-}
-
-int opaquePixels(const QImage& image) {
-    int n = 0;
-    for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x)
-            n += qAlpha(image.pixel(x, y)) > 0;
-    return n;
+    return corvina::test::renderTransparent(view, region);
 }
 
 } // namespace

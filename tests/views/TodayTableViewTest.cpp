@@ -1,10 +1,12 @@
 #include "views/TodayTableView.h"
 
+#include "support/WidgetTesting.h"
 #include "views/TableRowView.h"
 #include "views/TodayTableRowView.h"
 
 #include <QImage>
 #include <gtest/gtest.h>
+#include <memory>
 
 using namespace corvina;
 
@@ -28,14 +30,17 @@ public:
 };
 
 int paintedPixels(QWidget* w) {
-    QImage image(w->size(), QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
-    w->render(&image, QPoint(), QRegion(), QWidget::DrawWindowBackground);
-    int n = 0;
-    for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x)
-            n += qAlpha(image.pixel(x, y)) > 0;
-    return n;
+    return corvina::test::opaquePixels(corvina::test::renderTransparent(*w));
+}
+
+// A table of `rows` (the data source and delegate) rows of 60, 320 wide, loaded.
+std::unique_ptr<TodayTableView> loadedTable(Rows& rows, int height = 200) {
+    auto table = std::make_unique<TodayTableView>(QRect(0, 0, 320, height));
+    table->setRowHeight(60);
+    table->setDataSource(&rows);
+    table->setDelegate(&rows);
+    table->reloadData();
+    return table;
 }
 
 } // namespace
@@ -64,11 +69,8 @@ TEST(TodayTableView, NoHeaderNoFocusRingTransparentNoSpacing) {
 
 TEST(TodayTableView, FirstRowStartsAtTheTopEdge) {
     Rows rows;
-    TodayTableView table(QRect(0, 0, 320, 200));
-    table.setRowHeight(60);
-    table.setDataSource(&rows);
-    table.setDelegate(&rows);
-    table.reloadData();
+    auto loaded = loadedTable(rows);
+    TodayTableView& table = *loaded;
     EXPECT_EQ(table.numberOfRows(), 3);
     EXPECT_EQ(table.rowViewAtRow(0)->geometry(), QRect(0, 0, 320, 60));
     EXPECT_EQ(table.rowViewAtRow(2)->geometry(), QRect(0, 120, 320, 60));
@@ -83,11 +85,8 @@ TEST(TodayTableView, FirstRowStartsAtTheTopEdge) {
 
 TEST(TodayTableView, SelectedTodayRowsDrawNoHighlightPlainRowsDo) {
     Rows rows;
-    TodayTableView table(QRect(0, 0, 320, 200));
-    table.setRowHeight(60);
-    table.setDataSource(&rows);
-    table.setDelegate(&rows);
-    table.reloadData();
+    auto loaded = loadedTable(rows);
+    TodayTableView& table = *loaded;
     table.selectRow(1);
     ASSERT_TRUE(table.rowViewAtRow(1)->isSelected());
     EXPECT_GT(paintedPixels(table.rowViewAtRow(1)), 0); // the default row view's highlight
@@ -102,11 +101,8 @@ TEST(TodayTableView, SelectedTodayRowsDrawNoHighlightPlainRowsDo) {
 
 TEST(TodayTableView, SelectingTellsTheDelegateOnlyOnChange) {
     Rows rows;
-    TodayTableView table(QRect(0, 0, 320, 200));
-    table.setRowHeight(60);
-    table.setDataSource(&rows);
-    table.setDelegate(&rows);
-    table.reloadData();
+    auto loaded = loadedTable(rows);
+    TodayTableView& table = *loaded;
     table.selectRow(2);
     table.selectRow(2);
     EXPECT_EQ(rows.selectionChanges, 1);
@@ -119,11 +115,8 @@ TEST(TodayTableView, SelectingTellsTheDelegateOnlyOnChange) {
 TEST(TodayTableView, RemovingRowsKeepsItsOwnCountAndMovesRowsUp) {
     Rows rows;
     rows.count = 5;
-    TodayTableView table(QRect(0, 0, 320, 300));
-    table.setRowHeight(60);
-    table.setDataSource(&rows);
-    table.setDelegate(&rows);
-    table.reloadData();
+    auto loaded = loadedTable(rows, 300);
+    TodayTableView& table = *loaded;
     TableRowView* fourth = table.rowViewAtRow(3);
     table.removeRowsAtIndexes({1}, TableView::AnimationEffectNone);
     EXPECT_EQ(table.numberOfRows(), 4);

@@ -40,6 +40,14 @@ const QString ComposeURLPrefix = QStringLiteral("corvina://");
 
 const QString AttachmentKeyPrefix = QStringLiteral("attachment_");
 
+// Bounds of the link wrapping in renderHtml: the rendered plain body may grow to 16 times its size
+// plus a mebi-character, and the substitutions may search 2^30 characters in all (each link's
+// search counted once; about a second at most). A mebibyte of text with five hundred distinct
+// links stays inside both.
+constexpr qint64 RenderGrowthFactor = 16;
+constexpr qint64 RenderGrowthSlack = qint64(1) << 20;
+constexpr qint64 RenderSearchBudget = qint64(1) << 30;
+
 // The path an attachment stands for: a string is one; a URL (Qt's or ours) gives its path with the
 // escapes decoded. Nothing for any other kind of element.
 std::optional<QString> attachmentPath(const QVariant& element) {
@@ -169,9 +177,32 @@ QString ExtensionMessage::renderHtml() {
     // link written without a scheme stays as it is (its absolute text with "http://" in front is
     // not in the body). Both are deliberate: the mail application gets the body as this always
     // made it.
-    for (const QString& link : searchUrlsDetector(body)) {
-        body.replace(link, QStringLiteral("<a href='") + link + QStringLiteral("'>") + link +
-                               QStringLiteral("</a>"));
+    //
+    // Every wrapping doubles each occurrence of its link, so a link repeated n times grows the body
+    // by a factor of about 2^n, and every link searches the whole body. Past the bounds above (far
+    // beyond any real message) the remaining links are left as they are and a line is logged, so
+    // that a hostile body can neither hang the caller nor exhaust its memory.
+    const QStringList links = searchUrlsDetector(body);
+    const qint64 sizeLimit = qint64(body.size()) * RenderGrowthFactor + RenderGrowthSlack;
+    qint64 searched = 0;
+    for (qsizetype i = 0; i < links.size(); ++i) {
+        const QString& link = links.at(i);
+        const QString wrapped =
+            QStringLiteral("<a href='") + link + QStringLiteral("'>") + link + QStringLiteral("</a>");
+        searched += body.size();
+        QString stop;
+        if (searched > RenderSearchBudget) {
+            stop = QStringLiteral("more than %1 characters searched").arg(RenderSearchBudget);
+        } else if (body.size() + qint64(body.count(link)) * (wrapped.size() - link.size()) > sizeLimit) {
+            stop = QStringLiteral("the body would grow past %1 characters").arg(sizeLimit);
+        }
+        if (!stop.isNull()) {
+            Log::write(
+                QStringLiteral("ExtensionMessage renderHtml %@"),
+                {QStringLiteral("stopped after %1 of %2 links: %3").arg(i).arg(links.size()).arg(stop)});
+            break;
+        }
+        body.replace(link, wrapped);
         setPlainBody(body);
     }
     return body;

@@ -480,3 +480,67 @@ TEST(ExtensionMessageRenderHtml, RenderingTwiceWrapsTheLinksAgain) {
     const QString twice = "<a href='" + once + "'>" + once + "</a>";
     EXPECT_EQ(s(m->renderHtml()), s("see <a href='" + twice + "'>" + twice + "</a>"));
 }
+
+TEST(ExtensionMessageRenderHtml, ALinkRepeatedManyTimesStopsGrowingTheBodyAndLogs) {
+    // Each wrapping doubles every occurrence of the link: 40 copies would make about 2^40 anchors.
+    // The body may grow to 16 times its size plus 2^20 characters; the tenth wrapping would pass
+    // that, so nine are done.
+    QStringList copies;
+    for (int i = 0; i < 40; ++i) {
+        copies << "https://a.io";
+    }
+    const QString text = copies.join(' ');
+    ASSERT_EQ(text.size(), 519);
+    LogCapture log;
+    const auto m = ExtensionMessage::init();
+    m->setPlainBody(text);
+    const QString rendered = m->renderHtml();
+
+    QString nested = "https://a.io";
+    for (int wraps = 0; wraps < 9; ++wraps) {
+        nested = "<a href='" + nested + "'>" + nested + "</a>";
+    }
+    QStringList expected;
+    for (int i = 0; i < 40; ++i) {
+        expected << nested;
+    }
+    EXPECT_EQ(rendered, expected.join(' '));
+    EXPECT_EQ(rendered.size(), 552399);
+    EXPECT_EQ(m->plainBody(), rendered);
+    EXPECT_EQ(log.lines(),
+              QStringList{"ExtensionMessage renderHtml stopped after 9 of 40 links: the body would "
+                          "grow past 1056880 characters"});
+}
+
+TEST(ExtensionMessageRenderHtml, ALongBodyWithManyLinksStopsSearchingAndLogs) {
+    // 1000 distinct links in three million characters: each wrapping searches the whole body, and
+    // after 2^30 characters searched the remaining links are left as they are.
+    QString text;
+    const QString padding = " " + QString(3000, 'x') + " ";
+    for (int i = 0; i < 1000; ++i) {
+        text += QStringLiteral("https://e.io/p%1").arg(i, 4, 10, QLatin1Char('0')) + padding;
+    }
+    ASSERT_EQ(text.size(), 3020000);
+    LogCapture log;
+    const auto m = ExtensionMessage::init();
+    m->setPlainBody(text);
+    const QString rendered = m->renderHtml();
+    EXPECT_EQ(log.lines(),
+              QStringList{"ExtensionMessage renderHtml stopped after 354 of 1000 links: more than "
+                          "1073741824 characters searched"});
+    EXPECT_TRUE(rendered.contains(anchor("https://e.io/p0000")));
+    EXPECT_TRUE(rendered.contains(anchor("https://e.io/p0353")));
+    EXPECT_FALSE(rendered.contains(anchor("https://e.io/p0354")));
+    EXPECT_TRUE(rendered.contains("https://e.io/p0354" + padding));
+    EXPECT_EQ(rendered.size(), 3020000 + 354 * 33)
+        << "each wrapped link adds \"<a href=''>\", itself and \"</a>\"";
+    EXPECT_EQ(m->plainBody(), rendered);
+}
+
+TEST(ExtensionMessageRenderHtml, AnOrdinaryBodyLogsNothing) {
+    LogCapture log;
+    const auto m = ExtensionMessage::init();
+    m->setPlainBody("Hi,\nhttps://a.io and https://a.io again, and https://b.io/x.");
+    (void)m->renderHtml();
+    EXPECT_TRUE(log.lines().isEmpty()) << s(log.lines().join('\n'));
+}

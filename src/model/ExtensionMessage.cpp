@@ -175,8 +175,7 @@ QString ExtensionMessage::renderHtml() {
     // Links are wrapped by replacing their text everywhere in the body, one link after the other.
     // So a link that occurs twice, or that begins a longer link, is wrapped more than once, and a
     // link written without a scheme stays as it is (its absolute text with "http://" in front is
-    // not in the body). Both are deliberate: the mail application gets the body as this always
-    // made it.
+    // not in the body). Both are deliberate: the mail application expects bodies made this way.
     //
     // Every wrapping doubles each occurrence of its link, so a link repeated n times grows the body
     // by a factor of about 2^n, and every link searches the whole body. Past the bounds above (far

@@ -58,6 +58,8 @@ public:
     // result again (see the definition). HTML when `htmlBody` is present and is not empty or has no
     // plain body beside it: every attachment is appended as an inline image. Otherwise the plain
     // body with its line breaks as "<br>" and its links wrapped in anchors, or "" without either.
+    // A plain body whose links would grow it without bound keeps the rest of its links unwrapped,
+    // logging "ExtensionMessage renderHtml stopped after <n> of <m> links: <reason>".
     QString renderHtml();
 
     // The absolute text of every link in `text`, in order: web links with or without a scheme

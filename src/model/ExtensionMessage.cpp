@@ -2,10 +2,13 @@
 
 #include "ExtensionDate.h"
 #include "platform/Exception.h"
+#include "platform/LinkDetector.h"
 #include "platform/Localization.h"
 #include "platform/Log.h"
 #include "platform/PlistValue.h"
+#include "requestutils/RequestUtils.h"
 
+#include <QUrl>
 #include <cmath>
 
 namespace corvina {
@@ -30,6 +33,47 @@ QDateTime dateFromSeconds(const QVariant& value) {
         throw Exception(QStringLiteral("date: %1 seconds is out of range").arg(seconds));
     }
     return QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(seconds * 1000.0)), Qt::UTC);
+}
+
+// The mail application's own scheme; the command stands where a host name would.
+const QString ComposeURLPrefix = QStringLiteral("corvina://");
+
+const QString AttachmentKeyPrefix = QStringLiteral("attachment_");
+
+// Bounds of the link wrapping in renderHtml: the rendered plain body may grow to 16 times its size
+// plus a mebi-character, and the substitutions may search 2^30 characters in all (each link's
+// search counted once; about a second at most). A mebibyte of text with five hundred distinct
+// links stays inside both.
+constexpr qint64 RenderGrowthFactor = 16;
+constexpr qint64 RenderGrowthSlack = qint64(1) << 20;
+constexpr qint64 RenderSearchBudget = qint64(1) << 30;
+
+// The path an attachment stands for: a string is one; a URL (Qt's or ours) gives its path with the
+// escapes decoded. Nothing for any other kind of element.
+std::optional<QString> attachmentPath(const QVariant& element) {
+    if (element.metaType() == QMetaType::fromType<QString>()) {
+        return element.toString();
+    }
+    if (element.metaType() == QMetaType::fromType<QUrl>()) {
+        return element.toUrl().path(QUrl::FullyDecoded);
+    }
+    if (element.metaType() == QMetaType::fromType<Url>()) {
+        return element.value<Url>().filePath();
+    }
+    return std::nullopt;
+}
+
+// Each recipient's address followed by ";", so a list of two reads "a@x;b@y;". A missing address
+// shows as "(null)", as in a description.
+QString joinedRecipients(const MutableList<ExtensionAddressPtr>& recipients) {
+    QString joined = Object::emptyString();
+    if (!recipients) {
+        return joined;
+    }
+    for (const ExtensionAddressPtr& address : QList<ExtensionAddressPtr>(*recipients)) {
+        joined += Object::describe(address ? address->mail() : QString()) + QLatin1Char(';');
+    }
+    return joined;
 }
 
 } // namespace
@@ -103,6 +147,136 @@ bool ExtensionMessage::isEqualToModel(const ExtensionMessage* other) const {
     // a missing identifier or account matches nothing, not even another missing one
     return !id.isNull() && !otherId.isNull() && id == otherId && !acc.isNull() && !otherAcc.isNull() &&
            acc == otherAcc;
+}
+
+QString ExtensionMessage::renderHtml() {
+    const QString html = htmlBody();
+    const QString plain = plainBody();
+    // The result is stored back into the record on purpose: a second call appends the images once
+    // more, or wraps the wrapped links again. Callers render a message once, just before handing it
+    // on, and the mail application expects exactly this text.
+    if (!html.isNull() && (!html.isEmpty() || plain.isEmpty())) {
+        QString body = html;
+        const MutableList<QVariant> list = attachments();
+        for (const QVariant& element : list ? QList<QVariant>(*list) : QList<QVariant>()) {
+            const QString path = attachmentPath(element).value_or(element.toString());
+            body += QStringLiteral("<img src=\"file://") + path + QStringLiteral("\"/><br/>");
+        }
+        setHtmlBody(body);
+        return body;
+    }
+    if (plain.isEmpty()) {
+        return emptyString();
+    }
+    // A plain body shows no attachments.
+    QString body = plain;
+    body.replace(QLatin1Char('\n'), QLatin1String("<br>"));
+    setPlainBody(body);
+    // Links are wrapped by replacing their text everywhere in the body, one link after the other.
+    // So a link that occurs twice, or that begins a longer link, is wrapped more than once, and a
+    // link written without a scheme stays as it is (its absolute text with "http://" in front is
+    // not in the body). Both are deliberate: the mail application expects bodies made this way.
+    //
+    // Every wrapping doubles each occurrence of its link, so a link repeated n times grows the body
+    // by a factor of about 2^n, and every link searches the whole body. Past the bounds above (far
+    // beyond any real message) the remaining links are left as they are and a line is logged, so
+    // that a hostile body can neither hang the caller nor exhaust its memory.
+    const QStringList links = searchUrlsDetector(body);
+    const qint64 sizeLimit = qint64(body.size()) * RenderGrowthFactor + RenderGrowthSlack;
+    qint64 searched = 0;
+    for (qsizetype i = 0; i < links.size(); ++i) {
+        const QString& link = links.at(i);
+        const QString wrapped =
+            QStringLiteral("<a href='") + link + QStringLiteral("'>") + link + QStringLiteral("</a>");
+        searched += body.size();
+        QString stop;
+        if (searched > RenderSearchBudget) {
+            stop = QStringLiteral("more than %1 characters searched").arg(RenderSearchBudget);
+        } else if (body.size() + qint64(body.count(link)) * (wrapped.size() - link.size()) > sizeLimit) {
+            stop = QStringLiteral("the body would grow past %1 characters").arg(sizeLimit);
+        }
+        if (!stop.isNull()) {
+            Log::write(
+                QStringLiteral("ExtensionMessage renderHtml %@"),
+                {QStringLiteral("stopped after %1 of %2 links: %3").arg(i).arg(links.size()).arg(stop)});
+            break;
+        }
+        body.replace(link, wrapped);
+        setPlainBody(body);
+    }
+    return body;
+}
+
+QStringList ExtensionMessage::searchUrlsDetector(const QString& text) const {
+    QStringList links;
+    for (const LinkDetector::Match& match : LinkDetector::matches(text)) {
+        links.append(match.url);
+    }
+    return links;
+}
+
+std::optional<Url> ExtensionMessage::queryUrl(const QString& commandName) const {
+    RequestUtils::Parameters parameters;
+    const auto addText = [&parameters](const QString& key, const QString& value) {
+        if (!value.isEmpty()) {
+            parameters.insert(key, value);
+        }
+    };
+    addText(QStringLiteral("plainBody"), plainBody());
+    addText(QStringLiteral("htmlBody"), htmlBody());
+    addText(QStringLiteral("subject"), subject());
+    addText(QStringLiteral("from"), from());
+    addText(QStringLiteral("account"), account());
+    addText(QStringLiteral("bcc"), joinedRecipients(bcc()));
+    addText(QStringLiteral("cc"), joinedRecipients(cc()));
+    addText(QStringLiteral("to"), joinedRecipients(to()));
+    if (const MutableList<QVariant> list = attachments()) {
+        const QList<QVariant> elements = *list;
+        for (qsizetype i = 0; i < elements.size(); ++i) {
+            // An element of another kind is skipped together with its index, so the keys can have
+            // gaps (attachment_0, attachment_2); the reader only needs them to be distinct.
+            if (const std::optional<QString> path = attachmentPath(elements.at(i))) {
+                parameters.insert(AttachmentKeyPrefix + QString::number(i), *path);
+            }
+        }
+    }
+    const QString query = RequestUtils::URLQueryWithParameters(parameters);
+    return Url::URLWithString(ComposeURLPrefix + describe(commandName) + QLatin1Char('?') + query);
+}
+
+ExtensionMessagePtr ExtensionMessage::ExtensionMessageWithUrl(const Url& url) {
+    // init() makes the four lists new and empty; whatever the URL lacks keeps its value from there.
+    ExtensionMessagePtr message = init();
+    const RequestUtils::Parameters parameters = RequestUtils::URLQueryParameters(url.absoluteString());
+    const MutableList<QVariant> attachmentList = message->attachments();
+    // The parameters come in the order of their keys' text, so attachment_10 comes before
+    // attachment_2: the numbers only keep the keys apart, and the order is kept as the format's.
+    for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
+        const QString& key = it.key();
+        const QString value = it.value().toString();
+        if (key == QLatin1String("from")) {
+            message->setFrom(value);
+        } else if (key == QLatin1String("account")) {
+            message->setAccount(value);
+        } else if (key == QLatin1String("subject")) {
+            message->setSubject(value);
+        } else if (key == QLatin1String("htmlBody")) {
+            message->setHtmlBody(value);
+        } else if (key == QLatin1String("plainBody")) {
+            message->setPlainBody(value);
+        } else if (key == QLatin1String("to")) {
+            // Recipients stay one text, trailing ";" included, and are not split into records:
+            // the lists `to`, `cc` and `bcc` stay empty. The format has always been read this way.
+            message->setToString(value);
+        } else if (key == QLatin1String("cc")) {
+            message->setCcString(value);
+        } else if (key == QLatin1String("bcc")) {
+            message->setBccString(value);
+        } else if (key.startsWith(AttachmentKeyPrefix)) {
+            attachmentList->append(value);
+        }
+    }
+    return message;
 }
 
 } // namespace corvina

@@ -4,13 +4,16 @@
 #include "platform/AtomicProperty.h"
 #include "platform/MutableList.h"
 #include "platform/Object.h"
+#include "requestutils/Url.h"
 
 #include <QDateTime>
 #include <QImage>
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 #include <memory>
+#include <optional>
 
 namespace corvina {
 
@@ -47,6 +50,32 @@ public:
     // Same record, or both `messageId` and both `account` texts equal (exact, case-sensitive) and
     // present. Nothing else is compared.
     bool isEqualToModel(const ExtensionMessage* other) const;
+
+    // ---- composing: the body as HTML, and the compose URL that carries a message to the mail
+    // application ("corvina://<command>?<query>")
+
+    // The body as one HTML text, written back into the record, so that a second call renders the
+    // result again (see the definition). HTML when `htmlBody` is present and is not empty or has no
+    // plain body beside it: every attachment is appended as an inline image. Otherwise the plain
+    // body with its line breaks as "<br>" and its links wrapped in anchors, or "" without either.
+    // A plain body whose links would grow it without bound keeps the rest of its links unwrapped,
+    // logging "ExtensionMessage renderHtml stopped after <n> of <m> links: <reason>".
+    QString renderHtml();
+
+    // The absolute text of every link in `text`, in order: web links with or without a scheme
+    // ("http://" put in front where there was none) and e-mail addresses (as "mailto:").
+    QStringList searchUrlsDetector(const QString& text) const;
+
+    // The compose URL for this message under the command `commandName` ("compose"): the bodies,
+    // subject, sender and account when not empty, "to", "cc" and "bcc" as their addresses each
+    // followed by ";", and "attachment_<index>" for each attachment that is a path or a URL.
+    // Nothing when the text made is no URL (a command name with a space, for instance).
+    std::optional<Url> queryUrl(const QString& commandName) const;
+
+    // A new composing record from a compose URL. Recipients come back as the texts `toString`,
+    // `ccString` and `bccString` (the lists stay empty), attachments as paths in the order of their
+    // keys' text; anything the URL lacks keeps the value of init(). Never null.
+    static ExtensionMessagePtr ExtensionMessageWithUrl(const Url& url);
 
     CORVINA_ATOMIC_PROPERTY(QString, subject, setSubject)
     CORVINA_ATOMIC_PROPERTY(QString, account, setAccount)

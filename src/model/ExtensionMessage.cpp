@@ -89,6 +89,10 @@ ExtensionMessagePtr ExtensionMessage::init() {
     return message;
 }
 
+void ExtensionMessage::appendHtmlBody(const QString& html) {
+    m_htmlBody.update([&html](const QString& body) { return (body.isNull() ? emptyString() : body) + html; });
+}
+
 ExtensionMessagePtr ExtensionMessage::initWithDictonary(const QVariant& dictionary) {
     // Not built on init(): a record read from a snapshot keeps its composing fields null.
     auto message = std::make_shared<ExtensionMessage>();

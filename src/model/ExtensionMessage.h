@@ -77,6 +77,10 @@ public:
     // keys' text; anything the URL lacks keeps the value of init(). Never null.
     static ExtensionMessagePtr ExtensionMessageWithUrl(const Url& url);
 
+    // Appends `html` to `htmlBody` (an absent body counting as "") in one step, so that a text and a
+    // link that arrive at the same moment from different threads are both kept.
+    void appendHtmlBody(const QString& html);
+
     CORVINA_ATOMIC_PROPERTY(QString, subject, setSubject)
     CORVINA_ATOMIC_PROPERTY(QString, account, setAccount)
     CORVINA_ATOMIC_PROPERTY(QString, from, setFrom)

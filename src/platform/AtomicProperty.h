@@ -23,6 +23,11 @@ public:
         std::swap(m_value, value);
         // the old value is released after the lock, outside the critical section
     }
+    // Replaces the value by `change(old value)` in one step: no setter can come in between.
+    template <typename F> void update(F change) {
+        QMutexLocker lock(&m_mutex);
+        m_value = change(m_value);
+    }
 
 private:
     mutable QMutex m_mutex;
@@ -33,10 +38,14 @@ private:
 
 // Declares an atomic property: `getter()`, `setter(value)` and its storage. Leaves the class in
 // `private:` access, so properties go at the end of a class.
-#define CORVINA_ATOMIC_PROPERTY(Type, getter, setter)                                                          \
-public:                                                                                                        \
-    Type getter() const { return m_##getter.get(); }                                                           \
-    void setter(Type value) { m_##getter.set(std::move(value)); }                                              \
-                                                                                                               \
-private:                                                                                                       \
+#define CORVINA_ATOMIC_PROPERTY(Type, getter, setter)                                                        \
+public:                                                                                                      \
+    Type getter() const {                                                                                    \
+        return m_##getter.get();                                                                             \
+    }                                                                                                        \
+    void setter(Type value) {                                                                                \
+        m_##getter.set(std::move(value));                                                                    \
+    }                                                                                                        \
+                                                                                                             \
+private:                                                                                                     \
     ::corvina::AtomicProperty<Type> m_##getter;

@@ -4,11 +4,15 @@
 #include "model/ExtensionAddress.h"
 #include "model/ExtensionGroup.h"
 #include "model/ExtensionMessage.h"
+#include "platform/ExtensionContext.h"
 #include "requestutils/Url.h"
 
 #include <QList>
 #include <QString>
 #include <QUrl>
+#include <QVariant>
+#include <QVariantList>
+#include <functional>
 #include <optional>
 
 namespace corvina {
@@ -71,6 +75,53 @@ public:
     static bool LaunchCommands(const QList<Url>& urls, bool background);
     // The identifier LaunchCommands sends to, for a given bundle identifier of this program.
     static QString LaunchTargetForBundleIdentifier(const QString& bundleIdentifier);
+
+    // ---- staging: files and images an extension hands to the mail application are placed in a
+    // staging folder, the data folder + one folder name chosen by the caller. All three take the
+    // exclusive lock of that folder (see FileCoordinator), which the mail application honours.
+
+    // Empties the staging folder `folder` (removes it with its content, then creates it again).
+    // One error text is carried through both steps on purpose: when the removal fails, as on the
+    // first use when there is nothing to remove, the failure is logged by the delete line and
+    // again by the create line, even if the creation then succeeds. Host authors grep for both.
+    // `folder` must be one plain folder name ("", ".", ".." and names with "/" are refused with
+    // the "[***ERROR***] shareInit <reason>" line and nothing touched), so that a bad name can
+    // never empty the data folder itself.
+    static void ShareInit(const QString& folder);
+
+    // Copies each source file (an element that is a text: a path) into the staging folder under
+    // its own name, made unique with GetGoodPath, and answers the new paths in input order. A copy
+    // that fails is logged ("[***ERROR***] Error writing file shareFiles <error>") and skipped.
+    // An element that is no text, or a path holding a NUL character, stops the loop with
+    // "[***ERROR***] Exception shareFiles <reason>"; what was staged before stays staged and in
+    // the answer. The staging folder is not created here: call ShareInit first.
+    static QStringList ShareFiles(const QString& folder, const QVariantList& paths);
+
+    // Writes each blob (an element holding a QByteArray) into the staging folder as "image.png",
+    // "image_1.png", ..., whatever its content, each through a temporary file renamed into place.
+    // Lines and effects as for ShareFiles, with "shareDatas" in them.
+    static QStringList ShareDatas(const QString& folder, const QVariantList& datas);
+
+    // ---- intake: one share request turned into a draft message
+
+    // Called once, from a background thread, with the draft and an empty second argument.
+    using GetItemCompletion = std::function<void(const ExtensionMessagePtr& message, const QVariant& extra)>;
+
+    // Returns at once; on a background thread builds a draft (ExtensionMessage::init) from the
+    // context's input items: each non-empty content text as an HTML document followed by "<br/>",
+    // each web link (public.url, not a file) as "<a href="URL">URL</a>" with `subject` set to its
+    // item's title, each file URL staged with ShareFiles and each image (public.image, data or
+    // QImage) re-encoded as PNG and staged with ShareDatas into the staging folder `service`,
+    // their paths appended to `attachments` in completion order under the message's lock.
+    // The staging folder must have been prepared with ShareInit.
+    //
+    // The worker polls every 0.1 s until every attachment was handled, at most 101 times: even a
+    // request with nothing to load completes after one pause, and an attachment of any other
+    // type is never counted as handled, so such a request completes only after the full wait of
+    // about 10.1 s. Deliberate: the mail application's share extensions are timed on this.
+    // Loads still running after the wait may change the message after the completion.
+    static void GetItemForExtension(const ExtensionContextPtr& context, const QString& service,
+                                    GetItemCompletion completion);
 };
 
 } // namespace corvina

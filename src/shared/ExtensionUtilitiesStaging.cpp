@@ -123,7 +123,13 @@ bool stageFile(const QString& folderPath, const QString& name, const std::functi
     Descriptor folder(
         ::open(QFile::encodeName(folderPath).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (folder.get() < 0) {
-        *error = QStringLiteral("cannot write %1: %2").arg(destination, systemError(errno));
+        const int code = errno;
+        struct stat status {};
+        const bool link =
+            ::lstat(QFile::encodeName(folderPath).constData(), &status) == 0 && S_ISLNK(status.st_mode);
+        *error = QStringLiteral("cannot write %1: %2")
+                     .arg(destination,
+                          link ? QStringLiteral("the staging folder is a symbolic link") : systemError(code));
         return false;
     }
     static QAtomicInteger<quint64> serial;

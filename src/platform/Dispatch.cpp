@@ -1,5 +1,7 @@
 #include "Dispatch.h"
 
+#include "Handoff.h"
+
 #include <QAtomicInt>
 #include <QCoreApplication>
 #include <QMetaObject>
@@ -14,10 +16,12 @@ QAtomicInt g_pendingMain = 0;
 
 void Dispatch::dispatchAsyncMain(std::function<void()> block) {
     g_pendingMain.ref();
+    Handoff::release();
     // Queued on the application object, which lives on the main thread: the block runs there.
     QMetaObject::invokeMethod(
         QCoreApplication::instance(),
         [block = std::move(block)] {
+            Handoff::acquire();
             block();
             g_pendingMain.deref();
         },
@@ -25,7 +29,7 @@ void Dispatch::dispatchAsyncMain(std::function<void()> block) {
 }
 
 void Dispatch::dispatchAsyncBackground(std::function<void()> block) {
-    backgroundPool().start(std::move(block));
+    backgroundPool().start(Handoff::runnable(std::move(block)));
 }
 
 int Dispatch::pendingMainBlocks() {

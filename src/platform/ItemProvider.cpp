@@ -1,7 +1,8 @@
 #include "ItemProvider.h"
 
+#include "ThreadPool.h"
+
 #include <QHash>
-#include <QThreadPool>
 #include <atomic>
 
 namespace corvina {
@@ -29,12 +30,9 @@ const QHash<QString, QString>& parents() {
 
 // The providers' own pool: loads must not wait behind workers that block their threads while they
 // wait for these very loads.
-QThreadPool& loadPool() {
-    static QThreadPool* pool = [] {
-        auto* created = new QThreadPool;
-        created->setMaxThreadCount(4);
-        return created;
-    }();
+ThreadPool& loadPool() {
+    // never destroyed: a load may still be running when the program ends
+    static ThreadPool* pool = new ThreadPool(8);
     return *pool;
 }
 

@@ -8,7 +8,7 @@ namespace corvina {
 
 namespace {
 
-char g_token = 0;
+[[maybe_unused]] char g_token = 0;
 
 // The pool reads only this object's virtual table before run(), and that read is in Qt's code;
 // everything of ours is touched after acquire().

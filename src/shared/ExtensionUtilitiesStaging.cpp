@@ -171,14 +171,18 @@ bool stageFile(const QString& folderPath, const QString& name, const std::functi
     return true;
 }
 
+// How a value of the wrong kind is named in the exception line: its type, "null" for no value.
+QString typeName(const QVariant& element) {
+    const char* name = element.metaType().name();
+    return QString::fromLatin1(name ? name : "null");
+}
+
 // The path a paths element stands for. Raises for what no file system can take, as the platform's
 // own file operations do: an element that is not a text, or a path holding a NUL character (which
 // would silently name another file once handed to the system).
 QString sourcePath(const QVariant& element) {
     if (element.typeId() != QMetaType::QString)
-        throw Exception(
-            QStringLiteral("not a file path: a value of type %1")
-                .arg(QString::fromLatin1(element.metaType().name() ? element.metaType().name() : "null")));
+        throw Exception(QStringLiteral("not a file path: a value of type %1").arg(typeName(element)));
     const QString path = element.toString();
     if (path.contains(QChar(0)))
         throw Exception(QStringLiteral("file path with a NUL character: \"%1\"")
@@ -188,9 +192,7 @@ QString sourcePath(const QVariant& element) {
 
 QByteArray blob(const QVariant& element) {
     if (element.typeId() != QMetaType::QByteArray)
-        throw Exception(
-            QStringLiteral("not data: a value of type %1")
-                .arg(QString::fromLatin1(element.metaType().name() ? element.metaType().name() : "null")));
+        throw Exception(QStringLiteral("not data: a value of type %1").arg(typeName(element)));
     return element.toByteArray();
 }
 

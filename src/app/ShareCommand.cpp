@@ -57,13 +57,6 @@ public:
     }
 };
 
-// The same rule ShareInit applies, checked here first so that a bad name is a usage error rather
-// than a logged line and a share that silently stages nothing.
-bool isPlainFolderName(const QString& name) {
-    return !name.isEmpty() && name != QLatin1String(".") && name != QLatin1String("..") &&
-           !name.contains(QLatin1Char('/')) && !name.contains(QChar(0));
-}
-
 bool isWebLink(const QString& argument) {
     return argument.startsWith(QLatin1String("http://"), Qt::CaseInsensitive) ||
            argument.startsWith(QLatin1String("https://"), Qt::CaseInsensitive);
@@ -210,7 +203,9 @@ ExtensionMessagePtr ShareCommand::draft(const ExtensionContextPtr& context, cons
 
 int ShareCommand::run(const Options& options, QTextStream& err) {
     const QString service = options.service.isNull() ? defaultService : options.service;
-    if (!isPlainFolderName(service)) {
+    // ShareInit's own rule, checked first so that a bad name is a usage error rather than a logged
+    // line and a share that silently stages nothing.
+    if (ExtensionUtilities::StagingFolderNameProblem(service)) {
         err << "corvina-share: --service wants a plain folder name (not empty, no \"/\", not \".\" or "
                "\"..\"): \""
             << service << "\"\n";

@@ -89,6 +89,11 @@ public:
     // never empty the data folder itself.
     static void ShareInit(const QString& folder);
 
+    // Why `folder` cannot name a staging folder ("no staging folder name", "not a plain folder
+    // name: ..."), or nothing when it can: one plain path component. The one rule for the staging
+    // operations and for callers that check a name before they start.
+    static std::optional<QString> StagingFolderNameProblem(const QString& folder);
+
     // Copies each source file (an element that is a text: a path) into the staging folder under
     // its own name, made unique with GetGoodPath, and answers the new paths in input order. A copy
     // that fails is logged ("[***ERROR***] Error writing file shareFiles <error>") and skipped.

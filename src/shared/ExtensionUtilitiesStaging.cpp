@@ -27,20 +27,9 @@ QString systemError(int code) {
     return QString::fromLocal8Bit(std::strerror(code));
 }
 
-// A staging folder name is one plain path component; anything else could make the staging folder
-// the data folder itself or a place outside it, and ShareInit empties what it is given.
-std::optional<QString> folderNameProblem(const QString& folder) {
-    if (folder.isEmpty())
-        return QStringLiteral("no staging folder name");
-    if (folder == QLatin1String(".") || folder == QLatin1String("..") || folder.contains(QLatin1Char('/')) ||
-        folder.contains(QChar(0)))
-        return QStringLiteral("not a plain folder name: \"%1\"").arg(folder);
-    return std::nullopt;
-}
-
 // The staging folder, or the reason there is none (no shared folder, a bad name).
 std::optional<QUrl> stagingURL(const QString& folder, QString* problem) {
-    if (const std::optional<QString> bad = folderNameProblem(folder)) {
+    if (const std::optional<QString> bad = ExtensionUtilities::StagingFolderNameProblem(folder)) {
         *problem = *bad;
         return std::nullopt;
     }
@@ -274,6 +263,17 @@ QStringList stageEach(const QString& folder, const QVariantList& items, const QS
 }
 
 } // namespace
+
+// A staging folder name is one plain path component; anything else could make the staging folder
+// the data folder itself or a place outside it, and ShareInit empties what it is given.
+std::optional<QString> ExtensionUtilities::StagingFolderNameProblem(const QString& folder) {
+    if (folder.isEmpty())
+        return QStringLiteral("no staging folder name");
+    if (folder == QLatin1String(".") || folder == QLatin1String("..") || folder.contains(QLatin1Char('/')) ||
+        folder.contains(QChar(0)))
+        return QStringLiteral("not a plain folder name: \"%1\"").arg(folder);
+    return std::nullopt;
+}
 
 void ExtensionUtilities::ShareInit(const QString& folder) {
     QString problem;

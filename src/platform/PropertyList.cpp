@@ -1,8 +1,8 @@
 #include "PropertyList.h"
 
+#include "RegularFile.h"
+
 #include <QDateTime>
-#include <QFile>
-#include <QFileInfo>
 #include <QTimeZone>
 #include <cctype>
 #include <cstdlib>
@@ -565,24 +565,20 @@ PropertyList::Result PropertyList::read(const QByteArray& bytes) {
 }
 
 PropertyList::Result PropertyList::readFile(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return {QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString()), true};
+    // a FIFO, socket or device among the files is refused without waiting for it
+    RegularFile file = RegularFile::open(path);
+    if (!file.isOpen()) {
+        return {QVariant(), file.error(), true};
     }
-    if (QFileInfo(path).isDir()) {
-        return {QVariant(), QStringLiteral("cannot read %1: it is a folder").arg(path), true};
-    }
-    const qint64 size = file.size();
-    if (size > MaximumSize) {
+    bool tooLarge = false;
+    const std::optional<QByteArray> bytes = file.readAll(MaximumSize, &tooLarge);
+    if (tooLarge) {
         return {QVariant(), tooLargeError()};
     }
-    // one byte more than measured: a file that grew meanwhile is read short and refused, and no
-    // buffer is ever asked for beyond the file's own size
-    const QByteArray bytes = file.read(size + 1);
-    if (file.error() != QFileDevice::NoError) {
-        return {QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString()), true};
+    if (!bytes) {
+        return {QVariant(), file.error(), true};
     }
-    return read(bytes);
+    return read(*bytes);
 }
 
 QByteArray PropertyList::write(const QVariant& value, Format format, QString* error) {

@@ -4,7 +4,9 @@
 #include "GetGoodPath.h"
 #include "platform/Exception.h"
 #include "platform/FileCoordinator.h"
+#include "platform/FileDescriptor.h"
 #include "platform/Log.h"
+#include "platform/RegularFile.h"
 
 #include <QAtomicInteger>
 #include <QCoreApplication>
@@ -69,23 +71,6 @@ void createFolder(const QString& path, QString* error) {
         *error = QStringLiteral("cannot create %1: %2").arg(path, systemError(EEXIST));
 }
 
-// A file descriptor closed on every way out.
-class Descriptor {
-public:
-    explicit Descriptor(int fd = -1) : m_fd(fd) {}
-    ~Descriptor() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return m_fd; }
-    int release() { return std::exchange(m_fd, -1); }
-
-private:
-    int m_fd;
-};
-
 bool writeAll(int fd, const char* data, qint64 size) {
     while (size > 0) {
         const ssize_t written = ::write(fd, data, static_cast<size_t>(size));
@@ -109,7 +94,7 @@ bool writeAll(int fd, const char* data, qint64 size) {
 bool stageFile(const QString& folderPath, const QString& name, const std::function<int(int fd)>& fill,
                QString* error) {
     const QString destination = folderPath + QLatin1Char('/') + name;
-    Descriptor folder(
+    FileDescriptor folder(
         ::open(QFile::encodeName(folderPath).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (folder.get() < 0) {
         const int code = errno;
@@ -128,8 +113,8 @@ bool stageFile(const QString& folderPath, const QString& name, const std::functi
                                      .arg(serial.fetchAndAddRelaxed(1))
                                      .toLocal8Bit();
     const QByteArray finalName = QFile::encodeName(name);
-    Descriptor file(::openat(folder.get(), temporary.constData(),
-                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    FileDescriptor file(::openat(folder.get(), temporary.constData(),
+                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
     if (file.get() < 0) {
         *error = QStringLiteral("cannot write %1: %2").arg(destination, systemError(errno));
         return false;
@@ -194,18 +179,10 @@ QString lastPathComponent(QString path) {
 
 // Copies the regular file `source` to `destination` (in `folderPath`, named `name`).
 bool copyFile(const QString& source, const QString& folderPath, const QString& name, QString* error) {
-    Descriptor input(::open(QFile::encodeName(source).constData(), O_RDONLY | O_CLOEXEC));
-    if (input.get() < 0) {
-        *error = QStringLiteral("cannot read %1: %2").arg(source, systemError(errno));
-        return false;
-    }
-    struct stat status {};
-    if (::fstat(input.get(), &status) != 0) {
-        *error = QStringLiteral("cannot read %1: %2").arg(source, systemError(errno));
-        return false;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        *error = QStringLiteral("cannot read %1: not a plain file").arg(source);
+    // opened without waiting: a source swapped for a FIFO after it was checked is refused, not read
+    RegularFile input = RegularFile::open(source);
+    if (!input.isOpen()) {
+        *error = input.error();
         return false;
     }
     return stageFile(
@@ -213,7 +190,7 @@ bool copyFile(const QString& source, const QString& folderPath, const QString& n
         [&input](int fd) {
             char buffer[64 * 1024];
             for (;;) {
-                const ssize_t read = ::read(input.get(), buffer, sizeof buffer);
+                const ssize_t read = ::read(input.descriptor(), buffer, sizeof buffer);
                 if (read < 0) {
                     if (errno == EINTR)
                         continue;

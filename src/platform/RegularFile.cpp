@@ -36,7 +36,7 @@ RegularFile RegularFile::open(const QString& path) {
     }
     if (S_ISDIR(status.st_mode)) {
         file.m_problem = Problem::Folder;
-        file.m_error = QStringLiteral("cannot read %1: it is a folder").arg(path);
+        file.m_error = QStringLiteral("cannot read %1: not a plain file").arg(path);
         file.m_fd.reset();
         return file;
     }

@@ -30,7 +30,8 @@ public:
 
     bool isOpen() const { return m_problem == Problem::None; }
     Problem problem() const { return m_problem; }
-    // "cannot read <path>: <reason>"; empty while open.
+    // "cannot read <path>: <reason>" (the system's, or "not a plain file" for anything but a
+    // regular file); empty while open.
     QString error() const { return m_error; }
     int descriptor() const { return m_fd.get(); }
     // The size the file had when it was opened.

@@ -75,7 +75,7 @@ TEST(RegularFile, SocketsDevicesAndFoldersAreNotRead) {
     EXPECT_EQ(RegularFile::open("/dev/null").problem(), RegularFile::Problem::NotPlain);
     const RegularFile folder = RegularFile::open(dir.path());
     EXPECT_EQ(folder.problem(), RegularFile::Problem::Folder);
-    EXPECT_EQ(folder.error(), "cannot read " + dir.path() + ": it is a folder");
+    EXPECT_EQ(folder.error(), "cannot read " + dir.path() + ": not a plain file");
     const RegularFile missing = RegularFile::open(dir.path() + "/missing");
     EXPECT_EQ(missing.problem(), RegularFile::Problem::CannotOpen);
     EXPECT_EQ(missing.error(), "cannot read " + dir.path() + "/missing: No such file or directory");

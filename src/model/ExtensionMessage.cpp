@@ -20,19 +20,26 @@ QVariant numberOrZero(const QVariant& dictionary, const QString& key) {
     return value.isValid() ? value : QVariant::fromValue<qint64>(0);
 }
 
-// Seconds past which a point in time means nothing to a mail reader (and past which the
-// millisecond arithmetic below would overflow): about three million years either way.
-constexpr double LargestSeconds = 1e14;
+// Every number of seconds whose milliseconds fit the date type's 64-bit count is a date, however far
+// from today (about 292 million years either way): the record always gets the date it was given.
+// Only what no date can hold (infinities, NaN, beyond that count) is out of range.
+constexpr double LargestMilliseconds = 9223372036854775808.0; // 2^63, exactly representable
 
 QDateTime dateFromSeconds(const QVariant& value) {
     // Deliberately single precision: the mail application's timestamps go through a 32-bit float,
     // which rounds present-day times to a multiple of 128 seconds. Rows and list order rely on
     // the rounded value, so it is kept.
     const double seconds = static_cast<double>(PlistValue::floatValue(value));
-    if (!std::isfinite(seconds) || std::fabs(seconds) > LargestSeconds) {
+    const double milliseconds = seconds * 1000.0;
+    if (!std::isfinite(milliseconds) || std::fabs(milliseconds) >= LargestMilliseconds) {
         throw Exception(QStringLiteral("date: %1 seconds is out of range").arg(seconds));
     }
-    return QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(seconds * 1000.0)), Qt::UTC);
+    const QDateTime date =
+        QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(milliseconds)), Qt::UTC);
+    if (!date.isValid()) {
+        throw Exception(QStringLiteral("date: %1 seconds is out of range").arg(seconds));
+    }
+    return date;
 }
 
 // The mail application's own scheme; the command stands where a host name would.

@@ -8,6 +8,7 @@
 #include <QBuffer>
 #include <QColor>
 #include <QUrl>
+#include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 
@@ -218,6 +219,25 @@ TEST(ExtensionMessage, DateOutOfAnyCalendarIsCaught) {
         EXPECT_FALSE(m->date().isValid());
         EXPECT_TRUE(m->dateString().isNull());
     }
+}
+
+TEST(ExtensionMessage, EveryDateTheDateTypeCanHoldIsADate) {
+    // 1e15 seconds is some 31 million years away: absurd for a mail, but a date all the same, and
+    // the record must get one rather than a null date and a log line
+    for (double seconds : {1e15, -1e15, 9.2e15, -9.2e15}) {
+        LogCapture capture;
+        const auto m =
+            ExtensionMessage::initWithDictonary(QVariantMap{{"messageId", "x"}, {"date", seconds}});
+        EXPECT_TRUE(capture.lines().isEmpty()) << seconds << " " << capture.lines().join("|").toStdString();
+        ASSERT_TRUE(m->date().isValid()) << seconds;
+        EXPECT_EQ(
+            m->date().toMSecsSinceEpoch(),
+            static_cast<qint64>(std::llround(static_cast<double>(static_cast<float>(seconds)) * 1000.0)));
+        EXPECT_FALSE(m->dateString().isEmpty()) << seconds;
+    }
+    // the same as a numeric string
+    const auto text = ExtensionMessage::initWithDictonary(QVariantMap{{"date", QStringLiteral("1e15")}});
+    EXPECT_EQ(text->date().toSecsSinceEpoch(), qint64(static_cast<double>(static_cast<float>(1e15))));
 }
 
 TEST(ExtensionMessage, NotADictionaryStopsAtTheFirstStep) {

@@ -2,6 +2,7 @@
 
 #include "ExtensionDate.h"
 #include "platform/Exception.h"
+#include "platform/ImageDecoder.h"
 #include "platform/LinkDetector.h"
 #include "platform/Localization.h"
 #include "platform/Log.h"
@@ -40,6 +41,33 @@ QDateTime dateFromSeconds(const QVariant& value) {
         throw Exception(QStringLiteral("date: %1 seconds is out of range").arg(seconds));
     }
     return date;
+}
+
+// The sender's picture from the "avatar" text. Characters outside the Base64 alphabet (line breaks
+// and the like) are skipped; bytes that are no readable picture leave the avatar empty, silently;
+// a text or a picture over the bounds is refused with a line, as that is no accident.
+QImage avatarImage(const QString& text) {
+    if (text.size() > ExtensionMessage::MaximumAvatarTextBytes) {
+        Log::write(QStringLiteral("ExtensionMessage avatar %@"),
+                   {QStringLiteral("text of %1 characters is longer than %2")
+                        .arg(text.size())
+                        .arg(ExtensionMessage::MaximumAvatarTextBytes)});
+        return QImage();
+    }
+    const QByteArray bytes = QByteArray::fromBase64(text.toLatin1());
+    if (bytes.isEmpty()) {
+        return QImage();
+    }
+    const ImageDecoder::Result decoded = ImageDecoder::decode(bytes, ExtensionMessage::MaximumAvatarPixels);
+    if (!decoded.refusal.isEmpty()) {
+        Log::write(QStringLiteral("ExtensionMessage avatar %@"), {decoded.refusal});
+        return QImage();
+    }
+    const int side = ExtensionMessage::KeptAvatarSide;
+    if (decoded.image.width() > side || decoded.image.height() > side) {
+        return decoded.image.scaled(side, side, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    }
+    return decoded.image;
 }
 
 // The mail application's own scheme; the command stands where a host name would.
@@ -118,13 +146,7 @@ ExtensionMessagePtr ExtensionMessage::initWithDictonary(const QVariant& dictiona
         message->setDateString(ExtensionDate::shared().centralDate(message->date()));
         const QVariant avatar = PlistValue::objectForKey(dictionary, QStringLiteral("avatar"));
         if (avatar.isValid()) {
-            // characters outside the Base64 alphabet (line breaks and the like) are skipped; bytes
-            // that are no readable image leave the avatar empty, silently
-            const QByteArray bytes =
-                QByteArray::fromBase64(PlistValue::textValue(avatar, "avatar").toLatin1());
-            if (!bytes.isEmpty()) {
-                message->setImage(QImage::fromData(bytes));
-            }
+            message->setImage(avatarImage(PlistValue::textValue(avatar, "avatar")));
         }
     } catch (const Exception& error) {
         Log::write(QStringLiteral("ExtensionMessage initWithDictonary %@"), {error.description()});

@@ -42,6 +42,15 @@ public:
     // with the rest null and no defaults. The composing fields stay null. Never returns null.
     static ExtensionMessagePtr initWithDictonary(const QVariant& dictionary);
 
+    // Bounds of the "avatar" of a message dictionary. A sender's picture is shown 20 points wide,
+    // so anything far larger is either a mistake or an attack: an avatar text longer than
+    // MaximumAvatarTextBytes, or a picture of more than MaximumAvatarPixels, is not decoded, and the
+    // record logs "ExtensionMessage avatar <reason>" and keeps no image. A picture is kept at most
+    // KeptAvatarSide pixels on its longer side (three times the shown size), scaled down smoothly.
+    static constexpr qsizetype MaximumAvatarTextBytes = 1024 * 1024;
+    static constexpr qint64 MaximumAvatarPixels = 1024 * 1024;
+    static constexpr int KeptAvatarSide = 64;
+
     QString description() const override; // "ExtensionMessage <subject>"
 
     // Message equality: the same record, or another ExtensionMessage (or subclass) for which

@@ -396,3 +396,71 @@ TEST(ExtensionMessage, AttachmentsAcceptPathsAndFileUrls) {
     ASSERT_EQ(m->attachments()->size(), 2);
     EXPECT_EQ(m->attachments()->at(1).toUrl().toLocalFile(), QStringLiteral("/tmp/b.pdf"));
 }
+
+namespace {
+
+QString pngText(const QImage& image) {
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return QString::fromLatin1(bytes.toBase64());
+}
+
+QImage solid(int width, int height, QColor colour) {
+    QImage image(width, height, QImage::Format_RGB32);
+    image.fill(colour);
+    return image;
+}
+
+} // namespace
+
+TEST(ExtensionMessage, AnAvatarOfTooManyPixelsIsRefusedWithALine) {
+    // a few kilobytes of PNG that would take 16 MB once decoded, for each message that names it
+    const QString text = pngText(solid(2000, 2000, Qt::blue));
+    ASSERT_LT(text.size(), 100 * 1024);
+    LogCapture capture;
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"messageId", "x"}, {"avatar", text}});
+    EXPECT_TRUE(m->image().isNull());
+    EXPECT_EQ(
+        capture.lines(),
+        QStringList{"ExtensionMessage avatar picture of 2000x2000 pixels is larger than 1048576 pixels"});
+    EXPECT_EQ(m->messageId(), QStringLiteral("x"));
+    EXPECT_TRUE(m->date().isValid());
+}
+
+TEST(ExtensionMessage, AnAvatarTextOverItsBoundIsNotDecoded) {
+    QString text = pngText(solid(4, 4, Qt::green));
+    text += QString(ExtensionMessage::MaximumAvatarTextBytes + 1 - text.size(), QLatin1Char('\n'));
+    LogCapture capture;
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", text}});
+    EXPECT_TRUE(m->image().isNull());
+    EXPECT_EQ(capture.lines(),
+              QStringList{"ExtensionMessage avatar text of 1048577 characters is longer than 1048576"});
+    // one character less is read: line breaks are skipped
+    text.chop(1);
+    LogCapture quiet;
+    EXPECT_EQ(ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", text}})->image().size(),
+              QSize(4, 4));
+    EXPECT_TRUE(quiet.lines().isEmpty());
+}
+
+TEST(ExtensionMessage, ALargeAvatarIsKeptAtASmallSize) {
+    LogCapture capture;
+    const auto m =
+        ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", pngText(solid(1000, 500, Qt::red))}});
+    ASSERT_FALSE(m->image().isNull());
+    EXPECT_EQ(m->image().size(), QSize(64, 32));
+    EXPECT_EQ(QColor(m->image().pixel(10, 10)), QColor(Qt::red));
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionMessage, ABrokenAvatarStaysSilent) {
+    QString text = pngText(solid(30, 30, Qt::red));
+    const QByteArray bytes = QByteArray::fromBase64(text.toLatin1()).left(60);
+    LogCapture capture;
+    const auto m =
+        ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", QString::fromLatin1(bytes.toBase64())}});
+    EXPECT_TRUE(m->image().isNull());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}

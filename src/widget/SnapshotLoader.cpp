@@ -11,6 +11,7 @@
 #include <QFileInfo>
 #include <QSet>
 #include <algorithm>
+#include <cstdlib>
 #include <dirent.h>
 #include <vector>
 
@@ -23,6 +24,27 @@ namespace {
 bool readSnapshot(const QString& path, ExtensionMessageList& collected) {
     const PropertyList::Result parsed = PropertyList::readFile(path);
     return !parsed.unreadable && SnapshotLoader::takeEnvelope(parsed, collected);
+}
+
+// The path with every symbolic link resolved; null when it cannot be resolved (missing, a loop).
+QString resolved(const QString& path) {
+    char* real = ::realpath(QFile::encodeName(path).constData(), nullptr);
+    if (!real) {
+        return QString();
+    }
+    const QString out = QFile::decodeName(real);
+    std::free(real);
+    return out;
+}
+
+// Whether `path` stays inside the folder whose resolved path is `root` once its links are followed.
+// An account folder or a snapshot file that is a link out of the shared folder is not followed:
+// what lies elsewhere on the disk is no snapshot of the mail application's, whatever it holds.
+bool staysInside(const QString& path, const QString& root) {
+    const QString real = resolved(path);
+    return !real.isNull() && !root.isNull() && real.startsWith(root) &&
+           (real.size() == root.size() || real.at(root.size()) == QLatin1Char('/') ||
+            root == QLatin1String("/"));
 }
 
 // Newest first; a message without a date goes after every dated one. Stable, so messages of the
@@ -125,13 +147,15 @@ ExtensionMessageList SnapshotLoader::updateData() {
         const bool coordinated = coordinator.coordinateReadingItemAtURL(
             today, FileCoordinator::ReadingWithoutChanges, &error, [&](const QUrl& url) {
                 try {
+                    const QString root = resolved(data->toLocalFile());
                     const std::optional<QStringList> accounts = directoryContent(url.toLocalFile());
                     if (!accounts) {
                         return;
                     }
                     for (const QString& accountPath : *accounts) {
                         // exact, case-sensitive match with an enabled account's address
-                        if (!enabled.contains(QFileInfo(accountPath).fileName())) {
+                        if (!enabled.contains(QFileInfo(accountPath).fileName()) ||
+                            !staysInside(accountPath, root)) {
                             continue;
                         }
                         const std::optional<QStringList> files = directoryContent(accountPath);
@@ -139,7 +163,7 @@ ExtensionMessageList SnapshotLoader::updateData() {
                             continue;
                         }
                         for (const QString& file : *files) {
-                            if (readSnapshot(file, collected)) {
+                            if (staysInside(file, root) && readSnapshot(file, collected)) {
                                 m_status = NewData;
                             }
                         }

@@ -9,7 +9,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <fcntl.h>
+#include <future>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace corvina;
@@ -316,4 +319,75 @@ TEST(SnapshotLoader, DirectoryContentOfAFolderThatCannotBeListedIsNothing) {
     EXPECT_FALSE(SnapshotLoader::directoryContent(container.data() + "/closed"));
     QFile::setPermissions(container.data() + "/closed",
                           QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+}
+
+TEST(SnapshotLoader, LinksOutOfTheSharedFolderAreNotFollowed) {
+    TempContainer container;
+    QTemporaryDir elsewhere;
+    container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+    // a folder outside the shared folder that looks like an account folder, and a file that looks
+    // like a snapshot
+    const QVariantMap outside = envelope(QVariantList{TempContainer::message("outside", ada, 1700000000)});
+    ASSERT_TRUE(QDir().mkpath(elsewhere.path() + "/ada"));
+    QFile file(elsewhere.path() + "/ada/snapshot");
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(PropertyList::write(outside, PropertyList::Format::Xml));
+    file.close();
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/Today"));
+    ASSERT_TRUE(QFile::link(elsewhere.path() + "/ada", container.data() + "/Today/" + ada));
+    container.writeSnapshot(bob, "inbox", {TempContainer::message("b1", bob, 1700000000)});
+    ASSERT_TRUE(QFile::link(file.fileName(), container.data() + "/Today/" + bob + "/linked-out"));
+    LogCapture capture;
+    SnapshotLoader loader;
+    EXPECT_EQ(ids(loader.updateData()), QStringList{"b1"});
+    EXPECT_TRUE(capture.lines().isEmpty()) << capture.lines().join("|").toStdString();
+}
+
+TEST(SnapshotLoader, LinksThatStayInsideTheSharedFolderAreFollowed) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+    container.writePlist("Moved/ada/inbox",
+                         envelope(QVariantList{TempContainer::message("a1", ada, 1700000000)}));
+    container.writePlist("Moved/bob-inbox",
+                         envelope(QVariantList{TempContainer::message("b1", bob, 1700000100)}));
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/Today/" + bob));
+    ASSERT_TRUE(QFile::link("../Moved/ada", container.data() + "/Today/" + ada));
+    ASSERT_TRUE(QFile::link("../../Moved/bob-inbox", container.data() + "/Today/" + bob + "/inbox"));
+    SnapshotLoader loader;
+    EXPECT_EQ(ids(loader.updateData()), (QStringList{"b1", "a1"}));
+}
+
+TEST(SnapshotLoader, ATodayFolderLinkedOutOfTheSharedFolderIsNotRead) {
+    TempContainer container;
+    QTemporaryDir elsewhere;
+    container.writeAccounts({TempContainer::account(ada)});
+    ASSERT_TRUE(QDir().mkpath(elsewhere.path() + "/" + ada));
+    QFile file(elsewhere.path() + "/" + ada + "/inbox");
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(PropertyList::write(envelope(QVariantList{TempContainer::message("a1", ada, 1)}),
+                                   PropertyList::Format::Xml));
+    file.close();
+    ASSERT_TRUE(QFile::link(elsewhere.path(), container.data() + "/Today"));
+    SnapshotLoader loader;
+    EXPECT_TRUE(loader.updateData().isEmpty());
+}
+
+TEST(SnapshotLoader, AFifoAmongTheSnapshotsIsSkippedWithoutWaiting) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeSnapshot(ada, "inbox", {TempContainer::message("a1", ada, 1700000000)});
+    const QString fifo = container.data() + "/Today/" + ada + "/pipe";
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    ASSERT_TRUE(QFile::link(fifo, container.data() + "/Today/" + ada + "/link-to-pipe"));
+    auto future = std::async(std::launch::async, [] {
+        SnapshotLoader loader;
+        return ids(loader.updateData());
+    });
+    if (future.wait_for(5s) != std::future_status::ready) {
+        // let the blocked open end so that the test fails instead of hanging
+        const int writer = ::open(QFile::encodeName(fifo).constData(), O_WRONLY | O_NONBLOCK);
+        ::close(writer);
+        ADD_FAILURE() << "the loader blocked on a FIFO";
+    }
+    EXPECT_EQ(future.get(), QStringList{"a1"});
 }

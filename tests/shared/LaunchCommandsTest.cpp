@@ -7,6 +7,12 @@
 #include "support/PrivateSessionBus.h"
 #include "support/ScopedEnvironment.h"
 
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QThread>
 #include <gtest/gtest.h>
 
 using namespace corvina;
@@ -226,6 +232,76 @@ TEST(LaunchCommands, LaunchFailureIsNotLogged) {
     EXPECT_FALSE(ExtensionUtilities::LaunchCommandForMessages(
         {message(QStringLiteral("1"), QStringLiteral("a"))}, ConstVars::commandOpen, false));
     EXPECT_TRUE(log.lines().isEmpty());
+}
+
+namespace {
+
+// What a host following the host guide takes from a command URL: the id between the first
+// "&messageid=" and the last "&folderstandardid=", the folder kind after that.
+std::pair<QString, QString> idAndFolderKindAsTheGuideSays(const QString& url) {
+    const qsizetype idStart = url.indexOf(QStringLiteral("&messageid=")) + 11;
+    const qsizetype kindKey = url.lastIndexOf(QStringLiteral("&folderstandardid="));
+    return {url.mid(idStart, kindKey - idStart), url.mid(kindKey + 18)};
+}
+
+} // namespace
+
+TEST(LaunchCommands, AnIdHoldingTheFolderKindKeyComesBackWholeByTheGuidesRule) {
+    // the id is written raw, so this URL has two folderstandardid keys; the widget's own is the last
+    for (const QString& id : {QStringLiteral("x&folderstandardid=9"), QStringLiteral("&folderstandardid="),
+                              QStringLiteral("a=1&messageid=2&folderstandardid=3&mail=b")}) {
+        const std::optional<Url> url = ExtensionUtilities::CommandURLForMessage(
+            message(id, QStringLiteral("a&b@example.org"), 4), ConstVars::commandArchive);
+        ASSERT_TRUE(url) << id.toStdString();
+        const auto [read, kind] = idAndFolderKindAsTheGuideSays(url->absoluteString());
+        EXPECT_EQ(read, id);
+        EXPECT_EQ(kind, QStringLiteral("4"));
+    }
+}
+
+TEST(LaunchCommands, TheCommandPrinterOfTheHostGuideRecordsACommand) {
+    // the example desktop file of the guide, as a reader would paste it
+    QFile guide(QStringLiteral(CORVINA_FIXTURES_DIR "/../../docs/host-commands.md"));
+    ASSERT_TRUE(guide.open(QIODevice::ReadOnly));
+    const QStringList lines = QString::fromUtf8(guide.readAll()).split(QLatin1Char('\n'));
+    const qsizetype start =
+        lines.indexOf(QRegularExpression(QStringLiteral(".*org.corvina.mail.desktop <<'EOF'")));
+    ASSERT_GE(start, 0);
+    QString desktopFile;
+    for (qsizetype i = start + 1; i < lines.size() && lines[i] != QStringLiteral("    EOF"); ++i) {
+        desktopFile += lines[i].mid(4) + QLatin1Char('\n');
+    }
+    ASSERT_TRUE(desktopFile.contains(QStringLiteral("/tmp/corvina-commands.txt")));
+    FakeHostApp host;
+    QTemporaryDir dir;
+    const QString printed = dir.filePath(QStringLiteral("corvina-commands.txt"));
+    desktopFile.replace(QStringLiteral("/tmp/corvina-commands.txt"), printed);
+    host.installDesktopFile(QStringLiteral("org.corvina.mail.desktop"), desktopFile.toUtf8());
+
+    QProcess validate;
+    validate.start(QStringLiteral("desktop-file-validate"),
+                   {host.applicationsFolder() + QStringLiteral("/org.corvina.mail.desktop")});
+    ASSERT_TRUE(validate.waitForFinished(30000));
+    EXPECT_EQ(validate.exitCode(), 0) << validate.readAllStandardOutput().toStdString();
+
+    ASSERT_TRUE(ExtensionUtilities::LaunchCommandForMessages(
+        {message(QStringLiteral("1042"), QStringLiteral("ann@example.org"))}, ConstVars::commandArchive,
+        true));
+    QFile out(printed);
+    QDeadlineTimer deadline(10000);
+    QByteArray text;
+    while (!deadline.hasExpired()) {
+        if (out.open(QIODevice::ReadOnly)) {
+            text = out.readAll();
+            out.close();
+            if (text.endsWith('\n'))
+                break;
+        }
+        QThread::msleep(20);
+    }
+    EXPECT_EQ(
+        text,
+        QByteArray("0x200 corvina://archive?mail=ann%40example.org&messageid=1042&folderstandardid=1\n"));
 }
 
 struct TargetCase {

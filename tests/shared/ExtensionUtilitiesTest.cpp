@@ -8,7 +8,11 @@
 
 #include <QDir>
 #include <QFile>
+#include <fcntl.h>
+#include <future>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace corvina;
 using namespace std::chrono_literals;
@@ -192,4 +196,43 @@ TEST(ExtensionUtilities, AContactsLockHeldTooLongIsLogged) {
     EXPECT_EQ(capture.lines(),
               QStringList{"[***ERROR***] NSFileCoordinator AddressesAndGroups " + container.data() +
                           "/.Contacts.lock is locked by another process; gave up after 150 ms"});
+}
+
+namespace {
+
+// Runs `read` while `fifo` exists; should it block, a writer opens and closes the FIFO so that the
+// read ends and the test fails instead of hanging.
+template <typename Read> auto withoutBlockingOn(const QString& fifo, Read read) -> decltype(read()) {
+    auto future = std::async(std::launch::async, read);
+    if (future.wait_for(5s) != std::future_status::ready) {
+        const int writer = ::open(QFile::encodeName(fifo).constData(), O_WRONLY | O_NONBLOCK);
+        ::close(writer);
+        ADD_FAILURE() << "reading blocked on the FIFO " << fifo.toStdString();
+    }
+    return future.get();
+}
+
+} // namespace
+
+TEST(ExtensionUtilities, AnAccountsFileThatIsAFifoGivesNoAccountsAtOnce) {
+    TempContainer container;
+    const QString fifo = container.data() + "/Accounts.plist";
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    LogCapture capture;
+    const auto accounts = withoutBlockingOn(fifo, [] { return ExtensionUtilities::Accounts(); });
+    EXPECT_TRUE(accounts.isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+TEST(ExtensionUtilities, ContactListsThatAreFifosGiveEmptyListsAtOnce) {
+    TempContainer container;
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/Contacts"));
+    const QString addresses = container.data() + "/Contacts/Addresses.plist";
+    ASSERT_EQ(::mkfifo(QFile::encodeName(addresses).constData(), 0600), 0);
+    ASSERT_EQ(::mkfifo(QFile::encodeName(container.data() + "/Contacts/Groups.plist").constData(), 0600), 0);
+    LogCapture capture;
+    const auto result = withoutBlockingOn(addresses, [] { return ExtensionUtilities::AddressesAndGroups(); });
+    EXPECT_TRUE(result.addresses.isEmpty());
+    EXPECT_TRUE(result.groups.isEmpty());
+    EXPECT_TRUE(capture.lines().isEmpty());
 }

@@ -5,6 +5,7 @@
 #include "platform/Dispatch.h"
 #include "platform/ItemProvider.h"
 #include "platform/Log.h"
+#include "platform/RegularFile.h"
 #include "platform/Synchronized.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
@@ -16,6 +17,7 @@
 #include <QMutex>
 #include <cstdio>
 #include <future>
+#include <sys/stat.h>
 
 namespace corvina {
 
@@ -87,21 +89,49 @@ bool travelsAsPicture(const QByteArray& format) {
 ItemProviderPtr imageProvider(const QString& path, const QString& type) {
     auto provider = std::make_shared<ItemProvider>();
     // Read when the intake asks, on the providers' pool, as a picture from another application
-    // would be: the file's own bytes, which the intake decodes and re-encodes.
+    // would be: the file's own bytes, which the intake decodes and re-encodes. Opened without
+    // waiting, so that a picture swapped for a FIFO meanwhile is refused rather than waited on.
     provider->registerItemForTypeIdentifier(type, [path](const ItemProvider::CompletionHandler& completion) {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly)) {
-            completion(QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
+        RegularFile file = RegularFile::open(path);
+        bool tooLarge = false;
+        const std::optional<QByteArray> bytes =
+            file.isOpen() ? file.readAll(ShareCommand::maxPictureBytes, &tooLarge) : std::nullopt;
+        if (!bytes) {
+            completion(QVariant(), tooLarge ? QStringLiteral("cannot read %1: it grew past %2 bytes")
+                                                  .arg(path)
+                                                  .arg(ShareCommand::maxPictureBytes)
+                                            : file.error());
             return;
         }
-        const QByteArray bytes = file.readAll();
-        if (file.error() != QFileDevice::NoError) {
-            completion(QVariant(), QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
-            return;
-        }
-        completion(bytes, QString());
+        completion(*bytes, QString());
     });
     return provider;
+}
+
+// A path as it can be shown on a terminal: ASCII as it is, every other byte as \xNN. Only for
+// paths that are not valid UTF-8, whose bytes no text can show.
+QString printable(const QByteArray& native) {
+    QString text;
+    for (const char c : native) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte < 0x7f)
+            text += QLatin1Char(c);
+        else
+            text += QStringLiteral("\\x") + QString::number(byte, 16).rightJustified(2, u'0').toUpper();
+    }
+    return text;
+}
+
+// The size of a compose URL in bytes: it is all ASCII, percent-encoded.
+qsizetype urlBytes(const Url& url) {
+    return url.absoluteString().toUtf8().size();
+}
+
+void reportTooLarge(QTextStream& err, qsizetype bytes, bool staged) {
+    err << "corvina-share: the draft is too large to hand to the mail application: its compose URL "
+        << (staged ? "has " : "would have ") << bytes << " bytes, more than the limit of "
+        << ShareCommand::maxComposeUrlBytes << " bytes (the longest argument a program can be given); "
+        << "share a shorter text or fewer files. Nothing was sent.\n";
 }
 
 qsizetype stagedAttachments(const ExtensionMessagePtr& message) {
@@ -114,7 +144,7 @@ qsizetype stagedAttachments(const ExtensionMessagePtr& message) {
 } // namespace
 
 std::optional<ShareCommand::Attachment> ShareCommand::classify(const QString& argument, QString* problem,
-                                                               Status* status) {
+                                                               Status* status, const QByteArray& native) {
     Attachment attachment;
     if (isWebLink(argument)) {
         const QUrl url(argument);
@@ -127,6 +157,27 @@ std::optional<ShareCommand::Attachment> ShareCommand::classify(const QString& ar
         attachment.webLink = url;
         return attachment;
     }
+    // A path that is not valid UTF-8 reached us as text with its odd bytes replaced, which names no
+    // file. It cannot be shared: the compose URL carries file paths as UTF-8 text, so the mail
+    // application could not be told where it is. Said as such, not as a missing file.
+    // A file URL carries the bytes percent-encoded (as file managers pass them), a path as they are.
+    QByteArray bytes = native;
+    if (argument.startsWith(QLatin1String("file:"), Qt::CaseInsensitive) && QUrl(argument).isLocalFile())
+        bytes = QByteArray::fromPercentEncoding(QUrl(argument).path(QUrl::FullyEncoded).toLatin1());
+    if (!bytes.isEmpty() && !QByteArrayView(bytes).isValidUtf8()) {
+        struct stat info {};
+        if (::stat(bytes.constData(), &info) == 0) {
+            *problem =
+                QStringLiteral("cannot share %1: its path is not valid UTF-8, and the mail application "
+                               "is given file paths as UTF-8 text; rename it, or share a copy whose "
+                               "path is valid UTF-8")
+                    .arg(printable(bytes));
+        } else {
+            *problem = QStringLiteral("no such file: %1").arg(printable(bytes));
+        }
+        *status = MissingFile;
+        return std::nullopt;
+    }
     // Everything else names a local file: a file:// URL (what file managers pass for %U) or a path.
     // Other schemes ("mailto:", "ftp:") are read as paths too, and are then almost always missing.
     QString path = argument;
@@ -135,31 +186,73 @@ std::optional<ShareCommand::Attachment> ShareCommand::classify(const QString& ar
         if (url.isLocalFile())
             path = url.toLocalFile();
     }
-    const QFileInfo info(path);
-    if (path.isEmpty() || !info.exists()) {
+    if (path.isEmpty()) {
         *problem = QStringLiteral("no such file: %1").arg(argument);
         *status = MissingFile;
         return std::nullopt;
     }
-    if (!info.isFile()) {
-        *problem = QStringLiteral("not a plain file: %1").arg(argument);
+    // Opened without waiting and judged by the open descriptor: a FIFO is refused at once instead
+    // of blocking the share until someone writes to it.
+    RegularFile file = RegularFile::open(path);
+    if (!file.isOpen()) {
         *status = MissingFile;
+        if (file.problem() == RegularFile::Problem::Folder ||
+            file.problem() == RegularFile::Problem::NotPlain)
+            *problem = QStringLiteral("not a plain file: %1").arg(argument);
+        else if (!QFileInfo::exists(path) && !QFileInfo(path).isSymLink())
+            *problem = QStringLiteral("no such file: %1").arg(argument);
+        else if (!QFileInfo::exists(path))
+            *problem = QStringLiteral("no such file: %1 (a symbolic link to nothing)").arg(argument);
+        else
+            *problem = QStringLiteral("cannot read the file: %1 (%2)").arg(argument, file.error());
         return std::nullopt;
     }
-    if (!info.isReadable()) {
-        *problem = QStringLiteral("cannot read the file: %1").arg(argument);
-        *status = MissingFile;
-        return std::nullopt;
-    }
-    attachment.path = info.absoluteFilePath();
-    const QByteArray format = QImageReader::imageFormat(attachment.path);
-    if (travelsAsPicture(format)) {
+    attachment.path = QFileInfo(path).absoluteFilePath();
+    attachment.kind = Attachment::Kind::File;
+    if (file.size() > maxPictureBytes)
+        return attachment;
+    // A picture only when it decodes: a file that merely begins like one travels as the file it
+    // is, rather than failing as a picture later.
+    QFile device;
+    if (!device.open(file.descriptor(), QIODevice::ReadOnly, QFileDevice::DontCloseHandle))
+        return attachment;
+    QImageReader reader(&device);
+    const QByteArray format = reader.format();
+    if (travelsAsPicture(format) && !reader.read().isNull()) {
         attachment.kind = Attachment::Kind::Image;
         attachment.imageType = imageTypeFor(format);
-    } else {
-        attachment.kind = Attachment::Kind::File;
     }
     return attachment;
+}
+
+ExtensionMessagePtr ShareCommand::expectedDraft(const Options& options, const QList<Attachment>& attachments,
+                                                const QString& stagingPath) {
+    // Made as the intake makes the real one (see ExtensionUtilities::GetItemForExtension).
+    const ExtensionMessagePtr message = ExtensionMessage::init();
+    if (!options.text.isEmpty()) {
+        message->appendHtmlBody(QString::fromUtf8(AttributedString::fromPlainText(options.text).htmlData()) +
+                                QStringLiteral("<br/>"));
+    }
+    const MutableList<QVariant> staged = message->attachments();
+    for (const Attachment& attachment : attachments) {
+        switch (attachment.kind) {
+        case Attachment::Kind::WebLink: {
+            const QString link = QString::fromUtf8(attachment.webLink.toEncoded());
+            message->appendHtmlBody(QStringLiteral("<a href=\"") + link + QStringLiteral("\">") + link +
+                                    QStringLiteral("</a>"));
+            break;
+        }
+        case Attachment::Kind::Image:
+            staged->append(stagingPath + QStringLiteral("/image.png"));
+            break;
+        case Attachment::Kind::File:
+            staged->append(stagingPath + QLatin1Char('/') + QFileInfo(attachment.path).fileName());
+            break;
+        }
+    }
+    if (!options.title.isNull())
+        message->setSubject(options.title);
+    return message;
 }
 
 ExtensionContextPtr ShareCommand::context(const Options& options, const QList<Attachment>& attachments) {
@@ -205,10 +298,10 @@ int ShareCommand::run(const Options& options, QTextStream& err) {
     const QString service = options.service.isNull() ? defaultService : options.service;
     // ShareInit's own rule, checked first so that a bad name is a usage error rather than a logged
     // line and a share that silently stages nothing.
-    if (ExtensionUtilities::StagingFolderNameProblem(service)) {
-        err << "corvina-share: --service wants a plain folder name (not empty, no \"/\", not \".\" or "
-               "\"..\"): \""
-            << service << "\"\n";
+    if (const std::optional<QString> problem = ExtensionUtilities::StagingFolderNameProblem(service)) {
+        err << "corvina-share: --service wants a folder name of its own (one plain name, not hidden, and "
+               "none of the mail application's items Today, Accounts.plist and Contacts): "
+            << *problem << '\n';
         return UsageError;
     }
     if (options.title.isEmpty() && options.text.isEmpty() && options.arguments.isEmpty()) {
@@ -219,10 +312,12 @@ int ShareCommand::run(const Options& options, QTextStream& err) {
 
     QList<Attachment> attachments;
     qsizetype files = 0;
-    for (const QString& argument : options.arguments) {
+    for (qsizetype i = 0; i < options.arguments.size(); ++i) {
         QString problem;
         Status status = NotSent;
-        const std::optional<Attachment> attachment = classify(argument, &problem, &status);
+        const QByteArray native = options.nativeArguments.value(i);
+        const std::optional<Attachment> attachment =
+            classify(options.arguments.at(i), &problem, &status, native);
         if (!attachment) {
             err << "corvina-share: " << problem << '\n';
             return status;
@@ -242,12 +337,32 @@ int ShareCommand::run(const Options& options, QTextStream& err) {
             << " (the mail application makes it; --container DIR names another)\n";
         return NoSharedFolder;
     }
+    // The staging code refuses to work through a linked data folder (it would empty a staging
+    // folder wherever the link points); say so here rather than as a share that stages nothing.
+    const QString data = ExtensionUtilities::GroupDataPath()->toLocalFile();
+    if (QFileInfo(data).isSymLink()) {
+        err << "corvina-share: the shared data folder " << data
+            << " is a symbolic link; nothing is staged through one (nothing was changed)\n";
+        return NoSharedFolder;
+    }
 
     const QString target = ExtensionUtilities::LaunchTargetForBundleIdentifier(Bundle::identifier());
-    if (DesktopEntry::locate(target).isEmpty()) {
-        err << "corvina-share: the mail application (" << target << ") is not installed: no " << target
-            << ".desktop in the applications folders\n";
+    QString notInstalled;
+    if (!DesktopEntry::application(target, &notInstalled)) {
+        err << "corvina-share: the mail application (" << target << ") is not installed: " << notInstalled
+            << '\n';
         return MailApplicationMissing;
+    }
+
+    // The compose URL can only grow once the files are staged, so one that is too long already
+    // is refused before the staging folder is emptied.
+    const QString stagingPath = data + QLatin1Char('/') + service;
+    if (const std::optional<Url> expected =
+            expectedDraft(options, attachments, stagingPath)->queryUrl(ConstVars::commandCompose)) {
+        if (urlBytes(*expected) > maxComposeUrlBytes) {
+            reportTooLarge(err, urlBytes(*expected), false);
+            return DraftTooLarge;
+        }
     }
 
     HeldLogLines held;
@@ -274,6 +389,11 @@ int ShareCommand::run(const Options& options, QTextStream& err) {
         held.writeTo(err);
         err << "corvina-share: the draft could not be written as a compose URL; nothing was sent\n";
         return NotSent;
+    }
+    // Staged names may have taken a counter (image_1.png), so the real URL is measured again.
+    if (urlBytes(*url) > maxComposeUrlBytes) {
+        reportTooLarge(err, urlBytes(*url), true);
+        return DraftTooLarge;
     }
     // Not in the background: the person sharing wants the new draft in front of them.
     if (!ExtensionUtilities::LaunchCommands({*url}, false)) {

@@ -12,17 +12,41 @@
 
 namespace {
 
-const char* const exitStatusHelp = "\n"
-                                   "Exit status:\n"
-                                   "  0  sent: the mail application was asked to open the new draft\n"
-                                   "  1  could not send: a file could not be placed in the shared folder,\n"
-                                   "     or the mail application could not be started\n"
-                                   "  2  usage error: an unknown option, a bad --service name or web link,\n"
-                                   "     or nothing to share\n"
-                                   "  3  missing file: a file does not exist, is not a plain file or cannot\n"
-                                   "     be read (nothing is staged or sent)\n"
-                                   "  4  no shared folder\n"
-                                   "  5  the mail application is not installed\n";
+const char* const exitStatusHelp =
+    "\n"
+    "Exit status:\n"
+    "  0  sent: the mail application was asked to open the new draft\n"
+    "  1  could not send: a file could not be placed in the shared folder,\n"
+    "     or the mail application could not be started\n"
+    "  2  usage error: an unknown option, a bad --service name (one of the\n"
+    "     mail application's own items, a hidden or not a plain name) or web\n"
+    "     link, or nothing to share\n"
+    "  3  missing file: a file does not exist, is not a plain file, cannot be\n"
+    "     read, or its path is not valid UTF-8 (nothing is staged or sent)\n"
+    "  4  no shared folder, or its data folder is a symbolic link\n"
+    "  5  the mail application is not installed (no desktop file, or a\n"
+    "     hidden one, or one that is not an application)\n"
+    "  6  the draft is too large: its compose URL would be longer than\n"
+    "     131071 bytes, the longest argument a program can be given\n";
+
+// The arguments as the system gave them, for each of the parser's positional arguments: Qt decodes
+// arguments as UTF-8, replacing what is not, so a path with other bytes would name no file. Each
+// positional argument is the decoded text of one argv entry, in order, after the options before it.
+QList<QByteArray> nativePositionals(const QStringList& positionals, int argc, char* argv[]) {
+    QList<QByteArray> natives;
+    int next = 1;
+    for (const QString& positional : positionals) {
+        QByteArray found;
+        for (; next < argc; ++next) {
+            if (QString::fromLocal8Bit(argv[next]) == positional) {
+                found = argv[next++];
+                break;
+            }
+        }
+        natives << found;
+    }
+    return natives;
+}
 
 } // namespace
 
@@ -46,7 +70,8 @@ int main(int argc, char* argv[]) {
             "draft. Files are copied into a staging folder of the folder the mail application shares\n"
             "with its extensions (pictures re-encoded as PNG, named image.png, image_1.png, ...), and\n"
             "the draft is sent to the mail application as a compose URL. The staging folder is\n"
-            "emptied first: each share replaces the previous one's files.\n"
+            "emptied first: each share replaces the previous one's files. Nothing is staged when a\n"
+            "check fails, and the mail application's own items are never touched.\n"
             "Bundle identifier: %1")
             .arg(corvina::Bundle::identifier()));
     const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
@@ -63,7 +88,8 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption service(
         QStringLiteral("service"),
         QStringLiteral("The staging folder inside the shared data folder (default \"%1\"); one plain "
-                       "folder name.")
+                       "folder name, not hidden, and none of the mail application's items (Today, "
+                       "Accounts.plist, Contacts).")
             .arg(corvina::ShareCommand::defaultService),
         QStringLiteral("NAME"));
     const QCommandLineOption container(
@@ -75,7 +101,8 @@ int main(int argc, char* argv[]) {
     parser.addPositionalArgument(
         QStringLiteral("items"),
         QStringLiteral("Files (paths or file:// URLs) to attach, and http:// or https:// links to put "
-                       "in the body, in order. A file Qt can read as a picture is sent as a PNG picture."),
+                       "in the body, in order. A file Qt can decode as a picture is sent as a PNG picture; "
+                       "one that does not decode is sent as the file it is."),
         QStringLiteral("[FILE | URL]..."));
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -103,5 +130,7 @@ int main(int argc, char* argv[]) {
     if (parser.isSet(service))
         options.service = parser.value(service);
     options.arguments = parser.positionalArguments();
+    // QGuiApplication has taken its own options out of argv; what is left matches arguments().
+    options.nativeArguments = nativePositionals(options.arguments, argc, argv);
     return corvina::ShareCommand::run(options, err);
 }

@@ -169,6 +169,28 @@ QString DesktopEntry::locate(const QString& id) {
     return {};
 }
 
+std::optional<DesktopEntry> DesktopEntry::application(const QString& id, QString* problem) {
+    const auto refuse = [problem](const QString& reason) -> std::optional<DesktopEntry> {
+        if (problem)
+            *problem = reason;
+        return std::nullopt;
+    };
+    const QString path = locate(id);
+    if (path.isEmpty())
+        return refuse(QStringLiteral("no %1.desktop in the applications folders").arg(id));
+    std::optional<DesktopEntry> entry = load(path);
+    if (!entry)
+        return refuse(QStringLiteral("%1 cannot be read as a desktop file").arg(path));
+    if (entry->boolValue(QStringLiteral("Hidden")))
+        return refuse(QStringLiteral("%1 is hidden (Hidden=true: the entry was deleted)").arg(path));
+    const QString type = entry->value(QStringLiteral("Type"));
+    if (type != QLatin1String("Application"))
+        return refuse(QStringLiteral("%1 is not an application (Type=%2)").arg(path, type));
+    if (!entry->boolValue(QStringLiteral("DBusActivatable")) && !entry->commandLines({}))
+        return refuse(QStringLiteral("%1 has no usable Exec line").arg(path));
+    return entry;
+}
+
 QString DesktopEntry::value(const QString& key) const {
     const auto it = m_values.constFind(key);
     if (it == m_values.constEnd())

@@ -22,6 +22,16 @@ public:
     // specification's desktop file ids allow.
     static QString locate(const QString& id);
 
+    // The installed application `id`: the desktop file locate() finds, when it is one that can be
+    // started. Only the file found first counts, as for any desktop file id: a hidden one
+    // (Hidden=true, which means the user deleted the entry) hides the copies further down the
+    // search path too. Nothing, with the reason in `problem` when given, when there is no such
+    // file, it cannot be read, it is hidden, it is no Type=Application (a Link or a Directory
+    // starts nothing), or it gives no way to start it (no usable Exec line and no
+    // DBusActivatable=true). What the launcher and the share command both ask, so that they never
+    // disagree about whether the mail application is installed.
+    static std::optional<DesktopEntry> application(const QString& id, QString* problem = nullptr);
+
     const QString& path() const { return m_path; }
     // The value of `key` with the string escapes (\s \n \t \r \\) resolved; null when absent.
     QString value(const QString& key) const;

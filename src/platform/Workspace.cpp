@@ -89,13 +89,9 @@ bool runExec(const DesktopEntry& entry, const QStringList& urls, quint32 options
 } // namespace
 
 bool Workspace::openURLs(const QStringList& urls, const QString& identifier, quint32 options) {
-    const QString path = DesktopEntry::locate(identifier);
-    if (path.isEmpty())
-        return false;
-    const auto entry = DesktopEntry::load(path);
-    // A hidden entry is one the user deleted; only applications can open URLs.
-    if (!entry || entry->boolValue(QStringLiteral("Hidden")) ||
-        entry->value(QStringLiteral("Type")) != QLatin1String("Application"))
+    // Hidden entries, links and the like count as not installed, as they do for the share command.
+    const auto entry = DesktopEntry::application(identifier);
+    if (!entry)
         return false;
     if (entry->boolValue(QStringLiteral("DBusActivatable")))
         return openOverDBus(urls, identifier, options);

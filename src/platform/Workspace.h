@@ -7,7 +7,8 @@
 namespace corvina {
 
 // Opens URLs in another installed application, named by its identifier: the application whose
-// desktop file is "<identifier>.desktop" (see DesktopEntry::locate).
+// desktop file is "<identifier>.desktop", when that one can be started (see
+// DesktopEntry::application: a hidden entry or one that is no application counts as none).
 //
 // - A desktop file with DBusActivatable=true: one org.freedesktop.Application.Open call with all
 //   URLs, in order, on the session bus, to the service named by the identifier (the bus starts it

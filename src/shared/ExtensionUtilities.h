@@ -84,14 +84,18 @@ public:
     // One error text is carried through both steps on purpose: when the removal fails, as on the
     // first use when there is nothing to remove, the failure is logged by the delete line and
     // again by the create line, even if the creation then succeeds. Host authors grep for both.
-    // `folder` must be one plain folder name ("", ".", ".." and names with "/" are refused with
-    // the "[***ERROR***] shareInit <reason>" line and nothing touched), so that a bad name can
-    // never empty the data folder itself.
+    // `folder` must be a staging folder name (see StagingFolderNameProblem; others are refused
+    // with the "[***ERROR***] shareInit <reason>" line and nothing touched), so that a bad name can
+    // never empty the data folder itself nor remove one of the mail application's items. A data
+    // folder that is a symbolic link is refused the same way: staging never works through one.
     static void ShareInit(const QString& folder);
 
-    // Why `folder` cannot name a staging folder ("no staging folder name", "not a plain folder
-    // name: ..."), or nothing when it can: one plain path component. The one rule for the staging
-    // operations and for callers that check a name before they start.
+    // Why `folder` cannot name a staging folder, or nothing when it can. A staging folder name is
+    // one plain path component ("", ".", ".." and names with "/" or NUL are not) that is none of
+    // the mail application's own items in the data folder: not "Today", "Accounts.plist" or
+    // "Contacts" (in any case of letters) and no hidden name (lock sidecars and temporary files
+    // begin with "."). The one rule for the staging operations and for callers that check a name
+    // before they start.
     static std::optional<QString> StagingFolderNameProblem(const QString& folder);
 
     // Copies each source file (an element that is a text: a path) into the staging folder under

@@ -3,22 +3,30 @@
 #include "model/ExtensionMessage.h"
 #include "requestutils/Url.h"
 #include "support/FakeHostApp.h"
+#include "support/LockHolder.h"
 #include "support/TempContainer.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <algorithm>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using corvina::ExtensionMessage;
 using corvina::ExtensionMessagePtr;
 using corvina::Url;
 using corvina::test::FakeHostApp;
 using corvina::test::HostLaunch;
+using corvina::test::LockHolder;
 using corvina::test::TempContainer;
 
 namespace {
@@ -56,6 +64,52 @@ QByteArray contents(const QString& path) {
 std::string sorted(QStringList list) {
     std::sort(list.begin(), list.end());
     return list.join(u'\n').toStdString();
+}
+
+// Everything under `folder`, recursively, links not followed: each entry with its kind and
+// content, as one text so that a failure shows what changed. Hidden entries included.
+std::string tree(const QString& folder) {
+    std::map<std::string, std::string> items;
+    std::function<void(const QString&, const QString&)> walk = [&](const QString& path,
+                                                                   const QString& relative) {
+        for (const QString& name :
+             QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+            const QString full = path + u'/' + name;
+            const QString key = relative.isEmpty() ? name : relative + u'/' + name;
+            const QFileInfo info(full);
+            if (info.isSymLink()) {
+                items[key.toStdString()] = "link -> " + info.symLinkTarget().toStdString();
+            } else if (info.isDir()) {
+                items[key.toStdString()] = "folder";
+                walk(full, key);
+            } else {
+                items[key.toStdString()] = "file " + contents(full).toHex().toStdString();
+            }
+        }
+    };
+    walk(folder, QString());
+    std::string text;
+    for (const auto& [key, value] : items)
+        text += key + ": " + value + "\n";
+    return text;
+}
+
+// The demo mailbox's data folder (accounts, snapshots, contacts, lock sidecars) copied to `data`.
+void copyDemoInto(const QString& data) {
+    const QString demo = QStringLiteral(CORVINA_SOURCE_DIR "/resources/demo/SharedData");
+    QDirIterator it(demo, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QString copy = data + path.mid(demo.size());
+        if (it.fileInfo().isDir())
+            ASSERT_TRUE(QDir().mkpath(copy));
+        else
+            ASSERT_TRUE(QDir().mkpath(QFileInfo(copy).absolutePath()) && QFile::copy(path, copy))
+                << copy.toStdString();
+    }
+    ASSERT_TRUE(QFileInfo::exists(data + QStringLiteral("/Today")));
+    ASSERT_TRUE(QFileInfo::exists(data + QStringLiteral("/.Today.lock")));
 }
 
 class ShareProgram : public ::testing::Test {
@@ -238,18 +292,212 @@ TEST_F(ShareProgram, SendsToTheMailApplicationBuildOfItsBundleIdentifier) {
 
 TEST_F(ShareProgram, AFileThatCannotBeStagedIsExitOneAndNothingIsSent) {
     host.installRecorder(QStringLiteral("org.corvina.mail"));
-    // A PNG signature followed by no picture: taken for a picture, then not decodable.
-    writeSource(QStringLiteral("broken.png"), QByteArray("\x89PNG\r\n\x1a\n", 8) + "not really a picture");
+    // Another process keeps the staging folder locked past the 5 s every staging step waits.
+    ASSERT_TRUE(QDir().mkpath(staging()));
+    LockHolder holder(staging());
 
-    const Outcome outcome = run({source(QStringLiteral("notes.txt")), source(QStringLiteral("broken.png"))});
+    const Outcome outcome = run({source(QStringLiteral("notes.txt"))});
 
     EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_TRUE(outcome.err.contains("corvina-share: only 1 of 2 files could be placed in the shared folder; "
+    EXPECT_TRUE(outcome.err.contains("corvina-share: only 0 of 1 files could be placed in the shared folder; "
                                      "nothing was sent"))
         << outcome.err.toStdString();
     // The shared-folder code's own line about the failure is shown with it.
-    EXPECT_TRUE(outcome.err.contains("[***ERROR***] Exception shareDatas")) << outcome.err.toStdString();
+    EXPECT_TRUE(outcome.err.contains("[***ERROR***] Error shareFiles")) << outcome.err.toStdString();
     EXPECT_TRUE(host.waitForLaunches(1, 1000).isEmpty());
+}
+
+TEST_F(ShareProgram, AFileThatLooksLikeAPictureButDoesNotDecodeIsSharedAsTheFileItIs) {
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    // A PNG signature followed by no picture.
+    const QByteArray broken = QByteArray("\x89PNG\r\n\x1a\n", 8) + "not really a picture";
+    writeSource(QStringLiteral("broken.png"), broken);
+
+    const Outcome outcome = run({source(QStringLiteral("notes.txt")), source(QStringLiteral("broken.png"))});
+
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err.toStdString();
+    EXPECT_EQ(contents(staging() + QStringLiteral("/broken.png")), broken);
+    const ExtensionMessagePtr draft = receivedDraft();
+    ASSERT_TRUE(draft);
+    EXPECT_EQ(sorted(attachmentPaths(draft)),
+              sorted({staging() + QStringLiteral("/broken.png"), staging() + QStringLiteral("/notes.txt")}));
+}
+
+TEST_F(ShareProgram, TheMailApplicationsOwnItemsAreNoServiceAndStayAsTheyWere) {
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    copyDemoInto(container.data());
+    stageEarlierShare();
+    const std::string before = tree(container.data());
+    for (const QString& reserved :
+         {QStringLiteral("Today"), QStringLiteral("Accounts.plist"), QStringLiteral("Contacts"),
+          QStringLiteral(".Today.lock"), QStringLiteral(".Accounts.plist.lock"),
+          QStringLiteral(".Contacts.lock"), QStringLiteral("today"), QStringLiteral(".Share.lock")}) {
+        const Outcome outcome =
+            run({QStringLiteral("--service"), reserved, source(QStringLiteral("notes.txt"))});
+        EXPECT_EQ(outcome.exitCode, 2) << reserved.toStdString() << ": " << outcome.err.toStdString();
+        EXPECT_TRUE(outcome.err.startsWith("corvina-share: --service wants a folder name of its own"))
+            << outcome.err.toStdString();
+        EXPECT_TRUE(outcome.err.contains(("\"" + reserved + "\"").toUtf8())) << outcome.err.toStdString();
+        EXPECT_EQ(tree(container.data()), before) << "after --service " << reserved.toStdString();
+    }
+    expectNothingTouched();
+}
+
+TEST_F(ShareProgram, ALinkedDataFolderIsExitFourAndWhatItPointsAtIsUntouched) {
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    QTemporaryDir elsewhere;
+    copyDemoInto(elsewhere.path());
+    {
+        ASSERT_TRUE(QDir().mkpath(elsewhere.filePath(QStringLiteral("Share"))));
+        QFile earlier(elsewhere.filePath(QStringLiteral("Share/earlier.txt")));
+        ASSERT_TRUE(earlier.open(QIODevice::WriteOnly));
+        earlier.write("from the share before");
+    }
+    ASSERT_TRUE(QDir(container.data()).removeRecursively());
+    ASSERT_EQ(::symlink(QFile::encodeName(elsewhere.path()).constData(),
+                        QFile::encodeName(container.data()).constData()),
+              0);
+    const std::string before = tree(elsewhere.path());
+
+    const Outcome outcome =
+        run({QStringLiteral("--text"), QStringLiteral("hello"), source(QStringLiteral("notes.txt"))});
+
+    EXPECT_EQ(outcome.exitCode, 4) << outcome.err.toStdString();
+    EXPECT_TRUE(outcome.err.contains(("corvina-share: the shared data folder " + container.data() +
+                                      " is a symbolic link; nothing is staged through one")
+                                         .toUtf8()))
+        << outcome.err.toStdString();
+    EXPECT_EQ(tree(elsewhere.path()), before);
+    EXPECT_EQ(QFileInfo(container.data()).symLinkTarget(), elsewhere.path());
+    EXPECT_TRUE(host.waitForLaunches(1, 1000).isEmpty());
+}
+
+TEST_F(ShareProgram, AFifoIsExitThreeAtOnce) {
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    stageEarlierShare();
+    const QString fifo = sources.filePath(QStringLiteral("pipe"));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0644), 0);
+
+    // run() gives up after a minute; a program waiting for a writer would never end by itself.
+    const Outcome outcome = run({source(QStringLiteral("notes.txt")), fifo});
+
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_TRUE(outcome.err.contains(("corvina-share: not a plain file: " + fifo).toUtf8()))
+        << outcome.err.toStdString();
+    expectNothingTouched();
+}
+
+TEST_F(ShareProgram, AHiddenOrLinkDesktopFileIsNotInstalledAndNothingIsStaged) {
+    stageEarlierShare();
+    const QString exec = FakeHostApp::recorderProgram() + u' ' + host.recordFile() + QStringLiteral(" %U");
+    const struct {
+        QString contents;
+        const char* says;
+    } entries[] = {
+        {QStringLiteral("[Desktop Entry]\nType=Application\nName=Mail\nHidden=true\nExec=") + exec + u'\n',
+         "is hidden (Hidden=true"},
+        {QStringLiteral("[Desktop Entry]\nType=Link\nName=Mail\nURL=https://example.org\nExec=") + exec +
+             u'\n',
+         "is not an application (Type=Link)"},
+    };
+    for (const auto& entry : entries) {
+        host.installDesktopFile(QStringLiteral("org.corvina.mail.desktop"), entry.contents.toUtf8());
+        const Outcome outcome = run({source(QStringLiteral("notes.txt"))});
+        EXPECT_EQ(outcome.exitCode, 5) << outcome.err.toStdString();
+        EXPECT_TRUE(
+            outcome.err.contains("corvina-share: the mail application (org.corvina.mail) is not installed: "))
+            << outcome.err.toStdString();
+        EXPECT_TRUE(outcome.err.contains(entry.says)) << outcome.err.toStdString();
+    }
+    expectNothingTouched();
+}
+
+TEST_F(ShareProgram, AComposeUrlOverTheArgumentLimitIsExitSixBeforeAnythingIsStaged) {
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    stageEarlierShare();
+    // Each "ä" takes six bytes percent-encoded: 150 000 bytes and more.
+    const Outcome outcome =
+        run({QStringLiteral("--text"), QString(25000, QChar(0xe4)), source(QStringLiteral("notes.txt"))});
+    EXPECT_EQ(outcome.exitCode, 6) << outcome.err.toStdString();
+    EXPECT_TRUE(
+        outcome.err.contains("corvina-share: the draft is too large to hand to the mail application: its "
+                             "compose URL would have "))
+        << outcome.err.toStdString();
+    EXPECT_TRUE(outcome.err.contains("bytes, more than the limit of 131071 bytes"))
+        << outcome.err.toStdString();
+    expectNothingTouched();
+}
+
+TEST_F(ShareProgram, ALongTextWithinTheLimitIsSent) {
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    const QString text(100000, u'a');
+    const Outcome outcome = run({QStringLiteral("--text"), text});
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err.toStdString();
+    const ExtensionMessagePtr draft = receivedDraft();
+    ASSERT_TRUE(draft);
+    EXPECT_TRUE(draft->htmlBody().contains(text));
+}
+
+TEST_F(ShareProgram, FileNamesOfUpTo255BytesAreShared) {
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    const QString longest = QString(251, u'r') + QStringLiteral(".pdf");
+    const QString other = QString(238, u'o') + QStringLiteral(".pdf"); // 242 bytes
+    writeSource(longest, kReport);
+    writeSource(other, kNotes);
+
+    const Outcome outcome = run({source(longest), source(other)});
+
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err.toStdString();
+    EXPECT_EQ(contents(staging() + u'/' + longest), kReport);
+    EXPECT_EQ(contents(staging() + u'/' + other), kNotes);
+    const ExtensionMessagePtr draft = receivedDraft();
+    ASSERT_TRUE(draft);
+    EXPECT_EQ(sorted(attachmentPaths(draft)), sorted({staging() + u'/' + longest, staging() + u'/' + other}));
+}
+
+TEST_F(ShareProgram, APathThatIsNotUtf8IsRefusedAsSuchNotAsMissing) {
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    stageEarlierShare();
+    // "café.txt" with the é in Latin-1: one byte 0xE9, which is no UTF-8.
+    const QByteArray native = QFile::encodeName(sources.path()) + QByteArray("/caf\xe9.txt");
+    const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+    ASSERT_GE(fd, 0);
+    // Qt cannot name this file to remove it with the temporary folder; it goes by its bytes.
+    const std::unique_ptr<const char, void (*)(const char*)> removal(
+        native.constData(), [](const char* path) { ::unlink(path); });
+    ASSERT_EQ(::write(fd, "latin", 5), 5);
+    ::close(fd);
+    // Handed over as bytes: QProcess would pass text, so a shell puts the byte in.
+    auto runNative = [this](const QString& stem) {
+        QProcess process;
+        process.setProcessEnvironment(environment());
+        process.start(QStringLiteral("/bin/sh"),
+                      {QStringLiteral("-c"), QStringLiteral("exec \"$0\" \"$1$(printf '\\351').txt\""),
+                       QStringLiteral(CORVINA_SHARE_BINARY), stem});
+        EXPECT_TRUE(process.waitForFinished(60000));
+        return Outcome{process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+    };
+
+    const Outcome outcome = runNative(sources.filePath(QStringLiteral("caf")));
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_TRUE(outcome.err.contains(
+        ("corvina-share: cannot share " + sources.path() + "/caf\\xE9.txt: its path is not valid UTF-8")
+            .toUtf8()))
+        << outcome.err.toStdString();
+    // A file manager passes the same file as a URL, the byte percent-encoded.
+    const Outcome url = run(
+        {QUrl::fromLocalFile(sources.path()).toString(QUrl::FullyEncoded) + QStringLiteral("/caf%E9.txt")});
+    EXPECT_EQ(url.exitCode, 3);
+    EXPECT_TRUE(url.err.contains(
+        ("corvina-share: cannot share " + sources.path() + "/caf\\xE9.txt: its path is not valid UTF-8")
+            .toUtf8()))
+        << url.err.toStdString();
+    const Outcome missing = runNative(sources.filePath(QStringLiteral("other")));
+    EXPECT_EQ(missing.exitCode, 3);
+    EXPECT_TRUE(
+        missing.err.contains(("corvina-share: no such file: " + sources.path() + "/other\\xE9.txt").toUtf8()))
+        << missing.err.toStdString();
+    expectNothingTouched();
 }
 
 TEST_F(ShareProgram, MissingFileIsExitThreeAndTouchesNothing) {
@@ -324,6 +572,7 @@ TEST_F(ShareProgram, HelpListsTheOptionsAndExitStatuses) {
                                "--help", "--version", "[FILE | URL]..."})
         EXPECT_TRUE(help.contains(QLatin1String(option))) << option << "\n" << help.toStdString();
     for (const char* status : {"  0  sent", "  1  could not send", "  2  usage error", "  3  missing file",
-                               "  4  no shared folder", "  5  the mail application is not installed"})
+                               "  4  no shared folder", "  5  the mail application is not installed",
+                               "  6  the draft is too large"})
         EXPECT_TRUE(help.contains(QLatin1String(status))) << status << "\n" << help.toStdString();
 }

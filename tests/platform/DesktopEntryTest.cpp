@@ -138,3 +138,59 @@ TEST(DesktopEntry, LocateTakesTheFirstDataDirThatHasIt) {
     EXPECT_EQ(DesktopEntry::locate(QStringLiteral("org.corvina.mail")),
               dir.filePath(QStringLiteral("home/applications/org.corvina.mail.desktop")));
 }
+
+TEST(DesktopEntry, OnlyAStartableApplicationCountsAsInstalled) {
+    FakeHostApp apps;
+    const QString id = QStringLiteral("org.corvina.mail");
+    const QString file = apps.applicationsFolder() + QStringLiteral("/org.corvina.mail.desktop");
+    QString problem;
+    EXPECT_FALSE(DesktopEntry::application(id, &problem));
+    EXPECT_EQ(problem.toStdString(), "no org.corvina.mail.desktop in the applications folders");
+
+    const struct {
+        const char* contents;
+        const char* problem;
+    } refused[] = {
+        {"[Desktop Entry]\nType=Application\nHidden=true\nExec=mail %U\n",
+         " is hidden (Hidden=true: the entry was deleted)"},
+        {"[Desktop Entry]\nType=Link\nURL=https://example.org\nExec=mail %U\n",
+         " is not an application (Type=Link)"},
+        {"[Desktop Entry]\nName=Mail\nExec=mail %U\n", " is not an application (Type=)"},
+        {"[Desktop Entry]\nType=Application\nName=Mail\n", " has no usable Exec line"},
+        {"[Desktop Entry]\nType=Application\nExec=mail %x\n", " has no usable Exec line"},
+        {"no group at all\n", " cannot be read as a desktop file"},
+    };
+    for (const auto& entry : refused) {
+        apps.installDesktopFile(QStringLiteral("org.corvina.mail.desktop"), entry.contents);
+        problem.clear();
+        EXPECT_FALSE(DesktopEntry::application(id, &problem)) << entry.contents;
+        EXPECT_EQ(problem.toStdString(), file.toStdString() + entry.problem) << entry.contents;
+    }
+
+    apps.installDesktopFile(QStringLiteral("org.corvina.mail.desktop"),
+                            "[Desktop Entry]\nType=Application\nHidden=false\nExec=mail %U\n");
+    const auto startable = DesktopEntry::application(id);
+    ASSERT_TRUE(startable);
+    EXPECT_EQ(startable->path(), file);
+    apps.installDesktopFile(QStringLiteral("org.corvina.mail.desktop"),
+                            "[Desktop Entry]\nType=Application\nDBusActivatable=true\n");
+    EXPECT_TRUE(DesktopEntry::application(id));
+}
+
+TEST(DesktopEntry, AHiddenEntryHidesTheApplicationInTheSystemFoldersToo) {
+    QTemporaryDir dir;
+    for (const char* sub : {"home/applications", "system/applications"})
+        QDir(dir.path()).mkpath(QString::fromLatin1(sub));
+    auto write = [&](const QString& folder, const QByteArray& contents) {
+        QFile f(dir.filePath(folder + QStringLiteral("/applications/org.corvina.mail.desktop")));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(contents);
+    };
+    corvina::test::ScopedEnvironment home("XDG_DATA_HOME", dir.filePath(QStringLiteral("home")).toUtf8());
+    corvina::test::ScopedEnvironment dirs("XDG_DATA_DIRS", dir.filePath(QStringLiteral("system")).toUtf8());
+    write(QStringLiteral("system"), "[Desktop Entry]\nType=Application\nExec=mail %U\n");
+    EXPECT_TRUE(DesktopEntry::application(QStringLiteral("org.corvina.mail")));
+    // The user deletes the entry: a hidden copy in their own folder.
+    write(QStringLiteral("home"), "[Desktop Entry]\nType=Application\nHidden=true\nExec=mail %U\n");
+    EXPECT_FALSE(DesktopEntry::application(QStringLiteral("org.corvina.mail")));
+}

@@ -9,7 +9,12 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <chrono>
+#include <fcntl.h>
+#include <future>
 #include <gtest/gtest.h>
+#include <map>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace corvina;
@@ -41,6 +46,51 @@ QStringList entries(const QString& folder) {
 // files must not be left behind, so hidden entries are checked separately where it matters.
 QStringList stagedNames(const QString& folder) {
     return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+// Everything under `folder`, recursively and without following links: each entry's relative path
+// with its kind and content (a file's bytes, a link's target), as one text so that a failure shows
+// what changed. Hidden entries included.
+std::string tree(const QString& folder) {
+    std::map<std::string, std::string> items;
+    std::function<void(const QString&, const QString&)> walk = [&](const QString& path,
+                                                                   const QString& relative) {
+        for (const QString& name : entries(path)) {
+            const QString full = path + u'/' + name;
+            const QString key = relative.isEmpty() ? name : relative + u'/' + name;
+            const QFileInfo info(full);
+            if (info.isSymLink()) {
+                items[key.toStdString()] = "link -> " + info.symLinkTarget().toStdString();
+            } else if (info.isDir()) {
+                items[key.toStdString()] = "folder";
+                walk(full, key);
+            } else {
+                items[key.toStdString()] = "file " + readFile(full).toHex().toStdString();
+            }
+        }
+    };
+    walk(folder, QString());
+    std::string text;
+    for (const auto& [key, value] : items)
+        text += key + ": " + value + "\n";
+    return text;
+}
+
+// A data folder as the mail application keeps it: accounts, snapshots of two accounts, contacts,
+// the three lock sidecars, a writer's temporary file and an earlier share.
+void writeMailApplicationItems(const QString& data) {
+    writeFile(data + "/Accounts.plist", "<?xml version=\"1.0\"?><plist><array><dict><key>mail</key>"
+                                        "<string>ada@example.org</string></dict></array></plist>");
+    writeFile(data + "/Today/ada@example.org/inbox.plist", "inbox of ada");
+    writeFile(data + "/Today/ada@example.org/todo", "to do of ada");
+    writeFile(data + "/Today/ada@example.org/.inbox.plist.k3J9.tmp", "half written");
+    writeFile(data + "/Today/bob@example.org/inbox.plist", QByteArray("bplist00\0\1\2", 11));
+    writeFile(data + "/Contacts/Addresses.plist", "addresses");
+    writeFile(data + "/Contacts/Groups.plist", "groups");
+    writeFile(data + "/.Today.lock", "");
+    writeFile(data + "/.Accounts.plist.lock", "");
+    writeFile(data + "/.Contacts.lock", "");
+    writeFile(data + "/Share/earlier.txt", "from the share before");
 }
 
 } // namespace
@@ -103,6 +153,20 @@ TEST(GetGoodPath, NonAsciiNames) {
     writeFile(folder.filePath(QStringLiteral("Übersicht März.pdf")), "x");
     EXPECT_EQ(GetGoodPath(QStringLiteral("Übersicht März.pdf"), folder.path()),
               folder.filePath(QStringLiteral("Übersicht März_1.pdf")));
+}
+
+TEST(GetGoodPath, ACounterNeverMakesANameLongerThan255Bytes) {
+    QTemporaryDir folder;
+    const QString longest = QString(251, u'a') + QStringLiteral(".txt"); // 255 bytes
+    writeFile(folder.filePath(longest), "x");
+    const QString next = QFileInfo(GetGoodPath(longest, folder.path())).fileName();
+    EXPECT_EQ(next, QString(249, u'a') + QStringLiteral("_1.txt"));
+    // Letters of two bytes come off whole.
+    const QString umlauts = QString(125, QChar(0xe4)) + QStringLiteral(".txt"); // 254 bytes
+    writeFile(folder.filePath(umlauts), "x");
+    const QString second = QFileInfo(GetGoodPath(umlauts, folder.path())).fileName();
+    EXPECT_EQ(second, QString(124, QChar(0xe4)) + QStringLiteral("_1.txt"));
+    EXPECT_LE(second.toUtf8().size(), 255);
 }
 
 // ---- ShareInit
@@ -413,4 +477,152 @@ TEST_F(Staging, BetaBuildsStageInTheBetaFolder) {
     ExtensionUtilities::ShareInit(QStringLiteral("Share"));
     const QStringList staged = ExtensionUtilities::ShareDatas(QStringLiteral("Share"), {QByteArray("b")});
     EXPECT_EQ(staged, QStringList(container.root() + "/SharedDataBeta/Share/image.png"));
+}
+
+// ---- the mail application's own items
+
+TEST_F(Staging, NamesOfTheMailApplicationsItemsAreRefusedAndNothingOfItsChanges) {
+    writeMailApplicationItems(container.data());
+    const std::string before = tree(container.data());
+    const QString file = source("notes.txt", "notes");
+    for (const QString& reserved :
+         {QStringLiteral("Today"), QStringLiteral("Accounts.plist"), QStringLiteral("Contacts"),
+          QStringLiteral(".Today.lock"), QStringLiteral(".Accounts.plist.lock"),
+          QStringLiteral(".Contacts.lock"), QStringLiteral("today"), QStringLiteral("CONTACTS"),
+          QStringLiteral(".Share.lock"), QStringLiteral(".hidden")}) {
+        log.clear();
+        ExtensionUtilities::ShareInit(reserved);
+        EXPECT_TRUE(ExtensionUtilities::ShareFiles(reserved, {file}).isEmpty()) << reserved.toStdString();
+        EXPECT_TRUE(ExtensionUtilities::ShareDatas(reserved, {QByteArray("png")}).isEmpty())
+            << reserved.toStdString();
+        EXPECT_EQ(tree(container.data()), before) << "after staging into " << reserved.toStdString();
+        // One refusal line each, naming the folder.
+        const QStringList lines = log.lines();
+        ASSERT_EQ(lines.size(), 3) << lines.join('\n').toStdString();
+        EXPECT_TRUE(lines[0].startsWith(QStringLiteral("[***ERROR***] shareInit ")))
+            << lines[0].toStdString();
+        EXPECT_TRUE(lines[1].startsWith(QStringLiteral("[***ERROR***] Error shareFiles ")))
+            << lines[1].toStdString();
+        EXPECT_TRUE(lines[2].startsWith(QStringLiteral("[***ERROR***] Error shareDatas ")))
+            << lines[2].toStdString();
+        for (const QString& line : lines)
+            EXPECT_TRUE(line.endsWith(QStringLiteral("\"%1\"").arg(reserved))) << line.toStdString();
+    }
+    EXPECT_TRUE(ExtensionUtilities::StagingFolderNameProblem(QStringLiteral("Today"))
+                    ->contains(QStringLiteral("Today")));
+    // Names that merely contain one of them are staging folders like any other.
+    for (const QString& fine :
+         {QStringLiteral("Today2"), QStringLiteral("My Contacts"), QStringLiteral("Share.")})
+        EXPECT_FALSE(ExtensionUtilities::StagingFolderNameProblem(fine)) << fine.toStdString();
+}
+
+TEST_F(Staging, ALinkedDataFolderIsNeverStagedThrough) {
+    // The data folder is a link to a folder holding the mail application's items and a share.
+    QTemporaryDir elsewhere;
+    writeMailApplicationItems(elsewhere.path());
+    ASSERT_TRUE(QDir(container.data()).removeRecursively());
+    ASSERT_EQ(::symlink(QFile::encodeName(elsewhere.path()).constData(),
+                        QFile::encodeName(container.data()).constData()),
+              0);
+    const std::string before = tree(elsewhere.path());
+
+    ExtensionUtilities::ShareInit(QStringLiteral("Share"));
+    EXPECT_TRUE(
+        ExtensionUtilities::ShareFiles(QStringLiteral("Share"), {source("notes.txt", "n")}).isEmpty());
+    EXPECT_TRUE(ExtensionUtilities::ShareDatas(QStringLiteral("Share"), {QByteArray("png")}).isEmpty());
+
+    EXPECT_EQ(tree(elsewhere.path()), before); // no file emptied, none added, not even a lock sidecar
+    EXPECT_EQ(QFileInfo(container.data()).symLinkTarget(), elsewhere.path());
+    const QString reason =
+        QStringLiteral("the data folder %1 is a symbolic link; nothing is staged through one")
+            .arg(container.data());
+    EXPECT_EQ(log.lines(), QStringList({QStringLiteral("[***ERROR***] shareInit ") + reason,
+                                        QStringLiteral("[***ERROR***] Error shareFiles ") + reason,
+                                        QStringLiteral("[***ERROR***] Error shareDatas ") + reason}));
+}
+
+TEST_F(Staging, InitRemovesLinksInTheFolderWithoutFollowingThem) {
+    QTemporaryDir elsewhere;
+    writeFile(elsewhere.filePath("keep/precious.txt"), "keep me");
+    writeFile(staging() + "/sub/deeper/old.txt", "old");
+    ASSERT_EQ(::symlink(QFile::encodeName(elsewhere.filePath("keep")).constData(),
+                        QFile::encodeName(staging() + "/sub/deeper/folder-link").constData()),
+              0);
+    ASSERT_EQ(::symlink(QFile::encodeName(elsewhere.filePath("keep/precious.txt")).constData(),
+                        QFile::encodeName(staging() + "/file-link").constData()),
+              0);
+    const std::string before = tree(elsewhere.path());
+    ExtensionUtilities::ShareInit(QStringLiteral("Share"));
+    EXPECT_TRUE(entries(staging()).isEmpty());
+    EXPECT_EQ(tree(elsewhere.path()), before);
+    EXPECT_TRUE(log.lines().isEmpty()) << log.lines().join('\n').toStdString();
+}
+
+TEST_F(Staging, AFolderNestedTooDeeplyIsLeftWithALineInsteadOfExhaustingDescriptors) {
+    QString deep = staging();
+    for (int level = 0; level < 200; ++level)
+        deep += QStringLiteral("/d");
+    ASSERT_TRUE(QDir().mkpath(deep));
+    writeFile(container.data() + "/Accounts.plist", "the mail app's");
+    ExtensionUtilities::ShareInit(QStringLiteral("Share"));
+    const QString error =
+        QStringLiteral("cannot remove %1: folders nested more than 128 levels deep").arg(staging());
+    EXPECT_EQ(log.lines(), QStringList({QStringLiteral("[***ERROR***] shareInit delete ") + error,
+                                        QStringLiteral("[***ERROR***] shareInit create ") + error}));
+    EXPECT_EQ(readFile(container.data() + "/Accounts.plist"), QByteArray("the mail app's"));
+    // A tree within the bound goes entirely.
+    ASSERT_TRUE(QDir(staging()).removeRecursively());
+    QString within = staging();
+    for (int level = 0; level < 100; ++level)
+        within += QStringLiteral("/d");
+    ASSERT_TRUE(QDir().mkpath(within));
+    log.clear();
+    ExtensionUtilities::ShareInit(QStringLiteral("Share"));
+    EXPECT_TRUE(entries(staging()).isEmpty());
+    EXPECT_TRUE(log.lines().isEmpty()) << log.lines().join('\n').toStdString();
+}
+
+// ---- sources that are not plain files, and long names
+
+TEST_F(Staging, AFifoIsRefusedWithoutWaitingForAWriter) {
+    ExtensionUtilities::ShareInit(QStringLiteral("Share"));
+    log.clear();
+    const QString fifo = sources.filePath("pipe");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0644), 0);
+    auto copying = std::async(
+        std::launch::async, [&] { return ExtensionUtilities::ShareFiles(QStringLiteral("Share"), {fifo}); });
+    if (copying.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+        // Release a reader stuck in open() so that the test can end, then fail.
+        const int writer = ::open(QFile::encodeName(fifo).constData(), O_WRONLY | O_NONBLOCK);
+        if (writer >= 0)
+            ::close(writer);
+        copying.wait();
+        FAIL() << "ShareFiles blocked on a FIFO";
+    }
+    EXPECT_TRUE(copying.get().isEmpty());
+    EXPECT_EQ(log.lines(),
+              QStringList(QStringLiteral(
+                              "[***ERROR***] Error writing file shareFiles cannot read %1: not a plain file")
+                              .arg(fifo)));
+    EXPECT_TRUE(entries(staging()).isEmpty()); // no temporary left either
+}
+
+TEST_F(Staging, NamesUpTo255BytesAreStagedAndTakeACounterWithinThatLength) {
+    ExtensionUtilities::ShareInit(QStringLiteral("Share"));
+    log.clear();
+    QTemporaryDir other;
+    for (const int length : {242, 250, 255}) {
+        const QString name = QString(length - 4, u'n') + QStringLiteral(".pdf");
+        writeFile(other.filePath(name), "second");
+        const QStringList staged = ExtensionUtilities::ShareFiles(
+            QStringLiteral("Share"), {source(name, "first"), other.filePath(name)});
+        ASSERT_EQ(staged.size(), 2) << length << log.lines().join('\n').toStdString();
+        EXPECT_EQ(staged[0], staging() + u'/' + name);
+        EXPECT_EQ(readFile(staged[0]), QByteArray("first"));
+        EXPECT_EQ(readFile(staged[1]), QByteArray("second"));
+        EXPECT_TRUE(QFileInfo(staged[1]).fileName().endsWith(QStringLiteral("_1.pdf")));
+        EXPECT_LE(QFileInfo(staged[1]).fileName().toUtf8().size(), 255);
+    }
+    EXPECT_TRUE(log.lines().isEmpty()) << log.lines().join('\n').toStdString();
+    EXPECT_EQ(entries(staging()).size(), 6); // no temporary left
 }

@@ -1,0 +1,128 @@
+#include "BridgeCommand.h"
+
+#include "bridge/AccountSync.h"
+#include "bridge/PasswordCommand.h"
+#include "bridge/SnapshotWriter.h"
+
+namespace corvina {
+
+BridgeCommand::BridgeCommand(BridgeConfig config, QTextStream& out, QTextStream& err, int timeoutSeconds)
+    : m_config(std::move(config)), m_out(out), m_err(err), m_timeoutSeconds(timeoutSeconds) {}
+
+QString BridgeCommand::password(const BridgeConfig::Account& account, QString* error) const {
+    if (account.passwordCommand.isEmpty()) {
+        *error =
+            QStringLiteral("no passwordCommand (passwords from the Secret Service are not supported yet)");
+        return QString();
+    }
+    const std::optional<QString> secret = PasswordCommand::run(account.passwordCommand, error);
+    return secret.value_or(QString());
+}
+
+int BridgeCommand::once() {
+    if (!m_config.exists()) {
+        m_err << "corvina-mail-bridge: no accounts: " << m_config.path() << " does not exist" << Qt::endl;
+        return AccountFailed;
+    }
+    const std::optional<QString> data = SnapshotWriter::defaultDataFolder();
+    if (!data) {
+        m_err << "corvina-mail-bridge: no shared folder (CORVINA_GROUP_CONTAINER is set but empty)"
+              << Qt::endl;
+        return AccountFailed;
+    }
+    SnapshotWriter writer(*data);
+    QString error;
+    if (!writer.writeAccounts(SnapshotWriter::accountsFromConfig(m_config), &error)) {
+        m_err << "corvina-mail-bridge: " << error << Qt::endl;
+        return AccountFailed;
+    }
+    int status = Ok;
+    for (const BridgeConfig::Account& account : m_config.accounts()) {
+        if (!account.problem.isEmpty()) {
+            m_err << account.name << ": " << account.problem << Qt::endl;
+            status = AccountFailed;
+            continue;
+        }
+        if (!account.enabled)
+            continue;
+        const QString secret = password(account, &error);
+        if (secret.isEmpty()) {
+            m_err << account.name << ": " << error << Qt::endl;
+            status = AccountFailed;
+            continue;
+        }
+        AccountSync sync(account, m_timeoutSeconds);
+        const AccountSync::Result result = sync.run(secret);
+        if (!result.ok) {
+            m_err << account.name << ": " << result.error << Qt::endl;
+            status = AccountFailed;
+            continue;
+        }
+        if (!writer.writeSnapshots(account.mail, result.snapshots, &error)) {
+            m_err << account.name << ": " << error << Qt::endl;
+            status = AccountFailed;
+        }
+    }
+    return status;
+}
+
+int BridgeCommand::listAccounts() {
+    for (const BridgeConfig::Account& a : m_config.accounts()) {
+        QStringList fields{a.name, a.mail, QStringLiteral("%1@%2:%3").arg(a.user, a.host).arg(a.port),
+                           BridgeConfig::securityName(a.security),
+                           a.enabled ? QStringLiteral("enabled") : QStringLiteral("disabled")};
+        if (!a.problem.isEmpty())
+            fields << QStringLiteral("problem: ") + a.problem;
+        m_out << fields.join(u'\t') << Qt::endl;
+    }
+    if (!m_config.exists())
+        m_err << "corvina-mail-bridge: " << m_config.path() << " does not exist" << Qt::endl;
+    return Ok;
+}
+
+int BridgeCommand::check(const QString& name) {
+    QList<BridgeConfig::Account> accounts;
+    if (!name.isEmpty()) {
+        const BridgeConfig::Account* account = m_config.account(name);
+        if (account == nullptr) {
+            m_err << "corvina-mail-bridge: no account " << name << " in " << m_config.path() << Qt::endl;
+            return UsageError;
+        }
+        accounts.append(*account);
+    } else {
+        for (const BridgeConfig::Account& a : m_config.accounts()) {
+            if (a.enabled || !a.problem.isEmpty())
+                accounts.append(a);
+        }
+        if (accounts.isEmpty()) {
+            m_err << "corvina-mail-bridge: no enabled account in " << m_config.path() << Qt::endl;
+            return AccountFailed;
+        }
+    }
+    int status = Ok;
+    for (const BridgeConfig::Account& account : accounts) {
+        if (!account.problem.isEmpty()) {
+            m_out << account.name << ": " << account.problem << Qt::endl;
+            status = AccountFailed;
+            continue;
+        }
+        QString error;
+        const QString secret = password(account, &error);
+        if (secret.isEmpty()) {
+            m_out << account.name << ": " << error << Qt::endl;
+            status = AccountFailed;
+            continue;
+        }
+        AccountSync sync(account, m_timeoutSeconds);
+        const AccountSync::Result result = sync.check(secret);
+        if (result.ok) {
+            m_out << account.name << ": ok" << Qt::endl;
+        } else {
+            m_out << account.name << ": " << result.error << Qt::endl;
+            status = AccountFailed;
+        }
+    }
+    return status;
+}
+
+} // namespace corvina

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "bridge/BridgeConfig.h"
+
+#include <QString>
+#include <QStringList>
+#include <QTextStream>
+
+namespace corvina {
+
+// The subcommands of `corvina-mail-bridge` that run once and exit: `--once`, `account list` and
+// `check`. Each account is handled on its own: one that fails gets its line and the others go on.
+class BridgeCommand {
+public:
+    enum Status : int {
+        Ok = 0,
+        AccountFailed = 1, // at least one account could not be synced or checked
+        UsageError = 2,
+    };
+
+    BridgeCommand(BridgeConfig config, QTextStream& out, QTextStream& err, int timeoutSeconds);
+
+    // Syncs every enabled account once: Accounts.plist, then each account's snapshots.
+    int once();
+    // One line per account: name, mail, server, security, enabled, and what is wrong with it.
+    int listAccounts();
+    // Connects to `account` (or to every enabled one) and says in one line what works or what is wrong.
+    int check(const QString& account);
+
+private:
+    // The password from the account's passwordCommand; empty with `error` set when there is none.
+    QString password(const BridgeConfig::Account& account, QString* error) const;
+
+    BridgeConfig m_config;
+    QTextStream& m_out;
+    QTextStream& m_err;
+    int m_timeoutSeconds;
+};
+
+} // namespace corvina

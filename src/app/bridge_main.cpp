@@ -1,0 +1,101 @@
+// corvina-mail-bridge: the mail application's side of the shared folder, for IMAP accounts.
+#include "BridgeCommand.h"
+#include "bridge/BridgeConfig.h"
+
+#include <QCommandLineOption>
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QTextStream>
+
+namespace {
+
+const char* const commandsHelp =
+    "\n"
+    "Commands:\n"
+    "  --once            sync every enabled account once and exit\n"
+    "  account list      list the configured accounts and what is wrong with them\n"
+    "  check [ACCOUNT]   connect to the account (by group name or mail), or to every enabled one,\n"
+    "                    and say in one line what works or what is wrong\n"
+    "\n"
+    "Accounts are read from $XDG_CONFIG_HOME/corvina/bridge.conf (~/.config/corvina/bridge.conf),\n"
+    "one group per account; see docs/bridge.md. Messages are written to the shared folder that\n"
+    "corvina-today reads ($CORVINA_GROUP_CONTAINER, or\n"
+    "$XDG_DATA_HOME/group-containers/Q7X2M4K9TZ.corvina).\n"
+    "\n"
+    "Exit status:\n"
+    "  0  every account synced (or checked) without a problem\n"
+    "  1  at least one account failed; one line each says why\n"
+    "  2  usage error\n";
+
+} // namespace
+
+int main(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("corvina-mail-bridge"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(CORVINA_VERSION));
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Reads the newest messages of your IMAP accounts into the folder that corvina-today shows."));
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
+                                  QStringLiteral("Show this help and exit."));
+    const QCommandLineOption version({QStringLiteral("v"), QStringLiteral("version")},
+                                     QStringLiteral("Show the version and exit."));
+    const QCommandLineOption once(QStringLiteral("once"),
+                                  QStringLiteral("Sync every enabled account once and exit."));
+    const QCommandLineOption config(QStringLiteral("config"),
+                                    QStringLiteral("Read the accounts from FILE instead of bridge.conf."),
+                                    QStringLiteral("FILE"));
+    const QCommandLineOption timeout(QStringLiteral("timeout"),
+                                     QStringLiteral("Give up on a server that does not answer within SECONDS "
+                                                    "(default 30)."),
+                                     QStringLiteral("SECONDS"), QStringLiteral("30"));
+    parser.addOptions({help, version, once, config, timeout});
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("account list | check [ACCOUNT]"),
+                                 QStringLiteral("[command]"));
+    if (!parser.parse(QCoreApplication::arguments())) {
+        err << "corvina-mail-bridge: " << parser.errorText() << Qt::endl;
+        return corvina::BridgeCommand::UsageError;
+    }
+    if (parser.isSet(help)) {
+        out << parser.helpText() << commandsHelp;
+        return corvina::BridgeCommand::Ok;
+    }
+    if (parser.isSet(version)) {
+        out << "corvina-mail-bridge " << CORVINA_VERSION << Qt::endl;
+        return corvina::BridgeCommand::Ok;
+    }
+    bool timeoutOk = false;
+    const int timeoutSeconds = parser.value(timeout).toInt(&timeoutOk);
+    if (!timeoutOk || timeoutSeconds < 1 || timeoutSeconds > 3600) {
+        err << "corvina-mail-bridge: --timeout must be a number of seconds from 1 to 3600" << Qt::endl;
+        return corvina::BridgeCommand::UsageError;
+    }
+
+    const QString path = parser.isSet(config) ? parser.value(config) : corvina::BridgeConfig::defaultPath();
+    corvina::BridgeCommand command(corvina::BridgeConfig::load(path), out, err, timeoutSeconds);
+    const QStringList words = parser.positionalArguments();
+    if (parser.isSet(once)) {
+        if (!words.isEmpty()) {
+            err << "corvina-mail-bridge: --once takes no command" << Qt::endl;
+            return corvina::BridgeCommand::UsageError;
+        }
+        return command.once();
+    }
+    if (words.size() == 2 && words[0] == QLatin1String("account") && words[1] == QLatin1String("list"))
+        return command.listAccounts();
+    if (!words.isEmpty() && words.size() <= 2 && words[0] == QLatin1String("check"))
+        return command.check(words.value(1));
+    if (words.isEmpty()) {
+        // Staying in the foreground and following the server live is the next step; until then a
+        // timer (or cron) that runs --once keeps the widget current.
+        err << "corvina-mail-bridge: running in the foreground is not available yet; use --once "
+               "(for instance from a timer), see --help"
+            << Qt::endl;
+        return corvina::BridgeCommand::UsageError;
+    }
+    err << "corvina-mail-bridge: unknown command " << words.join(u' ') << "; see --help" << Qt::endl;
+    return corvina::BridgeCommand::UsageError;
+}

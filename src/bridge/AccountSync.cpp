@@ -1,0 +1,134 @@
+#include "AccountSync.h"
+
+#include "requestutils/RequestUtils.h"
+
+namespace corvina {
+
+AccountSync::AccountSync(BridgeConfig::Account account, int timeoutSeconds)
+    : m_account(std::move(account)),
+      m_session({m_account.host, m_account.port, m_account.security, timeoutSeconds}) {}
+
+QString AccountSync::messageIdFor(const QString& folder, quint32 uidValidity, quint32 uid) {
+    return RequestUtils::URLEncodedString(folder) + QLatin1Char('/') + QString::number(uidValidity) +
+           QLatin1Char('/') + QString::number(uid);
+}
+
+QVariantMap AccountSync::messageDictionary(const ImapSession::Envelope& envelope, const QString& account,
+                                           const ImapSession::Folder& folder, int folderStid) {
+    QVariantMap message{
+        {QStringLiteral("messageId"), messageIdFor(folder.name, folder.uidValidity, envelope.uid)},
+        {QStringLiteral("account"), account},
+        {QStringLiteral("from"), envelope.from},
+        {QStringLiteral("folder"), folder.name},
+        {QStringLiteral("folderStid"), folderStid},
+        {QStringLiteral("isUnread"), envelope.seen ? 0 : 1},
+    };
+    // Without a Subject header the key stays out, and the widget shows its own "No subject".
+    if (!envelope.subject.isNull())
+        message.insert(QStringLiteral("subject"), envelope.subject);
+    // The sender's date when it is readable, else when the server received the message.
+    const QDateTime date = envelope.date.isValid() ? envelope.date : envelope.internalDate;
+    if (date.isValid())
+        message.insert(QStringLiteral("date"), date.toSecsSinceEpoch());
+    return message;
+}
+
+bool AccountSync::failed(Result& result) {
+    result.ok = false;
+    result.failure = m_session.failure();
+    result.error = m_session.errorText();
+    return false;
+}
+
+bool AccountSync::ensureLoggedIn(const QString& password, Result& result) {
+    if (m_session.isConnected())
+        return true;
+    if (!m_session.connectToServer() || !m_session.login(m_account.user, password)) {
+        m_session.logout();
+        return failed(result);
+    }
+    return true;
+}
+
+std::optional<AccountSync::Snapshot> AccountSync::newestOf(const QString& folder, const QString& file,
+                                                           int stid, Result& result) {
+    const std::optional<ImapSession::Folder> state = m_session.examine(folder);
+    if (!state) {
+        failed(result);
+        return std::nullopt;
+    }
+    const auto envelopes = m_session.fetchNewest(static_cast<quint32>(m_account.messages));
+    if (!envelopes) {
+        failed(result);
+        return std::nullopt;
+    }
+    Snapshot snapshot{file, folder, {}};
+    for (const ImapSession::Envelope& envelope : *envelopes)
+        snapshot.messages.append(messageDictionary(envelope, m_account.mail, *state, stid));
+    return snapshot;
+}
+
+std::optional<AccountSync::Snapshot> AccountSync::flaggedOf(const QString& folder, const QString& file,
+                                                            Result& result) {
+    const std::optional<ImapSession::Folder> state = m_session.examine(folder);
+    if (!state) {
+        failed(result);
+        return std::nullopt;
+    }
+    const auto flagged = m_session.searchFlagged();
+    if (!flagged) {
+        failed(result);
+        return std::nullopt;
+    }
+    // Only the newest of them are fetched, however many are flagged.
+    const QList<quint32> newest = flagged->mid(qMax<qsizetype>(0, flagged->size() - m_account.messages));
+    const auto envelopes = m_session.fetchUids(newest);
+    if (!envelopes) {
+        failed(result);
+        return std::nullopt;
+    }
+    Snapshot snapshot{file, folder, {}};
+    for (const ImapSession::Envelope& envelope : *envelopes)
+        snapshot.messages.append(messageDictionary(envelope, m_account.mail, *state, TodoStid));
+    return snapshot;
+}
+
+AccountSync::Result AccountSync::run(const QString& password) {
+    Result result;
+    if (!ensureLoggedIn(password, result))
+        return result;
+    const auto inbox = newestOf(m_account.inbox, QStringLiteral("inbox.plist"), InboxStid, result);
+    if (!inbox)
+        return result;
+    result.snapshots.append(*inbox);
+    const auto todo = m_account.todo.isEmpty()
+                          ? flaggedOf(m_account.inbox, QStringLiteral("todo.plist"), result)
+                          : newestOf(m_account.todo, QStringLiteral("todo.plist"), TodoStid, result);
+    if (!todo)
+        return result;
+    result.snapshots.append(*todo);
+    if (!m_account.memo.isEmpty()) {
+        const auto memo = newestOf(m_account.memo, QStringLiteral("memo.plist"), MemoStid, result);
+        if (!memo)
+            return result;
+        result.snapshots.append(*memo);
+    }
+    result.ok = true;
+    return result;
+}
+
+AccountSync::Result AccountSync::check(const QString& password) {
+    Result result;
+    if (!ensureLoggedIn(password, result))
+        return result;
+    for (const QString& folder : {m_account.inbox, m_account.todo, m_account.memo}) {
+        if (!folder.isEmpty() && !m_session.examine(folder)) {
+            failed(result);
+            return result;
+        }
+    }
+    result.ok = true;
+    return result;
+}
+
+} // namespace corvina

@@ -1,0 +1,184 @@
+#include "BridgeConfig.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSet>
+#include <QSettings>
+#include <QStandardPaths>
+
+namespace corvina {
+
+namespace {
+
+// QSettings turns an unquoted value with commas into a list; the user meant one text.
+QString text(const QSettings& settings, const QString& key) {
+    const QVariant value = settings.value(key);
+    if (value.typeId() == QMetaType::QStringList)
+        return value.toStringList().join(QLatin1Char(','));
+    return value.toString().trimmed();
+}
+
+bool isLoopback(const QString& host) {
+    return host == QLatin1String("127.0.0.1") || host == QLatin1String("::1") ||
+           host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0;
+}
+
+// Folder names travel to the server as they are written here; names outside printable ASCII
+// would need IMAP's own encoding of mailbox names, which the bridge does not do yet.
+bool isPlainFolderName(const QString& name) {
+    for (const QChar c : name) {
+        if (c.unicode() < 0x20 || c.unicode() > 0x7e)
+            return false;
+    }
+    return !name.isEmpty();
+}
+
+} // namespace
+
+QString BridgeConfig::defaultPath() {
+    // Qt answers ~/.config when XDG_CONFIG_HOME is unset or not absolute, as the XDG rules say.
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/corvina/bridge.conf");
+}
+
+QString BridgeConfig::securityName(Security security) {
+    switch (security) {
+    case Security::Tls:
+        return QStringLiteral("tls");
+    case Security::StartTls:
+        return QStringLiteral("starttls");
+    case Security::None:
+        return QStringLiteral("none");
+    }
+    return QString();
+}
+
+BridgeConfig BridgeConfig::load(const QString& path) {
+    BridgeConfig config;
+    config.m_path = path;
+    config.m_exists = QFileInfo(path).isFile();
+    if (!config.m_exists)
+        return config;
+    QSettings settings(path, QSettings::IniFormat);
+    if (settings.status() != QSettings::NoError) {
+        Account broken;
+        broken.name = QStringLiteral("(file)");
+        broken.problem = QStringLiteral("%1 is not a readable INI file").arg(path);
+        config.m_accounts.append(broken);
+        return config;
+    }
+    QSet<QString> mails;
+    for (const QString& group : settings.childGroups()) {
+        Account account = readAccount(settings, group);
+        if (account.problem.isEmpty() && mails.contains(account.mail))
+            account.problem = QStringLiteral("mail %1 is already used by another account").arg(account.mail);
+        mails.insert(account.mail);
+        config.m_accounts.append(account);
+    }
+    return config;
+}
+
+BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QString& group) {
+    settings.beginGroup(group);
+    Account a;
+    a.name = group;
+    QStringList problems;
+    const QStringList known = {"mail",    "name",  "host", "port", "security", "user",
+                               "enabled", "inbox", "todo", "memo", "messages", "passwordCommand"};
+    for (const QString& key : settings.childKeys()) {
+        if (!known.contains(key))
+            problems << QStringLiteral("unknown key %1").arg(key);
+    }
+
+    a.mail = text(settings, QStringLiteral("mail"));
+    if (a.mail.isEmpty())
+        problems << QStringLiteral("mail is missing");
+    else if (a.mail.contains(QLatin1Char('/')) || a.mail.startsWith(QLatin1Char('.')))
+        problems << QStringLiteral("mail %1 cannot name a folder (no \"/\", no leading \".\")").arg(a.mail);
+    a.displayName = text(settings, QStringLiteral("name"));
+    a.host = text(settings, QStringLiteral("host"));
+    if (a.host.isEmpty())
+        problems << QStringLiteral("host is missing");
+
+    const QString security = text(settings, QStringLiteral("security")).toLower();
+    if (security.isEmpty() || security == QLatin1String("tls"))
+        a.security = Security::Tls;
+    else if (security == QLatin1String("starttls"))
+        a.security = Security::StartTls;
+    else if (security == QLatin1String("none"))
+        a.security = Security::None;
+    else
+        problems << QStringLiteral("security must be tls, starttls or none, not %1").arg(security);
+    if (a.security == Security::None && !a.host.isEmpty() && !isLoopback(a.host))
+        problems
+            << QStringLiteral("security none is only allowed for 127.0.0.1 or localhost, not %1").arg(a.host);
+
+    a.port = a.security == Security::Tls ? 993 : 143;
+    const QString port = text(settings, QStringLiteral("port"));
+    if (!port.isEmpty()) {
+        bool ok = false;
+        const uint value = port.toUInt(&ok);
+        if (!ok || value == 0 || value > 65535)
+            problems << QStringLiteral("port must be a number from 1 to 65535, not %1").arg(port);
+        else
+            a.port = static_cast<quint16>(value);
+    }
+
+    a.user = text(settings, QStringLiteral("user"));
+    if (a.user.isEmpty())
+        a.user = a.mail;
+
+    const QString enabled = text(settings, QStringLiteral("enabled")).toLower();
+    if (enabled.isEmpty() || enabled == QLatin1String("true") || enabled == QLatin1String("yes") ||
+        enabled == QLatin1String("1"))
+        a.enabled = true;
+    else if (enabled == QLatin1String("false") || enabled == QLatin1String("no") ||
+             enabled == QLatin1String("0"))
+        a.enabled = false;
+    else
+        problems << QStringLiteral("enabled must be true or false, not %1").arg(enabled);
+
+    const QString inbox = text(settings, QStringLiteral("inbox"));
+    if (!inbox.isEmpty())
+        a.inbox = inbox;
+    a.todo = text(settings, QStringLiteral("todo"));
+    a.memo = text(settings, QStringLiteral("memo"));
+    const QList<std::pair<const char*, QString>> folders = {
+        {"inbox", a.inbox}, {"todo", a.todo}, {"memo", a.memo}};
+    for (const auto& [key, folder] : folders) {
+        if (!folder.isEmpty() && !isPlainFolderName(folder))
+            problems << QStringLiteral("%1 folder %2: only printable ASCII folder names are supported yet")
+                            .arg(QLatin1String(key), folder);
+    }
+
+    const QString messages = text(settings, QStringLiteral("messages"));
+    if (!messages.isEmpty()) {
+        bool ok = false;
+        const int value = messages.toInt(&ok);
+        if (!ok || value < 1 || value > MaximumMessages)
+            problems << QStringLiteral("messages must be a number from 1 to %1, not %2")
+                            .arg(MaximumMessages)
+                            .arg(messages);
+        else
+            a.messages = value;
+    }
+
+    a.passwordCommand = text(settings, QStringLiteral("passwordCommand"));
+    settings.endGroup();
+    a.problem = problems.join(QStringLiteral("; "));
+    return a;
+}
+
+const BridgeConfig::Account* BridgeConfig::account(const QString& nameOrMail) const {
+    for (const Account& a : m_accounts) {
+        if (a.name == nameOrMail)
+            return &a;
+    }
+    for (const Account& a : m_accounts) {
+        if (a.mail == nameOrMail)
+            return &a;
+    }
+    return nullptr;
+}
+
+} // namespace corvina

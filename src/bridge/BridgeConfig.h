@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+class QSettings;
+
+namespace corvina {
+
+// The bridge's accounts, read from its INI file ($XDG_CONFIG_HOME/corvina/bridge.conf): one group
+// per account, named as the user likes ([work], [home]).
+//
+// A bad value never stops the other accounts: the account that holds it is kept with its `problem`
+// set (one line naming the key and what is wrong with it), and the program reports that account
+// as failing while it syncs the rest.
+class BridgeConfig {
+public:
+    enum class Security { Tls, StartTls, None };
+
+    struct Account {
+        QString name;        // the group's name
+        QString mail;        // the address the widget shows; names the account's snapshot folder
+        QString displayName; // key "name"
+        QString host;
+        quint16 port = 993;
+        Security security = Security::Tls;
+        QString user; // the mail address unless given
+        bool enabled = true;
+        QString inbox = QStringLiteral("INBOX");
+        QString todo; // empty: the flagged messages of the inbox
+        QString memo; // empty: no memo list
+        QString passwordCommand;
+        int messages = DefaultMessages; // newest messages kept per list
+        QString problem;                // empty when the account is usable
+    };
+
+    static constexpr int DefaultMessages = 50;
+    // The widget shows ten a list; more than this would only make snapshots large.
+    static constexpr int MaximumMessages = 1000;
+
+    // $XDG_CONFIG_HOME/corvina/bridge.conf (~/.config by default).
+    static QString defaultPath();
+
+    // Reads `path`. A missing file gives no accounts and `exists` false.
+    static BridgeConfig load(const QString& path);
+
+    QString path() const { return m_path; }
+    bool exists() const { return m_exists; }
+    const QList<Account>& accounts() const { return m_accounts; }
+    // The account of that group name or that mail, or null.
+    const Account* account(const QString& nameOrMail) const;
+
+    static QString securityName(Security security);
+
+private:
+    static Account readAccount(QSettings& settings, const QString& group);
+
+    QString m_path;
+    bool m_exists = false;
+    QList<Account> m_accounts;
+};
+
+} // namespace corvina

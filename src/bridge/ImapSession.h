@@ -1,0 +1,103 @@
+#pragma once
+
+#include "bridge/BridgeConfig.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QString>
+#include <optional>
+
+struct mailimap;
+struct mailimap_set;
+
+namespace corvina {
+
+// One account's connection to its IMAP server, through libetpan. Every call blocks the calling
+// thread, so a session belongs to one thread (the account's worker); every network wait is bounded
+// by the session's timeout, after which the call fails as a lost connection.
+//
+// Only what the bridge shows is fetched: the envelopes, flags and arrival dates of the newest
+// messages of a folder, picked by position (the newest N message numbers are the N highest UIDs),
+// never a listing of the whole folder.
+class ImapSession {
+public:
+    enum class Failure {
+        None,
+        HostUnreachable, // no connection could be made
+        Insecure,        // the connection could not be made as safe as the account asks
+        ConnectionLost,  // the server went away, or did not answer within the timeout
+        LoginRefused,
+        FolderMissing, // the folder does not exist or cannot be opened
+        Protocol,      // the server answered something else we cannot use
+    };
+
+    struct Settings {
+        QString host;
+        quint16 port = 993;
+        BridgeConfig::Security security = BridgeConfig::Security::Tls;
+        int timeoutSeconds = 30;
+    };
+
+    struct Folder {
+        QString name;
+        quint32 uidValidity = 0;
+        quint32 uidNext = 0;
+        quint32 exists = 0;
+    };
+
+    struct Envelope {
+        quint32 uid = 0;
+        bool seen = false;
+        bool flagged = false;
+        QString subject;        // decoded; null when the message has no Subject header
+        QString from;           // the first sender's decoded name, or its address when it has none
+        QString messageId;      // the Message-ID header as sent, or null
+        QDateTime date;         // the Date header; invalid when missing or unreadable
+        QDateTime internalDate; // when the server received the message
+    };
+
+    explicit ImapSession(Settings settings);
+    ~ImapSession();
+    ImapSession(const ImapSession&) = delete;
+    ImapSession& operator=(const ImapSession&) = delete;
+
+    bool connectToServer();
+    bool login(const QString& user, const QString& password);
+    // Opens `folder` read-only: looking never changes a flag.
+    std::optional<Folder> examine(const QString& folder);
+    // The newest `count` messages of the open folder, oldest first.
+    std::optional<QList<Envelope>> fetchNewest(quint32 count);
+    // The UIDs of the flagged messages of the open folder, ascending.
+    std::optional<QList<quint32>> searchFlagged();
+    // The messages of the open folder with these UIDs (those that still exist), ascending.
+    std::optional<QList<Envelope>> fetchUids(const QList<quint32>& uids);
+    // Says goodbye (bounded by the timeout) and closes the connection.
+    void logout();
+
+    bool isConnected() const { return m_imap != nullptr; }
+    Failure failure() const { return m_failure; }
+    // One line about the last failure, for a person.
+    QString errorText() const { return m_errorText; }
+    // How many message envelopes this session has received: the bridge's own account of how much
+    // it asked the server for.
+    qint64 fetchedEnvelopes() const { return m_fetchedEnvelopes; }
+
+    // Decodes RFC 2047 encoded words of a header value to text (libetpan's MIME decoder).
+    static QString decodeHeader(const char* raw);
+    // Reads an RFC 5322 date (libetpan's parser); invalid when it cannot.
+    static QDateTime parseDate(const char* raw);
+
+private:
+    bool fail(Failure failure, const QString& text);
+    // Maps a libetpan result of a command to a failure; true when it succeeded.
+    bool check(int result, const QString& what);
+    std::optional<QList<Envelope>> fetch(mailimap_set* set, bool byUid);
+
+    Settings m_settings;
+    mailimap* m_imap = nullptr;
+    Failure m_failure = Failure::None;
+    QString m_errorText;
+    qint64 m_fetchedEnvelopes = 0;
+};
+
+} // namespace corvina

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QString>
+#include <optional>
+
+namespace corvina {
+
+// Runs an account's passwordCommand (e.g. "pass show mail/work") and takes the password from the
+// first line it prints. The command line is split into program and arguments the way a shell
+// splits words (quotes kept together) and run directly, never through a shell, so that nothing in
+// it is expanded. The password is never logged and never written anywhere by the bridge.
+class PasswordCommand {
+public:
+    // Long enough for a keyring or a GPG agent that asks the user to unlock it.
+    static constexpr int DefaultTimeoutMs = 60000;
+
+    // The password, or nothing with `error` set to one line (the command's exit status and the
+    // first line it wrote on stderr; never its output).
+    static std::optional<QString> run(const QString& commandLine, QString* error,
+                                      int timeoutMs = DefaultTimeoutMs);
+};
+
+} // namespace corvina

@@ -1,0 +1,79 @@
+#include "BridgeTesting.h"
+
+#include "platform/PropertyList.h"
+#include "widget/SnapshotLoader.h"
+
+#include <QFile>
+#include <QSettings>
+
+namespace corvina::test {
+
+void BridgeServerTest::SetUp() {
+    server.addUser(User, Password);
+    QString error;
+    ASSERT_TRUE(server.start(&error)) << error.toStdString();
+}
+
+QVariantMap BridgeServerTest::accountKeys(const QVariantMap& extra) const {
+    QVariantMap keys{{QStringLiteral("mail"), Mail},
+                     {QStringLiteral("host"), server.host()},
+                     {QStringLiteral("port"), server.port()},
+                     {QStringLiteral("security"), QStringLiteral("none")},
+                     {QStringLiteral("user"), User},
+                     {QStringLiteral("passwordCommand"), QStringLiteral("echo ") + Password}};
+    for (auto it = extra.begin(); it != extra.end(); ++it) {
+        if (it.value().isNull())
+            keys.remove(it.key());
+        else
+            keys.insert(it.key(), it.value());
+    }
+    return keys;
+}
+
+QString BridgeServerTest::writeConfig(const QMap<QString, QVariantMap>& accounts) {
+    const QString path = configDir.filePath(QStringLiteral("bridge.conf"));
+    QFile::remove(path);
+    QSettings settings(path, QSettings::IniFormat);
+    for (auto group = accounts.begin(); group != accounts.end(); ++group) {
+        settings.beginGroup(group.key());
+        for (auto it = group.value().begin(); it != group.value().end(); ++it)
+            settings.setValue(it.key(), it.value());
+        settings.endGroup();
+    }
+    settings.sync();
+    EXPECT_EQ(settings.status(), QSettings::NoError);
+    return path;
+}
+
+BridgeConfig::Account BridgeServerTest::account(const QVariantMap& extra) {
+    const BridgeConfig config =
+        BridgeConfig::load(writeConfig({{QStringLiteral("work"), accountKeys(extra)}}));
+    EXPECT_EQ(config.accounts().size(), 1);
+    if (config.accounts().isEmpty())
+        return {};
+    EXPECT_EQ(config.accounts().first().problem, QString());
+    return config.accounts().first();
+}
+
+QString BridgeServerTest::deliver(const QString& subject, const QString& from, const QString& flags,
+                                  const QString& folder, const QString& date) {
+    ++delivered;
+    return server.deliver(
+        User, folder,
+        DovecotServer::message(subject, from, date, QStringLiteral("<m%1@example.org>").arg(delivered)),
+        flags);
+}
+
+ExtensionMessageList BridgeServerTest::widgetMessages() {
+    SnapshotLoader loader;
+    return loader.updateData();
+}
+
+QVariantMap BridgeServerTest::snapshot(const QString& file) const {
+    const PropertyList::Result parsed =
+        PropertyList::readFile(container.data() + QStringLiteral("/Today/") + Mail + u'/' + file);
+    EXPECT_TRUE(parsed.ok()) << parsed.error.toStdString();
+    return parsed.value.toMap();
+}
+
+} // namespace corvina::test

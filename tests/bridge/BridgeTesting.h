@@ -1,0 +1,54 @@
+#pragma once
+
+#include "bridge/BridgeConfig.h"
+#include "model/ExtensionMessage.h"
+#include "support/DovecotServer.h"
+#include "support/TempContainer.h"
+
+#include <QMap>
+#include <QString>
+#include <QTemporaryDir>
+#include <QVariantMap>
+#include <gtest/gtest.h>
+
+// Readable failure messages for texts.
+inline void PrintTo(const QString& text, std::ostream* os) {
+    *os << '"' << text.toStdString() << '"';
+}
+
+namespace corvina::test {
+
+// A test with its own Dovecot (user "ada", password "secret"), its own shared folder, and a place
+// for a bridge.conf. The server is up when the test body starts.
+class BridgeServerTest : public ::testing::Test {
+protected:
+    static inline const QString Mail = QStringLiteral("ada@example.org");
+    static inline const QString User = QStringLiteral("ada");
+    static inline const QString Password = QStringLiteral("secret");
+
+    void SetUp() override;
+
+    // bridge.conf with one group per entry of `accounts`, each a map of keys to values.
+    QString writeConfig(const QMap<QString, QVariantMap>& accounts);
+    // The keys of an account of ada on the test's server; `extra` adds or replaces keys.
+    QVariantMap accountKeys(const QVariantMap& extra = {}) const;
+    // The account as the bridge reads it from such a config.
+    BridgeConfig::Account account(const QVariantMap& extra = {});
+
+    // Delivers a message to ada's `folder`.
+    QString deliver(const QString& subject, const QString& from = QStringLiteral("Grace <grace@example.org>"),
+                    const QString& flags = QString(), const QString& folder = QStringLiteral("INBOX"),
+                    const QString& date = QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"));
+
+    // What the widget reads from the shared folder, through its own loader.
+    static ExtensionMessageList widgetMessages();
+    // One snapshot file as written, parsed.
+    QVariantMap snapshot(const QString& file) const;
+
+    DovecotServer server;
+    TempContainer container;
+    QTemporaryDir configDir;
+    int delivered = 0;
+};
+
+} // namespace corvina::test

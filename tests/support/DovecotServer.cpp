@@ -1,0 +1,308 @@
+#include "DovecotServer.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QThread>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utime.h>
+
+namespace corvina::test {
+
+namespace {
+
+// Long enough for a loaded machine, short enough that a broken set-up fails the test instead of
+// hanging it.
+constexpr int StartTimeoutMs = 20000;
+constexpr int StopTimeoutMs = 10000;
+
+// The owner of the mail files: the static user database below serves every user as nobody.
+struct MailOwner {
+    uid_t uid = 65534;
+    gid_t gid = 65534;
+};
+
+MailOwner mailOwner() {
+    MailOwner owner;
+    if (const passwd* pw = ::getpwnam("nobody")) {
+        owner.uid = pw->pw_uid;
+        owner.gid = pw->pw_gid;
+    }
+    return owner;
+}
+
+void giveToMailOwner(const QString& path) {
+    const MailOwner owner = mailOwner();
+    // Only root can give files away; the server's processes then read them as nobody.
+    if (::geteuid() == 0)
+        (void)::chown(QFile::encodeName(path).constData(), owner.uid, owner.gid);
+}
+
+quint16 freePort() {
+    QTcpServer probe;
+    if (!probe.listen(QHostAddress::LocalHost, 0))
+        return 0;
+    return probe.serverPort();
+}
+
+QString tail(const QString& text, int lines) {
+    QStringList all = text.split(u'\n', Qt::SkipEmptyParts);
+    return all.mid(qMax(0, all.size() - lines)).join(u'\n');
+}
+
+} // namespace
+
+DovecotServer::DovecotServer() {
+    // Dovecot's unprivileged processes must reach their sockets and the mail below this folder.
+    QFile::setPermissions(m_dir.path(), QFile::permissions(m_dir.path()) | QFile::ReadGroup |
+                                            QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther);
+    QDir(m_dir.path()).mkpath(QStringLiteral("mail"));
+    giveToMailOwner(m_dir.filePath(QStringLiteral("mail")));
+    QFile passwd(m_dir.filePath(QStringLiteral("passwd")));
+    if (passwd.open(QIODevice::WriteOnly))
+        passwd.close();
+}
+
+DovecotServer::~DovecotServer() {
+    stop();
+}
+
+bool DovecotServer::writeConfig(QString* error) {
+    const QString dir = m_dir.path();
+    const QString config =
+        QStringLiteral("base_dir = %1/run\n"
+                       "state_dir = %1/state\n"
+                       "log_path = %1/dovecot.log\n"
+                       "protocols = imap\n"
+                       "listen = 127.0.0.1\n"
+                       "ssl = no\n"
+                       "disable_plaintext_auth = no\n"
+                       "auth_mechanisms = plain login\n"
+                       // a refused login answers at once, so the wrong-password tests do not wait
+                       "auth_failure_delay = 0\n"
+                       "default_login_user = dovenull\n"
+                       "default_internal_user = dovecot\n"
+                       "mail_location = maildir:~/Maildir\n"
+                       // what each session sent and received, for tests that check how little was fetched
+                       "imap_logout_format = in=%i out=%o\n"
+                       "passdb {\n"
+                       "  driver = passwd-file\n"
+                       "  args = scheme=PLAIN username_format=%u %1/passwd\n"
+                       "}\n"
+                       "userdb {\n"
+                       "  driver = static\n"
+                       "  args = uid=nobody gid=nogroup home=%1/mail/%u\n"
+                       "}\n"
+                       // nor slows down the next logins from 127.0.0.1 (the authentication service
+                       // counts failures per address only when it can reach this socket)
+                       "service anvil {\n"
+                       "  unix_listener anvil-auth-penalty {\n"
+                       "    mode = 0\n"
+                       "  }\n"
+                       "}\n"
+                       "service imap-login {\n"
+                       "  inet_listener imap {\n"
+                       "    address = 127.0.0.1\n"
+                       "    port = %2\n"
+                       "  }\n"
+                       "  inet_listener imaps {\n"
+                       "    port = 0\n"
+                       "  }\n"
+                       "}\n")
+            .arg(dir)
+            .arg(m_port);
+    QFile file(m_dir.filePath(QStringLiteral("dovecot.conf")));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(config.toUtf8()) < 0) {
+        if (error)
+            *error = QStringLiteral("cannot write the Dovecot configuration: ") + file.errorString();
+        return false;
+    }
+    return true;
+}
+
+bool DovecotServer::start(QString* error) {
+    if (isRunning())
+        return true;
+    if (!m_dir.isValid()) {
+        if (error)
+            *error = QStringLiteral("no temporary folder for Dovecot");
+        return false;
+    }
+    if (::geteuid() != 0) {
+        if (error)
+            *error = QStringLiteral("the Dovecot fixture runs its master as root (it hands mail to nobody)");
+        return false;
+    }
+    // A port found free can be taken by someone else before Dovecot binds it: try a few.
+    const bool keepPort = m_port != 0;
+    QString reason;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        if (!keepPort || m_port == 0)
+            m_port = freePort();
+        if (m_port == 0) {
+            reason = QStringLiteral("no free port on 127.0.0.1");
+            break;
+        }
+        if (!writeConfig(error))
+            return false;
+        m_process.setProcessChannelMode(QProcess::MergedChannels);
+        m_process.start(QStringLiteral("dovecot"), {QStringLiteral("-F"), QStringLiteral("-c"),
+                                                    m_dir.filePath(QStringLiteral("dovecot.conf"))});
+        if (!m_process.waitForStarted(StartTimeoutMs)) {
+            reason = QStringLiteral("dovecot could not be started: ") + m_process.errorString();
+            break;
+        }
+        if (waitForGreeting(&reason))
+            return true;
+        const bool portTaken = log().contains(QLatin1String("Address already in use"));
+        stop();
+        if (!portTaken || keepPort)
+            break;
+    }
+    if (error)
+        *error = reason + QStringLiteral("\n") + tail(log(), 20);
+    return false;
+}
+
+bool DovecotServer::waitForGreeting(QString* error) {
+    const QDeadlineTimer deadline(StartTimeoutMs);
+    while (!deadline.hasExpired()) {
+        if (m_process.state() != QProcess::Running) {
+            *error = QStringLiteral("dovecot exited: ") + QString::fromUtf8(m_process.readAll());
+            return false;
+        }
+        QTcpSocket probe;
+        probe.connectToHost(host(), m_port);
+        if (probe.waitForConnected(1000)) {
+            QByteArray greeting;
+            while (!greeting.contains('\n') && probe.waitForReadyRead(1000))
+                greeting += probe.readAll();
+            if (greeting.startsWith("* OK"))
+                return true;
+        }
+        // Not listening yet: the master is still reading its configuration.
+        m_process.waitForFinished(50);
+    }
+    *error =
+        QStringLiteral("dovecot did not greet on port %1 within %2 s").arg(m_port).arg(StartTimeoutMs / 1000);
+    return false;
+}
+
+void DovecotServer::stop() {
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.terminate();
+    if (!m_process.waitForFinished(StopTimeoutMs)) {
+        m_process.kill();
+        m_process.waitForFinished(StopTimeoutMs);
+    }
+}
+
+bool DovecotServer::restart(QString* error) {
+    stop();
+    return start(error);
+}
+
+bool DovecotServer::isRunning() const {
+    return m_process.state() == QProcess::Running;
+}
+
+void DovecotServer::addUser(const QString& user, const QString& password) {
+    QFile passwd(m_dir.filePath(QStringLiteral("passwd")));
+    if (passwd.open(QIODevice::Append))
+        passwd.write(QStringLiteral("%1:{PLAIN}%2::::::\n").arg(user, password).toUtf8());
+    createFolder(user, QStringLiteral("INBOX"));
+}
+
+QString DovecotServer::maildir(const QString& user, const QString& folder) const {
+    const QString root = m_dir.filePath(QStringLiteral("mail/") + user + QStringLiteral("/Maildir"));
+    if (folder.compare(QLatin1String("INBOX"), Qt::CaseInsensitive) == 0)
+        return root;
+    // Maildir++: a folder is a hidden sub-folder of the inbox's Maildir
+    return root + QStringLiteral("/.") + folder;
+}
+
+void DovecotServer::makeMaildir(const QString& path) {
+    QString made = m_dir.filePath(QStringLiteral("mail"));
+    const QString relative = QDir(made).relativeFilePath(path);
+    for (const QString& part : relative.split(u'/', Qt::SkipEmptyParts)) {
+        made += u'/' + part;
+        if (QDir().mkdir(made))
+            giveToMailOwner(made);
+    }
+    for (const char* sub : {"cur", "new", "tmp"}) {
+        const QString p = path + u'/' + QLatin1String(sub);
+        if (QDir().mkdir(p))
+            giveToMailOwner(p);
+    }
+}
+
+void DovecotServer::createFolder(const QString& user, const QString& folder) {
+    makeMaildir(maildir(user, folder));
+}
+
+QString DovecotServer::deliver(const QString& user, const QString& folder, const QByteArray& message,
+                               const QString& flags, const QDateTime& received) {
+    const QString dir = maildir(user, folder);
+    makeMaildir(dir);
+    ++m_delivered;
+    // Dovecot gives new files their UIDs in the order of their names: a zero-padded counter first
+    // keeps that the order of delivery.
+    const QString name = QStringLiteral("%1.M%2P%3.corvina-test:2,%4")
+                             .arg(m_delivered, 10, 10, QLatin1Char('0'))
+                             .arg(m_delivered)
+                             .arg(QCoreApplication::applicationPid())
+                             .arg(flags);
+    const QString path = dir + QStringLiteral("/cur/") + name;
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(message) != message.size())
+        return QString();
+    file.close();
+    if (received.isValid()) {
+        utimbuf times{};
+        times.actime = times.modtime = static_cast<time_t>(received.toSecsSinceEpoch());
+        ::utime(QFile::encodeName(path).constData(), &times);
+    }
+    giveToMailOwner(path);
+    return path;
+}
+
+QString DovecotServer::setFlags(const QString& path, const QString& flags) {
+    const int colon = path.lastIndexOf(QLatin1String(":2,"));
+    const QString renamed = (colon < 0 ? path : path.left(colon)) + QStringLiteral(":2,") + flags;
+    if (::rename(QFile::encodeName(path).constData(), QFile::encodeName(renamed).constData()) != 0)
+        return QString();
+    return renamed;
+}
+
+QByteArray DovecotServer::message(const QString& subject, const QString& from, const QString& date,
+                                  const QString& messageId, const QByteArray& body) {
+    QByteArray text;
+    if (!from.isNull())
+        text += "From: " + from.toUtf8() + "\r\n";
+    text += "To: someone@example.org\r\n";
+    if (!subject.isNull())
+        text += "Subject: " + subject.toUtf8() + "\r\n";
+    if (!date.isNull())
+        text += "Date: " + date.toUtf8() + "\r\n";
+    if (!messageId.isNull())
+        text += "Message-ID: " + messageId.toUtf8() + "\r\n";
+    text += "MIME-Version: 1.0\r\nContent-Type: text/plain; charset=utf-8\r\n\r\n";
+    return text + body;
+}
+
+QString DovecotServer::log() const {
+    QFile file(m_dir.filePath(QStringLiteral("dovecot.log")));
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
+    return QString::fromUtf8(file.readAll());
+}
+
+} // namespace corvina::test

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+namespace corvina::test {
+
+// A Dovecot IMAP server of the test's own: configuration, passwords, mail and log in a temporary
+// folder, listening on 127.0.0.1 on a port that was free when it started, plain IMAP (no TLS).
+// Mail is stored as Maildir and seeded by writing message files straight into it, as a delivery
+// agent does, so that even ten thousand messages are there in a moment. The server is stopped when
+// the object goes away.
+//
+// The master runs as the test's user, root, and hands the work to Dovecot's own users (dovenull for
+// the login processes, dovecot for its internal services); mail belongs to nobody.
+class DovecotServer {
+public:
+    DovecotServer();
+    ~DovecotServer();
+    DovecotServer(const DovecotServer&) = delete;
+    DovecotServer& operator=(const DovecotServer&) = delete;
+
+    // Starts the server and waits, for a bounded time, until it greets on its port. False with
+    // `error` set (the reason and the end of Dovecot's log) when it does not come up.
+    bool start(QString* error = nullptr);
+    // Stops the server and waits for it to go (bounded); the port and the mail stay.
+    void stop();
+    // Starts again on the same port.
+    bool restart(QString* error = nullptr);
+    bool isRunning() const;
+
+    QString host() const { return QStringLiteral("127.0.0.1"); }
+    quint16 port() const { return m_port; }
+
+    // Adds a user with a plain-text password; may be called while the server runs.
+    void addUser(const QString& user, const QString& password);
+    // Makes a folder ("INBOX" is always there) for `user`.
+    void createFolder(const QString& user, const QString& folder);
+
+    // Places one message in `folder` of `user`, with Maildir flags such as "S" (seen) or "FS"
+    // (flagged and seen). `received` becomes the server's INTERNALDATE (the file's time).
+    // Answers the message file's path. Messages get UIDs in the order they are delivered.
+    QString deliver(const QString& user, const QString& folder, const QByteArray& message,
+                    const QString& flags = QString(), const QDateTime& received = QDateTime());
+    // Changes the flags of a delivered message (renames its file, as a mail client's flag change does).
+    QString setFlags(const QString& path, const QString& flags);
+
+    // An RFC 5322 message with the given header values; a null value leaves that header out.
+    static QByteArray message(const QString& subject, const QString& from, const QString& date,
+                              const QString& messageId, const QByteArray& body = "Hello.\r\n");
+
+    // Everything Dovecot logged so far.
+    QString log() const;
+    QString directory() const { return m_dir.path(); }
+
+private:
+    bool writeConfig(QString* error);
+    bool waitForGreeting(QString* error);
+    QString maildir(const QString& user, const QString& folder) const;
+    void makeMaildir(const QString& path);
+
+    QTemporaryDir m_dir;
+    QProcess m_process;
+    quint16 m_port = 0;
+    qint64 m_delivered = 0;
+};
+
+} // namespace corvina::test

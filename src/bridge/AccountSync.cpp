@@ -6,7 +6,7 @@ namespace corvina {
 
 AccountSync::AccountSync(BridgeConfig::Account account, int timeoutSeconds)
     : m_account(std::move(account)),
-      m_session({m_account.host, m_account.port, m_account.security, timeoutSeconds}) {}
+      m_session({m_account.host, m_account.port, m_account.security, timeoutSeconds, m_account.caFile}) {}
 
 QString AccountSync::messageIdFor(const QString& folder, quint32 uidValidity, quint32 uid) {
     return RequestUtils::URLEncodedString(folder) + QLatin1Char('/') + QString::number(uidValidity) +

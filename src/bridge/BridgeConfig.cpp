@@ -69,7 +69,7 @@ BridgeConfig BridgeConfig::load(const QString& path) {
     }
     QSet<QString> mails;
     for (const QString& group : settings.childGroups()) {
-        Account account = readAccount(settings, group);
+        Account account = readAccount(settings, group, QFileInfo(path).absolutePath());
         if (account.problem.isEmpty() && mails.contains(account.mail))
             account.problem = QStringLiteral("mail %1 is already used by another account").arg(account.mail);
         mails.insert(account.mail);
@@ -78,13 +78,14 @@ BridgeConfig BridgeConfig::load(const QString& path) {
     return config;
 }
 
-BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QString& group) {
+BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QString& group,
+                                                const QString& folder) {
     settings.beginGroup(group);
     Account a;
     a.name = group;
     QStringList problems;
-    const QStringList known = {"mail",    "name",  "host", "port", "security", "user",
-                               "enabled", "inbox", "todo", "memo", "messages", "passwordCommand"};
+    const QStringList known = {"mail",  "name", "host", "port",     "security",        "user",  "enabled",
+                               "inbox", "todo", "memo", "messages", "passwordCommand", "caFile"};
     for (const QString& key : settings.childKeys()) {
         if (!known.contains(key))
             problems << QStringLiteral("unknown key %1").arg(key);
@@ -164,6 +165,14 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
     }
 
     a.passwordCommand = text(settings, QStringLiteral("passwordCommand"));
+
+    // A relative caFile is found beside bridge.conf, wherever the bridge was started from.
+    const QString caFile = text(settings, QStringLiteral("caFile"));
+    if (!caFile.isEmpty()) {
+        a.caFile = QDir(folder).absoluteFilePath(caFile);
+        if (!QFileInfo(a.caFile).isReadable())
+            problems << QStringLiteral("caFile %1 cannot be read").arg(a.caFile);
+    }
     settings.endGroup();
     a.problem = problems.join(QStringLiteral("; "));
     return a;

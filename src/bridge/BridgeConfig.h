@@ -31,6 +31,7 @@ public:
         QString todo; // empty: the flagged messages of the inbox
         QString memo; // empty: no memo list
         QString passwordCommand;
+        QString caFile;                 // absolute; the authorities this account's server is checked against
         int messages = DefaultMessages; // newest messages kept per list
         QString problem;                // empty when the account is usable
     };
@@ -54,7 +55,7 @@ public:
     static QString securityName(Security security);
 
 private:
-    static Account readAccount(QSettings& settings, const QString& group);
+    static Account readAccount(QSettings& settings, const QString& group, const QString& folder);
 
     QString m_path;
     bool m_exists = false;

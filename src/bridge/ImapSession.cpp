@@ -1,7 +1,7 @@
 #include "ImapSession.h"
 
-#include <QSslCertificate>
-#include <QSslError>
+#include "bridge/CertificateCheck.h"
+
 #include <QTimeZone>
 #include <cstdlib>
 #include <cstring>
@@ -129,15 +129,15 @@ bool readMessage(const mailimap_msg_att* att, ImapSession::Envelope& envelope) {
 }
 
 // The server's certificate chain as the TLS layer received it.
-QList<QSslCertificate> peerChain(mailimap* imap) {
-    QList<QSslCertificate> chain;
+QList<QByteArray> peerChain(mailimap* imap) {
+    QList<QByteArray> chain;
     carray* certificates = mailstream_get_certificate_chain(imap->imap_stream);
     if (certificates == nullptr)
         return chain;
     for (unsigned int i = 0; i < carray_count(certificates); ++i) {
         const auto* der = static_cast<const MMAPString*>(carray_get(certificates, i));
         if (der != nullptr)
-            chain << QSslCertificate(QByteArray(der->str, static_cast<qsizetype>(der->len)), QSsl::Der);
+            chain << QByteArray(der->str, static_cast<qsizetype>(der->len));
     }
     mailstream_certificate_chain_free(certificates);
     return chain;
@@ -211,11 +211,14 @@ bool ImapSession::connectToServer() {
     }
     if (m_settings.security != BridgeConfig::Security::None) {
         // Nothing, least of all the password, goes out before the server has proved who it is.
-        const QList<QSslError> problems = QSslCertificate::verify(peerChain(m_imap), m_settings.host);
-        if (!problems.isEmpty()) {
-            logout();
-            return fail(Failure::Insecure, QStringLiteral("certificate of %1 not trusted: %2")
-                                               .arg(m_settings.host, problems.first().errorString()));
+        const QString problem =
+            CertificateCheck::problem(peerChain(m_imap), m_settings.host, m_settings.caFile);
+        if (!problem.isEmpty()) {
+            // Not even a LOGOUT: an untrusted server is told nothing more.
+            mailimap_free(m_imap);
+            m_imap = nullptr;
+            return fail(Failure::Insecure,
+                        QStringLiteral("certificate of %1 not trusted: %2").arg(m_settings.host, problem));
         }
     }
     return true;

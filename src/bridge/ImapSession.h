@@ -36,6 +36,7 @@ public:
         quint16 port = 993;
         BridgeConfig::Security security = BridgeConfig::Security::Tls;
         int timeoutSeconds = 30;
+        QString caFile; // the only authorities trusted for this server when set; else the system's
     };
 
     struct Folder {

@@ -4,6 +4,7 @@
 #include "widget/SnapshotLoader.h"
 
 #include <QFile>
+#include <QProcess>
 #include <QSettings>
 
 namespace corvina::test {
@@ -11,7 +12,26 @@ namespace corvina::test {
 void BridgeServerTest::SetUp() {
     server.addUser(User, Password);
     QString error;
+    if (withTls()) {
+        ASSERT_TRUE(server.enableTls(&error)) << error.toStdString();
+    }
     ASSERT_TRUE(server.start(&error)) << error.toStdString();
+}
+
+BridgeRun BridgeServerTest::runBridge(const QStringList& arguments, const QString& config,
+                                      const QByteArray& input, const QProcessEnvironment& environment) {
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.start(
+        QStringLiteral(CORVINA_BRIDGE_BINARY),
+        QStringList{QStringLiteral("--config"), config, QStringLiteral("--timeout"), QStringLiteral("10")} +
+            arguments);
+    EXPECT_TRUE(process.waitForStarted(10000));
+    process.write(input);
+    process.closeWriteChannel();
+    EXPECT_TRUE(process.waitForFinished(90000));
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
 }
 
 QVariantMap BridgeServerTest::accountKeys(const QVariantMap& extra) const {

@@ -6,6 +6,7 @@
 #include "support/TempContainer.h"
 
 #include <QMap>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
 #include <QVariantMap>
@@ -18,10 +19,19 @@ inline void PrintTo(const QString& text, std::ostream* os) {
 
 namespace corvina::test {
 
+// What corvina-mail-bridge did when a test ran it.
+struct BridgeRun {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
 // A test with its own Dovecot (user "ada", password "secret"), its own shared folder, and a place
-// for a bridge.conf. The server is up when the test body starts.
+// for a bridge.conf. The server is up when the test body starts; with TLS when `withTls()` says so.
 class BridgeServerTest : public ::testing::Test {
 protected:
+    virtual bool withTls() const { return false; }
+
     static inline const QString Mail = QStringLiteral("ada@example.org");
     static inline const QString User = QStringLiteral("ada");
     static inline const QString Password = QStringLiteral("secret");
@@ -39,6 +49,12 @@ protected:
     QString deliver(const QString& subject, const QString& from = QStringLiteral("Grace <grace@example.org>"),
                     const QString& flags = QString(), const QString& folder = QStringLiteral("INBOX"),
                     const QString& date = QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"));
+
+    // Runs corvina-mail-bridge with `arguments` after --config `config` (and a 10 s --timeout),
+    // `input` on its standard input (a pipe, never a terminal).
+    static BridgeRun
+    runBridge(const QStringList& arguments, const QString& config, const QByteArray& input = QByteArray(),
+              const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());
 
     // What the widget reads from the shared folder, through its own loader.
     static ExtensionMessageList widgetMessages();

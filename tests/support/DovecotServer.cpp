@@ -82,7 +82,7 @@ bool DovecotServer::writeConfig(QString* error) {
                        "log_path = %1/dovecot.log\n"
                        "protocols = imap\n"
                        "listen = 127.0.0.1\n"
-                       "ssl = no\n"
+                       "%3"
                        "disable_plaintext_auth = no\n"
                        "auth_mechanisms = plain login\n"
                        // a refused login answers at once, so the wrong-password tests do not wait
@@ -113,11 +113,19 @@ bool DovecotServer::writeConfig(QString* error) {
                        "    port = %2\n"
                        "  }\n"
                        "  inet_listener imaps {\n"
-                       "    port = 0\n"
+                       // also on a loopback address the certificate does not name
+                       "    address = 127.0.0.1, 127.0.0.2\n"
+                       "    port = %4\n"
                        "  }\n"
                        "}\n")
             .arg(dir)
-            .arg(m_port);
+            .arg(m_port)
+            .arg(m_tls ? QStringLiteral("ssl = required\n"
+                                        "ssl_cert = <%1/tls/server.pem\n"
+                                        "ssl_key = <%1/tls/server.key\n")
+                             .arg(dir)
+                       : QStringLiteral("ssl = no\n"))
+            .arg(m_tls ? m_tlsPort : 0);
     QFile file(m_dir.filePath(QStringLiteral("dovecot.conf")));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(config.toUtf8()) < 0) {
         if (error)
@@ -144,9 +152,12 @@ bool DovecotServer::start(QString* error) {
     const bool keepPort = m_port != 0;
     QString reason;
     for (int attempt = 0; attempt < 5; ++attempt) {
-        if (!keepPort || m_port == 0)
+        if (!keepPort || m_port == 0) {
             m_port = freePort();
-        if (m_port == 0) {
+            if (m_tls)
+                m_tlsPort = freePort();
+        }
+        if (m_port == 0 || (m_tls && (m_tlsPort == 0 || m_tlsPort == m_port))) {
             reason = QStringLiteral("no free port on 127.0.0.1");
             break;
         }
@@ -169,6 +180,62 @@ bool DovecotServer::start(QString* error) {
     if (error)
         *error = reason + QStringLiteral("\n") + tail(log(), 20);
     return false;
+}
+
+bool DovecotServer::enableTls(QString* error) {
+    const QString dir = m_dir.filePath(QStringLiteral("tls"));
+    QDir().mkpath(dir);
+    QFile extensions(dir + QStringLiteral("/server.ext"));
+    if (!extensions.open(QIODevice::WriteOnly) ||
+        extensions.write("basicConstraints = CA:FALSE\n"
+                         "keyUsage = critical, digitalSignature, keyEncipherment\n"
+                         "extendedKeyUsage = serverAuth\n"
+                         "subjectAltName = DNS:localhost, IP:127.0.0.1\n") < 0) {
+        if (error)
+            *error = QStringLiteral("cannot write the certificate extensions: ") + extensions.errorString();
+        return false;
+    }
+    extensions.close();
+    // Elliptic-curve keys: made in a moment, where RSA keys would slow every TLS test down.
+    const QStringList newKey = {QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                                QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes")};
+    const QList<QStringList> steps = {
+        QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + newKey +
+            QStringList{QStringLiteral("-keyout"), QStringLiteral("ca.key"), QStringLiteral("-out"),
+                        QStringLiteral("ca.pem"), QStringLiteral("-days"), QStringLiteral("2"),
+                        QStringLiteral("-subj"), QStringLiteral("/O=Corvina tests/CN=Corvina test authority"),
+                        QStringLiteral("-addext"), QStringLiteral("basicConstraints=critical,CA:TRUE"),
+                        QStringLiteral("-addext"), QStringLiteral("keyUsage=critical,keyCertSign,cRLSign")},
+        QStringList{QStringLiteral("req")} + newKey +
+            QStringList{QStringLiteral("-keyout"), QStringLiteral("server.key"), QStringLiteral("-out"),
+                        QStringLiteral("server.csr"), QStringLiteral("-subj"),
+                        QStringLiteral("/O=Corvina tests/CN=localhost")},
+        QStringList{QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"),
+                    QStringLiteral("server.csr"), QStringLiteral("-CA"), QStringLiteral("ca.pem"),
+                    QStringLiteral("-CAkey"), QStringLiteral("ca.key"), QStringLiteral("-CAcreateserial"),
+                    QStringLiteral("-out"), QStringLiteral("server.pem"), QStringLiteral("-days"),
+                    QStringLiteral("2"), QStringLiteral("-extfile"), QStringLiteral("server.ext")},
+    };
+    for (const QStringList& arguments : steps) {
+        QProcess openssl;
+        openssl.setWorkingDirectory(dir);
+        openssl.setProcessChannelMode(QProcess::MergedChannels);
+        openssl.start(QStringLiteral("openssl"), arguments);
+        if (!openssl.waitForFinished(StartTimeoutMs) || openssl.exitStatus() != QProcess::NormalExit ||
+            openssl.exitCode() != 0) {
+            if (error)
+                *error =
+                    QStringLiteral("openssl %1 failed: %2 %3")
+                        .arg(arguments.first(), openssl.errorString(), QString::fromUtf8(openssl.readAll()));
+            return false;
+        }
+    }
+    m_tls = true;
+    return true;
+}
+
+QString DovecotServer::caFile() const {
+    return m_dir.filePath(QStringLiteral("tls/ca.pem"));
 }
 
 bool DovecotServer::waitForGreeting(QString* error) {

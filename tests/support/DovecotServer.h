@@ -9,7 +9,8 @@
 namespace corvina::test {
 
 // A Dovecot IMAP server of the test's own: configuration, passwords, mail and log in a temporary
-// folder, listening on 127.0.0.1 on a port that was free when it started, plain IMAP (no TLS).
+// folder, listening on 127.0.0.1 on a port that was free when it started, plain IMAP (no TLS)
+// unless enableTls() was called.
 // Mail is stored as Maildir and seeded by writing message files straight into it, as a delivery
 // agent does, so that even ten thousand messages are there in a moment. The server is stopped when
 // the object goes away.
@@ -34,6 +35,15 @@ public:
 
     QString host() const { return QStringLiteral("127.0.0.1"); }
     quint16 port() const { return m_port; }
+
+    // Before start(): makes a certificate authority of the server's own and a certificate it
+    // issues for 127.0.0.1 and localhost (with openssl), and requires TLS for every login: implicit
+    // TLS on tlsPort(), STARTTLS on port(). The TLS port also listens on 127.0.0.2, a name of this
+    // computer that the certificate does not name. False with `error` set when openssl fails.
+    bool enableTls(QString* error = nullptr);
+    quint16 tlsPort() const { return m_tlsPort; }
+    // The authority's certificate (PEM): what a client names to trust this server.
+    QString caFile() const;
 
     // Adds a user with a plain-text password; may be called while the server runs.
     void addUser(const QString& user, const QString& password);
@@ -65,6 +75,8 @@ private:
     QTemporaryDir m_dir;
     QProcess m_process;
     quint16 m_port = 0;
+    bool m_tls = false;
+    quint16 m_tlsPort = 0;
     qint64 m_delivered = 0;
 };
 

@@ -1,7 +1,7 @@
 #include "BridgeCommand.h"
 
+#include "bridge/AccountPassword.h"
 #include "bridge/AccountSync.h"
-#include "bridge/PasswordCommand.h"
 #include "bridge/SnapshotWriter.h"
 
 namespace corvina {
@@ -10,13 +10,7 @@ BridgeCommand::BridgeCommand(BridgeConfig config, QTextStream& out, QTextStream&
     : m_config(std::move(config)), m_out(out), m_err(err), m_timeoutSeconds(timeoutSeconds) {}
 
 QString BridgeCommand::password(const BridgeConfig::Account& account, QString* error) const {
-    if (account.passwordCommand.isEmpty()) {
-        *error =
-            QStringLiteral("no passwordCommand (passwords from the Secret Service are not supported yet)");
-        return QString();
-    }
-    const std::optional<QString> secret = PasswordCommand::run(account.passwordCommand, error);
-    return secret.value_or(QString());
+    return AccountPassword::obtain(account, error).value_or(QString());
 }
 
 int BridgeCommand::once() {

@@ -28,7 +28,8 @@ public:
     int check(const QString& account);
 
 private:
-    // The password from the account's passwordCommand; empty with `error` set when there is none.
+    // The password from the account's passwordCommand or the Secret Service; empty with `error` set
+    // when there is none.
     QString password(const BridgeConfig::Account& account, QString* error) const;
 
     BridgeConfig m_config;

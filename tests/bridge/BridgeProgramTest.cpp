@@ -8,25 +8,13 @@
 namespace corvina::test {
 namespace {
 
-struct Outcome {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
+using Outcome = BridgeRun;
 
 class BridgeProgramTest : public BridgeServerTest {
 protected:
     Outcome run(const QStringList& arguments, const QString& config,
                 QProcessEnvironment environment = QProcessEnvironment::systemEnvironment()) {
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(CORVINA_BRIDGE_BINARY),
-                      QStringList{QStringLiteral("--config"), config, QStringLiteral("--timeout"),
-                                  QStringLiteral("10")} +
-                          arguments);
-        EXPECT_TRUE(process.waitForFinished(60000));
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+        return runBridge(arguments, config, QByteArray(), environment);
     }
 
     static QStringList lines(const QString& text) { return text.split(u'\n', Qt::SkipEmptyParts); }
@@ -117,18 +105,24 @@ TEST_F(BridgeProgramTest, ThePasswordCommandRunsWithoutAShell) {
     EXPECT_EQ(o.out, QStringLiteral("carol: ok\n"));
 }
 
-TEST_F(BridgeProgramTest, AFailingOrMissingPasswordCommandIsSaid) {
+TEST_F(BridgeProgramTest, AFailingPasswordCommandOrAnUnreachableSecretServiceIsSaid) {
     const QString config = writeConfig(
         {{QStringLiteral("fails"), accountKeys({{"passwordCommand", "sh -c \"echo locked >&2; exit 3\""}})},
          {QStringLiteral("none"),
           accountKeys({{"mail", "other@example.org"}, {"passwordCommand", QVariant()}})}});
-    const Outcome o = run({QStringLiteral("--once")}, config);
+    // A session bus that is not there: the account without a passwordCommand asks the Secret
+    // Service for its password, and cannot reach it.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
+                       QStringLiteral("unix:path=") + configDir.filePath(QStringLiteral("no-bus")));
+    const Outcome o = run({QStringLiteral("--once")}, config, environment);
     EXPECT_EQ(o.exitCode, 1);
-    EXPECT_EQ(
-        lines(o.err),
-        QStringList({QStringLiteral("fails: passwordCommand sh failed with status 3: locked"),
-                     QStringLiteral("none: no passwordCommand (passwords from the Secret Service are not "
-                                    "supported yet)")}));
+    const QStringList said = lines(o.err);
+    ASSERT_EQ(said.size(), 2) << o.err.toStdString();
+    EXPECT_EQ(said[0], QStringLiteral("fails: passwordCommand sh failed with status 3: locked"));
+    EXPECT_TRUE(
+        said[1].startsWith(QStringLiteral("none: cannot read the password from the Secret Service: ")))
+        << said[1].toStdString();
 }
 
 TEST_F(BridgeProgramTest, AccountListShowsEachAccountAndItsProblem) {

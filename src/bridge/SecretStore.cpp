@@ -1,0 +1,176 @@
+#include "SecretStore.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+// GLib's headers name struct members "signals", which Qt defines as a keyword.
+#pragma push_macro("signals")
+#undef signals
+#include <libsecret/secret.h>
+#pragma pop_macro("signals")
+
+namespace corvina {
+
+namespace {
+
+// A cancelled D-Bus call comes back at once; one that does not is left behind, not waited for.
+constexpr int CancelGraceMs = 2000;
+
+const SecretSchema* passwordSchema() {
+    static const SecretSchema schema = [] {
+        SecretSchema s{};
+        s.name = "org.corvina.mail.Password";
+        s.flags = SECRET_SCHEMA_NONE;
+        s.attributes[0] = {"account", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[1] = {"user", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[2] = {"host", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[3] = {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING};
+        return s;
+    }();
+    return &schema;
+}
+
+// One libsecret call and what it left. Shared with the thread that makes the call, so that a call
+// given up on can still finish safely after the caller has moved on.
+struct Call {
+    std::mutex mutex;
+    std::condition_variable finished;
+    bool done = false;
+    GCancellable* cancellable = g_cancellable_new();
+    GError* error = nullptr;
+    bool ok = false;
+    std::optional<QString> password;
+
+    Call() = default;
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+    ~Call() {
+        g_object_unref(cancellable);
+        if (error != nullptr)
+            g_error_free(error);
+    }
+};
+
+// Runs `work` on a thread of its own and waits at most `timeoutMs` for it. True when it finished
+// in time; otherwise it is cancelled and `call` tells nothing.
+bool runBounded(const std::shared_ptr<Call>& call, std::function<void(Call&)> work, int timeoutMs) {
+    std::thread worker([call, work = std::move(work)] {
+        work(*call);
+        const std::lock_guard<std::mutex> lock(call->mutex);
+        call->done = true;
+        call->finished.notify_all();
+    });
+    std::unique_lock<std::mutex> lock(call->mutex);
+    const bool inTime =
+        call->finished.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&call] { return call->done; });
+    bool done = inTime;
+    if (!inTime) {
+        g_cancellable_cancel(call->cancellable);
+        done = call->finished.wait_for(lock, std::chrono::milliseconds(CancelGraceMs),
+                                       [&call] { return call->done; });
+    }
+    lock.unlock();
+    if (done)
+        worker.join();
+    else
+        worker.detach();
+    return inTime;
+}
+
+QString failure(const QString& what, const Call& call, bool inTime, int timeoutMs) {
+    if (!inTime)
+        return QStringLiteral("%1: the Secret Service did not answer within %2 s")
+            .arg(what)
+            .arg(timeoutMs / 1000);
+    return QStringLiteral("%1: %2").arg(what, call.error != nullptr
+                                                  ? QString::fromUtf8(call.error->message).trimmed()
+                                                  : QStringLiteral("the Secret Service refused"));
+}
+
+} // namespace
+
+SecretStore::SecretStore(int timeoutMs) : m_timeoutMs(timeoutMs) {}
+
+bool SecretStore::store(const Key& key, const QString& label, const QString& password, QString* error) const {
+    auto call = std::make_shared<Call>();
+    const QByteArray account = key.account.toUtf8();
+    const QByteArray user = key.user.toUtf8();
+    const QByteArray host = key.host.toUtf8();
+    const QByteArray text = label.toUtf8();
+    // Owned by the call's thread: it may outlive this function when the service hangs.
+    auto secret = std::make_shared<QByteArray>(password.toUtf8());
+    const bool inTime = runBounded(
+        call,
+        [=](Call& c) {
+            c.ok = secret_password_store_sync(passwordSchema(), SECRET_COLLECTION_DEFAULT, text.constData(),
+                                              secret->constData(), c.cancellable, &c.error, "account",
+                                              account.constData(), "user", user.constData(), "host",
+                                              host.constData(), nullptr) != FALSE;
+            secret->fill('\0');
+        },
+        m_timeoutMs);
+    if (inTime && call->ok)
+        return true;
+    if (error)
+        *error = failure(QStringLiteral("cannot store the password in the Secret Service"), *call, inTime,
+                         m_timeoutMs);
+    return false;
+}
+
+SecretStore::Lookup SecretStore::lookup(const Key& key) const {
+    auto call = std::make_shared<Call>();
+    const QByteArray account = key.account.toUtf8();
+    const QByteArray user = key.user.toUtf8();
+    const QByteArray host = key.host.toUtf8();
+    const bool inTime = runBounded(
+        call,
+        [=](Call& c) {
+            gchar* found = secret_password_lookup_sync(passwordSchema(), c.cancellable, &c.error, "account",
+                                                       account.constData(), "user", user.constData(), "host",
+                                                       host.constData(), nullptr);
+            c.ok = c.error == nullptr;
+            if (found != nullptr) {
+                c.password = QString::fromUtf8(found);
+                // Wipes the library's copy before freeing it.
+                secret_password_free(found);
+            }
+        },
+        m_timeoutMs);
+    Lookup result;
+    if (inTime && call->ok)
+        result.password = call->password;
+    else
+        result.error = failure(QStringLiteral("cannot read the password from the Secret Service"), *call,
+                               inTime, m_timeoutMs);
+    return result;
+}
+
+void SecretStore::forgetService() {
+    secret_service_disconnect();
+}
+
+bool SecretStore::clear(const QString& account, QString* error) const {
+    auto call = std::make_shared<Call>();
+    const QByteArray name = account.toUtf8();
+    const bool inTime = runBounded(
+        call,
+        [=](Call& c) {
+            // False with no error means there was nothing to remove.
+            secret_password_clear_sync(passwordSchema(), c.cancellable, &c.error, "account", name.constData(),
+                                       nullptr);
+            c.ok = c.error == nullptr;
+        },
+        m_timeoutMs);
+    if (inTime && call->ok)
+        return true;
+    if (error)
+        *error = failure(QStringLiteral("cannot remove the password from the Secret Service"), *call, inTime,
+                         m_timeoutMs);
+    return false;
+}
+
+} // namespace corvina

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <QString>
+#include <optional>
+
+namespace corvina {
+
+// Account passwords in the desktop's Secret Service (the keyring), through libsecret, under the
+// schema "org.corvina.mail.Password" with the attributes account (the group name in bridge.conf),
+// user and host. A password is only ever handed to the caller: never logged, never written to a
+// file by the bridge.
+//
+// libsecret's calls wait for the service without a limit of their own (a keyring that never
+// answers would hang the bridge), so each call runs on a thread of its own and is given up, with
+// a clear error, when it has not finished within the store's timeout.
+class SecretStore {
+public:
+    // Long enough for a keyring that asks the user to unlock it first.
+    static constexpr int DefaultTimeoutMs = 60000;
+
+    // What names a password in the keyring.
+    struct Key {
+        QString account;
+        QString user;
+        QString host;
+    };
+
+    struct Lookup {
+        std::optional<QString> password; // nothing when none is stored, or on failure
+        QString error;                   // one line when the Secret Service could not be asked
+    };
+
+    explicit SecretStore(int timeoutMs = DefaultTimeoutMs);
+
+    // Stores (or replaces) the password of `key` in the default keyring, under a label that tells
+    // a person browsing the keyring whose password it is.
+    bool store(const Key& key, const QString& label, const QString& password, QString* error) const;
+    // The password stored for exactly this account, user and host: a password is never handed to
+    // another server than the one it was stored for.
+    Lookup lookup(const Key& key) const;
+    // Removes every password stored for `account`, whatever user and host it was stored with.
+    // True when the keyring was asked, whether or not it held one.
+    bool clear(const QString& account, QString* error) const;
+
+    int timeoutMs() const { return m_timeoutMs; }
+
+    // libsecret keeps one connection to the Secret Service per process. After the service went
+    // away and another took its place (a keyring daemon restarted), this makes the next call
+    // connect afresh instead of talking to the one that is gone.
+    static void forgetService();
+
+private:
+    int m_timeoutMs;
+};
+
+} // namespace corvina

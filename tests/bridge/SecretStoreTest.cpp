@@ -1,0 +1,140 @@
+// Passwords in a real Secret Service: gnome-keyring-daemon on a private session bus, started and
+// stopped by each test.
+#include "bridge/SecretStore.h"
+
+#include "BridgeTesting.h"
+#include "bridge/AccountPassword.h"
+#include "support/KeyringDaemon.h"
+#include "support/PrivateSessionBus.h"
+
+#include <gtest/gtest.h>
+
+namespace corvina::test {
+namespace {
+
+class SecretStoreTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        QString error;
+        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+    }
+    // The next test's keyring is another daemon: libsecret must not keep talking to this one.
+    void TearDown() override {
+        keyring.stop();
+        SecretStore::forgetService();
+    }
+
+    static inline const SecretStore::Key Work{QStringLiteral("work"), QStringLiteral("ada"),
+                                              QStringLiteral("imap.example.org")};
+
+    KeyringDaemon keyring;
+    SecretStore store{10000};
+};
+
+TEST_F(SecretStoreTest, AStoredPasswordIsFoundAndClearedAgain) {
+    QString error;
+    ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("p4ss word"), &error))
+        << error.toStdString();
+    const SecretStore::Lookup found = store.lookup(Work);
+    EXPECT_EQ(found.error, QString());
+    ASSERT_TRUE(found.password.has_value());
+    EXPECT_EQ(*found.password, QStringLiteral("p4ss word"));
+
+    ASSERT_TRUE(store.clear(QStringLiteral("work"), &error)) << error.toStdString();
+    const SecretStore::Lookup gone = store.lookup(Work);
+    EXPECT_EQ(gone.error, QString());
+    EXPECT_FALSE(gone.password.has_value());
+    // Clearing what is not there is no failure.
+    EXPECT_TRUE(store.clear(QStringLiteral("work"), &error)) << error.toStdString();
+}
+
+TEST_F(SecretStoreTest, APasswordIsOnlyHandedOutForItsOwnAccountUserAndHost) {
+    QString error;
+    ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("one"), &error))
+        << error.toStdString();
+    for (const SecretStore::Key& other :
+         {SecretStore::Key{QStringLiteral("home"), Work.user, Work.host},
+          SecretStore::Key{Work.account, QStringLiteral("grace"), Work.host},
+          SecretStore::Key{Work.account, Work.user, QStringLiteral("imap.elsewhere.org")}}) {
+        const SecretStore::Lookup found = store.lookup(other);
+        EXPECT_EQ(found.error, QString());
+        EXPECT_FALSE(found.password.has_value())
+            << other.account.toStdString() << " " << other.user.toStdString() << " "
+            << other.host.toStdString();
+    }
+}
+
+TEST_F(SecretStoreTest, StoringAgainReplacesThePassword) {
+    QString error;
+    ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("old"), &error))
+        << error.toStdString();
+    ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("new"), &error))
+        << error.toStdString();
+    EXPECT_EQ(store.lookup(Work).password.value_or(QString()), QStringLiteral("new"));
+    ASSERT_TRUE(store.clear(QStringLiteral("work"), &error));
+    EXPECT_FALSE(store.lookup(Work).password.has_value());
+}
+
+TEST_F(SecretStoreTest, AKeyringThatDoesNotAnswerIsGivenUpOnWithAClearError) {
+    QString error;
+    ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("one"), &error))
+        << error.toStdString();
+    keyring.freeze();
+    const SecretStore impatient(2000);
+    const SecretStore::Lookup found = impatient.lookup(Work);
+    EXPECT_FALSE(found.password.has_value());
+    EXPECT_EQ(found.error,
+              QStringLiteral("cannot read the password from the Secret Service: the Secret Service "
+                             "did not answer within 2 s"));
+    EXPECT_FALSE(impatient.store(Work, QStringLiteral("label"), QStringLiteral("two"), &error));
+    EXPECT_EQ(error, QStringLiteral("cannot store the password in the Secret Service: the Secret Service did "
+                                    "not answer within 2 s"));
+    keyring.resume();
+    // Once it answers again, so does the store (the given-up store may or may not have reached it).
+    const SecretStore::Lookup again = store.lookup(Work);
+    EXPECT_EQ(again.error, QString());
+    EXPECT_TRUE(again.password.has_value());
+}
+
+TEST_F(SecretStoreTest, WithoutASecretServiceEveryCallFailsWithAClearError) {
+    keyring.stop();
+    SecretStore::forgetService();
+    const SecretStore::Lookup found = store.lookup(Work);
+    EXPECT_FALSE(found.password.has_value());
+    EXPECT_TRUE(found.error.startsWith(QStringLiteral("cannot read the password from the Secret Service: ")))
+        << found.error.toStdString();
+    QString error;
+    EXPECT_FALSE(store.store(Work, QStringLiteral("label"), QStringLiteral("one"), &error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot store the password in the Secret Service: ")))
+        << error.toStdString();
+    EXPECT_FALSE(store.clear(QStringLiteral("work"), &error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot remove the password from the Secret Service: ")))
+        << error.toStdString();
+}
+
+TEST_F(SecretStoreTest, AnAccountsPasswordComesFromItsCommandElseFromTheKeyring) {
+    BridgeConfig::Account account;
+    account.name = QStringLiteral("work");
+    account.mail = QStringLiteral("ada@example.org");
+    account.user = Work.user;
+    account.host = Work.host;
+
+    QString error;
+    EXPECT_FALSE(AccountPassword::obtain(account, &error, 10000).has_value());
+    EXPECT_EQ(error, QStringLiteral("no password stored for ada@example.org (ada on imap.example.org): run "
+                                    "corvina-mail-bridge account password work, or set a passwordCommand"));
+
+    ASSERT_TRUE(store.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account),
+                            QStringLiteral("from the keyring"), &error))
+        << error.toStdString();
+    EXPECT_EQ(AccountPassword::obtain(account, &error, 10000).value_or(QString()),
+              QStringLiteral("from the keyring"));
+
+    account.passwordCommand = QStringLiteral("echo from-the-command");
+    EXPECT_EQ(AccountPassword::obtain(account, &error, 10000).value_or(QString()),
+              QStringLiteral("from-the-command"));
+}
+
+} // namespace
+} // namespace corvina::test

@@ -1,4 +1,5 @@
 // corvina-mail-bridge: the mail application's side of the shared folder, for IMAP accounts.
+#include "AccountSetup.h"
 #include "BridgeCommand.h"
 #include "bridge/BridgeConfig.h"
 
@@ -6,6 +7,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QTextStream>
+#include <unistd.h>
 
 namespace {
 
@@ -13,13 +15,22 @@ const char* const commandsHelp =
     "\n"
     "Commands:\n"
     "  --once            sync every enabled account once and exit\n"
+    "  account add       ask for an account's settings and its password; write the account into\n"
+    "                    bridge.conf and the password into the desktop's Secret Service (keyring).\n"
+    "                    Answers are read from standard input, one a line (an empty line takes the\n"
+    "                    default in brackets): typed, the password without echo, or piped by a script\n"
+    "  account password ACCOUNT\n"
+    "                    ask for the account's password again and replace the stored one\n"
+    "  account remove ACCOUNT\n"
+    "                    remove the account from bridge.conf and its password from the Secret Service\n"
     "  account list      list the configured accounts and what is wrong with them\n"
     "  check [ACCOUNT]   connect to the account (by group name or mail), or to every enabled one,\n"
     "                    and say in one line what works or what is wrong\n"
     "\n"
     "Accounts are read from $XDG_CONFIG_HOME/corvina/bridge.conf (~/.config/corvina/bridge.conf),\n"
-    "one group per account; see docs/bridge.md. Messages are written to the shared folder that\n"
-    "corvina-today reads ($CORVINA_GROUP_CONTAINER, or\n"
+    "one group per account; see docs/bridge.md. An account's password comes from its\n"
+    "passwordCommand when it has one, else from the Secret Service. Messages are written to the\n"
+    "shared folder that corvina-today reads ($CORVINA_GROUP_CONTAINER, or\n"
     "$XDG_DATA_HOME/group-containers/Q7X2M4K9TZ.corvina).\n"
     "\n"
     "Exit status:\n"
@@ -53,8 +64,11 @@ int main(int argc, char* argv[]) {
                                                     "(default 30)."),
                                      QStringLiteral("SECONDS"), QStringLiteral("30"));
     parser.addOptions({help, version, once, config, timeout});
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("account list | check [ACCOUNT]"),
-                                 QStringLiteral("[command]"));
+    parser.addPositionalArgument(
+        QStringLiteral("command"),
+        QStringLiteral("account add | account list | account password ACCOUNT | account remove ACCOUNT | "
+                       "check [ACCOUNT]"),
+        QStringLiteral("[command]"));
     if (!parser.parse(QCoreApplication::arguments())) {
         err << "corvina-mail-bridge: " << parser.errorText() << Qt::endl;
         return corvina::BridgeCommand::UsageError;
@@ -86,6 +100,16 @@ int main(int argc, char* argv[]) {
     }
     if (words.size() == 2 && words[0] == QLatin1String("account") && words[1] == QLatin1String("list"))
         return command.listAccounts();
+    if (words.size() >= 2 && words[0] == QLatin1String("account")) {
+        QTextStream in(stdin);
+        corvina::AccountSetup setup(path, in, out, err, ::isatty(STDIN_FILENO) == 1);
+        if (words.size() == 2 && words[1] == QLatin1String("add"))
+            return setup.add();
+        if (words.size() == 3 && words[1] == QLatin1String("remove"))
+            return setup.remove(words[2]);
+        if (words.size() == 3 && words[1] == QLatin1String("password"))
+            return setup.setPassword(words[2]);
+    }
     if (!words.isEmpty() && words.size() <= 2 && words[0] == QLatin1String("check"))
         return command.check(words.value(1));
     if (words.isEmpty()) {

@@ -23,7 +23,9 @@ protected:
 TEST_F(BridgeProgramTest, HelpNamesEveryCommand) {
     const Outcome o = run({QStringLiteral("--help")}, writeConfig({}));
     EXPECT_EQ(o.exitCode, 0);
-    for (const char* word : {"--once", "account list", "check [ACCOUNT]", "bridge.conf", "Exit status"})
+    for (const char* word :
+         {"--once", "account add", "account list", "account password ACCOUNT", "account remove ACCOUNT",
+          "check [ACCOUNT]", "bridge.conf", "Secret Service", "passwordCommand", "Exit status"})
         EXPECT_TRUE(o.out.contains(QLatin1String(word))) << word;
 }
 

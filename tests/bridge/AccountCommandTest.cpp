@@ -1,0 +1,326 @@
+// `corvina-mail-bridge account add | password | remove` as a user (or a script) runs them, with a
+// real keyring daemon on a private session bus and the test's own Dovecot.
+#include "BridgeTesting.h"
+#include "bridge/AccountPassword.h"
+#include "bridge/SecretStore.h"
+#include "support/KeyringDaemon.h"
+#include "support/PrivateSessionBus.h"
+
+#include <QDeadlineTimer>
+#include <QDirIterator>
+#include <QFile>
+#include <QSettings>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace corvina::test {
+namespace {
+
+class AccountCommandTest : public BridgeServerTest {
+protected:
+    // A password nothing else in the output could contain by chance.
+    static inline const QString GracePassword = QStringLiteral("Tr0ub4dor&3 corvina");
+
+    void SetUp() override {
+        BridgeServerTest::SetUp();
+        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        QString error;
+        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+        server.addUser(QStringLiteral("grace"), GracePassword);
+        server.deliver(QStringLiteral("grace"), QStringLiteral("INBOX"),
+                       DovecotServer::message(QStringLiteral("For Grace"), QStringLiteral("ada@example.org"),
+                                              QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"),
+                                              QStringLiteral("<g1@example.org>")));
+        config = configDir.filePath(QStringLiteral("bridge.conf"));
+    }
+    void TearDown() override {
+        keyring.stop();
+        SecretStore::forgetService();
+    }
+
+    // The answers to `account add`, one a line; empty ones take the defaults.
+    QByteArray answers(const QString& mail, const QString& name, const QString& host, const QString& security,
+                       const QString& port, const QString& user, const QString& password) const {
+        return QStringList{mail, name, host, security, port, user, QString(), QString(), QString(), password}
+                   .join(u'\n')
+                   .toUtf8() +
+               '\n';
+    }
+    QByteArray graceAnswers(const QString& name = QStringLiteral("work")) const {
+        return answers(QStringLiteral("grace@example.org"), name, server.host(), QStringLiteral("none"),
+                       QString::number(server.port()), QStringLiteral("grace"), GracePassword);
+    }
+
+    QString configText() const {
+        QFile file(config);
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    }
+
+    SecretStore::Lookup stored(const QString& account, const QString& user, const QString& host) const {
+        return SecretStore(10000).lookup({account, user, host});
+    }
+
+    KeyringDaemon keyring;
+    QString config;
+};
+
+TEST_F(AccountCommandTest, AddedAccountSyncsWithThePasswordFromTheKeyring) {
+    const BridgeRun add =
+        runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, graceAnswers());
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString();
+    EXPECT_EQ(add.err, QString());
+    EXPECT_TRUE(add.out.contains(QStringLiteral("Added account work (grace@example.org)")))
+        << add.out.toStdString();
+
+    QSettings written(config, QSettings::IniFormat);
+    EXPECT_EQ(written.childGroups(), QStringList{QStringLiteral("work")});
+    EXPECT_EQ(written.value(QStringLiteral("work/mail")).toString(), QStringLiteral("grace@example.org"));
+    EXPECT_EQ(written.value(QStringLiteral("work/host")).toString(), server.host());
+    EXPECT_EQ(written.value(QStringLiteral("work/port")).toString(), QString::number(server.port()));
+    EXPECT_EQ(written.value(QStringLiteral("work/security")).toString(), QStringLiteral("none"));
+    EXPECT_EQ(written.value(QStringLiteral("work/user")).toString(), QStringLiteral("grace"));
+    EXPECT_FALSE(written.contains(QStringLiteral("work/passwordCommand")));
+    EXPECT_EQ(
+        stored(QStringLiteral("work"), QStringLiteral("grace"), server.host()).password.value_or(QString()),
+        GracePassword);
+
+    const BridgeRun check = runBridge({QStringLiteral("check")}, config);
+    EXPECT_EQ(check.exitCode, 0) << check.out.toStdString() << check.err.toStdString();
+    EXPECT_EQ(check.out, QStringLiteral("work: ok\n"));
+    const BridgeRun once = runBridge({QStringLiteral("--once")}, config);
+    EXPECT_EQ(once.exitCode, 0) << once.err.toStdString();
+    const ExtensionMessageList messages = widgetMessages();
+    ASSERT_EQ(messages.size(), 1);
+    EXPECT_EQ(messages.first()->subject(), QStringLiteral("For Grace"));
+
+    // The password went to the keyring and the server only: not into any output, nor into
+    // anything the bridge wrote.
+    for (const BridgeRun& run : {add, check, once}) {
+        EXPECT_FALSE(run.out.contains(GracePassword));
+        EXPECT_FALSE(run.err.contains(GracePassword));
+    }
+    EXPECT_FALSE(configText().isEmpty());
+    EXPECT_FALSE(configText().contains(GracePassword));
+    QDirIterator files(container.data(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    int scanned = 0;
+    while (files.hasNext()) {
+        QFile file(files.next());
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << file.fileName().toStdString();
+        EXPECT_FALSE(file.readAll().contains(GracePassword.toUtf8())) << file.fileName().toStdString();
+        ++scanned;
+    }
+    EXPECT_GE(scanned, 2); // Accounts.plist and the inbox at least
+}
+
+TEST_F(AccountCommandTest, AddAsksWithDefaultsAndTakesThemFromEmptyAnswers) {
+    // Only the mail address, the server and the password are given.
+    const QByteArray input =
+        answers(QStringLiteral("grace@example.org"), QString(), QStringLiteral("imap.example.org"), QString(),
+                QString(), QString(), GracePassword);
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString();
+    for (const char* prompt :
+         {"Mail address: ", "Account name in bridge.conf [example]: ", "IMAP server [imap.example.org]: ",
+          "[tls]: ", "Port [993]: ", "Login name [grace@example.org]: ", "Inbox folder [INBOX]: ",
+          "To Do folder (empty: the flagged messages of the inbox): ", "Memo folder (empty: no Memo list): ",
+          "Password (or app password): "})
+        EXPECT_TRUE(add.out.contains(QLatin1String(prompt))) << prompt << "\n" << add.out.toStdString();
+    const BridgeConfig read = BridgeConfig::load(config);
+    ASSERT_EQ(read.accounts().size(), 1);
+    const BridgeConfig::Account& a = read.accounts().first();
+    EXPECT_EQ(a.problem, QString());
+    EXPECT_EQ(a.name, QStringLiteral("example"));
+    EXPECT_EQ(a.host, QStringLiteral("imap.example.org"));
+    EXPECT_EQ(a.security, BridgeConfig::Security::Tls);
+    EXPECT_EQ(a.port, 993);
+    EXPECT_EQ(a.user, QStringLiteral("grace@example.org"));
+    EXPECT_EQ(a.inbox, QStringLiteral("INBOX"));
+    EXPECT_EQ(a.todo, QString());
+    EXPECT_EQ(a.memo, QString());
+    EXPECT_EQ(stored(QStringLiteral("example"), QStringLiteral("grace@example.org"),
+                     QStringLiteral("imap.example.org"))
+                  .password.value_or(QString()),
+              GracePassword);
+}
+
+TEST_F(AccountCommandTest, AddRefusesADuplicateAndChangesNothing) {
+    ASSERT_EQ(runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, graceAnswers()).exitCode,
+              0);
+    const QString before = configText();
+
+    const BridgeRun sameMail = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config,
+                                         graceAnswers(QStringLiteral("other")));
+    EXPECT_EQ(sameMail.exitCode, 1);
+    EXPECT_EQ(sameMail.err,
+              QStringLiteral("corvina-mail-bridge: account add: grace@example.org is already account "
+                             "work in %1\n")
+                  .arg(config));
+
+    const QByteArray sameName =
+        answers(QStringLiteral("ada@example.org"), QStringLiteral("work"), server.host(),
+                QStringLiteral("none"), QString::number(server.port()), User, Password);
+    const BridgeRun again = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, sameName);
+    EXPECT_EQ(again.exitCode, 1);
+    EXPECT_EQ(again.err,
+              QStringLiteral("corvina-mail-bridge: account add: there is already an account work in %1\n")
+                  .arg(config));
+
+    EXPECT_EQ(configText(), before);
+    EXPECT_EQ(
+        stored(QStringLiteral("work"), QStringLiteral("grace"), server.host()).password.value_or(QString()),
+        GracePassword);
+    EXPECT_FALSE(stored(QStringLiteral("work"), User, server.host()).password.has_value());
+}
+
+TEST_F(AccountCommandTest, AddRefusesPlainImapToAnotherComputerAndWritesNothing) {
+    const QByteArray input = answers(QStringLiteral("grace@example.org"), QStringLiteral("work"),
+                                     QStringLiteral("imap.example.org"), QStringLiteral("none"), QString(),
+                                     QStringLiteral("grace"), GracePassword);
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    EXPECT_EQ(add.exitCode, 1);
+    EXPECT_EQ(add.err,
+              QStringLiteral("corvina-mail-bridge: account add: security none is only allowed for 127.0.0.1 "
+                             "or localhost, not imap.example.org; nothing was written\n"));
+    EXPECT_FALSE(QFile::exists(config));
+    EXPECT_FALSE(stored(QStringLiteral("work"), QStringLiteral("grace"), QStringLiteral("imap.example.org"))
+                     .password.has_value());
+}
+
+TEST_F(AccountCommandTest, AddWithoutASecretServiceFailsClearlyAndWritesNothing) {
+    keyring.stop();
+    const BridgeRun add =
+        runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, graceAnswers());
+    EXPECT_EQ(add.exitCode, 1);
+    EXPECT_TRUE(add.err.startsWith(QStringLiteral(
+        "corvina-mail-bridge: account add: cannot store the password in the Secret Service: ")))
+        << add.err.toStdString();
+    EXPECT_TRUE(
+        add.err.endsWith(QStringLiteral("nothing was written (a passwordCommand in bridge.conf is the other "
+                                        "way, see docs/bridge.md)\n")))
+        << add.err.toStdString();
+    EXPECT_FALSE(add.err.contains(GracePassword));
+    EXPECT_FALSE(QFile::exists(config));
+}
+
+TEST_F(AccountCommandTest, AddStopsWhenTheInputEndsEarly) {
+    const QByteArray input = "grace@example.org\nwork\n";
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    EXPECT_EQ(add.exitCode, 1);
+    EXPECT_EQ(add.err,
+              QStringLiteral("corvina-mail-bridge: account add: the input ended before the IMAP server; "
+                             "nothing was written\n"));
+    EXPECT_FALSE(QFile::exists(config));
+}
+
+TEST_F(AccountCommandTest, AtATerminalThePasswordIsNotEchoed) {
+    // A pseudo-terminal stands in for the person's: what the program and the terminal's own echo
+    // show is read from its other side.
+    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(terminal, 0);
+    ASSERT_EQ(::grantpt(terminal), 0);
+    ASSERT_EQ(::unlockpt(terminal), 0);
+    const QString device = QString::fromLocal8Bit(::ptsname(terminal));
+    QByteArray shown;
+    const auto readUntil = [&](const QByteArray& text) {
+        const QDeadlineTimer deadline(20000);
+        while (!shown.contains(text) && !deadline.hasExpired()) {
+            pollfd ready{terminal, POLLIN, 0};
+            if (::poll(&ready, 1, 100) <= 0)
+                continue;
+            char buffer[4096];
+            const ssize_t n = ::read(terminal, buffer, sizeof buffer);
+            if (n <= 0)
+                break; // the program's side is closed
+            shown.append(buffer, n);
+        }
+        return shown.contains(text);
+    };
+
+    QProcess process;
+    process.setStandardInputFile(device);
+    process.setStandardOutputFile(device);
+    process.start(QStringLiteral(CORVINA_BRIDGE_BINARY),
+                  {QStringLiteral("--config"), config, QStringLiteral("account"), QStringLiteral("add")});
+    ASSERT_TRUE(process.waitForStarted(10000));
+    const QByteArray typed = graceAnswers();
+    const QByteArray beforePassword = typed.left(typed.indexOf(GracePassword.toUtf8()));
+    ASSERT_EQ(::write(terminal, beforePassword.constData(), static_cast<size_t>(beforePassword.size())),
+              beforePassword.size());
+    ASSERT_TRUE(readUntil("Password (or app password): ")) << shown.toStdString();
+    const QByteArray password = GracePassword.toUtf8() + '\n';
+    ASSERT_EQ(::write(terminal, password.constData(), static_cast<size_t>(password.size())), password.size());
+    EXPECT_TRUE(readUntil("Try it: corvina-mail-bridge check work")) << shown.toStdString();
+    EXPECT_TRUE(process.waitForFinished(30000));
+    ::close(terminal);
+    EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+
+    // The other answers were echoed as typed; the password was not.
+    EXPECT_TRUE(shown.contains("grace@example.org")) << shown.toStdString();
+    EXPECT_FALSE(shown.contains(GracePassword.toUtf8())) << shown.toStdString();
+    EXPECT_EQ(
+        stored(QStringLiteral("work"), QStringLiteral("grace"), server.host()).password.value_or(QString()),
+        GracePassword);
+}
+
+TEST_F(AccountCommandTest, RemoveTakesTheGroupAndClearsTheSecret) {
+    ASSERT_EQ(runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, graceAnswers()).exitCode,
+              0);
+    ASSERT_EQ(runBridge({QStringLiteral("account"), QStringLiteral("add")}, config,
+                        answers(QStringLiteral("ada@example.org"), QStringLiteral("home"), server.host(),
+                                QStringLiteral("none"), QString::number(server.port()), User, Password))
+                  .exitCode,
+              0);
+    ASSERT_TRUE(stored(QStringLiteral("work"), QStringLiteral("grace"), server.host()).password.has_value());
+
+    const BridgeRun remove = runBridge(
+        {QStringLiteral("account"), QStringLiteral("remove"), QStringLiteral("grace@example.org")}, config);
+    EXPECT_EQ(remove.exitCode, 0) << remove.err.toStdString();
+    EXPECT_EQ(remove.out,
+              QStringLiteral("Removed account work (grace@example.org) from %1 and its password from the "
+                             "Secret Service\n")
+                  .arg(config));
+    EXPECT_EQ(QSettings(config, QSettings::IniFormat).childGroups(), QStringList{QStringLiteral("home")});
+    const SecretStore::Lookup gone = stored(QStringLiteral("work"), QStringLiteral("grace"), server.host());
+    EXPECT_EQ(gone.error, QString());
+    EXPECT_FALSE(gone.password.has_value());
+    // The other account and its password are untouched.
+    EXPECT_EQ(stored(QStringLiteral("home"), User, server.host()).password.value_or(QString()), Password);
+    EXPECT_EQ(runBridge({QStringLiteral("check")}, config).out, QStringLiteral("home: ok\n"));
+
+    const BridgeRun unknown =
+        runBridge({QStringLiteral("account"), QStringLiteral("remove"), QStringLiteral("work")}, config);
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_EQ(unknown.err, QStringLiteral("corvina-mail-bridge: no account work in %1\n").arg(config));
+}
+
+TEST_F(AccountCommandTest, AHandWrittenAccountIsToldHowToStoreItsPassword) {
+    const QString written =
+        writeConfig({{QStringLiteral("work"), accountKeys({{"passwordCommand", QVariant()}})}});
+    const BridgeRun before = runBridge({QStringLiteral("check")}, written);
+    EXPECT_EQ(before.exitCode, 1);
+    EXPECT_EQ(before.out,
+              QStringLiteral("work: no password stored for ada@example.org (ada on 127.0.0.1): run "
+                             "corvina-mail-bridge account password work, or set a passwordCommand\n"));
+
+    const BridgeRun set =
+        runBridge({QStringLiteral("account"), QStringLiteral("password"), QStringLiteral("work")}, written,
+                  Password.toUtf8() + '\n');
+    EXPECT_EQ(set.exitCode, 0) << set.err.toStdString();
+    EXPECT_TRUE(set.out.endsWith(
+        QStringLiteral("Stored the password of work (ada@example.org) in the Secret Service\n")))
+        << set.out.toStdString();
+    EXPECT_EQ(runBridge({QStringLiteral("check")}, written).out, QStringLiteral("work: ok\n"));
+
+    // A password stored for this account never goes to another server named later.
+    const QString moved = writeConfig(
+        {{QStringLiteral("work"), accountKeys({{"passwordCommand", QVariant()}, {"host", "localhost"}})}});
+    EXPECT_EQ(runBridge({QStringLiteral("check")}, moved).out,
+              QStringLiteral("work: no password stored for ada@example.org (ada on localhost): run "
+                             "corvina-mail-bridge account password work, or set a passwordCommand\n"));
+}
+
+} // namespace
+} // namespace corvina::test

@@ -89,7 +89,7 @@ TEST_F(AccountCommandTest, AddedAccountSyncsWithThePasswordFromTheKeyring) {
 
     const BridgeRun check = runBridge({QStringLiteral("check")}, config);
     EXPECT_EQ(check.exitCode, 0) << check.out.toStdString() << check.err.toStdString();
-    EXPECT_EQ(check.out, QStringLiteral("work: ok\n"));
+    EXPECT_EQ(check.out, QStringLiteral("work: ok\n")) << check.out.toStdString();
     const BridgeRun once = runBridge({QStringLiteral("--once")}, config);
     EXPECT_EQ(once.exitCode, 0) << once.err.toStdString();
     const ExtensionMessageList messages = widgetMessages();
@@ -288,7 +288,8 @@ TEST_F(AccountCommandTest, RemoveTakesTheGroupAndClearsTheSecret) {
     EXPECT_FALSE(gone.password.has_value());
     // The other account and its password are untouched.
     EXPECT_EQ(stored(QStringLiteral("home"), User, server.host()).password.value_or(QString()), Password);
-    EXPECT_EQ(runBridge({QStringLiteral("check")}, config).out, QStringLiteral("home: ok\n"));
+    const BridgeRun home = runBridge({QStringLiteral("check")}, config);
+    EXPECT_EQ(home.out, QStringLiteral("home: ok\n")) << home.out.toStdString() << home.err.toStdString();
 
     const BridgeRun unknown =
         runBridge({QStringLiteral("account"), QStringLiteral("remove"), QStringLiteral("work")}, config);
@@ -312,7 +313,8 @@ TEST_F(AccountCommandTest, AHandWrittenAccountIsToldHowToStoreItsPassword) {
     EXPECT_TRUE(set.out.endsWith(
         QStringLiteral("Stored the password of work (ada@example.org) in the Secret Service\n")))
         << set.out.toStdString();
-    EXPECT_EQ(runBridge({QStringLiteral("check")}, written).out, QStringLiteral("work: ok\n"));
+    const BridgeRun after = runBridge({QStringLiteral("check")}, written);
+    EXPECT_EQ(after.out, QStringLiteral("work: ok\n")) << after.out.toStdString() << after.err.toStdString();
 
     // A password stored for this account never goes to another server named later.
     const QString moved = writeConfig(

@@ -47,7 +47,9 @@ TEST_F(TlsTest, TlsAndStartTlsSyncWhenCaFileNamesTheServersAuthority) {
         const QString config = writeConfig({{QStringLiteral("work"), keys}});
         const BridgeRun check = runBridge({QStringLiteral("check")}, config);
         EXPECT_EQ(check.exitCode, 0) << check.out.toStdString();
-        EXPECT_EQ(check.out, QStringLiteral("work: ok\n")) << keys.value("security").toString().toStdString();
+        EXPECT_EQ(check.out, QStringLiteral("work: ok\n"))
+            << keys.value("security").toString().toStdString() << ": " << check.out.toStdString()
+            << check.err.toStdString();
         const BridgeRun once = runBridge({QStringLiteral("--once")}, config);
         EXPECT_EQ(once.exitCode, 0) << once.err.toStdString();
         const ExtensionMessageList messages = widgetMessages();
@@ -62,7 +64,7 @@ TEST_F(TlsTest, ARelativeCaFileIsFoundBesideTheConfig) {
     ASSERT_TRUE(QFile::copy(server.caFile(), configDir.filePath(QStringLiteral("company-ca.pem"))));
     const QString config = writeConfig({{QStringLiteral("work"), tls({{"caFile", "company-ca.pem"}})}});
     const BridgeRun check = runBridge({QStringLiteral("check")}, config);
-    EXPECT_EQ(check.out, QStringLiteral("work: ok\n"));
+    EXPECT_EQ(check.out, QStringLiteral("work: ok\n")) << check.out.toStdString() << check.err.toStdString();
 }
 
 TEST_F(TlsTest, WithoutCaFileTheCertificateIsRefusedBeforeThePasswordIsSent) {

@@ -469,15 +469,23 @@ bool toVariant(plist_t node, int depth, QVariant& out) {
         QVariantList list;
         const uint32_t size = plist_array_get_size(node);
         list.reserve(static_cast<qsizetype>(size));
+        // through the iterator: fetching element i by index walks the i elements before it
+        plist_array_iter iter = nullptr;
+        plist_array_new_iter(node, &iter);
+        bool ok = true;
         for (uint32_t i = 0; i < size; ++i) {
+            plist_t item = nullptr;
+            plist_array_next_item(node, iter, &item);
             QVariant element;
-            if (!toVariant(plist_array_get_item(node, i), depth + 1, element)) {
-                return false;
+            if (!toVariant(item, depth + 1, element)) {
+                ok = false;
+                break;
             }
             list.append(element);
         }
+        std::free(iter);
         out = list;
-        return true;
+        return ok;
     }
     case PLIST_STRING:
     case PLIST_KEY: {

@@ -5,6 +5,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTextStream>
+#include <optional>
 
 namespace corvina {
 
@@ -27,10 +28,11 @@ public:
     // Connects to `account` (or to every enabled one) and says in one line what works or what is wrong.
     int check(const QString& account);
 
-private:
-    // The password from the account's passwordCommand; empty with `error` set when there is none.
-    QString password(const BridgeConfig::Account& account, QString* error) const;
+    // The account's password, or nothing with `error` set. Safe on any thread (the foreground
+    // mode asks on each account's own).
+    static std::optional<QString> password(const BridgeConfig::Account& account, QString* error);
 
+private:
     BridgeConfig m_config;
     QTextStream& m_out;
     QTextStream& m_err;

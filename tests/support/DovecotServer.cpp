@@ -117,7 +117,8 @@ bool DovecotServer::writeConfig(QString* error) {
                        "  }\n"
                        "}\n")
             .arg(dir)
-            .arg(m_port);
+            .arg(m_port) +
+        (m_capabilities.isEmpty() ? QString() : QStringLiteral("imap_capability = %1\n").arg(m_capabilities));
     QFile file(m_dir.filePath(QStringLiteral("dovecot.conf")));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(config.toUtf8()) < 0) {
         if (error)

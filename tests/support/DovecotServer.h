@@ -35,6 +35,10 @@ public:
     QString host() const { return QStringLiteral("127.0.0.1"); }
     quint16 port() const { return m_port; }
 
+    // Replaces the capabilities the server announces after login (for a server without IDLE);
+    // takes effect at the next start.
+    void setCapabilities(const QString& capabilities) { m_capabilities = capabilities; }
+
     // Adds a user with a plain-text password; may be called while the server runs.
     void addUser(const QString& user, const QString& password);
     // Makes a folder ("INBOX" is always there) for `user`.
@@ -66,6 +70,7 @@ private:
     QProcess m_process;
     quint16 m_port = 0;
     qint64 m_delivered = 0;
+    QString m_capabilities;
 };
 
 } // namespace corvina::test

@@ -15,8 +15,11 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <map>
+#include <sys/stat.h>
+#include <zlib.h>
 
 using namespace corvina;
 using corvina::test::BinaryPlistBuilder;
@@ -42,6 +45,8 @@ public:
                                   {TempContainer::message(QStringLiteral("kept"), Ada, 1700000000)},
                                   PropertyList::Format::Binary);
     }
+
+    QString data() const { return m_container.data(); }
 
     void write(const QString& relative, const QByteArray& bytes) {
         m_container.writeBytes(relative, bytes);
@@ -203,4 +208,118 @@ TEST(HostileInput, XmlSnapshotOfAMillionDictionaries) {
     container.write("Today/" + Ada + "/dicts", xmlSnapshotOf(QByteArray("<dict/>").repeated(1000000)));
     expectRefused(container.listAll(), "XML property list holds more than 131072 objects");
     container.expectFilesUntouched();
+}
+
+namespace {
+
+// A valid PNG of `side` x `side` 8-bit grey pixels, all black: a few kilobytes per hundred
+// megapixels once compressed.
+QByteArray blackPng(quint32 side) {
+    auto bigEndian = [](quint32 v) {
+        const char bytes[] = {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+        return QByteArray(bytes, 4);
+    };
+    auto chunk = [&](const char* type, const QByteArray& payload) {
+        const QByteArray typed = QByteArray(type, 4) + payload;
+        const auto crc = static_cast<quint32>(
+            ::crc32(0, reinterpret_cast<const Bytef*>(typed.constData()), static_cast<uInt>(typed.size())));
+        return bigEndian(static_cast<quint32>(payload.size())) + typed + bigEndian(crc);
+    };
+    const QByteArray rows(qsizetype(side) * (side + 1), '\0');
+    uLongf size = compressBound(static_cast<uLong>(rows.size()));
+    QByteArray packed(static_cast<qsizetype>(size), '\0');
+    ::compress2(reinterpret_cast<Bytef*>(packed.data()), &size,
+                reinterpret_cast<const Bytef*>(rows.constData()), static_cast<uLong>(rows.size()), 9);
+    packed.truncate(static_cast<qsizetype>(size));
+    return QByteArray("\x89PNG\r\n\x1a\n", 8) +
+           chunk("IHDR", bigEndian(side) + bigEndian(side) + QByteArray("\x08\x00\x00\x00\x00", 5)) +
+           chunk("IDAT", packed) + chunk("IEND", QByteArray());
+}
+
+} // namespace
+
+TEST(HostileInput, OneAvatarOfAHundredMillionPixelsNamedBySixtyMessages) {
+    // a binary list may name one avatar text from every message: each was decoded on its own, some
+    // 100 MB a message, gigabytes for a snapshot of a hundred kilobytes
+    const QByteArray png = blackPng(10000);
+    BinaryPlistBuilder b;
+    const quint64 avatar = b.text(png.toBase64());
+    const quint64 avatarKey = b.text("avatar"), messageId = b.text("messageId"), account = b.text("account");
+    const quint64 ada = b.text(Ada.toUtf8());
+    std::vector<quint64> messages;
+    for (int i = 0; i < 60; ++i) {
+        messages.push_back(b.dictionary(
+            {{messageId, b.text("face-" + QByteArray::number(i))}, {account, ada}, {avatarKey, avatar}}));
+    }
+    const QByteArray bytes = envelope(b, b.array(messages));
+    ASSERT_LT(bytes.size(), 200 * 1024);
+    HostileContainer container;
+    container.write("Today/" + Ada + "/faces", bytes);
+    const ProgramRunner::Outcome run = container.listAll();
+    expectSurvived(run);
+    // every message is listed, without its avatar, and each refusal says why
+    const QJsonArray rows = QJsonDocument::fromJson(run.out).array();
+    EXPECT_EQ(rows.size(), 61);
+    for (const QJsonValue& row : rows) {
+        EXPECT_FALSE(row.toObject().value("hasAvatar").toBool());
+    }
+    EXPECT_EQ(
+        run.err.count("ExtensionMessage avatar picture of 10000x10000 pixels is larger than 1048576 pixels"),
+        60)
+        << run.err.left(500).toStdString();
+    EXPECT_FALSE(run.err.contains("libpng")) << run.err.left(500).toStdString();
+    container.expectFilesUntouched();
+}
+
+TEST(HostileInput, BrokenAvatarsSayNothingOnTheTerminal) {
+    const QByteArray png = blackPng(40);
+    QByteArray corrupt = png;
+    corrupt[45] = static_cast<char>(corrupt[45] ^ 0x5A);
+    HostileContainer container;
+    QVariantList messages;
+    int n = 0;
+    for (const QByteArray& bytes : {png.left(60), corrupt, png.left(8) + QByteArray(50, 'x')}) {
+        QVariantMap message = TempContainer::message("broken-" + QString::number(n++), Ada, 1700000000);
+        message.insert("avatar", QString::fromLatin1(bytes.toBase64()));
+        messages << message;
+    }
+    container.write(
+        "Today/" + Ada + "/broken",
+        PropertyList::write(QVariantMap{{"folder", "INBOX"}, {"account", Ada}, {"data", messages}},
+                            PropertyList::Format::Xml));
+    const ProgramRunner::Outcome run = container.listAll();
+    expectSurvived(run);
+    EXPECT_EQ(QJsonDocument::fromJson(run.out).array().size(), 4);
+    EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
+}
+
+TEST(HostileInput, FifosAndLinksOutOfTheFolderAmongTheSnapshots) {
+    HostileContainer container;
+    QTemporaryDir elsewhere;
+    const QString folder = container.data() + "/Today/" + Ada;
+    ASSERT_EQ(::mkfifo(QFile::encodeName(folder + "/pipe").constData(), 0600), 0);
+    ASSERT_TRUE(QFile::link(folder + "/pipe", folder + "/link-to-pipe"));
+    QFile outside(elsewhere.path() + "/snapshot");
+    ASSERT_TRUE(outside.open(QIODevice::WriteOnly));
+    outside.write(PropertyList::write(
+        QVariantMap{{"folder", "INBOX"},
+                    {"account", Ada},
+                    {"data", QVariantList{TempContainer::message("outside", Ada, 1700000000)}}},
+        PropertyList::Format::Xml));
+    outside.close();
+    ASSERT_TRUE(QFile::link(outside.fileName(), folder + "/link-out"));
+    const ProgramRunner::Outcome run = container.listAll();
+    expectSurvived(run);
+    EXPECT_EQ(listedIds(run), "kept");
+    EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
+}
+
+TEST(HostileInput, AnAccountListThatIsAFifo) {
+    HostileContainer container;
+    const QString accounts = container.data() + "/Accounts.plist";
+    ASSERT_TRUE(QFile::remove(accounts));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(accounts).constData(), 0600), 0);
+    const ProgramRunner::Outcome run = container.listAll();
+    expectSurvived(run);
+    EXPECT_EQ(listedIds(run), "");
 }

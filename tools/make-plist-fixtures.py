@@ -50,6 +50,11 @@ def array(*refs, ref_size=1):
     return bytes([0xA0 | len(refs)]) + b"".join(r.to_bytes(ref_size, "big") for r in refs)
 
 
+def long_array(refs):
+    """An array of up to 255 one-byte references, its length in a length field."""
+    return bytes([0xAF, 0x10, len(refs)]) + bytes(refs)
+
+
 HOSTILE_BINARY = {
     # an array that holds itself
     "self-reference": bplist([array(0)]),
@@ -85,6 +90,12 @@ HOSTILE_BINARY = {
     "deep": bplist([array(i + 1, ref_size=2) for i in range(999)] + [b"\xa0"], ref_size=2),
     # 40 arrays, each holding the next twice: 2^40 objects once copied out
     "expansion": bplist([array(i + 1, i + 1) for i in range(40)] + [b"\x09"]),
+    # 21 arrays, each holding the next twice, down to an empty dictionary: 4 194 303 objects in
+    # about 150 bytes
+    "doubling": bplist([array(i + 1, i + 1) for i in range(21)] + [b"\xd0"]),
+    # a 4 KiB text, 64 times in an array that is itself there 65 times: 17 MB of text once copied
+    # out, from some 4 KB and 4 226 objects
+    "text-expansion": bplist([long_array([1] * 65), long_array([2] * 64), b"\x5f\x11\x10\x00" + b"t" * 4096]),
 }
 
 # the first bytes of a valid list
@@ -127,6 +138,10 @@ def main():
         put(f"hostile-{name}.bin.plist", data)
     for name, data in HOSTILE_XML.items():
         put(f"hostile-{name}.xml.plist", data)
+    # many references to one dictionary, and one XML element repeated, both within what the
+    # reader takes: read whole, in time linear in their size
+    put("shared-dict-30000.bin.plist", bplist([bytes([0xAF, 0x11]) + (30000).to_bytes(2, "big") + b"\x00\x01" * 30000, b"\xd0"], ref_size=2))
+    put("repeated-dict-9000.xml.plist", XML_HEAD + b"<array>" + b"<dict/>" * 9000 + b"</array></plist>\n")
 
 
 if __name__ == "__main__":

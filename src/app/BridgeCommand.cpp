@@ -2,6 +2,7 @@
 
 #include "bridge/AccountPassword.h"
 #include "bridge/AccountSync.h"
+#include "bridge/BridgeStatus.h"
 #include "bridge/SnapshotWriter.h"
 
 namespace corvina {
@@ -9,8 +10,8 @@ namespace corvina {
 BridgeCommand::BridgeCommand(BridgeConfig config, QTextStream& out, QTextStream& err, int timeoutSeconds)
     : m_config(std::move(config)), m_out(out), m_err(err), m_timeoutSeconds(timeoutSeconds) {}
 
-QString BridgeCommand::password(const BridgeConfig::Account& account, QString* error) const {
-    return AccountPassword::obtain(account, error).value_or(QString());
+std::optional<QString> BridgeCommand::password(const BridgeConfig::Account& account, QString* error) {
+    return AccountPassword::obtain(account, error);
 }
 
 int BridgeCommand::once() {
@@ -30,32 +31,44 @@ int BridgeCommand::once() {
         m_err << "corvina-mail-bridge: " << error << Qt::endl;
         return AccountFailed;
     }
+    // The same status file as the foreground mode, so that a timer running --once keeps it too.
+    BridgeStatus statusFile(BridgeStatus::defaultPath());
+    QStringList names;
     int status = Ok;
+    auto failed = [&](const BridgeConfig::Account& account, const QString& why) {
+        m_err << account.name << ": " << why << Qt::endl;
+        statusFile.recordFailure(account.name, account.mail, why, QDateTime::currentDateTimeUtc());
+        status = AccountFailed;
+    };
     for (const BridgeConfig::Account& account : m_config.accounts()) {
+        names << account.name;
         if (!account.problem.isEmpty()) {
-            m_err << account.name << ": " << account.problem << Qt::endl;
-            status = AccountFailed;
+            failed(account, account.problem);
             continue;
         }
         if (!account.enabled)
             continue;
-        const QString secret = password(account, &error);
-        if (secret.isEmpty()) {
-            m_err << account.name << ": " << error << Qt::endl;
-            status = AccountFailed;
+        const std::optional<QString> secret = password(account, &error);
+        if (!secret) {
+            failed(account, error);
             continue;
         }
         AccountSync sync(account, m_timeoutSeconds);
-        const AccountSync::Result result = sync.run(secret);
+        const AccountSync::Result result = sync.run(*secret);
         if (!result.ok) {
-            m_err << account.name << ": " << result.error << Qt::endl;
-            status = AccountFailed;
+            failed(account, result.error);
             continue;
         }
         if (!writer.writeSnapshots(account.mail, result.snapshots, &error)) {
-            m_err << account.name << ": " << error << Qt::endl;
-            status = AccountFailed;
+            failed(account, error);
+            continue;
         }
+        statusFile.recordSync(account.name, account.mail, QDateTime::currentDateTimeUtc());
+    }
+    statusFile.keepOnly(names);
+    if (!statusFile.write(&error)) {
+        m_err << "corvina-mail-bridge: " << error << Qt::endl;
+        status = AccountFailed;
     }
     return status;
 }
@@ -101,14 +114,14 @@ int BridgeCommand::check(const QString& name) {
             continue;
         }
         QString error;
-        const QString secret = password(account, &error);
-        if (secret.isEmpty()) {
+        const std::optional<QString> secret = password(account, &error);
+        if (!secret) {
             m_out << account.name << ": " << error << Qt::endl;
             status = AccountFailed;
             continue;
         }
         AccountSync sync(account, m_timeoutSeconds);
-        const AccountSync::Result result = sync.check(secret);
+        const AccountSync::Result result = sync.check(*secret);
         if (result.ok) {
             m_out << account.name << ": ok" << Qt::endl;
         } else {

@@ -5,6 +5,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTextStream>
+#include <optional>
 
 namespace corvina {
 
@@ -27,11 +28,12 @@ public:
     // Connects to `account` (or to every enabled one) and says in one line what works or what is wrong.
     int check(const QString& account);
 
-private:
-    // The password from the account's passwordCommand or the Secret Service; empty with `error` set
-    // when there is none.
-    QString password(const BridgeConfig::Account& account, QString* error) const;
+    // The account's password from its passwordCommand, else from the Secret Service; nothing with
+    // `error` set when there is none. Safe on any thread (the foreground mode asks on each account's
+    // own).
+    static std::optional<QString> password(const BridgeConfig::Account& account, QString* error);
 
+private:
     BridgeConfig m_config;
     QTextStream& m_out;
     QTextStream& m_err;

@@ -1,6 +1,7 @@
 // corvina-mail-bridge: the mail application's side of the shared folder, for IMAP accounts.
 #include "AccountSetup.h"
 #include "BridgeCommand.h"
+#include "ForegroundCommand.h"
 #include "bridge/BridgeConfig.h"
 
 #include <QCommandLineOption>
@@ -14,6 +15,10 @@ namespace {
 const char* const commandsHelp =
     "\n"
     "Commands:\n"
+    "  (none)            follow every enabled account until SIGTERM or SIGINT: new mail shows at once\n"
+    "                    (IDLE), other lists are read every `poll` seconds (300 by default); a lost\n"
+    "                    connection is tried again after 1 s, doubling up to 5 min. SIGUSR1, or the\n"
+    "                    machine waking from suspend, reads every account again on a fresh connection.\n"
     "  --once            sync every enabled account once and exit\n"
     "  account add       ask for an account's settings and its password; write the account into\n"
     "                    bridge.conf and the password into the desktop's Secret Service (keyring).\n"
@@ -32,10 +37,13 @@ const char* const commandsHelp =
     "passwordCommand when it has one, else from the Secret Service. Messages are written to the\n"
     "shared folder that corvina-today reads ($CORVINA_GROUP_CONTAINER, or\n"
     "$XDG_DATA_HOME/group-containers/Q7X2M4K9TZ.corvina).\n"
+    "Each account's last sync and last error are kept in\n"
+    "$XDG_STATE_HOME/corvina/bridge-status.json (~/.local/state/corvina/bridge-status.json).\n"
     "\n"
     "Exit status:\n"
-    "  0  every account synced (or checked) without a problem\n"
-    "  1  at least one account failed; one line each says why\n"
+    "  0  every account synced (or checked) without a problem; the foreground mode stopped cleanly\n"
+    "  1  at least one account failed; one line each says why (the foreground mode: no account\n"
+    "     could be followed)\n"
     "  2  usage error\n";
 
 } // namespace
@@ -112,14 +120,8 @@ int main(int argc, char* argv[]) {
     }
     if (!words.isEmpty() && words.size() <= 2 && words[0] == QLatin1String("check"))
         return command.check(words.value(1));
-    if (words.isEmpty()) {
-        // Staying in the foreground and following the server live is the next step; until then a
-        // timer (or cron) that runs --once keeps the widget current.
-        err << "corvina-mail-bridge: running in the foreground is not available yet; use --once "
-               "(for instance from a timer), see --help"
-            << Qt::endl;
-        return corvina::BridgeCommand::UsageError;
-    }
+    if (words.isEmpty())
+        return corvina::ForegroundCommand(corvina::BridgeConfig::load(path), err, timeoutSeconds).exec();
     err << "corvina-mail-bridge: unknown command " << words.join(u' ') << "; see --help" << Qt::endl;
     return corvina::BridgeCommand::UsageError;
 }

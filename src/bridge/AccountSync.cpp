@@ -51,12 +51,15 @@ bool AccountSync::ensureLoggedIn(const QString& password, Result& result) {
 }
 
 std::optional<AccountSync::Snapshot> AccountSync::newestOf(const QString& folder, const QString& file,
-                                                           int stid, Result& result) {
+                                                           int stid, Result& result,
+                                                           ImapSession::Folder* opened) {
     const std::optional<ImapSession::Folder> state = m_session.examine(folder);
     if (!state) {
         failed(result);
         return std::nullopt;
     }
+    if (opened != nullptr)
+        *opened = *state;
     const auto envelopes = m_session.fetchNewest(static_cast<quint32>(m_account.messages));
     if (!envelopes) {
         failed(result);
@@ -97,7 +100,8 @@ AccountSync::Result AccountSync::run(const QString& password) {
     Result result;
     if (!ensureLoggedIn(password, result))
         return result;
-    const auto inbox = newestOf(m_account.inbox, QStringLiteral("inbox.plist"), InboxStid, result);
+    const auto inbox =
+        newestOf(m_account.inbox, QStringLiteral("inbox.plist"), InboxStid, result, &result.inbox);
     if (!inbox)
         return result;
     result.snapshots.append(*inbox);

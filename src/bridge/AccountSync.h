@@ -35,6 +35,9 @@ public:
         ImapSession::Failure failure = ImapSession::Failure::None;
         QString error; // one line, when not ok
         QList<Snapshot> snapshots;
+        // The inbox as it was when its messages were read: a later look that finds it otherwise
+        // (a message arrived meanwhile) calls for another run.
+        ImapSession::Folder inbox;
     };
 
     explicit AccountSync(BridgeConfig::Account account, int timeoutSeconds = 30);
@@ -47,6 +50,8 @@ public:
     Result check(const QString& password);
 
     const ImapSession& session() const { return m_session; }
+    // The account's connection, for following the server between runs (IDLE) on the same thread.
+    ImapSession& session() { return m_session; }
 
     // The "messageId" of a message: "<folder>/<UIDVALIDITY>/<UID>", the folder percent-encoded
     // (every byte but A-Z a-z 0-9 - _ . ~ as %XX) so that the identifier is safe in the widget's
@@ -61,7 +66,8 @@ public:
 private:
     bool ensureLoggedIn(const QString& password, Result& result);
     bool failed(Result& result);
-    std::optional<Snapshot> newestOf(const QString& folder, const QString& file, int stid, Result& result);
+    std::optional<Snapshot> newestOf(const QString& folder, const QString& file, int stid, Result& result,
+                                     ImapSession::Folder* opened = nullptr);
     std::optional<Snapshot> flaggedOf(const QString& folder, const QString& file, Result& result);
 
     BridgeConfig::Account m_account;

@@ -67,9 +67,15 @@ BridgeConfig BridgeConfig::load(const QString& path) {
         config.m_accounts.append(broken);
         return config;
     }
+    // [General] holds the keys of no group: defaults for every account.
+    int poll = DefaultPollSeconds;
+    const QString generalProblem = readPoll(settings, &poll);
     QSet<QString> mails;
     for (const QString& group : settings.childGroups()) {
-        Account account = readAccount(settings, group, QFileInfo(path).absolutePath());
+        Account account = readAccount(settings, group, QFileInfo(path).absolutePath(), poll);
+        if (!generalProblem.isEmpty())
+            account.problem += (account.problem.isEmpty() ? QString() : QStringLiteral("; ")) +
+                               QStringLiteral("[General] ") + generalProblem;
         if (account.problem.isEmpty() && mails.contains(account.mail))
             account.problem = QStringLiteral("mail %1 is already used by another account").arg(account.mail);
         mails.insert(account.mail);
@@ -78,14 +84,29 @@ BridgeConfig BridgeConfig::load(const QString& path) {
     return config;
 }
 
+QString BridgeConfig::readPoll(const QSettings& settings, int* seconds) {
+    const QString poll = text(settings, QStringLiteral("poll"));
+    if (poll.isEmpty())
+        return QString();
+    bool ok = false;
+    const int value = poll.toInt(&ok);
+    if (!ok || value < 1 || value > MaximumPollSeconds)
+        return QStringLiteral("poll must be a number of seconds from 1 to %1, not %2")
+            .arg(MaximumPollSeconds)
+            .arg(poll);
+    *seconds = value;
+    return QString();
+}
+
 BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QString& group,
-                                                const QString& folder) {
+                                                const QString& folder, int poll) {
     settings.beginGroup(group);
     Account a;
     a.name = group;
+    a.pollSeconds = poll;
     QStringList problems;
-    const QStringList known = {"mail",  "name", "host", "port",     "security",        "user",  "enabled",
-                               "inbox", "todo", "memo", "messages", "passwordCommand", "caFile"};
+    const QStringList known = {"mail",  "name", "host", "port",     "security",        "user",   "enabled",
+                               "inbox", "todo", "memo", "messages", "passwordCommand", "caFile", "poll"};
     for (const QString& key : settings.childKeys()) {
         if (!known.contains(key))
             problems << QStringLiteral("unknown key %1").arg(key);
@@ -173,6 +194,9 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
         if (!QFileInfo(a.caFile).isReadable())
             problems << QStringLiteral("caFile %1 cannot be read").arg(a.caFile);
     }
+    const QString pollProblem = readPoll(settings, &a.pollSeconds);
+    if (!pollProblem.isEmpty())
+        problems << pollProblem;
     settings.endGroup();
     a.problem = problems.join(QStringLiteral("; "));
     return a;

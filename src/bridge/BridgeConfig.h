@@ -31,12 +31,15 @@ public:
         QString todo; // empty: the flagged messages of the inbox
         QString memo; // empty: no memo list
         QString passwordCommand;
-        QString caFile;                 // absolute; the authorities this account's server is checked against
-        int messages = DefaultMessages; // newest messages kept per list
-        QString problem;                // empty when the account is usable
+        QString caFile;                       // absolute; the only authorities trusted for the server
+        int messages = DefaultMessages;       // newest messages kept per list
+        int pollSeconds = DefaultPollSeconds; // how often lists IDLE does not cover are read again
+        QString problem;                      // empty when the account is usable
     };
 
     static constexpr int DefaultMessages = 50;
+    static constexpr int DefaultPollSeconds = 300;
+    static constexpr int MaximumPollSeconds = 86400;
     // The widget shows ten a list; more than this would only make snapshots large.
     static constexpr int MaximumMessages = 1000;
 
@@ -55,7 +58,10 @@ public:
     static QString securityName(Security security);
 
 private:
-    static Account readAccount(QSettings& settings, const QString& group, const QString& folder);
+    // `folder` is bridge.conf's own, which a relative caFile is found in; `poll` the [General] default.
+    static Account readAccount(QSettings& settings, const QString& group, const QString& folder, int poll);
+    // The "poll" key of the current group into `seconds`; what is wrong with it, or empty.
+    static QString readPoll(const QSettings& settings, int* seconds);
 
     QString m_path;
     bool m_exists = false;

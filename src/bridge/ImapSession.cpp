@@ -2,10 +2,17 @@
 
 #include "bridge/CertificateCheck.h"
 
+#include <QDeadlineTimer>
 #include <QTimeZone>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <libetpan/libetpan.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <strings.h>
+#include <sys/socket.h>
 
 namespace corvina {
 
@@ -378,6 +385,141 @@ QDateTime ImapSession::parseDate(const char* raw) {
                                         parsed->dt_min, parsed->dt_sec, parsed->dt_zone);
     mailimf_date_time_free(parsed);
     return date;
+}
+
+// --- Following the server live -------------------------------------------------------------------
+
+namespace {
+
+bool listsCapability(const mailimap_capability_data* caps, const char* name) {
+    if (caps == nullptr || caps->cap_list == nullptr)
+        return false;
+    for (clistiter* it = clist_begin(caps->cap_list); it != nullptr; it = clist_next(it)) {
+        const auto* cap = static_cast<const struct mailimap_capability*>(clist_content(it));
+        if (cap != nullptr && cap->cap_type == MAILIMAP_CAPABILITY_NAME &&
+            cap->cap_data.cap_name != nullptr && ::strcasecmp(cap->cap_data.cap_name, name) == 0)
+            return true;
+    }
+    return false;
+}
+
+bool isEmpty(const clist* list) {
+    return list == nullptr || clist_isempty(list);
+}
+
+// A peer that vanishes without a word (the network changed, a router forgot us) would otherwise
+// leave the connection waiting in IDLE until it is re-issued; with keep-alive probes the kernel
+// notices within about a minute and a half and the wait ends with an error.
+void keepAlive(int fd) {
+    if (fd < 0)
+        return;
+    const int on = 1;
+    const int idle = 60;
+    const int interval = 10;
+    const int count = 3;
+    ::setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+    ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &idle, sizeof idle);
+    ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPINTVL, &interval, sizeof interval);
+    ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPCNT, &count, sizeof count);
+}
+
+// Once woken, whoever woke us waits: a server that cannot end IDLE within this is taken as gone.
+constexpr int WokenTimeoutSeconds = 2;
+
+} // namespace
+
+bool ImapSession::supportsIdle() {
+    if (m_imap == nullptr)
+        return false;
+    const mailimap_connection_info* info = m_imap->imap_connection_info;
+    if (info != nullptr && info->imap_capability != nullptr)
+        return listsCapability(info->imap_capability, "IDLE");
+    // The server did not list its capabilities with its greeting or login answer: ask.
+    mailimap_capability_data* caps = nullptr;
+    const int result = mailimap_capability(m_imap, &caps);
+    const bool idle = result == MAILIMAP_NO_ERROR && listsCapability(caps, "IDLE");
+    // The answer may also be kept as the connection's own; never free that one.
+    info = m_imap != nullptr ? m_imap->imap_connection_info : nullptr;
+    if (caps != nullptr && (info == nullptr || info->imap_capability != caps))
+        mailimap_capability_data_free(caps);
+    check(result, QStringLiteral("CAPABILITY"));
+    return idle;
+}
+
+void ImapSession::setTimeout(int seconds) {
+    m_settings.timeoutSeconds = seconds;
+    if (m_imap == nullptr)
+        return;
+    mailimap_set_timeout(m_imap, seconds);
+    if (m_imap->imap_stream != nullptr)
+        mailstream_low_set_timeout(mailstream_get_low(m_imap->imap_stream), seconds);
+}
+
+void ImapSession::abandon() {
+    if (m_imap == nullptr)
+        return;
+    mailimap_free(m_imap);
+    m_imap = nullptr;
+}
+
+ImapSession::IdleOutcome ImapSession::idle(int wakeFd, int seconds) {
+    if (m_imap == nullptr || m_imap->imap_selection_info == nullptr) {
+        fail(Failure::ConnectionLost, QStringLiteral("not connected"));
+        return IdleOutcome::Failed;
+    }
+    auto lost = [this](const QString& what) {
+        // Whatever went wrong in the middle of IDLE, the connection is in an unknown state.
+        if (m_failure != Failure::ConnectionLost)
+            fail(Failure::ConnectionLost, QStringLiteral("connection to %1:%2 lost during %3: %4")
+                                              .arg(m_settings.host)
+                                              .arg(m_settings.port)
+                                              .arg(what, m_errorText));
+        abandon();
+        return IdleOutcome::Failed;
+    };
+    const uint32_t existsBefore = m_imap->imap_selection_info->sel_exists;
+    if (!check(mailimap_idle(m_imap), QStringLiteral("IDLE")))
+        return lost(QStringLiteral("IDLE"));
+    const int fd = mailimap_idle_get_fd(m_imap);
+    keepAlive(fd);
+
+    const QDeadlineTimer deadline(qint64(seconds) * 1000);
+    // Bytes the library has already read past the server's "+ idling" would never wake poll().
+    bool serverSpoke = m_imap->imap_stream != nullptr && m_imap->imap_stream->read_buffer_len > 0;
+    bool woken = false;
+    while (!serverSpoke && !woken) {
+        pollfd fds[2] = {{fd, POLLIN, 0}, {wakeFd, POLLIN, 0}};
+        const qint64 left = deadline.remainingTime();
+        const int n =
+            ::poll(fds, wakeFd >= 0 ? 2 : 1, static_cast<int>(qBound(qint64(0), left, qint64(3600 * 1000))));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            break; // ending IDLE below tells whether the connection still works
+        if (n == 0) {
+            if (deadline.hasExpired())
+                break;
+            continue;
+        }
+        woken = wakeFd >= 0 && fds[1].revents != 0;
+        serverSpoke = fds[0].revents != 0;
+    }
+
+    const int normalTimeout = m_settings.timeoutSeconds;
+    if (woken)
+        setTimeout(qMin(normalTimeout, WokenTimeoutSeconds));
+    const int done = mailimap_idle_done(m_imap);
+    const bool ended = check(done, QStringLiteral("DONE"));
+    setTimeout(normalTimeout);
+    if (!ended)
+        return lost(QStringLiteral("DONE"));
+    if (woken)
+        return IdleOutcome::Woken;
+    const mailimap_response_info* response = m_imap->imap_response_info;
+    const bool changed =
+        m_imap->imap_selection_info == nullptr || m_imap->imap_selection_info->sel_exists != existsBefore ||
+        (response != nullptr && (!isEmpty(response->rsp_expunged) || !isEmpty(response->rsp_fetch_list)));
+    return changed ? IdleOutcome::Changed : IdleOutcome::Quiet;
 }
 
 } // namespace corvina

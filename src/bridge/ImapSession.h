@@ -75,6 +75,25 @@ public:
     // Says goodbye (bounded by the timeout) and closes the connection.
     void logout();
 
+    // What a wait in IDLE ended with. IDLE is over on every outcome (DONE was sent and answered),
+    // except Failed, after which the connection is closed.
+    enum class IdleOutcome {
+        Changed, // the server reported new, expunged or changed messages in the open folder
+        Quiet,   // the server spoke (a keep-alive) but nothing in the folder changed, or time ran out
+        Woken,   // the wake-up descriptor became readable
+        Failed,  // IDLE could not be started or ended: the connection is gone (failure() says why)
+    };
+    // Whether the server offers IDLE (asks for its capabilities when it has not said them yet).
+    bool supportsIdle();
+    // Waits in IDLE on the open folder until the server reports something, `wakeFd` becomes
+    // readable, or `seconds` pass. A wake-up ends IDLE with a short bound: whoever woke us is waiting.
+    IdleOutcome idle(int wakeFd, int seconds);
+    // Sets the bound of every later network wait of this connection.
+    void setTimeout(int seconds);
+    // Closes the connection without a goodbye: for a connection that is probably dead (after the
+    // machine slept) and must not cost a timeout.
+    void abandon();
+
     bool isConnected() const { return m_imap != nullptr; }
     Failure failure() const { return m_failure; }
     // One line about the last failure, for a person.

@@ -20,6 +20,14 @@ namespace {
 // A cancelled D-Bus call comes back at once; one that does not is left behind, not waited for.
 constexpr int CancelGraceMs = 2000;
 
+// One call to the Secret Service at a time in the whole process. The foreground mode asks for
+// the passwords of several accounts at once, each on its own thread; a locked keyring would then
+// show one unlock prompt per account. In turn, the first asks and the others find it unlocked.
+std::timed_mutex& serviceCalls() {
+    static std::timed_mutex mutex;
+    return mutex;
+}
+
 const SecretSchema* passwordSchema() {
     static const SecretSchema schema = [] {
         SecretSchema s{};
@@ -43,6 +51,7 @@ struct Call {
     GCancellable* cancellable = g_cancellable_new();
     GError* error = nullptr;
     bool ok = false;
+    bool queued = false; // given up while another call to the service still ran
     std::optional<QString> password;
 
     Call() = default;
@@ -58,6 +67,12 @@ struct Call {
 // Runs `work` on a thread of its own and waits at most `timeoutMs` for it. True when it finished
 // in time; otherwise it is cancelled and `call` tells nothing.
 bool runBounded(const std::shared_ptr<Call>& call, std::function<void(Call&)> work, int timeoutMs) {
+    // Released when this call returns, also when its work is given up on and left behind.
+    std::unique_lock<std::timed_mutex> turn(serviceCalls(), std::defer_lock);
+    if (!turn.try_lock_for(std::chrono::milliseconds(timeoutMs))) {
+        call->queued = true;
+        return false;
+    }
     std::thread worker([call, work = std::move(work)] {
         work(*call);
         const std::lock_guard<std::mutex> lock(call->mutex);
@@ -82,6 +97,10 @@ bool runBounded(const std::shared_ptr<Call>& call, std::function<void(Call&)> wo
 }
 
 QString failure(const QString& what, const Call& call, bool inTime, int timeoutMs) {
+    if (call.queued)
+        return QStringLiteral("%1: another request to the Secret Service did not finish within %2 s")
+            .arg(what)
+            .arg(timeoutMs / 1000);
     if (!inTime)
         return QStringLiteral("%1: the Secret Service did not answer within %2 s")
             .arg(what)

@@ -12,7 +12,9 @@ namespace corvina {
 //
 // libsecret's calls wait for the service without a limit of their own (a keyring that never
 // answers would hang the bridge), so each call runs on a thread of its own and is given up, with
-// a clear error, when it has not finished within the store's timeout.
+// a clear error, when it has not finished within the store's timeout. Safe to use from any thread:
+// calls from several threads take their turns (one unlock prompt, not one per account), each
+// waiting at most the timeout for its turn.
 class SecretStore {
 public:
     // Long enough for a keyring that asks the user to unlock it first.

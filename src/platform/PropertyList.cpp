@@ -25,8 +25,19 @@ using PlistPtr = std::unique_ptr<void, PlistDeleter>;
 
 // ---- binary lists, checked before libplist sees them ---------------------------------------
 
+QString binaryObjectsError() {
+    return QStringLiteral("binary property list expands past %1 objects").arg(PropertyList::MaximumNodes);
+}
+
+QString binaryBytesError() {
+    return QStringLiteral("binary property list expands past %1 bytes of text and data")
+        .arg(PropertyList::MaximumBytes);
+}
+
 // Walks every object reachable from the top one, with the bounds of the container format checked
-// at each step, so that libplist is only ever handed a list it can take apart safely.
+// at each step, so that libplist is only ever handed a list it can take apart safely. libplist
+// copies a shared object out wherever it is referenced, so what is bounded is the list as it will
+// be once copied out: its objects, and the bytes of its texts and data.
 class BinaryChecker {
 public:
     explicit BinaryChecker(const QByteArray& bytes)
@@ -55,17 +66,32 @@ public:
             (m_objectsEnd - m_tableOffset) / m_offsetSize < m_count) {
             return QStringLiteral("binary property list has an offset table outside the data");
         }
+        // the walk keeps a few bytes for each object of the table; a table larger than the bound
+        // is refused before that memory is taken (writers put no unreachable objects in a list)
+        if (m_count > static_cast<quint64>(PropertyList::MaximumNodes)) {
+            return QStringLiteral("binary property list holds more than %1 objects")
+                .arg(PropertyList::MaximumNodes);
+        }
         m_state.assign(static_cast<size_t>(m_count), 0);
-        m_weight.assign(static_cast<size_t>(m_count), 0);
+        m_weight.assign(static_cast<size_t>(m_count), Weight{});
         return walk(top);
     }
 
 private:
+    // What an object stands for once its shared references are copied out. Both stay within the
+    // bounds (checked at each addition), so 32 bits hold them.
+    struct Weight {
+        quint32 objects = 0;
+        quint32 bytes = 0;
+    };
+
+    // A container being walked: its references are read from the data as they are needed.
     struct Frame {
-        quint64 object;
-        std::vector<quint64> children;
-        size_t next = 0;
-        quint64 weight = 1;
+        quint64 object = 0;
+        quint64 refs = 0;     // where its references begin
+        quint64 refCount = 0; // keys and values of a dictionary
+        quint64 next = 0;
+        Weight weight;
         bool container = false;
     };
 
@@ -77,6 +103,10 @@ private:
         return value;
     }
 
+    quint64 reference(const Frame& frame, quint64 index) const {
+        return bigEndian(m_data + frame.refs + index * m_refSize, m_refSize);
+    }
+
     bool isText(quint64 object) const {
         const quint64 offset = bigEndian(m_data + m_tableOffset + object * m_offsetSize, m_offsetSize);
         if (offset < 8 || offset >= m_tableOffset) {
@@ -86,9 +116,10 @@ private:
         return type == 0x5 || type == 0x6;
     }
 
-    // Reads the object's header; fills `children` for containers. An empty text on success.
-    QString describe(quint64 object, std::vector<quint64>& children, bool& container) const {
-        const quint64 offset = bigEndian(m_data + m_tableOffset + object * m_offsetSize, m_offsetSize);
+    // Reads the object's header into `frame`: its own bytes of text or data, and for containers
+    // where their references lie. An empty text on success.
+    QString describe(Frame& frame) const {
+        const quint64 offset = bigEndian(m_data + m_tableOffset + frame.object * m_offsetSize, m_offsetSize);
         if (offset < 8 || offset >= m_tableOffset) {
             return QStringLiteral("binary property list has an object offset outside the data");
         }
@@ -115,6 +146,15 @@ private:
             position += width;
             return true;
         };
+        // the bytes of one text or data: within the file, so well within 32 bits once the
+        // bound is checked
+        auto ownBytes = [&](quint64 bytes) -> bool {
+            if (bytes > static_cast<quint64>(PropertyList::MaximumBytes)) {
+                return false;
+            }
+            frame.weight.bytes = static_cast<quint32>(bytes);
+            return true;
+        };
         const QString badLength = QStringLiteral("binary property list has an invalid length field");
         quint64 count = 0;
         switch (type) {
@@ -130,7 +170,10 @@ private:
             return room(8) ? QString() : badLength;
         case 0x4: // data
         case 0x5: // ASCII text
-            return length(count) && room(count) ? QString() : badLength;
+            if (!length(count) || !room(count)) {
+                return badLength;
+            }
+            return ownBytes(count) ? QString() : binaryBytesError();
         case 0x6: { // UTF-16 text
             if (!length(count) || count > (end - position) / 2) {
                 return badLength;
@@ -153,14 +196,14 @@ private:
                     return QStringLiteral("binary property list has a text that is not valid UTF-16");
                 }
             }
-            return QString();
+            return ownBytes(count * 2) ? QString() : binaryBytesError();
         }
         case 0x8: // uid of info+1 bytes
             return room(info + 1) ? QString() : badLength;
         case 0xA:   // array
         case 0xC:   // set
         case 0xD: { // dictionary: keys, then values
-            container = true;
+            frame.container = true;
             if (!length(count)) {
                 return badLength;
             }
@@ -168,7 +211,6 @@ private:
             if ((type == 0xD && count > (quint64(1) << 62)) || refs > (end - position) / m_refSize) {
                 return badLength;
             }
-            children.reserve(static_cast<size_t>(refs));
             for (quint64 i = 0; i < refs; ++i) {
                 const quint64 ref = bigEndian(m_data + position + i * m_refSize, m_refSize);
                 if (ref >= m_count) {
@@ -178,8 +220,9 @@ private:
                 if (type == 0xD && i < count && !isText(ref)) {
                     return QStringLiteral("binary property list has a dictionary key that is not a text");
                 }
-                children.push_back(ref);
             }
+            frame.refs = position;
+            frame.refCount = refs;
             return QString();
         }
         default:
@@ -187,8 +230,8 @@ private:
         }
     }
 
-    // Depth-first, without recursion; each object is looked at once, and its expanded size (the
-    // objects it stands for once shared references are copied out) is remembered.
+    // Depth-first, without recursion; each object is described once, each reference followed
+    // once, and each object's weight is remembered for the references to it that come later.
     QString walk(quint64 top) {
         std::vector<Frame> stack;
         int containers = 0; // containers on the stack: the nesting depth
@@ -196,8 +239,10 @@ private:
             if (m_state[object] == 1) {
                 return QStringLiteral("binary property list has a reference cycle");
             }
-            Frame frame{object, {}};
-            const QString error = describe(object, frame.children, frame.container);
+            Frame frame;
+            frame.object = object;
+            frame.weight.objects = 1;
+            const QString error = describe(frame);
             if (!error.isEmpty()) {
                 return error;
             }
@@ -206,28 +251,26 @@ private:
                     .arg(PropertyList::MaximumDepth);
             }
             m_state[object] = 1;
-            stack.push_back(std::move(frame));
+            stack.push_back(frame);
             return QString();
         };
         QString error = enter(top);
         while (error.isEmpty() && !stack.empty()) {
             Frame& frame = stack.back();
-            if (frame.next == frame.children.size()) {
+            if (frame.next == frame.refCount) {
                 m_state[frame.object] = 2;
                 m_weight[frame.object] = frame.weight;
-                const quint64 weight = frame.weight;
+                const Weight weight = frame.weight;
                 containers -= frame.container ? 1 : 0;
                 stack.pop_back();
-                if (!stack.empty() && !add(stack.back().weight, weight)) {
-                    error = expandsTooFar();
+                if (!stack.empty()) {
+                    error = add(stack.back().weight, weight);
                 }
                 continue;
             }
-            const quint64 child = frame.children[frame.next++];
+            const quint64 child = reference(frame, frame.next++);
             if (m_state[child] == 2) {
-                if (!add(frame.weight, m_weight[child])) {
-                    error = expandsTooFar();
-                }
+                error = add(frame.weight, m_weight[child]);
                 continue;
             }
             error = enter(child);
@@ -235,13 +278,19 @@ private:
         return error;
     }
 
-    static bool add(quint64& total, quint64 more) {
-        total += more;
-        return total <= static_cast<quint64>(PropertyList::MaximumNodes);
-    }
-
-    static QString expandsTooFar() {
-        return QStringLiteral("binary property list expands past %1 objects").arg(PropertyList::MaximumNodes);
+    static QString add(Weight& total, const Weight& more) {
+        // both sides are within the bounds, so the sums cannot overflow 64 bits
+        const quint64 objects = quint64(total.objects) + more.objects;
+        const quint64 bytes = quint64(total.bytes) + more.bytes;
+        if (objects > static_cast<quint64>(PropertyList::MaximumNodes)) {
+            return binaryObjectsError();
+        }
+        if (bytes > static_cast<quint64>(PropertyList::MaximumBytes)) {
+            return binaryBytesError();
+        }
+        total.objects = static_cast<quint32>(objects);
+        total.bytes = static_cast<quint32>(bytes);
+        return QString();
     }
 
     const unsigned char* m_data;
@@ -252,17 +301,23 @@ private:
     quint64 m_tableOffset = 0;
     quint64 m_objectsEnd = 0;
     std::vector<unsigned char> m_state; // 0 not seen, 1 being walked, 2 done
-    std::vector<quint64> m_weight;
+    std::vector<Weight> m_weight;
 };
 
 // ---- XML lists, checked before libplist sees them -------------------------------------------
 
-// Nesting depth of <dict> and <array>, and no entity declarations (a few declared entities can
-// expand to gigabytes). Comments, CDATA sections and processing instructions are skipped whole.
+// Nesting depth of <dict> and <array>, no entity declarations (a few declared entities can
+// expand to gigabytes), and the bounds on objects and on bytes of text and data: every element
+// but <plist> is an object, and the characters inside an element that holds no other (a
+// <string>, a <key>, a <data>, ...) count as its bytes. Comments and processing instructions are
+// skipped whole; a CDATA section counts as text. One pass over the bytes.
 QString checkXml(const QByteArray& bytes) {
     const char* p = bytes.constData();
     const char* const end = p + bytes.size();
     int depth = 0;
+    qint64 objects = 0;
+    qint64 textBytes = 0;
+    const char* textFrom = nullptr; // just after the start tag of an element that holds text
     auto startsWith = [&](const char* at, const char* text) {
         const size_t n = std::strlen(text);
         return static_cast<size_t>(end - at) >= n && std::memcmp(at, text, n) == 0;
@@ -276,21 +331,48 @@ QString checkXml(const QByteArray& bytes) {
         }
         return end;
     };
+    // `name` is the element's name, followed by the end of the tag or a space
+    auto isElement = [&](const char* name, const char* element) {
+        const size_t n = std::strlen(element);
+        if (!startsWith(name, element) || static_cast<size_t>(end - name) == n) {
+            return false;
+        }
+        const char after = name[n];
+        return after == '>' || after == '/' || std::isspace(static_cast<unsigned char>(after));
+    };
+    auto addText = [&](qint64 length) {
+        textBytes += length;
+        return textBytes <= PropertyList::MaximumBytes;
+    };
+    const QString tooManyBytes = QStringLiteral("XML property list holds more than %1 bytes of text and data")
+                                     .arg(PropertyList::MaximumBytes);
     while (p < end) {
         const char* open = static_cast<const char*>(std::memchr(p, '<', static_cast<size_t>(end - p)));
         if (!open) {
             break;
         }
+        if (textFrom && !addText(open - textFrom)) {
+            return tooManyBytes;
+        }
+        // a comment or processing instruction inside a text leaves the text going on after it
+        const bool inText = textFrom != nullptr;
+        textFrom = nullptr;
         if (startsWith(open, "<!--")) {
             p = skipPast(open + 4, "-->");
+            textFrom = inText ? p : nullptr;
             continue;
         }
         if (startsWith(open, "<![CDATA[")) {
             p = skipPast(open + 9, "]]>");
+            if (!addText(p - open)) {
+                return tooManyBytes;
+            }
+            textFrom = inText ? p : nullptr;
             continue;
         }
         if (startsWith(open, "<?")) {
             p = skipPast(open + 2, "?>");
+            textFrom = inText ? p : nullptr;
             continue;
         }
         if (startsWith(open, "<!")) {
@@ -315,11 +397,16 @@ QString checkXml(const QByteArray& bytes) {
         const bool closing = open[1] == '/';
         const char* name = open + (closing ? 2 : 1);
         const bool selfClosing = close > open && close[-1] == '/';
-        const bool container =
-            (startsWith(name, "dict") &&
-             (name[4] == '>' || name[4] == '/' || std::isspace(static_cast<unsigned char>(name[4])))) ||
-            (startsWith(name, "array") &&
-             (name[5] == '>' || name[5] == '/' || std::isspace(static_cast<unsigned char>(name[5]))));
+        const bool container = isElement(name, "dict") || isElement(name, "array");
+        if (!closing && !isElement(name, "plist")) {
+            if (++objects > PropertyList::MaximumNodes) {
+                return QStringLiteral("XML property list holds more than %1 objects")
+                    .arg(PropertyList::MaximumNodes);
+            }
+            if (!container && !selfClosing) {
+                textFrom = close + 1;
+            }
+        }
         if (container) {
             if (closing) {
                 --depth;
@@ -382,15 +469,23 @@ bool toVariant(plist_t node, int depth, QVariant& out) {
         QVariantList list;
         const uint32_t size = plist_array_get_size(node);
         list.reserve(static_cast<qsizetype>(size));
+        // through the iterator: fetching element i by index walks the i elements before it
+        plist_array_iter iter = nullptr;
+        plist_array_new_iter(node, &iter);
+        bool ok = true;
         for (uint32_t i = 0; i < size; ++i) {
+            plist_t item = nullptr;
+            plist_array_next_item(node, iter, &item);
             QVariant element;
-            if (!toVariant(plist_array_get_item(node, i), depth + 1, element)) {
-                return false;
+            if (!toVariant(item, depth + 1, element)) {
+                ok = false;
+                break;
             }
             list.append(element);
         }
+        std::free(iter);
         out = list;
-        return true;
+        return ok;
     }
     case PLIST_STRING:
     case PLIST_KEY: {

@@ -14,9 +14,10 @@ namespace corvina {
 //
 // The files come from another program, so reading guards against hostile input before libplist
 // sees it: inputs over MaximumSize bytes, nesting deeper than MaximumDepth, reference cycles in
-// binary lists, length fields and offsets that point outside the data, and binary lists whose
-// shared references would expand past MaximumNodes objects are refused with an error, never
-// parsed.
+// binary lists, length fields and offsets that point outside the data, and lists that hold (or,
+// binary, expand to once their shared references are copied out) more than MaximumNodes objects
+// or more than MaximumBytes bytes of text and data are refused with an error, never parsed. Time
+// and memory are then linear in the input and bounded, whatever it holds.
 class PropertyList {
 public:
     enum class Format { Xml, Binary };
@@ -26,8 +27,12 @@ public:
     static constexpr qint64 MaximumSize = 64 * 1024 * 1024;
     // Containers nested deeper than this are refused.
     static constexpr int MaximumDepth = 128;
-    // Most objects a binary list may expand to once its shared references are followed.
-    static constexpr qint64 MaximumNodes = 4 * 1024 * 1024;
+    // Most objects (dictionary keys included) a list may hold, or a binary list expand to once its
+    // shared references are copied out. Each costs a few hundred bytes once read, and whoever
+    // reads the list makes records of them.
+    static constexpr qint64 MaximumNodes = 128 * 1024;
+    // Most bytes of text and data a list may hold, or a binary list expand to.
+    static constexpr qint64 MaximumBytes = 16 * 1024 * 1024;
 
     struct Result {
         QVariant value; // null on failure

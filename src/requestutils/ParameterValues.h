@@ -11,6 +11,9 @@ inline bool isList(const QVariant& value) {
 }
 
 inline QStringList listOf(const QVariant& value) {
+    if (value.typeId() == QMetaType::QStringList) {
+        return value.toStringList(); // shared, not copied
+    }
     QStringList out;
     for (const QVariant& element : value.toList()) {
         out << element.toString();

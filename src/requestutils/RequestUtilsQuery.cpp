@@ -3,6 +3,7 @@
 #include "RequestUtils.h"
 
 #include <QStringDecoder>
+#include <map>
 
 namespace corvina::RequestUtils {
 
@@ -163,18 +164,28 @@ Parameters URLQueryParameters(const QString& receiver) {
 
 Parameters URLQueryParametersWithOptions(const QString& receiver, quint32 options) {
     const quint32 mode = readMode(options);
-    Parameters result;
     const QString query = URLQuery(receiver);
     if (query.isNull()) {
-        return result;
+        return Parameters();
     }
-    for (const QString& piece : query.split(QLatin1Char('&'))) {
-        const QStringList parts = piece.split(QLatin1Char('='));
-        if (parts.size() < 2) {
+    // Repeats are collected in place, and the Parameters made once at the end: appending to the
+    // list inside a QVariant would copy the whole list at each repeat.
+    struct Collected {
+        QString text;
+        QStringList values;
+        bool isList = false;
+    };
+    std::map<QString, Collected> collected;
+    for (const QStringView piece : QStringView(query).split(QLatin1Char('&'))) {
+        const qsizetype equals = piece.indexOf(QLatin1Char('='));
+        if (equals < 0) {
             continue; // a piece without "=" is no pair
         }
-        QString key = URLDecodedString(parts.at(0), true);
-        const QString decoded = URLDecodedString(parts.at(1), true);
+        // the value ends at a second "=", if any
+        const qsizetype valueEnd = piece.indexOf(QLatin1Char('='), equals + 1);
+        QString key = URLDecodedString(piece.left(equals).toString(), true);
+        const QString decoded = URLDecodedString(
+            piece.mid(equals + 1, valueEnd < 0 ? -1 : valueEnd - equals - 1).toString(), true);
         if (key.isNull() || decoded.isNull()) {
             continue; // escapes that make no UTF-8: the piece is skipped
         }
@@ -182,22 +193,30 @@ Parameters URLQueryParametersWithOptions(const QString& receiver, quint32 option
         if (bracketed) {
             key.chop(2);
         }
-        QVariant value = decoded;
-        const auto existing = result.constFind(key);
-        if (existing != result.cend() && isList(existing.value())) {
-            QStringList values = listOf(existing.value());
-            values << decoded;
-            value = values;
-        } else if (existing != result.cend()) {
-            if (mode == URLQueryKeepFirst) {
-                value = existing.value();
-            } else if (mode != URLQueryKeepLast) {
-                value = QStringList{existing.value().toString(), decoded};
+        const auto [it, inserted] = collected.try_emplace(key);
+        Collected& entry = it->second;
+        if (inserted) {
+            if ((bracketed && mode == URLQueryCollectRepeats) || mode == URLQueryCollectAll) {
+                entry.values << decoded;
+                entry.isList = true;
+            } else {
+                entry.text = decoded;
             }
-        } else if ((bracketed && mode == URLQueryCollectRepeats) || mode == URLQueryCollectAll) {
-            value = QStringList{decoded};
+        } else if (entry.isList) {
+            entry.values << decoded;
+        } else if (mode == URLQueryKeepLast) {
+            entry.text = decoded;
+        } else if (mode != URLQueryKeepFirst) {
+            entry.values = QStringList{entry.text, decoded};
+            entry.text.clear();
+            entry.isList = true;
         }
-        result.insert(key, value);
+    }
+    Parameters result;
+    for (auto& [key, entry] : collected) {
+        // in key order, as the map keeps them: each goes in at the end
+        result.insert(result.cend(), key,
+                      entry.isList ? QVariant(std::move(entry.values)) : QVariant(std::move(entry.text)));
     }
     return result;
 }

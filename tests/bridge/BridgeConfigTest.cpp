@@ -105,6 +105,23 @@ TEST_F(BridgeConfigTest, MissingKeysAndCollidingMailsAreProblems) {
             ->problem.contains(QStringLiteral("only printable ASCII folder names are supported yet")));
 }
 
+TEST_F(BridgeConfigTest, PollIsFiveMinutesUnlessGeneralOrTheAccountSaysOtherwise) {
+    EXPECT_EQ(load("[a]\nmail = a@example.org\nhost = h\n").account(QStringLiteral("a"))->pollSeconds, 300);
+    const BridgeConfig config = load("[General]\npoll = 120\n"
+                                     "[a]\nmail = a@example.org\nhost = h\n"
+                                     "[b]\nmail = b@example.org\nhost = h\npoll = 60\n"
+                                     "[c]\nmail = c@example.org\nhost = h\npoll = 0\n");
+    EXPECT_EQ(config.account(QStringLiteral("a"))->pollSeconds, 120);
+    EXPECT_EQ(config.account(QStringLiteral("b"))->pollSeconds, 60);
+    EXPECT_EQ(config.account(QStringLiteral("b"))->problem, QString());
+    EXPECT_EQ(config.account(QStringLiteral("c"))->problem,
+              QStringLiteral("poll must be a number of seconds from 1 to 86400, not 0"));
+    // A bad default concerns every account.
+    const BridgeConfig bad = load("[General]\npoll = often\n[a]\nmail = a@example.org\nhost = h\n");
+    EXPECT_EQ(bad.account(QStringLiteral("a"))->problem,
+              QStringLiteral("[General] poll must be a number of seconds from 1 to 86400, not often"));
+}
+
 TEST_F(BridgeConfigTest, NoFileIsNoAccounts) {
     const BridgeConfig config = BridgeConfig::load(dir.filePath(QStringLiteral("absent.conf")));
     EXPECT_FALSE(config.exists());

@@ -1,6 +1,9 @@
 // corvina-mail-bridge as a user runs it, against the test's own Dovecot.
 #include "BridgeTesting.h"
 
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <gtest/gtest.h>
@@ -125,6 +128,34 @@ TEST_F(BridgeProgramTest, AFailingPasswordCommandOrAnUnreachableSecretServiceIsS
     EXPECT_TRUE(
         said[1].startsWith(QStringLiteral("none: cannot read the password from the Secret Service: ")))
         << said[1].toStdString();
+}
+
+TEST_F(BridgeProgramTest, OnceKeepsTheStatusFileOfEveryAccount) {
+    QTemporaryDir state;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_STATE_HOME"), state.path());
+    const QString config =
+        writeConfig({{QStringLiteral("work"), accountKeys()},
+                     {QStringLiteral("wrong"),
+                      accountKeys({{"mail", "w@example.org"}, {"passwordCommand", "echo nope"}})}});
+    const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(-1);
+    const Outcome o = run({QStringLiteral("--once")}, config, environment);
+    EXPECT_EQ(o.exitCode, 1);
+    QFile file(state.filePath(QStringLiteral("corvina/bridge-status.json")));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject accounts = QJsonDocument::fromJson(file.readAll()).object()["accounts"].toObject();
+    EXPECT_EQ(accounts.keys(), QStringList({QStringLiteral("work"), QStringLiteral("wrong")}));
+    const QJsonObject work = accounts["work"].toObject();
+    EXPECT_TRUE(work["ok"].toBool());
+    EXPECT_EQ(work["mail"].toString(), Mail);
+    const QDateTime synced = QDateTime::fromString(work["lastSync"].toString(), Qt::ISODate);
+    EXPECT_GE(synced, before);
+    EXPECT_LE(synced, QDateTime::currentDateTimeUtc());
+    EXPECT_FALSE(work.contains(QStringLiteral("lastError")));
+    const QJsonObject wrong = accounts["wrong"].toObject();
+    EXPECT_FALSE(wrong["ok"].toBool(true));
+    EXPECT_TRUE(wrong["lastError"].toString().startsWith(QStringLiteral("login refused for ada")));
+    EXPECT_GE(QDateTime::fromString(wrong["lastErrorTime"].toString(), Qt::ISODate), before);
 }
 
 TEST_F(BridgeProgramTest, AccountListShowsEachAccountAndItsProblem) {

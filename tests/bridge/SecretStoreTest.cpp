@@ -7,7 +7,10 @@
 #include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 
+#include <array>
 #include <gtest/gtest.h>
+#include <thread>
+#include <vector>
 
 namespace corvina::test {
 namespace {
@@ -111,6 +114,34 @@ TEST_F(SecretStoreTest, WithoutASecretServiceEveryCallFailsWithAClearError) {
     EXPECT_FALSE(store.clear(QStringLiteral("work"), &error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot remove the password from the Secret Service: ")))
         << error.toStdString();
+}
+
+// The foreground mode asks for the passwords of its accounts on their own threads, at once.
+TEST_F(SecretStoreTest, LookupsFromSeveralThreadsAtOnceEachGetTheirOwnPassword) {
+    constexpr int Accounts = 6;
+    auto keyOf = [](int i) {
+        return SecretStore::Key{QStringLiteral("account%1").arg(i), QStringLiteral("user%1").arg(i),
+                                QStringLiteral("imap%1.example.org").arg(i)};
+    };
+    QString error;
+    for (int i = 0; i < Accounts; ++i)
+        ASSERT_TRUE(
+            store.store(keyOf(i), QStringLiteral("label"), QStringLiteral("password %1").arg(i), &error))
+            << error.toStdString();
+
+    std::array<SecretStore::Lookup, Accounts> found;
+    std::vector<std::thread> threads;
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < Accounts; ++i)
+            threads.emplace_back([&, i] { found[i] = store.lookup(keyOf(i)); });
+        for (std::thread& t : threads)
+            t.join();
+        threads.clear();
+        for (int i = 0; i < Accounts; ++i) {
+            EXPECT_EQ(found[i].error, QString()) << i;
+            EXPECT_EQ(found[i].password.value_or(QString()), QStringLiteral("password %1").arg(i)) << i;
+        }
+    }
 }
 
 TEST_F(SecretStoreTest, AnAccountsPasswordComesFromItsCommandElseFromTheKeyring) {

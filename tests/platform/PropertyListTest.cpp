@@ -1,5 +1,6 @@
 #include "platform/PropertyList.h"
 
+#include "support/BinaryPlistBuilder.h"
 #include "support/Fixtures.h"
 
 #include <QDateTime>
@@ -11,6 +12,7 @@
 #include <limits>
 
 using namespace corvina;
+using corvina::test::BinaryPlistBuilder;
 using corvina::test::fixtureBytes;
 
 namespace {
@@ -171,7 +173,9 @@ TEST(PropertyList, HostileBinaryListsAreRefusedWithTheirReason) {
         {"unknown-type", "binary property list has an object of unknown type 7"},
         {"unknown-version", "binary property list of an unknown version"},
         {"deep", "property list nests deeper than 128 levels"},
-        {"expansion", "binary property list expands past 4194304 objects"},
+        {"expansion", "binary property list expands past 131072 objects"},
+        {"doubling", "binary property list expands past 131072 objects"},
+        {"text-expansion", "binary property list expands past 16777216 bytes of text and data"},
         {"truncated", "binary property list is truncated"},
         {"key-not-text", "binary property list has a dictionary key that is not a text"},
         {"lone-surrogate", "binary property list has a text that is not valid UTF-16"},
@@ -183,6 +187,128 @@ TEST(PropertyList, HostileBinaryListsAreRefusedWithTheirReason) {
         EXPECT_FALSE(read.value.isValid()) << it.key().toStdString();
         EXPECT_EQ(read.error, it.value()) << it.key().toStdString();
     }
+}
+
+TEST(PropertyList, ABinaryListOfTheMostObjectsIsReadAndOneMoreIsRefused) {
+    // an array of distinct integers: the array and its elements are the list's objects
+    for (const qint64 objects : {PropertyList::MaximumNodes, PropertyList::MaximumNodes + 1}) {
+        BinaryPlistBuilder builder;
+        std::vector<quint64> elements;
+        for (qint64 i = 1; i < objects; ++i) {
+            elements.push_back(builder.integer(i));
+        }
+        const auto read = PropertyList::read(builder.finish(builder.array(elements)));
+        if (objects == PropertyList::MaximumNodes) {
+            ASSERT_TRUE(read.ok()) << read.error.toStdString();
+            EXPECT_EQ(read.value.toList().size(), objects - 1);
+        } else {
+            EXPECT_FALSE(read.ok());
+            EXPECT_EQ(read.error, QStringLiteral("binary property list holds more than 131072 objects"));
+        }
+    }
+}
+
+TEST(PropertyList, ObjectsThatNoReferenceReachesCountToo) {
+    // the table of objects is bounded before the walk, which keeps a little for every entry
+    BinaryPlistBuilder builder;
+    const quint64 top = builder.boolean(true);
+    for (qint64 i = 0; i < PropertyList::MaximumNodes; ++i) {
+        builder.boolean(false);
+    }
+    EXPECT_EQ(PropertyList::read(builder.finish(top)).error,
+              QStringLiteral("binary property list holds more than 131072 objects"));
+}
+
+TEST(PropertyList, SharedReferencesCountOncePerPlaceTheyAppear) {
+    // one empty dictionary referenced from every element: copied out, one object per reference
+    for (const qint64 references : {PropertyList::MaximumNodes - 1, PropertyList::MaximumNodes}) {
+        BinaryPlistBuilder builder;
+        const quint64 empty = builder.dictionary({});
+        const auto read = PropertyList::read(builder.finish(builder.repeated(empty, references)));
+        if (references < PropertyList::MaximumNodes) {
+            ASSERT_TRUE(read.ok()) << read.error.toStdString();
+            EXPECT_EQ(read.value.toList().size(), references);
+            EXPECT_EQ(read.value.toList().last(), QVariant(QVariantMap()));
+        } else {
+            EXPECT_EQ(read.error, QStringLiteral("binary property list expands past 131072 objects"));
+        }
+    }
+}
+
+TEST(PropertyList, BinaryTextAndDataUpToTheBoundAreReadAndOneByteMoreIsRefused) {
+    const QByteArray full(PropertyList::MaximumBytes, 'd');
+    {
+        BinaryPlistBuilder builder;
+        const auto read = PropertyList::read(builder.finish(builder.data(full)));
+        ASSERT_TRUE(read.ok()) << read.error.toStdString();
+        EXPECT_EQ(read.value.toByteArray().size(), PropertyList::MaximumBytes);
+    }
+    {
+        BinaryPlistBuilder builder;
+        EXPECT_EQ(PropertyList::read(builder.finish(builder.data(full + "d"))).error,
+                  QStringLiteral("binary property list expands past 16777216 bytes of text and data"));
+    }
+    {
+        // half of it twice, and one byte of text: shared or not, every byte counts
+        BinaryPlistBuilder builder;
+        const quint64 half = builder.data(full.left(PropertyList::MaximumBytes / 2));
+        const auto read = PropertyList::read(builder.finish(builder.array({half, half, builder.text("t")})));
+        EXPECT_EQ(read.error,
+                  QStringLiteral("binary property list expands past 16777216 bytes of text and data"));
+    }
+}
+
+TEST(PropertyList, AnXmlListOfTheMostObjectsIsReadAndOneMoreIsRefused) {
+    const QByteArray head = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<array>\n";
+    const QByteArray tail = "</array>\n</plist>\n";
+    // the array and its elements
+    const auto most =
+        PropertyList::read(head + QByteArray("<true/>").repeated(PropertyList::MaximumNodes - 1) + tail);
+    ASSERT_TRUE(most.ok()) << most.error.toStdString();
+    EXPECT_EQ(most.value.toList().size(), PropertyList::MaximumNodes - 1);
+    const auto tooMany =
+        PropertyList::read(head + QByteArray("<true/>").repeated(PropertyList::MaximumNodes) + tail);
+    EXPECT_FALSE(tooMany.ok());
+    EXPECT_EQ(tooMany.error, QStringLiteral("XML property list holds more than 131072 objects"));
+    // keys are objects too
+    const auto keys = PropertyList::read(
+        "<plist><dict>" + QByteArray("<key>k</key><dict/>").repeated(PropertyList::MaximumNodes / 2) +
+        "</dict></plist>");
+    EXPECT_EQ(keys.error, QStringLiteral("XML property list holds more than 131072 objects"));
+}
+
+TEST(PropertyList, XmlTextAndDataUpToTheBoundAreReadAndOneByteMoreIsRefused) {
+    const QByteArray full(PropertyList::MaximumBytes, 't');
+    const auto most = PropertyList::read("<plist><string>" + full + "</string></plist>");
+    ASSERT_TRUE(most.ok()) << most.error.toStdString();
+    EXPECT_EQ(most.value.toString().size(), PropertyList::MaximumBytes);
+    const QString refused =
+        QStringLiteral("XML property list holds more than 16777216 bytes of text and data");
+    EXPECT_EQ(PropertyList::read("<plist><string>" + full + "t</string></plist>").error, refused);
+    // every text counts, in keys, data and CDATA sections as in strings
+    const QByteArray half(PropertyList::MaximumBytes / 2, 'A');
+    EXPECT_TRUE(
+        PropertyList::read("<plist><dict><key>" + half + "</key><data>" + half + "</data></dict></plist>")
+            .ok());
+    EXPECT_EQ(
+        PropertyList::read("<plist><dict><key>" + half + "</key><data>" + half + "AAAA</data></dict></plist>")
+            .error,
+        refused);
+    EXPECT_EQ(PropertyList::read("<plist><string><![CDATA[" + full + "]]></string></plist>").error, refused);
+    // indentation between elements is not text
+    const QByteArray indented = "<plist>\n<array>\n" +
+                                QByteArray("\t<string>" + half + "</string>\n").repeated(2) +
+                                QByteArray(" ").repeated(PropertyList::MaximumBytes) + "</array>\n</plist>\n";
+    EXPECT_TRUE(PropertyList::read(indented).ok());
+}
+
+TEST(PropertyList, ManyReferencesToOneDictionaryAndARepeatedXmlElementAreRead) {
+    const auto shared = fixture("shared-dict-30000.bin.plist");
+    ASSERT_TRUE(shared.ok()) << shared.error.toStdString();
+    EXPECT_EQ(shared.value.toList().size(), 30000);
+    const auto repeated = fixture("repeated-dict-9000.xml.plist");
+    ASSERT_TRUE(repeated.ok()) << repeated.error.toStdString();
+    EXPECT_EQ(repeated.value.toList().size(), 9000);
 }
 
 TEST(PropertyList, InputsTheFuzzerFoundAreRefused) {

@@ -125,7 +125,8 @@ bool DovecotServer::writeConfig(QString* error) {
                                         "ssl_key = <%1/tls/server.key\n")
                              .arg(dir)
                        : QStringLiteral("ssl = no\n"))
-            .arg(m_tls ? m_tlsPort : 0);
+            .arg(m_tls ? m_tlsPort : 0) +
+        (m_capabilities.isEmpty() ? QString() : QStringLiteral("imap_capability = %1\n").arg(m_capabilities));
     QFile file(m_dir.filePath(QStringLiteral("dovecot.conf")));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(config.toUtf8()) < 0) {
         if (error)

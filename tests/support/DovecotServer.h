@@ -44,6 +44,9 @@ public:
     quint16 tlsPort() const { return m_tlsPort; }
     // The authority's certificate (PEM): what a client names to trust this server.
     QString caFile() const;
+    // Replaces the capabilities the server announces after login (for a server without IDLE);
+    // takes effect at the next start.
+    void setCapabilities(const QString& capabilities) { m_capabilities = capabilities; }
 
     // Adds a user with a plain-text password; may be called while the server runs.
     void addUser(const QString& user, const QString& password);
@@ -78,6 +81,7 @@ private:
     bool m_tls = false;
     quint16 m_tlsPort = 0;
     qint64 m_delivered = 0;
+    QString m_capabilities;
 };
 
 } // namespace corvina::test

@@ -1,4 +1,5 @@
 #include <QApplication>
+#include <ctime>
 #include <gtest/gtest.h>
 
 // Every test binary runs with a Qt application object, headless: CTest sets the offscreen platform,
@@ -16,6 +17,14 @@ void quietOffscreen(QtMsgType type, const QMessageLogContext& context, const QSt
 } // namespace
 
 int main(int argc, char** argv) {
+    // The zone and the locale are pinned here rather than by CTest: gtest_discover_tests (CMake
+    // 3.25, PRE_TEST) splits a list of environment variables into separate properties and kept only
+    // the first, so the suite ran in whatever zone and language the machine had. Pinned here, a run
+    // by hand is pinned the same way. Tests that need another zone or locale set their own.
+    qputenv("TZ", "UTC");
+    qputenv("LANG", "C.UTF-8");
+    qputenv("LC_ALL", "C.UTF-8");
+    ::tzset();
     g_previous = qInstallMessageHandler(quietOffscreen);
     ::testing::InitGoogleTest(&argc, argv);
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {

@@ -1,0 +1,91 @@
+#include "BridgeStatus.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QSaveFile>
+
+namespace corvina {
+
+namespace {
+
+constexpr int FormatVersion = 1;
+
+QString isoTime(const QDateTime& when) {
+    return when.toUTC().toString(Qt::ISODate);
+}
+
+} // namespace
+
+QString BridgeStatus::defaultPath() {
+    // Qt 6.4 knows no state location of its own; the XDG rule is simple enough to follow here.
+    QString state = qEnvironmentVariable("XDG_STATE_HOME");
+    if (state.isEmpty() || !QDir::isAbsolutePath(state))
+        state = QDir::homePath() + QStringLiteral("/.local/state");
+    return state + QStringLiteral("/corvina/bridge-status.json");
+}
+
+BridgeStatus::BridgeStatus(QString path) : m_path(std::move(path)) {
+    QFile file(m_path);
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    // An unreadable or foreign file is simply started afresh: it only ever holds what is
+    // written again at the next sync.
+    const QJsonObject accounts =
+        QJsonDocument::fromJson(file.readAll()).object().value(QStringLiteral("accounts")).toObject();
+    for (auto it = accounts.begin(); it != accounts.end(); ++it) {
+        if (it.value().isObject())
+            m_accounts.insert(it.key(), it.value().toObject());
+    }
+}
+
+void BridgeStatus::recordSync(const QString& account, const QString& mail, const QDateTime& when) {
+    QJsonObject& entry = m_accounts[account];
+    entry.insert(QStringLiteral("mail"), mail);
+    entry.insert(QStringLiteral("ok"), true);
+    entry.insert(QStringLiteral("lastSync"), isoTime(when));
+}
+
+void BridgeStatus::recordFailure(const QString& account, const QString& mail, const QString& error,
+                                 const QDateTime& when) {
+    QJsonObject& entry = m_accounts[account];
+    entry.insert(QStringLiteral("mail"), mail);
+    entry.insert(QStringLiteral("ok"), false);
+    entry.insert(QStringLiteral("lastError"), error);
+    entry.insert(QStringLiteral("lastErrorTime"), isoTime(when));
+}
+
+void BridgeStatus::keepOnly(const QStringList& accounts) {
+    for (auto it = m_accounts.begin(); it != m_accounts.end();) {
+        if (accounts.contains(it.key()))
+            ++it;
+        else
+            it = m_accounts.erase(it);
+    }
+}
+
+QJsonObject BridgeStatus::toJson() const {
+    QJsonObject accounts;
+    for (auto it = m_accounts.begin(); it != m_accounts.end(); ++it)
+        accounts.insert(it.key(), it.value());
+    return QJsonObject{{QStringLiteral("version"), FormatVersion}, {QStringLiteral("accounts"), accounts}};
+}
+
+bool BridgeStatus::write(QString* error) const {
+    const QString folder = QFileInfo(m_path).absolutePath();
+    if (!QDir().mkpath(folder)) {
+        *error = QStringLiteral("cannot create %1").arg(folder);
+        return false;
+    }
+    // QSaveFile writes a temporary beside the file, flushes it to disk and renames it into place.
+    QSaveFile file(m_path);
+    if (!file.open(QIODevice::WriteOnly) ||
+        file.write(QJsonDocument(toJson()).toJson(QJsonDocument::Indented)) < 0 || !file.commit()) {
+        *error = QStringLiteral("cannot write %1: %2").arg(m_path, file.errorString());
+        return false;
+    }
+    return true;
+}
+
+} // namespace corvina

@@ -1,0 +1,136 @@
+#include "LiveBridge.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QThread>
+#include <csignal>
+#include <pthread.h>
+
+namespace corvina {
+
+LiveBridge::LiveBridge(BridgeConfig config, QString dataFolder, QString statusPath,
+                       AccountWorker::PasswordSource passwords, AccountWorker::Timing timing, QObject* parent)
+    : QObject(parent), m_config(std::move(config)), m_writer(std::move(dataFolder)),
+      m_status(std::move(statusPath)), m_passwords(std::move(passwords)), m_timing(timing) {}
+
+LiveBridge::~LiveBridge() {
+    stop(0);
+    for (const Running& r : std::as_const(m_workers)) {
+        // Bounded by the workers' network timeout; a thread must not be destroyed while it runs.
+        r.thread->wait();
+        delete r.thread;
+        delete r.worker;
+    }
+}
+
+bool LiveBridge::start(QString* error) {
+    // A server that closes the connection must make a write fail, not end the process.
+    std::signal(SIGPIPE, SIG_IGN);
+
+    if (!m_writer.writeAccounts(SnapshotWriter::accountsFromConfig(m_config), error))
+        return false;
+    QStringList names;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    QList<BridgeConfig::Account> followed;
+    for (const BridgeConfig::Account& account : m_config.accounts()) {
+        names << account.name;
+        m_mails.insert(account.name, account.mail);
+        if (!account.problem.isEmpty()) {
+            emit log(account.name + QStringLiteral(": ") + account.problem);
+            m_status.recordFailure(account.name, account.mail, account.problem, now);
+            continue;
+        }
+        if (account.enabled)
+            followed << account;
+    }
+    m_status.keepOnly(names);
+    writeStatus();
+    if (followed.isEmpty()) {
+        *error = QStringLiteral("no enabled account to follow in ") + m_config.path();
+        return false;
+    }
+    for (const BridgeConfig::Account& account : followed) {
+        auto* worker = new AccountWorker(account, m_timing, m_passwords);
+        // Results are emitted on the worker's thread and queued to this one.
+        connect(worker, &AccountWorker::synced, this, &LiveBridge::accountSynced, Qt::QueuedConnection);
+        connect(worker, &AccountWorker::failed, this, &LiveBridge::accountFailed, Qt::QueuedConnection);
+        connect(
+            worker, &AccountWorker::note, this,
+            [this](const QString& name, const QString& line) {
+                emit log(name + QStringLiteral(": ") + line);
+            },
+            Qt::QueuedConnection);
+        QThread* thread = QThread::create([worker] {
+            // Process signals (stop, sync now) are the main thread's: a worker interrupted in the
+            // middle of a network call would take it for a lost connection.
+            sigset_t mask;
+            sigemptyset(&mask);
+            for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2})
+                sigaddset(&mask, signal);
+            pthread_sigmask(SIG_BLOCK, &mask, nullptr);
+            worker->run();
+        });
+        thread->setObjectName(QStringLiteral("account ") + account.name);
+        m_workers.append({worker, thread});
+        thread->start();
+    }
+    emit log(
+        QStringLiteral("following %1 account(s); status in %2").arg(m_workers.size()).arg(m_status.path()));
+    return true;
+}
+
+void LiveBridge::syncNow(const QString& reason) {
+    emit log(reason + QStringLiteral(": reading every account again"));
+    for (const Running& r : std::as_const(m_workers))
+        r.worker->syncNow();
+}
+
+bool LiveBridge::stop(int timeoutMs) {
+    for (const Running& r : std::as_const(m_workers))
+        r.worker->stop();
+    const QDeadlineTimer deadline(timeoutMs);
+    bool all = true;
+    for (const Running& r : std::as_const(m_workers))
+        all = r.thread->wait(deadline) && all;
+    // What the workers reported before they ended is still written.
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+    return all;
+}
+
+void LiveBridge::accountSynced(const QString& account, const QList<AccountSync::Snapshot>& snapshots,
+                               const QDateTime& when) {
+    const QString mail = m_mails.value(account);
+    const int before = m_writer.filesWritten();
+    QString error;
+    if (!m_writer.writeSnapshots(mail, snapshots, &error)) {
+        accountFailed(account, error, when, 0);
+        return;
+    }
+    m_status.recordSync(account, mail, when);
+    writeStatus();
+    const int written = m_writer.filesWritten() - before;
+    // Quiet while nothing changes; one line when the account works again or a list changed.
+    if (m_failing.value(account, true))
+        emit log(account + QStringLiteral(": synced"));
+    else if (written > 0)
+        emit log(account + QStringLiteral(": %1 list(s) updated").arg(written));
+    m_failing.insert(account, false);
+}
+
+void LiveBridge::accountFailed(const QString& account, const QString& error, const QDateTime& when,
+                               int retrySeconds) {
+    m_status.recordFailure(account, m_mails.value(account), error, when);
+    writeStatus();
+    m_failing.insert(account, true);
+    emit log(retrySeconds > 0 ? account + QStringLiteral(": ") + error +
+                                    QStringLiteral("; trying again in %1 s").arg(retrySeconds)
+                              : account + QStringLiteral(": ") + error);
+}
+
+void LiveBridge::writeStatus() {
+    QString error;
+    if (!m_status.write(&error))
+        emit log(error);
+}
+
+} // namespace corvina

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "bridge/AccountWorker.h"
+#include "bridge/BridgeConfig.h"
+#include "bridge/BridgeStatus.h"
+#include "bridge/SnapshotWriter.h"
+
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QString>
+
+class QThread;
+
+namespace corvina {
+
+// The bridge running in the foreground: one AccountWorker per enabled account, each on a thread of
+// its own, and on the owner's (main) thread everything that touches files: Accounts.plist at the
+// start, each account's snapshots as its worker reports them, and the status file after every sync
+// or failure. An account that fails is retried by its own worker; the others go on.
+class LiveBridge : public QObject {
+    Q_OBJECT
+public:
+    LiveBridge(BridgeConfig config, QString dataFolder, QString statusPath,
+               AccountWorker::PasswordSource passwords, AccountWorker::Timing timing = {},
+               QObject* parent = nullptr);
+    ~LiveBridge() override;
+
+    // Writes Accounts.plist and starts following every enabled account. An account with a bad
+    // configuration gets its line and its status; the others start. False, with `error` set, when
+    // there is no account that can be followed or the shared folder cannot be written.
+    bool start(QString* error);
+    // Every account reads all its lists again on a fresh connection (after a resume from suspend).
+    void syncNow(const QString& reason);
+    // Asks every account to stop and waits up to `timeoutMs` for them; results that arrived
+    // meanwhile are still written. False when some account is still busy (a server that does not
+    // answer); the caller may then leave without it, as everything written so far is complete.
+    bool stop(int timeoutMs);
+
+    int accountsFollowed() const { return static_cast<int>(m_workers.size()); }
+
+signals:
+    // One short line for the log, starting with the account's name when it is about one.
+    void log(const QString& line);
+
+private slots:
+    void accountSynced(const QString& account, const QList<corvina::AccountSync::Snapshot>& snapshots,
+                       const QDateTime& when);
+    void accountFailed(const QString& account, const QString& error, const QDateTime& when, int retrySeconds);
+
+private:
+    struct Running {
+        AccountWorker* worker = nullptr;
+        QThread* thread = nullptr;
+    };
+    void writeStatus();
+
+    BridgeConfig m_config;
+    SnapshotWriter m_writer;
+    BridgeStatus m_status;
+    AccountWorker::PasswordSource m_passwords;
+    AccountWorker::Timing m_timing;
+    QList<Running> m_workers;
+    QMap<QString, QString> m_mails; // account name -> mail
+    QMap<QString, bool> m_failing;  // account name -> whether its last attempt failed
+};
+
+} // namespace corvina

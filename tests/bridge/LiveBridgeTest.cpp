@@ -1,0 +1,422 @@
+// corvina-mail-bridge in the foreground, as the systemd unit runs it, against the test's own
+// Dovecot: new mail while it waits in IDLE, polling, a server restart, suspend and resume, signals,
+// the status file, passwords from the keyring, and TLS. Everything the widget would show is read back through
+// its own loader.
+#include "BridgeTesting.h"
+#include "bridge/AccountPassword.h"
+#include "bridge/AccountSync.h"
+#include "bridge/SecretStore.h"
+#include "support/KeyringDaemon.h"
+#include "support/PrivateSessionBus.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QThread>
+#include <csignal>
+#include <functional>
+#include <gtest/gtest.h>
+
+namespace corvina::test {
+namespace {
+
+// Bounds of the waits for things that take a moment: generous, so that a loaded machine does not
+// fail a test, and finite, so that a broken bridge fails it instead of hanging.
+constexpr int StartMs = 20000;
+constexpr int RecoverMs = 30000;
+
+class LiveBridgeTest : public BridgeServerTest {
+protected:
+    void TearDown() override {
+        if (bridge.state() != QProcess::NotRunning) {
+            bridge.terminate();
+            if (!bridge.waitForFinished(5000))
+                bridge.kill();
+            bridge.waitForFinished(5000);
+        }
+    }
+
+    QProcessEnvironment environment() const {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_STATE_HOME"), stateDir.path());
+        return env;
+    }
+
+    // Starts the bridge in the foreground and waits until it has written the account's inbox.
+    void startBridge(const QString& config, QProcessEnvironment env = {}) {
+        if (env.isEmpty())
+            env = environment();
+        bridge.setProcessEnvironment(env);
+        bridge.start(QStringLiteral(CORVINA_BRIDGE_BINARY),
+                     {QStringLiteral("--config"), config, QStringLiteral("--timeout"), QStringLiteral("10")});
+        ASSERT_TRUE(bridge.waitForStarted(StartMs));
+    }
+
+    // Everything the bridge logged so far.
+    QString log() {
+        logText += QString::fromUtf8(bridge.readAllStandardError());
+        return logText;
+    }
+
+    // Waits (bounded) until `done` holds, letting the bridge's output in meanwhile; the time it took,
+    // or -1 when it never held.
+    qint64 waitUntil(const std::function<bool()>& done, int timeoutMs) {
+        QElapsedTimer elapsed;
+        elapsed.start();
+        const QDeadlineTimer deadline(timeoutMs);
+        while (!done()) {
+            if (deadline.hasExpired())
+                return -1;
+            bridge.waitForReadyRead(10);
+            log();
+            QThread::msleep(10);
+        }
+        return elapsed.elapsed();
+    }
+
+    bool logSays(const QString& text) { return log().contains(text); }
+
+    // Whether the widget shows a message with this subject in the list of that kind.
+    static bool shows(const QString& subject, int stid = AccountSync::InboxStid) {
+        for (const auto& m : widgetMessages()) {
+            if (m->subject() == subject && m->folderStandardId().toInt() == stid)
+                return true;
+        }
+        return false;
+    }
+
+    QJsonObject status() const {
+        QFile file(stateDir.filePath(QStringLiteral("corvina/bridge-status.json")));
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        return QJsonDocument::fromJson(file.readAll()).object();
+    }
+    QJsonObject accountStatus(const QString& name) const {
+        return status().value(QStringLiteral("accounts")).toObject().value(name).toObject();
+    }
+
+    // Runs the bridge on one account until it follows the inbox with IDLE.
+    void followInbox(const QVariantMap& extra = {}) {
+        deliver(QStringLiteral("Before the start"));
+        startBridge(writeConfig({{QStringLiteral("work"), accountKeys(extra)}}));
+        ASSERT_GE(waitUntil([&] { return shows(QStringLiteral("Before the start")); }, StartMs), 0)
+            << log().toStdString();
+        ASSERT_GE(
+            waitUntil([&] { return logSays(QStringLiteral("work: connected; following INBOX with IDLE")); },
+                      StartMs),
+            0)
+            << log().toStdString();
+    }
+
+    QProcess bridge;
+    QString logText;
+    QTemporaryDir stateDir;
+};
+
+TEST_F(LiveBridgeTest, ANewMessageShowsWithinTwoSecondsWhileTheBridgeWaitsInIdle) {
+    followInbox();
+    deliver(QStringLiteral("Arrived while idle"));
+    const qint64 ms = waitUntil([&] { return shows(QStringLiteral("Arrived while idle")); }, 10000);
+    ASSERT_GE(ms, 0) << log().toStdString();
+    // The bound users were promised (typically a few tens of milliseconds here).
+    EXPECT_LT(ms, 2000);
+    std::cerr << "[ figure ] delivery to snapshot: " << ms << " ms\n";
+}
+
+TEST_F(LiveBridgeTest, AChangeSeenByIdleReadsTheOtherListsAgainAtOnce) {
+    server.createFolder(User, QStringLiteral("Notes"));
+    // Other lists are read every five minutes: only the change in the inbox can bring the memo in time.
+    followInbox({{"memo", "Notes"}, {"poll", 300}});
+    deliver(QStringLiteral("A memo"), QStringLiteral("Me <ada@example.org>"), QString(),
+            QStringLiteral("Notes"));
+    const QString flagged = deliver(QStringLiteral("To be flagged"));
+    ASSERT_GE(waitUntil([&] { return shows(QStringLiteral("To be flagged")); }, 10000), 0);
+    EXPECT_TRUE(shows(QStringLiteral("A memo"), AccountSync::MemoStid));
+
+    // A flag set by another client is a change IDLE reports: the message joins To Do.
+    server.setFlags(flagged, QStringLiteral("F"));
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("To be flagged"), AccountSync::TodoStid); }, 10000),
+              0)
+        << log().toStdString();
+}
+
+TEST_F(LiveBridgeTest, SigtermStopsTheBridgeCleanlyWithinASecondWhileIdle) {
+    followInbox();
+    QElapsedTimer elapsed;
+    elapsed.start();
+    ::kill(static_cast<pid_t>(bridge.processId()), SIGTERM);
+    ASSERT_TRUE(bridge.waitForFinished(10000));
+    // The bound the unit relies on (a stop or restart does not hang); typically tens of milliseconds.
+    EXPECT_LT(elapsed.elapsed(), 1000);
+    EXPECT_EQ(bridge.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(bridge.exitCode(), 0);
+    EXPECT_TRUE(log().contains(QStringLiteral("stopping (SIGTERM)\nstopped\n"))) << log().toStdString();
+    std::cerr << "[ figure ] SIGTERM to exit while idle: " << elapsed.elapsed() << " ms\n";
+}
+
+TEST_F(LiveBridgeTest, SigintStopsTheBridgeToo) {
+    followInbox();
+    ::kill(static_cast<pid_t>(bridge.processId()), SIGINT);
+    ASSERT_TRUE(bridge.waitForFinished(10000));
+    EXPECT_EQ(bridge.exitCode(), 0);
+    EXPECT_TRUE(log().contains(QStringLiteral("stopping (SIGINT)"))) << log().toStdString();
+}
+
+TEST_F(LiveBridgeTest, TheBridgeRecoversFromAServerRestartWithoutARestartOfItsOwn) {
+    followInbox();
+    server.stop();
+    ASSERT_GE(waitUntil([&] { return logSays(QStringLiteral("trying again in 1 s")); }, RecoverMs), 0)
+        << log().toStdString();
+    EXPECT_FALSE(accountStatus(QStringLiteral("work")).value(QStringLiteral("ok")).toBool(true));
+    QString error;
+    ASSERT_TRUE(server.restart(&error)) << error.toStdString();
+    QElapsedTimer elapsed;
+    elapsed.start();
+    deliver(QStringLiteral("After the restart"));
+    ASSERT_GE(waitUntil([&] { return shows(QStringLiteral("After the restart")); }, RecoverMs), 0)
+        << log().toStdString();
+    std::cerr << "[ figure ] server back to message shown: " << elapsed.elapsed() << " ms\n";
+    // Following again, live: the next message needs no retry.
+    ASSERT_GE(
+        waitUntil([&] { return log().count(QStringLiteral("following INBOX with IDLE")) >= 2; }, RecoverMs),
+        0)
+        << log().toStdString();
+    deliver(QStringLiteral("Live again"));
+    const qint64 ms = waitUntil([&] { return shows(QStringLiteral("Live again")); }, 10000);
+    ASSERT_GE(ms, 0) << log().toStdString();
+    EXPECT_LT(ms, 2000); // the promised bound holds after a reconnection too
+    const QJsonObject work = accountStatus(QStringLiteral("work"));
+    EXPECT_TRUE(work.value(QStringLiteral("ok")).toBool());
+    EXPECT_FALSE(work.value(QStringLiteral("lastError")).toString().isEmpty());
+    EXPECT_GT(work.value(QStringLiteral("lastSync")).toString(),
+              work.value(QStringLiteral("lastErrorTime")).toString());
+}
+
+TEST_F(LiveBridgeTest, Sigusr1ReadsEveryListAgainAtOnce) {
+    server.createFolder(User, QStringLiteral("Notes"));
+    followInbox({{"memo", "Notes"}, {"poll", 300}});
+    deliver(QStringLiteral("A memo"), QStringLiteral("Me <ada@example.org>"), QString(),
+            QStringLiteral("Notes"));
+    ::kill(static_cast<pid_t>(bridge.processId()), SIGUSR1);
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("A memo"), AccountSync::MemoStid); }, 10000), 0)
+        << log().toStdString();
+    EXPECT_TRUE(logSays(QStringLiteral("SIGUSR1: reading every account again")));
+}
+
+TEST_F(LiveBridgeTest, WakingFromSuspendReadsEveryListAgainOnAFreshConnection) {
+    PrivateSessionBus* bus = PrivateSessionBus::instance();
+    ASSERT_NE(bus, nullptr);
+    // A stand-in for logind on a private bus: the same name, path and signal.
+    QDBusConnection login = QDBusConnection::connectToBus(bus->address(), QStringLiteral("logind-stand-in"));
+    ASSERT_TRUE(login.isConnected());
+    ASSERT_TRUE(login.registerService(QStringLiteral("org.freedesktop.login1")));
+
+    server.createFolder(User, QStringLiteral("Notes"));
+    deliver(QStringLiteral("Before the start"));
+    QProcessEnvironment env = environment();
+    env.insert(QStringLiteral("CORVINA_BRIDGE_SLEEP_BUS"), bus->address());
+    startBridge(writeConfig({{QStringLiteral("work"), accountKeys({{"memo", "Notes"}, {"poll", 300}})}}),
+                env);
+    ASSERT_GE(waitUntil([&] { return logSays(QStringLiteral("work: connected; following INBOX with IDLE")); },
+                        StartMs),
+              0)
+        << log().toStdString();
+    EXPECT_FALSE(logSays(QStringLiteral("not told of suspend")));
+    deliver(QStringLiteral("Written while asleep"), QStringLiteral("Me <ada@example.org>"), QString(),
+            QStringLiteral("Notes"));
+
+    QDBusMessage sleep = QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/login1"),
+                                                    QStringLiteral("org.freedesktop.login1.Manager"),
+                                                    QStringLiteral("PrepareForSleep"));
+    sleep << false;
+    ASSERT_TRUE(login.send(sleep));
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("Written while asleep"), AccountSync::MemoStid); },
+                        10000),
+              0)
+        << log().toStdString();
+    EXPECT_TRUE(logSays(QStringLiteral("resumed from suspend: reading every account again")));
+    // The old connection was dropped and a new one made.
+    EXPECT_GE(waitUntil([&] { return log().count(QStringLiteral("work: connected;")) >= 2; }, 10000), 0)
+        << log().toStdString();
+    QDBusConnection::disconnectFromBus(QStringLiteral("logind-stand-in"));
+}
+
+TEST_F(LiveBridgeTest, AServerWithoutIdleHasItsInboxPolled) {
+    server.stop();
+    server.setCapabilities(QStringLiteral("IMAP4rev1 LITERAL+ SASL-IR ID ENABLE"));
+    QString error;
+    ASSERT_TRUE(server.start(&error)) << error.toStdString();
+    deliver(QStringLiteral("Before the start"));
+    startBridge(writeConfig({{QStringLiteral("work"), accountKeys({{"poll", 1}})}}));
+    ASSERT_GE(waitUntil(
+                  [&] {
+                      return logSays(
+                          QStringLiteral("work: connected; the server offers no IDLE, reading every 1 s"));
+                  },
+                  StartMs),
+              0)
+        << log().toStdString();
+    deliver(QStringLiteral("Found by polling"));
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("Found by polling")); }, 10000), 0)
+        << log().toStdString();
+}
+
+TEST_F(LiveBridgeTest, OneFailingAccountNeverStopsTheOthers) {
+    server.addUser(QStringLiteral("bob"), QStringLiteral("hunter2"));
+    const QString config = writeConfig(
+        {{QStringLiteral("work"), accountKeys({{"passwordCommand", "echo wrong"}})},
+         {QStringLiteral("bob"),
+          accountKeys({{"mail", "bob@example.org"}, {"user", "bob"}, {"passwordCommand", "echo hunter2"}})},
+         {QStringLiteral("broken"), accountKeys({{"mail", "c@example.org"}, {"port", "none"}})}});
+    startBridge(config);
+    ASSERT_GE(waitUntil([&] { return logSays(QStringLiteral("bob: connected; following INBOX with IDLE")); },
+                        StartMs),
+              0)
+        << log().toStdString();
+    server.deliver(QStringLiteral("bob"), QStringLiteral("INBOX"),
+                   DovecotServer::message(QStringLiteral("For Bob"), QStringLiteral("a@example.org"),
+                                          QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"),
+                                          QStringLiteral("<b@x>")));
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("For Bob")); }, 10000), 0) << log().toStdString();
+    EXPECT_GE(waitUntil([&] { return logSays(QStringLiteral("trying again in 2 s")); }, RecoverMs), 0)
+        << log().toStdString();
+    EXPECT_TRUE(logSays(QStringLiteral("work: login refused for ada"))) << log().toStdString();
+    EXPECT_TRUE(logSays(QStringLiteral("broken: port must be a number"))) << log().toStdString();
+    EXPECT_EQ(bridge.state(), QProcess::Running);
+
+    const QJsonObject accounts = status().value(QStringLiteral("accounts")).toObject();
+    EXPECT_TRUE(accounts.value(QStringLiteral("bob")).toObject().value(QStringLiteral("ok")).toBool());
+    const QJsonObject work = accounts.value(QStringLiteral("work")).toObject();
+    EXPECT_FALSE(work.value(QStringLiteral("ok")).toBool(true));
+    EXPECT_TRUE(work.value(QStringLiteral("lastError"))
+                    .toString()
+                    .startsWith(QStringLiteral("login refused for ada")));
+    EXPECT_FALSE(work.contains(QStringLiteral("lastSync")));
+    EXPECT_FALSE(
+        accounts.value(QStringLiteral("broken")).toObject().value(QStringLiteral("ok")).toBool(true));
+}
+
+TEST_F(LiveBridgeTest, WithoutAnAccountToFollowItSaysSoAndFails) {
+    startBridge(writeConfig({{QStringLiteral("off"), accountKeys({{"enabled", "false"}})}}));
+    ASSERT_TRUE(bridge.waitForFinished(StartMs));
+    EXPECT_EQ(bridge.exitCode(), 1);
+    EXPECT_TRUE(log().contains(QStringLiteral("no enabled account to follow"))) << log().toStdString();
+}
+
+// The foreground mode with a real keyring on the private session bus, started for each test.
+class LiveKeyringBridgeTest : public LiveBridgeTest {
+protected:
+    void SetUp() override {
+        LiveBridgeTest::SetUp();
+        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        QString error;
+        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+    }
+    void TearDown() override {
+        LiveBridgeTest::TearDown();
+        keyring.stop();
+        SecretStore::forgetService();
+    }
+
+    KeyringDaemon keyring;
+};
+
+// Each account's worker asks for its password as --once and check do: an account without a
+// passwordCommand gets it from the Secret Service, several accounts at once on their own threads.
+TEST_F(LiveKeyringBridgeTest, AccountsWithoutAPasswordCommandFollowWithThePasswordFromTheKeyring) {
+    server.addUser(QStringLiteral("bob"), QStringLiteral("hunter2"));
+    const QString config = writeConfig(
+        {{QStringLiteral("work"), accountKeys({{"passwordCommand", QVariant()}})},
+         {QStringLiteral("bob"),
+          accountKeys({{"mail", "bob@example.org"}, {"user", "bob"}, {"passwordCommand", QVariant()}})}});
+    const BridgeConfig accounts = BridgeConfig::load(config);
+    ASSERT_EQ(accounts.accounts().size(), 2);
+    const SecretStore store(10000);
+    QString error;
+    for (const BridgeConfig::Account& account : accounts.accounts()) {
+        ASSERT_TRUE(account.passwordCommand.isEmpty());
+        const QString password = account.name == QLatin1String("bob") ? QStringLiteral("hunter2") : Password;
+        ASSERT_TRUE(
+            store.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account), password, &error))
+            << error.toStdString();
+    }
+
+    startBridge(config);
+    for (const QString& name : {QStringLiteral("work"), QStringLiteral("bob")}) {
+        ASSERT_GE(
+            waitUntil(
+                [&] { return logSays(name + QStringLiteral(": connected; following INBOX with IDLE")); },
+                StartMs),
+            0)
+            << log().toStdString();
+    }
+    deliver(QStringLiteral("For Ada, password from the keyring"));
+    server.deliver(QStringLiteral("bob"), QStringLiteral("INBOX"),
+                   DovecotServer::message(
+                       QStringLiteral("For Bob, password from the keyring"), QStringLiteral("a@example.org"),
+                       QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"), QStringLiteral("<b@x>")));
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("For Ada, password from the keyring")); }, 10000),
+              0)
+        << log().toStdString();
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("For Bob, password from the keyring")); }, 10000),
+              0)
+        << log().toStdString();
+    EXPECT_FALSE(log().contains(QStringLiteral("Secret Service"))) << log().toStdString();
+}
+
+// No password in the keyring is a failure like any other: said, and tried again.
+TEST_F(LiveKeyringBridgeTest, AnAccountWithoutAStoredPasswordIsTriedAgain) {
+    startBridge(writeConfig({{QStringLiteral("work"), accountKeys({{"passwordCommand", QVariant()}})}}));
+    ASSERT_GE(waitUntil([&] { return logSays(QStringLiteral("trying again in 2 s")); }, RecoverMs), 0)
+        << log().toStdString();
+    EXPECT_TRUE(
+        logSays(QStringLiteral("work: no password stored for ada@example.org (ada on 127.0.0.1): run "
+                               "corvina-mail-bridge account password work, or set a passwordCommand")))
+        << log().toStdString();
+    EXPECT_EQ(bridge.state(), QProcess::Running);
+}
+
+// The foreground mode against a server that requires TLS, trusted through the account's caFile:
+// IDLE works through the encrypted connection as it does without.
+class LiveTlsBridgeTest : public LiveBridgeTest {
+protected:
+    bool withTls() const override { return true; }
+};
+
+TEST_F(LiveTlsBridgeTest, ANewMessageShowsWhileTheBridgeWaitsInIdleOverTls) {
+    followInbox({{"security", "tls"}, {"port", server.tlsPort()}, {"caFile", server.caFile()}});
+    deliver(QStringLiteral("Arrived over TLS"));
+    const qint64 ms = waitUntil([&] { return shows(QStringLiteral("Arrived over TLS")); }, 10000);
+    ASSERT_GE(ms, 0) << log().toStdString();
+    EXPECT_LT(ms, 2000);
+}
+
+TEST_F(LiveTlsBridgeTest, ANewMessageShowsWhileTheBridgeWaitsInIdleAfterStartTls) {
+    followInbox({{"security", "starttls"}, {"port", server.port()}, {"caFile", server.caFile()}});
+    deliver(QStringLiteral("Arrived after STARTTLS"));
+    const qint64 ms = waitUntil([&] { return shows(QStringLiteral("Arrived after STARTTLS")); }, 10000);
+    ASSERT_GE(ms, 0) << log().toStdString();
+    EXPECT_LT(ms, 2000);
+}
+
+// An untrusted server is never followed: the failure is said and tried again, nothing is written.
+TEST_F(LiveTlsBridgeTest, AnUntrustedCertificateIsAFailureTriedAgain) {
+    deliver(QStringLiteral("Never shown"));
+    startBridge(writeConfig(
+        {{QStringLiteral("work"), accountKeys({{"security", "tls"}, {"port", server.tlsPort()}})}}));
+    ASSERT_GE(waitUntil([&] { return logSays(QStringLiteral("trying again in 2 s")); }, RecoverMs), 0)
+        << log().toStdString();
+    EXPECT_TRUE(logSays(QStringLiteral("work: certificate of 127.0.0.1 not trusted: ")))
+        << log().toStdString();
+    EXPECT_FALSE(shows(QStringLiteral("Never shown")));
+    EXPECT_EQ(bridge.state(), QProcess::Running);
+}
+
+} // namespace
+} // namespace corvina::test

@@ -1,0 +1,70 @@
+#!/usr/bin/env python3
+"""The systemd user unit as `cmake --install` places it: where systemd looks for user units, naming
+the program that was installed beside it, and accepted by systemd's own checker."""
+import configparser
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+
+
+def fail(message):
+    print("check_unit: " + message, file=sys.stderr)
+    sys.exit(1)
+
+
+def main():
+    build = sys.argv[1]
+    with tempfile.TemporaryDirectory() as dest:
+        env = dict(os.environ, DESTDIR=dest)
+        done = subprocess.run(["cmake", "--install", build, "--component", "bridge"], env=env,
+                              capture_output=True, text=True)
+        if done.returncode != 0:
+            fail("cmake --install failed: " + done.stderr)
+        units = [os.path.join(root, name) for root, _, names in os.walk(dest) for name in names
+                 if name.endswith(".service")]
+        if len(units) != 1:
+            fail("expected one unit installed, found %r" % units)
+        unit = units[0]
+        if not unit.endswith("/lib/systemd/user/corvina-mail-bridge.service"):
+            fail("the unit is not where systemd looks for user units: " + unit)
+
+        parser = configparser.ConfigParser(strict=True, interpolation=None)
+        parser.optionxform = str  # keys are case-sensitive in unit files
+        with open(unit, encoding="utf-8") as f:
+            parser.read_file(f)
+        service = parser["Service"]
+        for key, value in (("Type", "simple"), ("Restart", "on-failure")):
+            if service.get(key) != value:
+                fail("[Service] %s is %r, not %r" % (key, service.get(key), value))
+        if parser["Install"].get("WantedBy") != "default.target":
+            fail("[Install] WantedBy is not default.target, so enable would not start it at login")
+        program = service.get("ExecStart", "")
+        if not os.path.isabs(program) or not program.endswith("/corvina-mail-bridge"):
+            fail("ExecStart does not name the bridge by an absolute path: %r" % program)
+        if not os.access(dest + program, os.X_OK):
+            fail("ExecStart names %s, which the install did not place" % program)
+
+        # systemd's checker looks for the program on this machine's root, where the test did not
+        # install it: a copy points at the program under the install folder instead.
+        check_dir = os.path.join(dest, "verify")
+        os.mkdir(check_dir)
+        copy = os.path.join(check_dir, "corvina-mail-bridge.service")
+        with open(unit, encoding="utf-8") as f:
+            text = f.read()
+        with open(copy, "w", encoding="utf-8") as f:
+            f.write(text.replace("ExecStart=" + program, "ExecStart=" + dest + program))
+        analyze = shutil.which("systemd-analyze")
+        if analyze is None:
+            fail("systemd-analyze is not installed (Debian package systemd)")
+        checked = subprocess.run([analyze, "verify", "--man=no", copy], cwd=check_dir,
+                                 capture_output=True, text=True)
+        # Unknown keys and bad values are only warned about: any word from the checker is a failure.
+        if checked.returncode != 0 or checked.stderr.strip() or checked.stdout.strip():
+            fail("systemd-analyze verify: " + (checked.stderr + checked.stdout).strip())
+    print("check_unit: ok")
+
+
+if __name__ == "__main__":
+    main()

@@ -3,6 +3,7 @@
 #include "model/ExtensionMessage.h"
 #include "requestutils/Url.h"
 #include "support/FakeHostApp.h"
+#include "support/FolderTree.h"
 #include "support/LockHolder.h"
 #include "support/TempContainer.h"
 
@@ -24,6 +25,7 @@
 using corvina::ExtensionMessage;
 using corvina::ExtensionMessagePtr;
 using corvina::Url;
+using corvina::test::describeTree;
 using corvina::test::FakeHostApp;
 using corvina::test::HostLaunch;
 using corvina::test::LockHolder;
@@ -64,34 +66,6 @@ QByteArray contents(const QString& path) {
 std::string sorted(QStringList list) {
     std::sort(list.begin(), list.end());
     return list.join(u'\n').toStdString();
-}
-
-// Everything under `folder`, recursively, links not followed: each entry with its kind and
-// content, as one text so that a failure shows what changed. Hidden entries included.
-std::string tree(const QString& folder) {
-    std::map<std::string, std::string> items;
-    std::function<void(const QString&, const QString&)> walk = [&](const QString& path,
-                                                                   const QString& relative) {
-        for (const QString& name :
-             QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
-            const QString full = path + u'/' + name;
-            const QString key = relative.isEmpty() ? name : relative + u'/' + name;
-            const QFileInfo info(full);
-            if (info.isSymLink()) {
-                items[key.toStdString()] = "link -> " + info.symLinkTarget().toStdString();
-            } else if (info.isDir()) {
-                items[key.toStdString()] = "folder";
-                walk(full, key);
-            } else {
-                items[key.toStdString()] = "file " + contents(full).toHex().toStdString();
-            }
-        }
-    };
-    walk(folder, QString());
-    std::string text;
-    for (const auto& [key, value] : items)
-        text += key + ": " + value + "\n";
-    return text;
 }
 
 // The demo mailbox's data folder (accounts, snapshots, contacts, lock sidecars) copied to `data`.
@@ -327,7 +301,7 @@ TEST_F(ShareProgram, TheMailApplicationsOwnItemsAreNoServiceAndStayAsTheyWere) {
     host.installRecorder(QStringLiteral("org.corvina.mail"));
     copyDemoInto(container.data());
     stageEarlierShare();
-    const std::string before = tree(container.data());
+    const std::string before = describeTree(container.data());
     for (const QString& reserved :
          {QStringLiteral("Today"), QStringLiteral("Accounts.plist"), QStringLiteral("Contacts"),
           QStringLiteral(".Today.lock"), QStringLiteral(".Accounts.plist.lock"),
@@ -338,7 +312,7 @@ TEST_F(ShareProgram, TheMailApplicationsOwnItemsAreNoServiceAndStayAsTheyWere) {
         EXPECT_TRUE(outcome.err.startsWith("corvina-share: --service wants a folder name of its own"))
             << outcome.err.toStdString();
         EXPECT_TRUE(outcome.err.contains(("\"" + reserved + "\"").toUtf8())) << outcome.err.toStdString();
-        EXPECT_EQ(tree(container.data()), before) << "after --service " << reserved.toStdString();
+        EXPECT_EQ(describeTree(container.data()), before) << "after --service " << reserved.toStdString();
     }
     expectNothingTouched();
 }
@@ -357,7 +331,7 @@ TEST_F(ShareProgram, ALinkedDataFolderIsExitFourAndWhatItPointsAtIsUntouched) {
     ASSERT_EQ(::symlink(QFile::encodeName(elsewhere.path()).constData(),
                         QFile::encodeName(container.data()).constData()),
               0);
-    const std::string before = tree(elsewhere.path());
+    const std::string before = describeTree(elsewhere.path());
 
     const Outcome outcome =
         run({QStringLiteral("--text"), QStringLiteral("hello"), source(QStringLiteral("notes.txt"))});
@@ -367,7 +341,7 @@ TEST_F(ShareProgram, ALinkedDataFolderIsExitFourAndWhatItPointsAtIsUntouched) {
                                       " is a symbolic link; nothing is staged through one")
                                          .toUtf8()))
         << outcome.err.toStdString();
-    EXPECT_EQ(tree(elsewhere.path()), before);
+    EXPECT_EQ(describeTree(elsewhere.path()), before);
     EXPECT_EQ(QFileInfo(container.data()).symLinkTarget(), elsewhere.path());
     EXPECT_TRUE(host.waitForLaunches(1, 1000).isEmpty());
 }

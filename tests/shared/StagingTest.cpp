@@ -1,5 +1,6 @@
 #include "shared/ExtensionUtilities.h"
 #include "shared/GetGoodPath.h"
+#include "support/FolderTree.h"
 #include "support/LockHolder.h"
 #include "support/LogCapture.h"
 #include "support/ScopedEnvironment.h"
@@ -18,6 +19,7 @@
 #include <unistd.h>
 
 using namespace corvina;
+using corvina::test::describeTree;
 using corvina::test::LockHolder;
 using corvina::test::LogCapture;
 using corvina::test::ScopedEnvironment;
@@ -46,34 +48,6 @@ QStringList entries(const QString& folder) {
 // files must not be left behind, so hidden entries are checked separately where it matters.
 QStringList stagedNames(const QString& folder) {
     return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-}
-
-// Everything under `folder`, recursively and without following links: each entry's relative path
-// with its kind and content (a file's bytes, a link's target), as one text so that a failure shows
-// what changed. Hidden entries included.
-std::string tree(const QString& folder) {
-    std::map<std::string, std::string> items;
-    std::function<void(const QString&, const QString&)> walk = [&](const QString& path,
-                                                                   const QString& relative) {
-        for (const QString& name : entries(path)) {
-            const QString full = path + u'/' + name;
-            const QString key = relative.isEmpty() ? name : relative + u'/' + name;
-            const QFileInfo info(full);
-            if (info.isSymLink()) {
-                items[key.toStdString()] = "link -> " + info.symLinkTarget().toStdString();
-            } else if (info.isDir()) {
-                items[key.toStdString()] = "folder";
-                walk(full, key);
-            } else {
-                items[key.toStdString()] = "file " + readFile(full).toHex().toStdString();
-            }
-        }
-    };
-    walk(folder, QString());
-    std::string text;
-    for (const auto& [key, value] : items)
-        text += key + ": " + value + "\n";
-    return text;
 }
 
 // A data folder as the mail application keeps it: accounts, snapshots of two accounts, contacts,
@@ -483,7 +457,7 @@ TEST_F(Staging, BetaBuildsStageInTheBetaFolder) {
 
 TEST_F(Staging, NamesOfTheMailApplicationsItemsAreRefusedAndNothingOfItsChanges) {
     writeMailApplicationItems(container.data());
-    const std::string before = tree(container.data());
+    const std::string before = describeTree(container.data());
     const QString file = source("notes.txt", "notes");
     for (const QString& reserved :
          {QStringLiteral("Today"), QStringLiteral("Accounts.plist"), QStringLiteral("Contacts"),
@@ -495,7 +469,7 @@ TEST_F(Staging, NamesOfTheMailApplicationsItemsAreRefusedAndNothingOfItsChanges)
         EXPECT_TRUE(ExtensionUtilities::ShareFiles(reserved, {file}).isEmpty()) << reserved.toStdString();
         EXPECT_TRUE(ExtensionUtilities::ShareDatas(reserved, {QByteArray("png")}).isEmpty())
             << reserved.toStdString();
-        EXPECT_EQ(tree(container.data()), before) << "after staging into " << reserved.toStdString();
+        EXPECT_EQ(describeTree(container.data()), before) << "after staging into " << reserved.toStdString();
         // One refusal line each, naming the folder.
         const QStringList lines = log.lines();
         ASSERT_EQ(lines.size(), 3) << lines.join('\n').toStdString();
@@ -524,14 +498,14 @@ TEST_F(Staging, ALinkedDataFolderIsNeverStagedThrough) {
     ASSERT_EQ(::symlink(QFile::encodeName(elsewhere.path()).constData(),
                         QFile::encodeName(container.data()).constData()),
               0);
-    const std::string before = tree(elsewhere.path());
+    const std::string before = describeTree(elsewhere.path());
 
     ExtensionUtilities::ShareInit(QStringLiteral("Share"));
     EXPECT_TRUE(
         ExtensionUtilities::ShareFiles(QStringLiteral("Share"), {source("notes.txt", "n")}).isEmpty());
     EXPECT_TRUE(ExtensionUtilities::ShareDatas(QStringLiteral("Share"), {QByteArray("png")}).isEmpty());
 
-    EXPECT_EQ(tree(elsewhere.path()), before); // no file emptied, none added, not even a lock sidecar
+    EXPECT_EQ(describeTree(elsewhere.path()), before); // no file emptied, none added, not even a lock sidecar
     EXPECT_EQ(QFileInfo(container.data()).symLinkTarget(), elsewhere.path());
     const QString reason =
         QStringLiteral("the data folder %1 is a symbolic link; nothing is staged through one")
@@ -551,10 +525,10 @@ TEST_F(Staging, InitRemovesLinksInTheFolderWithoutFollowingThem) {
     ASSERT_EQ(::symlink(QFile::encodeName(elsewhere.filePath("keep/precious.txt")).constData(),
                         QFile::encodeName(staging() + "/file-link").constData()),
               0);
-    const std::string before = tree(elsewhere.path());
+    const std::string before = describeTree(elsewhere.path());
     ExtensionUtilities::ShareInit(QStringLiteral("Share"));
     EXPECT_TRUE(entries(staging()).isEmpty());
-    EXPECT_EQ(tree(elsewhere.path()), before);
+    EXPECT_EQ(describeTree(elsewhere.path()), before);
     EXPECT_TRUE(log.lines().isEmpty()) << log.lines().join('\n').toStdString();
 }
 

@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <map>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>

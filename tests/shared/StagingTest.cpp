@@ -14,7 +14,6 @@
 #include <fcntl.h>
 #include <future>
 #include <gtest/gtest.h>
-#include <map>
 #include <sys/stat.h>
 #include <unistd.h>
 

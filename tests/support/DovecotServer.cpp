@@ -1,5 +1,7 @@
 #include "DovecotServer.h"
 
+#include "ProcessStop.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -264,13 +266,7 @@ bool DovecotServer::waitForGreeting(QString* error) {
 }
 
 void DovecotServer::stop() {
-    if (m_process.state() == QProcess::NotRunning)
-        return;
-    m_process.terminate();
-    if (!m_process.waitForFinished(StopTimeoutMs)) {
-        m_process.kill();
-        m_process.waitForFinished(StopTimeoutMs);
-    }
+    stopProcess(m_process, StopTimeoutMs);
 }
 
 bool DovecotServer::restart(QString* error) {

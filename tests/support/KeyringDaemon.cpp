@@ -1,6 +1,7 @@
 #include "KeyringDaemon.h"
 
 #include "PrivateSessionBus.h"
+#include "ProcessStop.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -107,13 +108,7 @@ void KeyringDaemon::resume() {
 
 void KeyringDaemon::stop() {
     resume();
-    if (m_process.state() == QProcess::NotRunning)
-        return;
-    m_process.terminate();
-    if (!m_process.waitForFinished(StopTimeoutMs)) {
-        m_process.kill();
-        m_process.waitForFinished(StopTimeoutMs);
-    }
+    stopProcess(m_process, StopTimeoutMs);
 }
 
 } // namespace corvina::test

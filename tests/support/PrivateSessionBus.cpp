@@ -1,5 +1,7 @@
 #include "PrivateSessionBus.h"
 
+#include "ProcessStop.h"
+
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -86,10 +88,7 @@ void PrivateSessionBus::removeService(const QString& name) {
 
 PrivateSessionBus::~PrivateSessionBus() {
     // Services the bus started would outlive it; they exit when their connection goes.
-    m_daemon.terminate();
-    if (!m_daemon.waitForFinished(2000))
-        m_daemon.kill();
-    m_daemon.waitForFinished(2000);
+    stopProcess(m_daemon, 2000);
 }
 
 } // namespace corvina::test

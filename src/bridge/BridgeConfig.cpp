@@ -105,8 +105,10 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
     a.name = group;
     a.pollSeconds = poll;
     QStringList problems;
-    const QStringList known = {"mail",  "name", "host", "port",     "security",        "user",   "enabled",
-                               "inbox", "todo", "memo", "messages", "passwordCommand", "caFile", "poll"};
+    const QStringList known = {
+        "mail",   "name", "host",        "port",          "security", "user",     "enabled",
+        "inbox",  "todo", "memo",        "archive",       "trash",    "messages", "passwordCommand",
+        "caFile", "poll", "openCommand", "composeCommand"};
     for (const QString& key : settings.childKeys()) {
         if (!known.contains(key))
             problems << QStringLiteral("unknown key %1").arg(key);
@@ -165,8 +167,10 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
         a.inbox = inbox;
     a.todo = text(settings, QStringLiteral("todo"));
     a.memo = text(settings, QStringLiteral("memo"));
+    a.archive = text(settings, QStringLiteral("archive"));
+    a.trash = text(settings, QStringLiteral("trash"));
     const QList<std::pair<const char*, QString>> folders = {
-        {"inbox", a.inbox}, {"todo", a.todo}, {"memo", a.memo}};
+        {"inbox", a.inbox}, {"todo", a.todo}, {"memo", a.memo}, {"archive", a.archive}, {"trash", a.trash}};
     for (const auto& [key, folder] : folders) {
         if (!folder.isEmpty() && !isPlainFolderName(folder))
             problems << QStringLiteral("%1 folder %2: only printable ASCII folder names are supported yet")
@@ -186,6 +190,8 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
     }
 
     a.passwordCommand = text(settings, QStringLiteral("passwordCommand"));
+    a.openCommand = text(settings, QStringLiteral("openCommand"));
+    a.composeCommand = text(settings, QStringLiteral("composeCommand"));
 
     // A relative caFile is found beside bridge.conf, wherever the bridge was started from.
     const QString caFile = text(settings, QStringLiteral("caFile"));

@@ -30,6 +30,14 @@ public:
         QString inbox = QStringLiteral("INBOX");
         QString todo; // empty: the flagged messages of the inbox
         QString memo; // empty: no memo list
+        // Where the widget's archive and delete buttons move a message; empty: the folder the
+        // server marks \Archive or \Trash (SPECIAL-USE).
+        QString archive;
+        QString trash;
+        // How the person's mail client is reached; empty: the desktop's default handler
+        // (xdg-open for a message, xdg-email for a draft).
+        QString openCommand;
+        QString composeCommand;
         QString passwordCommand;
         QString caFile;                       // absolute; the only authorities trusted for the server
         int messages = DefaultMessages;       // newest messages kept per list

@@ -36,7 +36,24 @@ TEST_F(BridgeConfigTest, DefaultsFillWhatTheUserLeftOut) {
     EXPECT_EQ(a.inbox, QStringLiteral("INBOX"));
     EXPECT_TRUE(a.todo.isEmpty());
     EXPECT_TRUE(a.memo.isEmpty());
+    EXPECT_TRUE(a.archive.isEmpty());
+    EXPECT_TRUE(a.trash.isEmpty());
+    EXPECT_TRUE(a.openCommand.isEmpty());
+    EXPECT_TRUE(a.composeCommand.isEmpty());
     EXPECT_EQ(a.messages, 50);
+}
+
+TEST_F(BridgeConfigTest, CommandFoldersAndMailClientCommandsAreRead) {
+    const BridgeConfig config =
+        load("[work]\nmail = ada@example.org\nhost = imap.example.org\narchive = Old Mail\ntrash = Bin\n"
+             "openCommand = \"mail-client --message %m\"\ncomposeCommand = mail-client --compose %u\n");
+    ASSERT_EQ(config.accounts().size(), 1);
+    const BridgeConfig::Account& a = config.accounts().first();
+    EXPECT_EQ(a.problem, QString());
+    EXPECT_EQ(a.archive, QStringLiteral("Old Mail"));
+    EXPECT_EQ(a.trash, QStringLiteral("Bin"));
+    EXPECT_EQ(a.openCommand, QStringLiteral("mail-client --message %m"));
+    EXPECT_EQ(a.composeCommand, QStringLiteral("mail-client --compose %u"));
 }
 
 TEST_F(BridgeConfigTest, StartTlsDefaultsToPort143AndValuesAreRead) {

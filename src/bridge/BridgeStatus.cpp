@@ -32,8 +32,10 @@ BridgeStatus::BridgeStatus(QString path) : m_path(std::move(path)) {
         return;
     // An unreadable or foreign file is simply started afresh: it only ever holds what is
     // written again at the next sync.
-    const QJsonObject accounts =
-        QJsonDocument::fromJson(file.readAll()).object().value(QStringLiteral("accounts")).toObject();
+    const QJsonObject status = QJsonDocument::fromJson(file.readAll()).object();
+    const QJsonObject accounts = status.value(QStringLiteral("accounts")).toObject();
+    m_lastCommand = status.value(QStringLiteral("lastCommand")).toObject();
+    m_lastCommandFailure = status.value(QStringLiteral("lastCommandFailure")).toObject();
     for (auto it = accounts.begin(); it != accounts.end(); ++it) {
         if (it.value().isObject())
             m_accounts.insert(it.key(), it.value().toObject());
@@ -56,6 +58,19 @@ void BridgeStatus::recordFailure(const QString& account, const QString& mail, co
     entry.insert(QStringLiteral("lastErrorTime"), isoTime(when));
 }
 
+void BridgeStatus::recordCommand(const QString& command, const QString& mail, bool ok, const QString& error,
+                                 const QDateTime& when) {
+    QJsonObject entry{{QStringLiteral("command"), command},
+                      {QStringLiteral("account"), mail},
+                      {QStringLiteral("ok"), ok},
+                      {QStringLiteral("time"), isoTime(when)}};
+    if (!ok) {
+        entry.insert(QStringLiteral("error"), error);
+        m_lastCommandFailure = entry;
+    }
+    m_lastCommand = entry;
+}
+
 void BridgeStatus::keepOnly(const QStringList& accounts) {
     for (auto it = m_accounts.begin(); it != m_accounts.end();) {
         if (accounts.contains(it.key()))
@@ -69,7 +84,12 @@ QJsonObject BridgeStatus::toJson() const {
     QJsonObject accounts;
     for (auto it = m_accounts.begin(); it != m_accounts.end(); ++it)
         accounts.insert(it.key(), it.value());
-    return QJsonObject{{QStringLiteral("version"), FormatVersion}, {QStringLiteral("accounts"), accounts}};
+    QJsonObject status{{QStringLiteral("version"), FormatVersion}, {QStringLiteral("accounts"), accounts}};
+    if (!m_lastCommand.isEmpty())
+        status.insert(QStringLiteral("lastCommand"), m_lastCommand);
+    if (!m_lastCommandFailure.isEmpty())
+        status.insert(QStringLiteral("lastCommandFailure"), m_lastCommandFailure);
+    return status;
 }
 
 bool BridgeStatus::write(QString* error) const {

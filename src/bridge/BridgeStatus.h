@@ -22,7 +22,12 @@ namespace corvina {
 //         "lastError": "login refused for ada",     (the last failure, kept after a later success)
 //         "lastErrorTime": "2024-05-02T10:42:00Z"
 //       }
-//     }
+//     },
+//     "lastCommand": {                              (the widget's last command, carried out or not)
+//       "command": "archive", "account": "ada@example.org", "ok": false,
+//       "error": "archive: the message is no longer in INBOX", "time": "2024-05-02T10:43:00Z"
+//     },
+//     "lastCommandFailure": { ... }                 (the last command that failed, kept after later ones)
 //   }
 //
 // Times are UTC in ISO 8601. The file is replaced whole (a temporary in the same folder, then a
@@ -42,6 +47,10 @@ public:
     void recordSync(const QString& account, const QString& mail, const QDateTime& when);
     void recordFailure(const QString& account, const QString& mail, const QString& error,
                        const QDateTime& when);
+    // A command of the widget's (archive, open, ...) for the account of `mail` (as the command named
+    // it, which may be no configured account), carried out or failed with `error`.
+    void recordCommand(const QString& command, const QString& mail, bool ok, const QString& error,
+                       const QDateTime& when);
     // Forgets the accounts not named (removed from the configuration).
     void keepOnly(const QStringList& accounts);
 
@@ -52,6 +61,8 @@ public:
 private:
     QString m_path;
     QMap<QString, QJsonObject> m_accounts;
+    QJsonObject m_lastCommand;
+    QJsonObject m_lastCommandFailure;
 };
 
 } // namespace corvina

@@ -87,6 +87,39 @@ TEST_F(BridgeStatusTest, ANewRunStartsFromTheFileAndForgetsRemovedAccounts) {
     EXPECT_FALSE(accounts["work"].toObject()["ok"].toBool(true));
 }
 
+TEST_F(BridgeStatusTest, TheLastCommandAndTheLastFailedOneAreKeptAcrossRuns) {
+    {
+        BridgeStatus status(path());
+        status.recordCommand(QStringLiteral("archive"), QStringLiteral("ada@example.org"), false,
+                             QStringLiteral("archive: the message is no longer in INBOX"),
+                             at("2024-05-02T10:43:00Z"));
+        status.recordCommand(QStringLiteral("open"), QStringLiteral("nobody@example.org"), true, QString(),
+                             at("2024-05-02T10:44:00Z"));
+        QString error;
+        ASSERT_TRUE(status.write(&error)) << error.toStdString();
+    }
+    const QJsonObject written = read();
+    EXPECT_EQ(written.value(QStringLiteral("lastCommand")).toObject(),
+              (QJsonObject{{QStringLiteral("command"), QStringLiteral("open")},
+                           {QStringLiteral("account"), QStringLiteral("nobody@example.org")},
+                           {QStringLiteral("ok"), true},
+                           {QStringLiteral("time"), QStringLiteral("2024-05-02T10:44:00Z")}}));
+    const QJsonObject failure{
+        {QStringLiteral("command"), QStringLiteral("archive")},
+        {QStringLiteral("account"), QStringLiteral("ada@example.org")},
+        {QStringLiteral("ok"), false},
+        {QStringLiteral("error"), QStringLiteral("archive: the message is no longer in INBOX")},
+        {QStringLiteral("time"), QStringLiteral("2024-05-02T10:43:00Z")}};
+    EXPECT_EQ(written.value(QStringLiteral("lastCommandFailure")).toObject(), failure);
+
+    // A new run (the bridge restarted) keeps both until a new command replaces them.
+    BridgeStatus again(path());
+    again.recordSync(QStringLiteral("work"), QStringLiteral("ada@example.org"), at("2024-05-02T11:00:00Z"));
+    EXPECT_EQ(again.toJson().value(QStringLiteral("lastCommandFailure")).toObject(), failure);
+    EXPECT_EQ(again.toJson().value(QStringLiteral("lastCommand")).toObject().value(QStringLiteral("command")),
+              QStringLiteral("open"));
+}
+
 TEST_F(BridgeStatusTest, TheFileIsReplacedWholeWithNothingLeftBeside) {
     BridgeStatus status(path());
     status.recordSync(QStringLiteral("work"), QStringLiteral("a@x"), at("2024-05-02T10:40:00Z"));

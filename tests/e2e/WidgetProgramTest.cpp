@@ -2,6 +2,7 @@
 // mouse and keyboard input (xdotool), a stand-in mail application that records what it is sent.
 #include "support/FakeHostApp.h"
 #include "support/TempContainer.h"
+#include "support/XServer.h"
 
 #include <QDeadlineTimer>
 #include <QFile>
@@ -10,12 +11,12 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QThread>
-#include <QtEndian>
 #include <cstdio>
 #include <gtest/gtest.h>
 
 using corvina::test::FakeHostApp;
 using corvina::test::TempContainer;
+using corvina::test::XServer;
 
 namespace {
 
@@ -49,66 +50,6 @@ bool waitFor(const std::function<bool()>& condition, int timeoutMs) {
     return true;
 }
 
-// An X server of the test's own, whose screen is also a file (-fbdir) the test can look at.
-class XServer {
-public:
-    bool start() {
-        m_server.setProgram(QStringLiteral("Xvfb"));
-        m_server.setArguments({QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
-                               QStringLiteral("0"), QStringLiteral("800x900x24"), QStringLiteral("-fbdir"),
-                               m_dir.path(), QStringLiteral("-nolisten"), QStringLiteral("tcp"),
-                               QStringLiteral("-br")});
-        m_server.start();
-        if (!m_server.waitForStarted(5000))
-            return false;
-        while (!m_server.canReadLine()) {
-            if (!m_server.waitForReadyRead(10000))
-                return false;
-        }
-        m_display = QStringLiteral(":") + QString::fromUtf8(m_server.readLine()).trimmed();
-        return m_display.size() > 1;
-    }
-    ~XServer() {
-        m_server.terminate();
-        m_server.waitForFinished(3000);
-    }
-    QString display() const { return m_display; }
-
-    // The screen as an image, read from the server's XWD frame-buffer file.
-    QImage screen() const {
-        QFile file(m_dir.filePath(QStringLiteral("Xvfb_screen0")));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        const QByteArray data = file.readAll();
-        auto field = [&](int index) { return qFromBigEndian<quint32>(data.constData() + index * 4); };
-        if (data.size() < 100)
-            return {};
-        const quint32 headerSize = field(0), width = field(4), height = field(5), bitsPerPixel = field(11),
-                      bytesPerLine = field(12), colours = field(19);
-        const qsizetype offset = headerSize + colours * 12;
-        if (bitsPerPixel != 32 || data.size() < offset + qsizetype(bytesPerLine) * height)
-            return {};
-        QImage image(reinterpret_cast<const uchar*>(data.constData() + offset), int(width), int(height),
-                     int(bytesPerLine), QImage::Format_RGB32);
-        return image.copy();
-    }
-
-private:
-    QTemporaryDir m_dir;
-    QProcess m_server;
-    QString m_display;
-};
-
-QString xdotool(const QString& display, const QStringList& arguments) {
-    QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("DISPLAY"), display);
-    p.setProcessEnvironment(env);
-    p.start(QStringLiteral("xdotool"), arguments);
-    p.waitForFinished(10000);
-    return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
-}
-
 // Pixels of a window row (inside its text area) that are neither the panel's colour nor the black
 // of the screen around the window: the row's text and pictures.
 int inkInRow(const QImage& screen, QPoint window, int row) {
@@ -139,19 +80,9 @@ protected:
                      {QStringLiteral("--container"), container.root(), QStringLiteral("--interval"),
                       QStringLiteral("3600")});
         ASSERT_TRUE(widget.waitForStarted(5000));
-        windowId = xdotool(x.display(), {QStringLiteral("search"), QStringLiteral("--sync"),
-                                         QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
-                                         QStringLiteral("Corvina Today")})
-                       .section(u'\n', 0, 0);
+        windowId = x.findWindow(QStringLiteral("Corvina Today"));
         ASSERT_FALSE(windowId.isEmpty()) << "the widget's window did not appear";
-        const QString shell =
-            xdotool(x.display(), {QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"), windowId});
-        for (const QString& line : shell.split(u'\n')) {
-            if (line.startsWith(QLatin1String("X=")))
-                origin.setX(line.mid(2).toInt());
-            if (line.startsWith(QLatin1String("Y=")))
-                origin.setY(line.mid(2).toInt());
-        }
+        origin = x.windowOrigin(windowId);
         ASSERT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 2) > 50; }, 10000))
             << "the rows were not drawn";
     }
@@ -177,9 +108,7 @@ protected:
 TEST_F(WidgetProgram, ArchiveButtonSendsTheCommandAndTheRowLeaves) {
     EXPECT_GT(inkInRow(x.screen(), origin, 0), 50);
     // The first row's archive button.
-    xdotool(x.display(),
-            {QStringLiteral("mousemove"), QStringLiteral("--window"), windowId, QStringLiteral("262"),
-             QString::number(kTableTop + 40), QStringLiteral("click"), QStringLiteral("1")});
+    x.click(windowId, 262, kTableTop + 40);
     const auto launches = host.waitForLaunches(1);
     ASSERT_EQ(launches.size(), 1);
     EXPECT_EQ(launches.at(0).arguments,
@@ -205,9 +134,8 @@ TEST_F(WidgetProgram, FollowsTheMailAppsFilesAndClosesWithEscape) {
               0);
     EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 3) > 50; }, 5000));
 
-    xdotool(x.display(), {QStringLiteral("windowactivate"), QStringLiteral("--sync"), windowId});
-    xdotool(x.display(),
-            {QStringLiteral("key"), QStringLiteral("--window"), windowId, QStringLiteral("Escape")});
+    x.xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), windowId});
+    x.xdotool({QStringLiteral("key"), QStringLiteral("--window"), windowId, QStringLiteral("Escape")});
     ASSERT_TRUE(widget.waitForFinished(5000)) << "Escape did not close the widget";
     EXPECT_EQ(widget.exitCode(), 0);
     // The window's place is kept for the next start.

@@ -1,5 +1,7 @@
 #include "PasswordCommand.h"
 
+#include "CommandLine.h"
+
 #include <QProcess>
 #include <QStringList>
 
@@ -11,7 +13,7 @@ std::optional<QString> PasswordCommand::run(const QString& commandLine, QString*
             *error = why;
         return std::nullopt;
     };
-    QStringList words = QProcess::splitCommand(commandLine);
+    QStringList words = CommandLine::words(commandLine);
     if (words.isEmpty())
         return fail(QStringLiteral("passwordCommand is empty"));
     const QString program = words.takeFirst();

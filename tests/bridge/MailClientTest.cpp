@@ -1,0 +1,390 @@
+#include "bridge/MailClient.h"
+
+#include "requestutils/RequestUtils.h"
+#include "support/FakeHostApp.h"
+#include "support/ScopedEnvironment.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <gtest/gtest.h>
+#include <memory>
+#include <vector>
+
+using namespace corvina;
+using corvina::test::FakeHostApp;
+using corvina::test::HostLaunch;
+using corvina::test::ScopedEnvironment;
+
+namespace {
+
+std::string s(const QString& text) {
+    return text.toStdString();
+}
+
+// The recorder writes a line break as "\n" and a backslash as "\\"; this is the text it was given.
+QString unescaped(const QString& recorded) {
+    QString out;
+    for (qsizetype i = 0; i < recorded.size(); ++i) {
+        if (recorded.at(i) == u'\\' && i + 1 < recorded.size()) {
+            ++i;
+            out += recorded.at(i) == u'n' ? QChar(u'\n') : recorded.at(i);
+        } else {
+            out += recorded.at(i);
+        }
+    }
+    return out;
+}
+
+// A desktop of the test's own, in the generic mode of xdg-utils (no desktop environment named):
+// a desktop file starting the recorder is the default application for message/rfc822 and for
+// mailto: URLs, found through $XDG_CONFIG_HOME/mimeapps.list, and nothing installed on the
+// machine (its applications, defaults, browsers, mailcap) can answer instead. The MIME database
+// is the machine's, so that xdg-mime tells a message file's type.
+class MailDesktop {
+public:
+    MailDesktop() {
+        QDir root(m_dir.path());
+        for (const char* folder : {"config", "config-system", "system", "home", "empty-path"})
+            root.mkpath(QLatin1String(folder));
+        QFile::link(QStringLiteral("/usr/share/mime"), m_dir.filePath(QStringLiteral("system/mime")));
+        set("XDG_DATA_DIRS", m_dir.filePath(QStringLiteral("system")));
+        set("XDG_CONFIG_HOME", m_dir.filePath(QStringLiteral("config")));
+        set("XDG_CONFIG_DIRS", m_dir.filePath(QStringLiteral("config-system")));
+        set("HOME", m_dir.filePath(QStringLiteral("home")));
+        // xdg-open looks up defaults only with a display; nothing connects to it here
+        set("WAYLAND_DISPLAY", QStringLiteral("corvina-test-display"));
+        // no browser is tried when the default application is missing
+        set("BROWSER", QStringLiteral(":"));
+        // xdg-utils asks the session bus whether a GNOME session runs
+        set("DBUS_SESSION_BUS_ADDRESS",
+            QStringLiteral("unix:path=") + m_dir.filePath(QStringLiteral("no-bus")));
+        for (const char* name : {"XDG_CURRENT_DESKTOP", "XDG_SESSION_DESKTOP", "DESKTOP_SESSION",
+                                 "KDE_FULL_SESSION", "KDE_SESSION_VERSION", "GNOME_DESKTOP_SESSION_ID",
+                                 "MATE_DESKTOP_SESSION_ID", "LXQT_SESSION_CONFIG", "DESKTOP", "MAILER",
+                                 "XDG_MENU_PREFIX", "DISPLAY", "XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID"})
+            m_environment.push_back(std::make_unique<ScopedEnvironment>(name, std::nullopt));
+    }
+
+    // The recorder as the default for messages and mailto: URLs.
+    void installDefaultClient() {
+        m_host.installDesktopFile(QStringLiteral("corvina-test-mail.desktop"),
+                                  QStringLiteral("[Desktop Entry]\nType=Application\nName=Test mail client\n"
+                                                 "Exec=%1 %2 %u\n")
+                                      .arg(FakeHostApp::recorderProgram(), m_host.recordFile())
+                                      .toUtf8());
+        QFile list(m_dir.filePath(QStringLiteral("config/mimeapps.list")));
+        ASSERT_TRUE(list.open(QIODevice::WriteOnly));
+        list.write("[Default Applications]\nmessage/rfc822=corvina-test-mail.desktop\n"
+                   "x-scheme-handler/mailto=corvina-test-mail.desktop\n");
+    }
+
+    QString file(const QString& name, const QByteArray& content = "content\n") const {
+        const QString path = m_dir.filePath(name);
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly)) << s(path);
+        file.write(content);
+        return path;
+    }
+
+    QString message(const QString& name) const {
+        return file(name,
+                    "From: Ann <ann@example.org>\nTo: bob@example.org\nSubject: Hello\n"
+                    "Message-ID: <abc.123@example.org>\nDate: Thu, 2 May 2024 10:00:00 +0000\n\nHi Bob\n");
+    }
+
+    QString recorderCommand() const { return FakeHostApp::recorderProgram() + u' ' + m_host.recordFile(); }
+
+    QString path(const QString& name) const { return m_dir.filePath(name); }
+    QList<HostLaunch> launches() const { return m_host.launches(); }
+    QList<HostLaunch> waitForLaunches(int count) const { return m_host.waitForLaunches(count); }
+
+private:
+    void set(const char* name, const QString& value) {
+        m_environment.push_back(std::make_unique<ScopedEnvironment>(name, value.toUtf8()));
+    }
+
+    FakeHostApp m_host; // XDG_DATA_HOME with the applications folder
+    QTemporaryDir m_dir;
+    std::vector<std::unique_ptr<ScopedEnvironment>> m_environment;
+};
+
+struct Outcome {
+    bool called = false;
+    bool ok = false;
+    QString error;
+};
+
+// Runs the event loop until `done` is called (at most 20 s).
+template <typename Start> Outcome waitFor(Start start) {
+    Outcome outcome;
+    QEventLoop loop;
+    start([&outcome, &loop](bool ok, const QString& error) {
+        EXPECT_FALSE(outcome.called) << "done called twice";
+        outcome = Outcome{true, ok, error};
+        loop.quit();
+    });
+    EXPECT_FALSE(outcome.called) << "done called before the call returned";
+    if (!outcome.called) {
+        QTimer::singleShot(20000, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    EXPECT_TRUE(outcome.called) << "done not called";
+    return outcome;
+}
+
+MailDraft hostileDraft() {
+    MailDraft draft;
+    draft.to = {QStringLiteral("ada@example.org"), QStringLiteral("\"Bob, B.\" <bob+x@example.org>")};
+    draft.cc = {QStringLiteral("cy@example.org")};
+    draft.bcc = {QStringLiteral("dee@example.org")};
+    draft.subject = QStringLiteral("Re: it's \"$(rm -rf ~)\"; `id` & 100% \u00e4 #1 ?x=y");
+    draft.body = QStringLiteral("Hi,\n-- \nline with $HOME and \\n and 'quotes'\n");
+    draft.inReplyTo = QStringLiteral("abc.123@example.org");
+    draft.references = {QStringLiteral("root@example.org"), QStringLiteral("abc.123@example.org")};
+    return draft;
+}
+
+} // namespace
+
+TEST(MailClient, MailtoUrlCarriesEveryField) {
+    MailDraft draft;
+    draft.to = {QStringLiteral("ada@example.org"), QStringLiteral("b c@example.org")};
+    draft.cc = {QStringLiteral("cy@example.org")};
+    draft.bcc = {QStringLiteral("dee@example.org")};
+    draft.subject = QStringLiteral("Re: a&b=c \u00e4");
+    draft.body = QStringLiteral("one\ntwo\r\nthree");
+    draft.inReplyTo = QStringLiteral("abc@x.org");
+    draft.references = {QStringLiteral("r1@x.org"), QStringLiteral("abc@x.org")};
+    EXPECT_EQ(s(MailClient::mailtoUrl(draft)),
+              "mailto:ada@example.org,b%20c@example.org?cc=cy@example.org&bcc=dee@example.org"
+              "&subject=Re%3A%20a%26b%3Dc%20%C3%A4&body=one%0D%0Atwo%0D%0Athree"
+              "&In-Reply-To=%3Cabc%40x.org%3E&References=%3Cr1%40x.org%3E%20%3Cabc%40x.org%3E");
+    EXPECT_EQ(s(MailClient::mailtoUrl(MailDraft{})), "mailto:");
+    MailDraft onlySubject;
+    onlySubject.subject = QStringLiteral("x");
+    EXPECT_EQ(s(MailClient::mailtoUrl(onlySubject)), "mailto:?subject=x");
+    // nothing a URL cannot hold
+    const QString hostile = MailClient::mailtoUrl(hostileDraft());
+    EXPECT_TRUE(Url::URLWithString(hostile)) << s(hostile);
+}
+
+TEST(MailClient, OpensAMessageInTheDefaultClientThroughXdgOpen) {
+    MailDesktop desktop;
+    desktop.installDefaultClient();
+    const QString file = desktop.message(QStringLiteral("-n it's \"$(touch pwned)\"; `id` & x.eml"));
+    MailClient client;
+    const Outcome outcome = waitFor([&](MailClient::Done done) {
+        client.openMessage(QString(), file, QStringLiteral("abc.123@example.org"),
+                           QStringLiteral("token-1_TIME1"), done);
+    });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    const QList<HostLaunch> launches = desktop.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(launches.first().arguments, QStringList{file});
+    EXPECT_EQ(s(launches.first().values.value(QStringLiteral("XDG_ACTIVATION_TOKEN"))), "token-1_TIME1");
+    EXPECT_EQ(s(launches.first().values.value(QStringLiteral("DESKTOP_STARTUP_ID"))), "token-1_TIME1");
+    EXPECT_FALSE(QFileInfo::exists(desktop.path(QStringLiteral("pwned"))));
+}
+
+TEST(MailClient, ComposesThroughXdgEmailWithTheThreadAndAttachments) {
+    MailDesktop desktop;
+    desktop.installDefaultClient();
+    MailDraft draft = hostileDraft();
+    draft.attachments = {desktop.file(QStringLiteral("report 1 (final).pdf")),
+                         desktop.file(QStringLiteral("it's \"$(x)\"; \u00e4 -a.txt"))};
+    // inherited tokens are not passed on when the draft comes without one
+    ScopedEnvironment inherited("XDG_ACTIVATION_TOKEN", QByteArray("from-the-bridge-start"));
+    ScopedEnvironment inheritedId("DESKTOP_STARTUP_ID", QByteArray("from-the-bridge-start"));
+    MailClient client;
+    const Outcome outcome =
+        waitFor([&](MailClient::Done done) { client.compose(QString(), draft, QString(), done); });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    const QList<HostLaunch> launches = desktop.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    ASSERT_EQ(launches.first().arguments.size(), 1);
+    const QString url = launches.first().arguments.first();
+    // the URL as the bridge made it, In-Reply-To and References included, with xdg-email's
+    // "attach" fields after it
+    const QString made = MailClient::mailtoUrl(draft);
+    ASSERT_TRUE(url.startsWith(made + QStringLiteral("&attach="))) << s(url);
+    QStringList attached;
+    for (const QString& field : url.mid(made.size() + 1).split(u'&')) {
+        ASSERT_TRUE(field.startsWith(QStringLiteral("attach="))) << s(field);
+        attached << RequestUtils::URLDecodedString(field.mid(7), false);
+    }
+    EXPECT_EQ(attached, draft.attachments);
+    EXPECT_TRUE(url.contains(QStringLiteral("&In-Reply-To=%3Cabc.123%40example.org%3E&References=")));
+    EXPECT_FALSE(launches.first().values.contains(QStringLiteral("XDG_ACTIVATION_TOKEN")));
+    EXPECT_FALSE(launches.first().values.contains(QStringLiteral("DESKTOP_STARTUP_ID")));
+}
+
+TEST(MailClient, NoDefaultApplicationIsAFailureWithItsLine) {
+    MailDesktop desktop; // nothing installed, no mimeapps.list
+    const QString file = desktop.message(QStringLiteral("m.eml"));
+    MailClient client;
+    Outcome outcome = waitFor(
+        [&](MailClient::Done done) { client.openMessage(QString(), file, QString(), QString(), done); });
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(s(outcome.error), "xdg-open found no application to open the message (exit status 3)");
+
+    outcome =
+        waitFor([&](MailClient::Done done) { client.compose(QString(), hostileDraft(), QString(), done); });
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(s(outcome.error), "xdg-email found no application for mailto: URLs (exit status 3)");
+    EXPECT_TRUE(desktop.launches().isEmpty());
+}
+
+TEST(MailClient, ConfiguredOpenCommandGetsItsFields) {
+    MailDesktop desktop;
+    const QString file = desktop.message(QStringLiteral("a message.eml"));
+    const QString id = QStringLiteral("a\"b' $(id); `x`\n-rf \\ %m %f");
+    MailClient client;
+    Outcome outcome = waitFor([&](MailClient::Done done) {
+        client.openMessage(desktop.recorderCommand() + QStringLiteral(" \"--file=%f\" mid:%m %% 100%%"), file,
+                           id, QStringLiteral("tok"), done);
+    });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    QList<HostLaunch> launches = desktop.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    QStringList got;
+    for (const QString& argument : launches.at(0).arguments)
+        got << unescaped(argument);
+    EXPECT_EQ(got, QStringList({QStringLiteral("--file=") + file, QStringLiteral("mid:") + id,
+                                QStringLiteral("%"), QStringLiteral("100%")}));
+    EXPECT_EQ(s(launches.at(0).values.value(QStringLiteral("XDG_ACTIVATION_TOKEN"))), "tok");
+
+    // without %f or %m the file comes last
+    outcome = waitFor([&](MailClient::Done done) {
+        client.openMessage(desktop.recorderCommand() + QStringLiteral(" --view"), file, id, QString(), done);
+    });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    launches = desktop.waitForLaunches(2);
+    ASSERT_EQ(launches.size(), 2);
+    EXPECT_EQ(launches.at(1).arguments, QStringList({QStringLiteral("--view"), file}));
+    EXPECT_FALSE(launches.at(1).values.contains(QStringLiteral("XDG_ACTIVATION_TOKEN")));
+
+    outcome = waitFor([&](MailClient::Done done) {
+        client.openMessage(desktop.recorderCommand() + QStringLiteral(" %x"), file, id, QString(), done);
+    });
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(s(outcome.error), "openCommand: unknown field %x in \"%x\"");
+    outcome = waitFor([&](MailClient::Done done) {
+        client.openMessage(desktop.recorderCommand() + QStringLiteral(" x%"), file, id, QString(), done);
+    });
+    EXPECT_EQ(s(outcome.error), "openCommand: a lone % at the end of \"x%\"");
+    EXPECT_EQ(desktop.launches().size(), 2);
+}
+
+TEST(MailClient, ConfiguredComposeCommandGetsItsFields) {
+    MailDesktop desktop;
+    MailDraft draft = hostileDraft();
+    draft.attachments = {desktop.file(QStringLiteral("-first \"one\".txt")),
+                         desktop.file(QStringLiteral("second; $(x)\\.txt"))};
+    MailClient client;
+    Outcome outcome = waitFor([&](MailClient::Done done) {
+        client.compose(desktop.recorderCommand() + QStringLiteral(" --url %u %a --end"), draft, QString(),
+                       done);
+    });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    QList<HostLaunch> launches = desktop.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    QStringList got;
+    for (const QString& argument : launches.at(0).arguments)
+        got << unescaped(argument);
+    EXPECT_EQ(got, QStringList({QStringLiteral("--url"), MailClient::mailtoUrl(draft),
+                                draft.attachments.at(0), draft.attachments.at(1), QStringLiteral("--end")}));
+
+    // no %u: the URL comes last; no attachments: %a is no word at all
+    MailDraft plain = hostileDraft();
+    outcome = waitFor([&](MailClient::Done done) {
+        client.compose(desktop.recorderCommand() + QStringLiteral(" --new %a"), plain, QString(), done);
+    });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    launches = desktop.waitForLaunches(2);
+    ASSERT_EQ(launches.size(), 2);
+    EXPECT_EQ(launches.at(1).arguments, QStringList({QStringLiteral("--new"), MailClient::mailtoUrl(plain)}));
+
+    // attachments the command has no place for are not silently lost
+    outcome = waitFor([&](MailClient::Done done) {
+        client.compose(desktop.recorderCommand() + QStringLiteral(" %u"), draft, QString(), done);
+    });
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(s(outcome.error),
+              "composeCommand has no %a for the draft's 2 attachment(s), which would be lost");
+    outcome = waitFor([&](MailClient::Done done) {
+        client.compose(desktop.recorderCommand() + QStringLiteral(" --attach=%a"), draft, QString(), done);
+    });
+    EXPECT_EQ(s(outcome.error), "composeCommand: %a must be a word of its own, not part of \"--attach=%a\"");
+    EXPECT_EQ(desktop.launches().size(), 2);
+}
+
+TEST(MailClient, AProgramThatCannotBeStartedOrFailsIsAFailureWithItsLine) {
+    MailDesktop desktop;
+    const QString file = desktop.message(QStringLiteral("m.eml"));
+    MailClient client;
+    Outcome outcome = waitFor([&](MailClient::Done done) {
+        client.openMessage(QStringLiteral("/nonexistent/mailer %f"), file, QString(), QString(), done);
+    });
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(s(outcome.error),
+              "openCommand /nonexistent/mailer could not be started: No such file or directory");
+
+    outcome = waitFor([&](MailClient::Done done) {
+        client.compose(QStringLiteral("sh -c \"exit 7\" mailer"), MailDraft{}, QString(), done);
+    });
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(s(outcome.error), "composeCommand sh failed with status 7");
+
+    outcome = waitFor([&](MailClient::Done done) {
+        client.openMessage(QStringLiteral("sh -c \"kill -9 $$\""), file, QString(), QString(), done);
+    });
+    EXPECT_EQ(s(outcome.error), "openCommand sh was killed by signal 9");
+
+    // xdg-utils not installed (not on PATH)
+    ScopedEnvironment path("PATH", desktop.path(QStringLiteral("empty-path")).toUtf8());
+    outcome = waitFor(
+        [&](MailClient::Done done) { client.openMessage(QString(), file, QString(), QString(), done); });
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(s(outcome.error), "xdg-open could not be started: No such file or directory");
+}
+
+TEST(MailClient, AClientThatStaysInTheForegroundIsASuccessAndIsReapedWhenItEnds) {
+    MailDesktop desktop;
+    const QString pidFile = desktop.path(QStringLiteral("pid"));
+    MailClient client;
+    client.setExitWaitMs(300);
+    // the shell's pid is the sleep's: it replaces itself
+    const Outcome outcome = waitFor([&](MailClient::Done done) {
+        client.openMessage(QStringLiteral("sh -c \"echo $$ > '%1'; exec sleep 2\"").arg(pidFile), QString(),
+                           QString(), QString(), done);
+    });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    QFile file(pidFile);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QString pid = QString::fromLatin1(file.readAll()).trimmed();
+    ASSERT_FALSE(pid.isEmpty());
+    const QString proc = QStringLiteral("/proc/") + pid;
+
+    // still running: a session of its own, standard input from /dev/null
+    QFile stat(proc + QStringLiteral("/stat"));
+    ASSERT_TRUE(stat.open(QIODevice::ReadOnly));
+    const QString statText = QString::fromLatin1(stat.readAll());
+    const QStringList fields = statText.mid(statText.lastIndexOf(u')') + 2).split(u' ');
+    ASSERT_GT(fields.size(), 4);
+    EXPECT_EQ(s(fields.at(3)), s(pid)) << "session";
+    EXPECT_EQ(s(QFileInfo(proc + QStringLiteral("/fd/0")).symLinkTarget()), "/dev/null");
+
+    // it ends after 2 s and is reaped: no zombie stays behind
+    QDeadlineTimer deadline(10000);
+    while (QFileInfo::exists(proc) && !deadline.hasExpired()) {
+        QEventLoop loop;
+        QTimer::singleShot(50, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    EXPECT_FALSE(QFileInfo::exists(proc)) << "process " << s(pid) << " was not reaped";
+}

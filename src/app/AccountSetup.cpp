@@ -44,6 +44,14 @@ QString suggestedName(const QString& mail, const BridgeConfig& config) {
     return name;
 }
 
+// A path typed at the prompt, where no shell expands it: "~/" is the home folder, and a relative
+// path is taken from the folder the command runs in, as it would be in the shell.
+QString absolutePath(const QString& typed) {
+    if (typed == QLatin1String("~") || typed.startsWith(QLatin1String("~/")))
+        return QDir::cleanPath(QDir::homePath() + typed.mid(1));
+    return QDir::cleanPath(QDir::current().absoluteFilePath(typed));
+}
+
 } // namespace
 
 AccountSetup::AccountSetup(QString configPath, QTextStream& in, QTextStream& out, QTextStream& err,
@@ -190,9 +198,30 @@ int AccountSetup::add() {
     if (!memo)
         return ended("the Memo folder");
 
+    // The server's own authority, for TLS: asked here because a company's or one's own server is
+    // the case where the system's store does not know it.
+    QString caFile;
+    const QString securityWord = security->toLower();
+    if (securityWord == QLatin1String("tls") || securityWord == QLatin1String("starttls")) {
+        const std::optional<QString> answer =
+            ask(QStringLiteral("Certificate authority file (empty: the system's trusted certificates)"));
+        if (!answer)
+            return ended("the certificate authority file");
+        if (!answer->isEmpty()) {
+            caFile = absolutePath(*answer);
+            if (!QFileInfo(caFile).isFile() || !QFileInfo(caFile).isReadable())
+                return fail(
+                    QStringLiteral("account add: caFile %1 cannot be read; nothing was written").arg(caFile));
+        }
+    }
+    const std::optional<QString> passwordCommand =
+        ask(QStringLiteral("Password command (empty: type the password now, kept in the Secret Service)"));
+    if (!passwordCommand)
+        return ended("the password command");
+
     QVariantMap keys{{QStringLiteral("mail"), *mail},
                      {QStringLiteral("host"), *host},
-                     {QStringLiteral("security"), security->toLower()},
+                     {QStringLiteral("security"), securityWord},
                      {QStringLiteral("port"), *port},
                      {QStringLiteral("user"), *user}};
     if (*inbox != QLatin1String("INBOX"))
@@ -201,9 +230,25 @@ int AccountSetup::add() {
         keys.insert(QStringLiteral("todo"), *todo);
     if (!memo->isEmpty())
         keys.insert(QStringLiteral("memo"), *memo);
+    if (!caFile.isEmpty())
+        keys.insert(QStringLiteral("caFile"), caFile);
+    if (!passwordCommand->isEmpty())
+        keys.insert(QStringLiteral("passwordCommand"), *passwordCommand);
     const BridgeConfig::Account account = validate(*name, keys);
     if (!account.problem.isEmpty())
         return fail(QStringLiteral("account add: %1; nothing was written").arg(account.problem));
+
+    QString error;
+    if (!passwordCommand->isEmpty()) {
+        // The command is the password's only home: nothing is asked, nothing stored. It is first
+        // run by `check`, as when it was written into bridge.conf by hand.
+        if (!writeGroup(*name, keys, &error))
+            return fail(QStringLiteral("account add: %1").arg(error));
+        m_out << "Added account " << *name << " (" << *mail << ") to " << m_path
+              << "; its password comes from its passwordCommand. Try it: corvina-mail-bridge check " << *name
+              << Qt::endl;
+        return Ok;
+    }
 
     const std::optional<QString> password = askPassword();
     if (!password)
@@ -212,7 +257,6 @@ int AccountSetup::add() {
         return fail(QStringLiteral("account add: no password given; nothing was written"));
 
     // The password first: a group in bridge.conf without a password to go with it would only fail.
-    QString error;
     if (!m_secrets.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account), *password,
                          &error))
         return fail(QStringLiteral("account add: %1; nothing was written (a passwordCommand in bridge.conf "

@@ -11,7 +11,8 @@
 namespace corvina {
 
 // The subcommands that change the accounts: `account add` asks for an account's settings and its
-// password, writes the group into bridge.conf and the password into the Secret Service;
+// password (or a passwordCommand, then no password), writes the group into bridge.conf and the
+// password into the Secret Service;
 // `account password` replaces a stored password; `account remove` takes both away again.
 //
 // Answers are read a line at a time from `in`: a person at a terminal types them (the password

@@ -3,6 +3,7 @@
 #include "BridgeCommand.h"
 #include "UnixSignals.h"
 #include "bridge/LiveBridge.h"
+#include "bridge/NetworkWatcher.h"
 #include "bridge/SleepWatcher.h"
 #include "bridge/SnapshotWriter.h"
 
@@ -43,6 +44,11 @@ int ForegroundCommand::exec() {
                          [&bridge] { bridge.syncNow(QStringLiteral("resumed from suspend")); });
     else
         line(QStringLiteral("not told of suspend and resume (%1)").arg(sleep.error()));
+    NetworkWatcher network;
+    QObject::connect(&network, &NetworkWatcher::changed, &bridge,
+                     [&bridge] { bridge.syncNow(QStringLiteral("network changed")); });
+    if (!network.problem().isEmpty())
+        line(QStringLiteral("network changes are noticed by keep-alive only (%1)").arg(network.problem()));
     QObject::connect(&unixSignals, &UnixSignals::syncNow, &bridge,
                      [&bridge] { bridge.syncNow(QStringLiteral("SIGUSR1")); });
     bool leftBehind = false;

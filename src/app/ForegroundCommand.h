@@ -8,8 +8,8 @@ namespace corvina {
 
 // `corvina-mail-bridge` without a command: follows every enabled account until SIGTERM or SIGINT,
 // with one short line on stderr for each thing worth knowing (the journal adds the time). SIGUSR1,
-// and logind's signal that the machine woke up, make every account read all its lists again on a
-// fresh connection.
+// logind's signal that the machine woke up, and NetworkManager's that the network came back or
+// changed make every account read all its lists again on a fresh connection.
 class ForegroundCommand {
 public:
     // How long a stop waits for the accounts to say goodbye before leaving without them.

@@ -23,14 +23,15 @@ bool isLoopback(const QString& host) {
            host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0;
 }
 
-// Folder names travel to the server as they are written here; names outside printable ASCII
-// would need IMAP's own encoding of mailbox names, which the bridge does not do yet.
-bool isPlainFolderName(const QString& name) {
-    for (const QChar c : name) {
-        if (c.unicode() < 0x20 || c.unicode() > 0x7e)
-            return false;
+// Any text names a folder (ImapSession encodes it for the server), except control characters: no
+// server takes them, and a line break in a name would only come from a mistake in bridge.conf. The
+// position of the first one, or -1.
+qsizetype controlCharacterIn(const QString& name) {
+    for (qsizetype i = 0; i < name.size(); ++i) {
+        if (name.at(i).category() == QChar::Other_Control)
+            return i;
     }
-    return !name.isEmpty();
+    return -1;
 }
 
 } // namespace
@@ -172,9 +173,12 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
     const QList<std::pair<const char*, QString>> folders = {
         {"inbox", a.inbox}, {"todo", a.todo}, {"memo", a.memo}, {"archive", a.archive}, {"trash", a.trash}};
     for (const auto& [key, folder] : folders) {
-        if (!folder.isEmpty() && !isPlainFolderName(folder))
-            problems << QStringLiteral("%1 folder %2: only printable ASCII folder names are supported yet")
-                            .arg(QLatin1String(key), folder);
+        // The name itself is not repeated: it would bring its control character into the log.
+        if (const qsizetype at = controlCharacterIn(folder); at >= 0)
+            problems
+                << QStringLiteral("%1 folder: a folder name cannot hold control characters (U+%2)")
+                       .arg(QLatin1String(key))
+                       .arg(QString::number(folder.at(at).unicode(), 16).toUpper().rightJustified(4, u'0'));
     }
 
     const QString messages = text(settings, QStringLiteral("messages"));

@@ -1,6 +1,7 @@
 #include "ImapSession.h"
 
 #include "bridge/CertificateCheck.h"
+#include "bridge/ImapFolderName.h"
 
 #include <QDeadlineTimer>
 #include <QTimeZone>
@@ -158,6 +159,10 @@ ImapSession::~ImapSession() {
     logout();
 }
 
+QByteArray ImapSession::wireFolderName(const QString& folder) {
+    return ImapFolderName::encode(folder);
+}
+
 bool ImapSession::fail(Failure failure, const QString& text) {
     m_failure = failure;
     m_errorText = text;
@@ -249,7 +254,7 @@ std::optional<ImapSession::Folder> ImapSession::examine(const QString& folder) {
         fail(Failure::ConnectionLost, QStringLiteral("not connected"));
         return std::nullopt;
     }
-    const int result = mailimap_examine(m_imap, folder.toUtf8().constData());
+    const int result = mailimap_examine(m_imap, wireFolderName(folder).constData());
     if (result == MAILIMAP_ERROR_EXAMINE) {
         const QString server = serverText(m_imap);
         fail(Failure::FolderMissing,

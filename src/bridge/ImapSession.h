@@ -2,6 +2,7 @@
 
 #include "bridge/BridgeConfig.h"
 
+#include <QByteArray>
 #include <QDateTime>
 #include <QList>
 #include <QString>
@@ -108,6 +109,9 @@ public:
     static QDateTime parseDate(const char* raw);
 
 private:
+    // A folder name as it goes to the server (IMAP's own encoding of names outside ASCII): every
+    // command that names a folder passes it through here.
+    static QByteArray wireFolderName(const QString& folder);
     bool fail(Failure failure, const QString& text);
     // Maps a libetpan result of a command to a failure; true when it succeeded.
     bool check(int result, const QString& what);

@@ -1,23 +1,12 @@
 #include "SleepWatcher.h"
 
+#include "bridge/SystemBus.h"
+
 #include <QDBusError>
 
 namespace corvina {
 
-namespace {
-
-const QString OtherBusName = QStringLiteral("corvina-sleep-bus");
-
-QDBusConnection sleepBus() {
-    const QString address = qEnvironmentVariable(SleepWatcher::BusVariable);
-    if (address.isEmpty())
-        return QDBusConnection::systemBus();
-    return QDBusConnection::connectToBus(address, OtherBusName);
-}
-
-} // namespace
-
-SleepWatcher::SleepWatcher(QObject* parent) : QObject(parent), m_bus(sleepBus()) {
+SleepWatcher::SleepWatcher(QObject* parent) : QObject(parent), m_bus(SystemBus::connection()) {
     if (!m_bus.isConnected()) {
         m_error = QStringLiteral("no system bus: ") + m_bus.lastError().message();
         return;
@@ -32,8 +21,7 @@ SleepWatcher::SleepWatcher(QObject* parent) : QObject(parent), m_bus(sleepBus())
 }
 
 SleepWatcher::~SleepWatcher() {
-    if (!qEnvironmentVariableIsEmpty(BusVariable))
-        QDBusConnection::disconnectFromBus(OtherBusName);
+    SystemBus::release();
 }
 
 void SleepWatcher::prepareForSleep(bool sleeping) {

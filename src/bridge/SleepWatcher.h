@@ -9,13 +9,10 @@ namespace corvina {
 // Tells when the machine wakes up from suspend: logind's PrepareForSleep(false) on the system bus.
 // Connections made before the sleep are most likely dead by then, and mail came in meanwhile.
 //
-// CORVINA_BRIDGE_SLEEP_BUS, when set, names the address of another bus to listen on instead of the
-// system bus: for tests, which cannot make the real logind send the signal.
+// The bus is SystemBus's: for tests, another one named by CORVINA_BRIDGE_SYSTEM_BUS.
 class SleepWatcher : public QObject {
     Q_OBJECT
 public:
-    static constexpr const char* BusVariable = "CORVINA_BRIDGE_SLEEP_BUS";
-
     explicit SleepWatcher(QObject* parent = nullptr);
     ~SleepWatcher() override;
 

@@ -41,13 +41,20 @@ protected:
         SecretStore::forgetService();
     }
 
-    // The answers to `account add`, one a line; empty ones take the defaults.
+    // The answers to `account add`, one a line; empty ones take the defaults. The folders are left
+    // at theirs; the certificate authority is asked for TLS only (an empty security is TLS); the
+    // password is asked only without a password command.
     QByteArray answers(const QString& mail, const QString& name, const QString& host, const QString& security,
-                       const QString& port, const QString& user, const QString& password) const {
-        return QStringList{mail, name, host, security, port, user, QString(), QString(), QString(), password}
-                   .join(u'\n')
-                   .toUtf8() +
-               '\n';
+                       const QString& port, const QString& user, const QString& password,
+                       const QString& caFile = QString(), const QString& passwordCommand = QString()) const {
+        QStringList lines{mail, name, host, security, port, user, QString(), QString(), QString()};
+        const QString tls = security.toLower();
+        if (tls.isEmpty() || tls == QLatin1String("tls") || tls == QLatin1String("starttls"))
+            lines << caFile;
+        lines << passwordCommand;
+        if (passwordCommand.isEmpty())
+            lines << password;
+        return lines.join(u'\n').toUtf8() + '\n';
     }
     QByteArray graceAnswers(const QString& name = QStringLiteral("work")) const {
         return answers(QStringLiteral("grace@example.org"), name, server.host(), QStringLiteral("none"),
@@ -126,6 +133,8 @@ TEST_F(AccountCommandTest, AddAsksWithDefaultsAndTakesThemFromEmptyAnswers) {
          {"Mail address: ", "Account name in bridge.conf [example]: ", "IMAP server [imap.example.org]: ",
           "[tls]: ", "Port [993]: ", "Login name [grace@example.org]: ", "Inbox folder [INBOX]: ",
           "To Do folder (empty: the flagged messages of the inbox): ", "Memo folder (empty: no Memo list): ",
+          "Certificate authority file (empty: the system's trusted certificates): ",
+          "Password command (empty: type the password now, kept in the Secret Service): ",
           "Password (or app password): "})
         EXPECT_TRUE(add.out.contains(QLatin1String(prompt))) << prompt << "\n" << add.out.toStdString();
     const BridgeConfig read = BridgeConfig::load(config);
@@ -140,10 +149,66 @@ TEST_F(AccountCommandTest, AddAsksWithDefaultsAndTakesThemFromEmptyAnswers) {
     EXPECT_EQ(a.inbox, QStringLiteral("INBOX"));
     EXPECT_EQ(a.todo, QString());
     EXPECT_EQ(a.memo, QString());
+    EXPECT_EQ(a.caFile, QString());
+    EXPECT_EQ(a.passwordCommand, QString());
+    EXPECT_FALSE(configText().contains(QStringLiteral("caFile")));
+    EXPECT_FALSE(configText().contains(QStringLiteral("passwordCommand")));
     EXPECT_EQ(stored(QStringLiteral("example"), QStringLiteral("grace@example.org"),
                      QStringLiteral("imap.example.org"))
                   .password.value_or(QString()),
               GracePassword);
+}
+
+TEST_F(AccountCommandTest, PlainImapIsNotAskedForACertificateAuthority) {
+    const BridgeRun add =
+        runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, graceAnswers());
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString();
+    EXPECT_FALSE(add.out.contains(QStringLiteral("Certificate authority"))) << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(QStringLiteral("Password command"))) << add.out.toStdString();
+}
+
+TEST_F(AccountCommandTest, WithAPasswordCommandNoPasswordIsAskedNorStored) {
+    // Double quotes keep the password's space inside one word of the command.
+    const QString command = QStringLiteral("printf \"%s\\n\" \"%1\"").arg(GracePassword);
+    const QByteArray input = answers(QStringLiteral("grace@example.org"), QStringLiteral("work"),
+                                     server.host(), QStringLiteral("none"), QString::number(server.port()),
+                                     QStringLiteral("grace"), QString(), QString(), command);
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString();
+    EXPECT_EQ(add.err, QString());
+    EXPECT_FALSE(add.out.contains(QStringLiteral("Password (or app password)"))) << add.out.toStdString();
+    EXPECT_TRUE(add.out.endsWith(
+        QStringLiteral("Added account work (grace@example.org) to %1; its password comes from its "
+                       "passwordCommand. Try it: corvina-mail-bridge check work\n")
+            .arg(config)))
+        << add.out.toStdString();
+    EXPECT_EQ(
+        QSettings(config, QSettings::IniFormat).value(QStringLiteral("work/passwordCommand")).toString(),
+        command);
+    // Nothing went to the keyring: the command is the password's only home.
+    const SecretStore::Lookup lookup = stored(QStringLiteral("work"), QStringLiteral("grace"), server.host());
+    EXPECT_EQ(lookup.error, QString());
+    EXPECT_FALSE(lookup.password.has_value());
+
+    const BridgeRun check = runBridge({QStringLiteral("check")}, config);
+    EXPECT_EQ(check.out, QStringLiteral("work: ok\n")) << check.out.toStdString() << check.err.toStdString();
+}
+
+TEST_F(AccountCommandTest, AddRefusesAnUnreadableCertificateAuthorityAndWritesNothing) {
+    const QString absent = configDir.filePath(QStringLiteral("no-such-ca.pem"));
+    const QByteArray input = answers(QStringLiteral("grace@example.org"), QStringLiteral("work"),
+                                     QStringLiteral("imap.example.org"), QStringLiteral("tls"), QString(),
+                                     QStringLiteral("grace"), GracePassword, absent);
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    EXPECT_EQ(add.exitCode, 1);
+    EXPECT_EQ(
+        add.err,
+        QStringLiteral("corvina-mail-bridge: account add: caFile %1 cannot be read; nothing was written\n")
+            .arg(absent));
+    EXPECT_FALSE(add.out.contains(QStringLiteral("Password"))) << add.out.toStdString();
+    EXPECT_FALSE(QFile::exists(config));
+    EXPECT_FALSE(stored(QStringLiteral("work"), QStringLiteral("grace"), QStringLiteral("imap.example.org"))
+                     .password.has_value());
 }
 
 TEST_F(AccountCommandTest, AddRefusesADuplicateAndChangesNothing) {
@@ -322,6 +387,49 @@ TEST_F(AccountCommandTest, AHandWrittenAccountIsToldHowToStoreItsPassword) {
     EXPECT_EQ(runBridge({QStringLiteral("check")}, moved).out,
               QStringLiteral("work: no password stored for ada@example.org (ada on localhost): run "
                              "corvina-mail-bridge account password work, or set a passwordCommand\n"));
+}
+
+// `account add` against a server that requires TLS and whose certificate comes from an authority of
+// its own: named at the prompt, it is stored as caFile and trusts the server.
+class AccountCommandTlsTest : public AccountCommandTest {
+protected:
+    bool withTls() const override { return true; }
+};
+
+TEST_F(AccountCommandTlsTest, TheCertificateAuthorityAskedForIsStoredAndTrusted) {
+    for (const QString& security : {QStringLiteral("tls"), QStringLiteral("starttls")}) {
+        SCOPED_TRACE(security.toStdString());
+        QFile::remove(config);
+        const quint16 port = security == QLatin1String("tls") ? server.tlsPort() : server.port();
+        const QByteArray input =
+            answers(QStringLiteral("grace@example.org"), QStringLiteral("work"), server.host(), security,
+                    QString::number(port), QStringLiteral("grace"), GracePassword, server.caFile());
+        const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+        ASSERT_EQ(add.exitCode, 0) << add.err.toStdString();
+        EXPECT_TRUE(add.out.contains(QStringLiteral("its password is in the Secret Service")));
+        const BridgeConfig read = BridgeConfig::load(config);
+        ASSERT_EQ(read.accounts().size(), 1);
+        EXPECT_EQ(read.accounts().first().problem, QString());
+        EXPECT_EQ(read.accounts().first().caFile, server.caFile());
+        const BridgeRun check = runBridge({QStringLiteral("check")}, config);
+        EXPECT_EQ(check.out, QStringLiteral("work: ok\n"))
+            << check.out.toStdString() << check.err.toStdString();
+    }
+}
+
+TEST_F(AccountCommandTlsTest, WithoutTheCertificateAuthorityTheServerIsNotTrusted) {
+    // The empty answer: the system's trusted certificates, which do not know the test's authority.
+    const BridgeRun add =
+        runBridge({QStringLiteral("account"), QStringLiteral("add")}, config,
+                  answers(QStringLiteral("grace@example.org"), QStringLiteral("work"), server.host(),
+                          QStringLiteral("tls"), QString::number(server.tlsPort()), QStringLiteral("grace"),
+                          GracePassword));
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString();
+    EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/caFile")));
+    const BridgeRun check = runBridge({QStringLiteral("check")}, config);
+    EXPECT_EQ(check.exitCode, 1);
+    EXPECT_TRUE(check.out.startsWith(QStringLiteral("work: certificate of 127.0.0.1 not trusted: ")))
+        << check.out.toStdString();
 }
 
 } // namespace

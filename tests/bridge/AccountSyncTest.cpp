@@ -238,6 +238,43 @@ TEST_F(AccountSyncTest, MessageIdsNameFolderAndUidAndFitInACommandUrl) {
     EXPECT_TRUE(url->absoluteString().contains(QStringLiteral("messageid=") + boxed->messageId()));
 }
 
+TEST_F(AccountSyncTest, FoldersNamedOutsideAsciiAreFoundAndKeepTheirNames) {
+    // The folders as Dovecot keeps them, and as IMAP names them: written here by hand, so that the
+    // bridge's encoding is checked against the server's and not against itself.
+    server.createFolder(User, QStringLiteral("Notizen &AOQ-"));
+    server.createFolder(User, QStringLiteral("&ZeVnLIqe-"));
+    deliver(QStringLiteral("Eine Notiz"), QStringLiteral("n@example.org"), QString(),
+            QStringLiteral("Notizen &AOQ-"));
+    deliver(QStringLiteral("A task"), QStringLiteral("t@example.org"), QString(),
+            QStringLiteral("&ZeVnLIqe-"));
+    const QString memo = QStringLiteral("Notizen ") + QChar(0xe4);
+    const QString todo = QString::fromUtf8("\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e");
+    const BridgeConfig::Account wide = account({{"memo", memo}, {"todo", todo}});
+    ASSERT_EQ(wide.problem, QString());
+    const AccountSync::Result result = sync(wide);
+    ASSERT_TRUE(result.ok) << result.error.toStdString();
+    const ExtensionMessageList messages = widgetMessages();
+    const ExtensionMessagePtr note = find(messages, QStringLiteral("Eine Notiz"), 12);
+    ASSERT_TRUE(note);
+    EXPECT_EQ(note->folderPath(), memo);
+    // The message id carries the name as text, percent-encoded as UTF-8, as for any other folder.
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^Notizen%20%C3%A4/[1-9][0-9]*/1$"))
+                    .match(note->messageId())
+                    .hasMatch())
+        << note->messageId().toStdString();
+    const ExtensionMessagePtr task = find(messages, QStringLiteral("A task"), 11);
+    ASSERT_TRUE(task);
+    EXPECT_EQ(task->folderPath(), todo);
+    EXPECT_TRUE(task->messageId().startsWith(QStringLiteral("%E6%97%A5%E6%9C%AC%E8%AA%9E/")))
+        << task->messageId().toStdString();
+
+    // A name the server does not have is still said in the person's own letters.
+    const AccountSync::Result missing = sync(account({{"memo", QStringLiteral("Notizen ") + QChar(0xf6)}}));
+    EXPECT_FALSE(missing.ok);
+    EXPECT_TRUE(missing.error.startsWith(QStringLiteral("folder missing: Notizen ") + QChar(0xf6)))
+        << missing.error.toStdString();
+}
+
 TEST_F(AccountSyncTest, AMissingFolderFailsTheAccountAndWritesNothing) {
     deliver(QStringLiteral("Hello"));
     const AccountSync::Result result = sync(account({{"memo", "Nowhere"}}));

@@ -109,7 +109,8 @@ TEST_F(BridgeConfigTest, MissingKeysAndCollidingMailsAreProblems) {
                                      "[one]\nmail = a@example.org\nhost = h\n"
                                      "[two]\nmail = a@example.org\nhost = h\n"
                                      "[slash]\nmail = a/b\nhost = h\n"
-                                     "[wide]\nmail = w@example.org\nhost = h\nmemo = Notizen \xc3\xa4\n");
+                                     "[wide]\nmail = w@example.org\nhost = h\nmemo = Notizen \xc3\xa4\n"
+                                     "[tab]\nmail = t@example.org\nhost = h\ntodo = \"To\tDo\"\n");
     EXPECT_EQ(config.account(QStringLiteral("empty"))->problem,
               QStringLiteral("mail is missing; host is missing"));
     EXPECT_EQ(config.account(QStringLiteral("one"))->problem, QString());
@@ -117,9 +118,12 @@ TEST_F(BridgeConfigTest, MissingKeysAndCollidingMailsAreProblems) {
               QStringLiteral("mail a@example.org is already used by another account"));
     EXPECT_TRUE(
         config.account(QStringLiteral("slash"))->problem.contains(QStringLiteral("cannot name a folder")));
-    EXPECT_TRUE(
-        config.account(QStringLiteral("wide"))
-            ->problem.contains(QStringLiteral("only printable ASCII folder names are supported yet")));
+    // Any text names a folder; the bridge encodes it for the server.
+    EXPECT_EQ(config.account(QStringLiteral("wide"))->problem, QString());
+    EXPECT_EQ(config.account(QStringLiteral("wide"))->memo, QStringLiteral("Notizen ") + QChar(0xe4));
+    // Except control characters, which are named without being written into the line.
+    EXPECT_EQ(config.account(QStringLiteral("tab"))->problem,
+              QStringLiteral("todo folder: a folder name cannot hold control characters (U+0009)"));
 }
 
 TEST_F(BridgeConfigTest, PollIsFiveMinutesUnlessGeneralOrTheAccountSaysOtherwise) {

@@ -1,5 +1,6 @@
 // corvina-mail-bridge in the foreground, as the systemd unit runs it, against the test's own
-// Dovecot: new mail while it waits in IDLE, polling, a server restart, suspend and resume, signals,
+// Dovecot: new mail while it waits in IDLE, polling, a server restart, suspend and resume, network
+// changes, signals,
 // the status file, passwords from the keyring, and TLS. Everything the widget would show is read back through
 // its own loader.
 #include "BridgeTesting.h"
@@ -11,6 +12,7 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusObjectPath>
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QFile>
@@ -220,7 +222,7 @@ TEST_F(LiveBridgeTest, WakingFromSuspendReadsEveryListAgainOnAFreshConnection) {
     server.createFolder(User, QStringLiteral("Notes"));
     deliver(QStringLiteral("Before the start"));
     QProcessEnvironment env = environment();
-    env.insert(QStringLiteral("CORVINA_BRIDGE_SLEEP_BUS"), bus->address());
+    env.insert(QStringLiteral("CORVINA_BRIDGE_SYSTEM_BUS"), bus->address());
     startBridge(writeConfig({{QStringLiteral("work"), accountKeys({{"memo", "Notes"}, {"poll", 300}})}}),
                 env);
     ASSERT_GE(waitUntil([&] { return logSays(QStringLiteral("work: connected; following INBOX with IDLE")); },
@@ -245,6 +247,160 @@ TEST_F(LiveBridgeTest, WakingFromSuspendReadsEveryListAgainOnAFreshConnection) {
     EXPECT_GE(waitUntil([&] { return log().count(QStringLiteral("work: connected;")) >= 2; }, 10000), 0)
         << log().toStdString();
     QDBusConnection::disconnectFromBus(QStringLiteral("logind-stand-in"));
+}
+
+// A stand-in for NetworkManager on the private bus: the same name, path and signals.
+class NetworkBridgeTest : public LiveBridgeTest {
+protected:
+    static inline const QString StandIn = QStringLiteral("network-stand-in");
+    static inline const QString Stranger = QStringLiteral("network-stranger");
+
+    void SetUp() override {
+        LiveBridgeTest::SetUp();
+        bus = PrivateSessionBus::instance();
+        ASSERT_NE(bus, nullptr);
+    }
+    void TearDown() override {
+        LiveBridgeTest::TearDown();
+        // The bus outlives the test: the name must be free for the next one.
+        QDBusConnection::disconnectFromBus(StandIn);
+        QDBusConnection::disconnectFromBus(Stranger);
+    }
+
+    // Starts the bridge on the private bus, with NetworkManager's name owned there or not, and
+    // waits until it follows the inbox.
+    void startOnPrivateBus(bool withNetworkManager) {
+        if (withNetworkManager) {
+            manager = QDBusConnection::connectToBus(bus->address(), StandIn);
+            ASSERT_TRUE(manager.isConnected());
+            ASSERT_TRUE(manager.registerService(QStringLiteral("org.freedesktop.NetworkManager")));
+        }
+        server.createFolder(User, QStringLiteral("Notes"));
+        deliver(QStringLiteral("Before the start"));
+        QProcessEnvironment env = environment();
+        env.insert(QStringLiteral("CORVINA_BRIDGE_SYSTEM_BUS"), bus->address());
+        startBridge(writeConfig({{QStringLiteral("work"), accountKeys({{"memo", "Notes"}, {"poll", 300}})}}),
+                    env);
+        ASSERT_GE(
+            waitUntil([&] { return logSays(QStringLiteral("work: connected; following INBOX with IDLE")); },
+                      StartMs),
+            0)
+            << log().toStdString();
+    }
+
+    static QDBusMessage stateChanged(uint state) {
+        QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/NetworkManager"),
+                                                         QStringLiteral("org.freedesktop.NetworkManager"),
+                                                         QStringLiteral("StateChanged"));
+        signal << state;
+        return signal;
+    }
+    static QDBusMessage primaryConnection(const QString& path) {
+        QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/NetworkManager"),
+                                                         QStringLiteral("org.freedesktop.DBus.Properties"),
+                                                         QStringLiteral("PropertiesChanged"));
+        signal << QStringLiteral("org.freedesktop.NetworkManager")
+               << QVariantMap{{QStringLiteral("PrimaryConnection"),
+                               QVariant::fromValue(QDBusObjectPath(path))}}
+               << QStringList();
+        return signal;
+    }
+
+    // The logins Dovecot saw for ada.
+    int logins() const { return static_cast<int>(server.log().count(QStringLiteral("Login: user=<ada>"))); }
+    int reSyncs() {
+        return static_cast<int>(log().count(QStringLiteral("network changed: reading every account again")));
+    }
+    int connections() { return static_cast<int>(log().count(QStringLiteral("work: connected;"))); }
+    QString lastSync() const {
+        return accountStatus(QStringLiteral("work")).value(QStringLiteral("lastSync")).toString();
+    }
+
+    // Lets the bridge's debounce and a reconnection pass, reading its log meanwhile.
+    void settle(int ms) {
+        waitUntil([] { return false; }, ms);
+    }
+
+    PrivateSessionBus* bus = nullptr;
+    QDBusConnection manager{QString()};
+};
+
+TEST_F(NetworkBridgeTest, ConnectedAgainReconnectsEveryAccountOnceForTheWholeBurst) {
+    ASSERT_NO_FATAL_FAILURE(startOnPrivateBus(true));
+    EXPECT_FALSE(logSays(QStringLiteral("network changes are noticed by keep-alive only")))
+        << log().toStdString();
+    const int loginsBefore = logins();
+    ASSERT_GE(loginsBefore, 1) << server.log().toStdString();
+    const QString syncedBefore = lastSync();
+    ASSERT_FALSE(syncedBefore.isEmpty());
+    deliver(QStringLiteral("Written on the train"), QStringLiteral("Me <ada@example.org>"), QString(),
+            QStringLiteral("Notes"));
+    // Status times are to the second: the new sync must be able to show as later.
+    QThread::msleep(1100);
+
+    // One change as NetworkManager says it: down, connecting, connected (site, then global), and
+    // the new primary connection.
+    for (const QDBusMessage& signal :
+         {stateChanged(20), stateChanged(40), stateChanged(60), stateChanged(70),
+          primaryConnection(QStringLiteral("/org/freedesktop/NetworkManager/ActiveConnection/7"))})
+        ASSERT_TRUE(manager.send(signal));
+
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("Written on the train"), AccountSync::MemoStid); },
+                        10000),
+              0)
+        << log().toStdString();
+    EXPECT_GE(waitUntil([&] { return connections() >= 2; }, 10000), 0) << log().toStdString();
+    EXPECT_GE(waitUntil([&] { return logins() > loginsBefore; }, 10000), 0) << server.log().toStdString();
+    EXPECT_GE(waitUntil([&] { return lastSync() > syncedBefore; }, 10000), 0) << lastSync().toStdString();
+    // Longer than the debounce again: no second re-sync comes for the same burst.
+    settle(3000);
+    EXPECT_EQ(reSyncs(), 1) << log().toStdString();
+    EXPECT_EQ(connections(), 2) << log().toStdString();
+    EXPECT_EQ(logins(), loginsBefore + 1) << server.log().toStdString();
+}
+
+TEST_F(NetworkBridgeTest, AnotherNetworkWhileStayingConnectedReconnects) {
+    ASSERT_NO_FATAL_FAILURE(startOnPrivateBus(true));
+    const int loginsBefore = logins();
+    ASSERT_TRUE(manager.send(
+        primaryConnection(QStringLiteral("/org/freedesktop/NetworkManager/ActiveConnection/8"))));
+    EXPECT_GE(waitUntil([&] { return connections() >= 2; }, 10000), 0) << log().toStdString();
+    EXPECT_EQ(reSyncs(), 1) << log().toStdString();
+    EXPECT_EQ(logins(), loginsBefore + 1) << server.log().toStdString();
+}
+
+TEST_F(NetworkBridgeTest, ANetworkGoingAwayOrAStrangersSignalChangesNothing) {
+    ASSERT_NO_FATAL_FAILURE(startOnPrivateBus(true));
+    const int loginsBefore = logins();
+    // Going down: disconnecting, disconnected, asleep, and no primary connection any more.
+    for (const QDBusMessage& signal :
+         {stateChanged(30), stateChanged(20), stateChanged(10), primaryConnection(QStringLiteral("/"))})
+        ASSERT_TRUE(manager.send(signal));
+    // Someone else than NetworkManager saying the network came back is not listened to.
+    QDBusConnection stranger = QDBusConnection::connectToBus(bus->address(), Stranger);
+    ASSERT_TRUE(stranger.isConnected());
+    ASSERT_TRUE(stranger.send(stateChanged(70)));
+    ASSERT_TRUE(stranger.send(
+        primaryConnection(QStringLiteral("/org/freedesktop/NetworkManager/ActiveConnection/9"))));
+    settle(4000);
+    EXPECT_EQ(reSyncs(), 0) << log().toStdString();
+    EXPECT_EQ(connections(), 1) << log().toStdString();
+    EXPECT_EQ(logins(), loginsBefore) << server.log().toStdString();
+
+    // The bridge was listening all along: the network coming back is acted on.
+    ASSERT_TRUE(manager.send(stateChanged(70)));
+    EXPECT_GE(waitUntil([&] { return connections() >= 2; }, 10000), 0) << log().toStdString();
+    EXPECT_EQ(reSyncs(), 1) << log().toStdString();
+}
+
+TEST_F(NetworkBridgeTest, WithoutNetworkManagerItSaysSoOnceAndFollowsTheAccounts) {
+    ASSERT_NO_FATAL_FAILURE(startOnPrivateBus(false));
+    EXPECT_EQ(log().count(QStringLiteral("network changes are noticed by keep-alive only (no NetworkManager "
+                                         "on the system bus)")),
+              1)
+        << log().toStdString();
+    // The suspend watcher on the same bus is there as before.
+    EXPECT_FALSE(logSays(QStringLiteral("not told of suspend"))) << log().toStdString();
 }
 
 TEST_F(LiveBridgeTest, AServerWithoutIdleHasItsInboxPolled) {

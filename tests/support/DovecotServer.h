@@ -50,7 +50,9 @@ public:
 
     // Adds a user with a plain-text password; may be called while the server runs.
     void addUser(const QString& user, const QString& password);
-    // Makes a folder ("INBOX" is always there) for `user`.
+    // Makes a folder ("INBOX" is always there) for `user`. Here and in deliver(), a folder is named
+    // as IMAP names it, which is also how Dovecot's Maildir++ layout names its directory: a name
+    // outside ASCII in IMAP's modified UTF-7 ("Notizen &AOQ-" for "Notizen ä").
     void createFolder(const QString& user, const QString& folder);
 
     // Places one message in `folder` of `user`, with Maildir flags such as "S" (seen) or "FS"

@@ -2,6 +2,7 @@
 
 #include "requestutils/RequestUtils.h"
 #include "support/FakeHostApp.h"
+#include "support/MailDesktop.h"
 #include "support/ScopedEnvironment.h"
 
 #include <QDeadlineTimer>
@@ -18,6 +19,7 @@
 using namespace corvina;
 using corvina::test::FakeHostApp;
 using corvina::test::HostLaunch;
+using corvina::test::MailDesktop;
 using corvina::test::ScopedEnvironment;
 
 namespace {
@@ -39,79 +41,6 @@ QString unescaped(const QString& recorded) {
     }
     return out;
 }
-
-// A desktop of the test's own, in the generic mode of xdg-utils (no desktop environment named):
-// a desktop file starting the recorder is the default application for message/rfc822 and for
-// mailto: URLs, found through $XDG_CONFIG_HOME/mimeapps.list, and nothing installed on the
-// machine (its applications, defaults, browsers, mailcap) can answer instead. The MIME database
-// is the machine's, so that xdg-mime tells a message file's type.
-class MailDesktop {
-public:
-    MailDesktop() {
-        QDir root(m_dir.path());
-        for (const char* folder : {"config", "config-system", "system", "home", "empty-path"})
-            root.mkpath(QLatin1String(folder));
-        QFile::link(QStringLiteral("/usr/share/mime"), m_dir.filePath(QStringLiteral("system/mime")));
-        set("XDG_DATA_DIRS", m_dir.filePath(QStringLiteral("system")));
-        set("XDG_CONFIG_HOME", m_dir.filePath(QStringLiteral("config")));
-        set("XDG_CONFIG_DIRS", m_dir.filePath(QStringLiteral("config-system")));
-        set("HOME", m_dir.filePath(QStringLiteral("home")));
-        // xdg-open looks up defaults only with a display; nothing connects to it here
-        set("WAYLAND_DISPLAY", QStringLiteral("corvina-test-display"));
-        // no browser is tried when the default application is missing
-        set("BROWSER", QStringLiteral(":"));
-        // xdg-utils asks the session bus whether a GNOME session runs
-        set("DBUS_SESSION_BUS_ADDRESS",
-            QStringLiteral("unix:path=") + m_dir.filePath(QStringLiteral("no-bus")));
-        for (const char* name : {"XDG_CURRENT_DESKTOP", "XDG_SESSION_DESKTOP", "DESKTOP_SESSION",
-                                 "KDE_FULL_SESSION", "KDE_SESSION_VERSION", "GNOME_DESKTOP_SESSION_ID",
-                                 "MATE_DESKTOP_SESSION_ID", "LXQT_SESSION_CONFIG", "DESKTOP", "MAILER",
-                                 "XDG_MENU_PREFIX", "DISPLAY", "XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID"})
-            m_environment.push_back(std::make_unique<ScopedEnvironment>(name, std::nullopt));
-    }
-
-    // The recorder as the default for messages and mailto: URLs.
-    void installDefaultClient() {
-        m_host.installDesktopFile(QStringLiteral("corvina-test-mail.desktop"),
-                                  QStringLiteral("[Desktop Entry]\nType=Application\nName=Test mail client\n"
-                                                 "Exec=%1 %2 %u\n")
-                                      .arg(FakeHostApp::recorderProgram(), m_host.recordFile())
-                                      .toUtf8());
-        QFile list(m_dir.filePath(QStringLiteral("config/mimeapps.list")));
-        ASSERT_TRUE(list.open(QIODevice::WriteOnly));
-        list.write("[Default Applications]\nmessage/rfc822=corvina-test-mail.desktop\n"
-                   "x-scheme-handler/mailto=corvina-test-mail.desktop\n");
-    }
-
-    QString file(const QString& name, const QByteArray& content = "content\n") const {
-        const QString path = m_dir.filePath(name);
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly)) << s(path);
-        file.write(content);
-        return path;
-    }
-
-    QString message(const QString& name) const {
-        return file(name,
-                    "From: Ann <ann@example.org>\nTo: bob@example.org\nSubject: Hello\n"
-                    "Message-ID: <abc.123@example.org>\nDate: Thu, 2 May 2024 10:00:00 +0000\n\nHi Bob\n");
-    }
-
-    QString recorderCommand() const { return FakeHostApp::recorderProgram() + u' ' + m_host.recordFile(); }
-
-    QString path(const QString& name) const { return m_dir.filePath(name); }
-    QList<HostLaunch> launches() const { return m_host.launches(); }
-    QList<HostLaunch> waitForLaunches(int count) const { return m_host.waitForLaunches(count); }
-
-private:
-    void set(const char* name, const QString& value) {
-        m_environment.push_back(std::make_unique<ScopedEnvironment>(name, value.toUtf8()));
-    }
-
-    FakeHostApp m_host; // XDG_DATA_HOME with the applications folder
-    QTemporaryDir m_dir;
-    std::vector<std::unique_ptr<ScopedEnvironment>> m_environment;
-};
 
 struct Outcome {
     bool called = false;

@@ -2,6 +2,8 @@
 
 #include "requestutils/RequestUtils.h"
 
+#include <limits>
+
 namespace corvina {
 
 AccountSync::AccountSync(BridgeConfig::Account account, int timeoutSeconds)
@@ -11,6 +13,76 @@ AccountSync::AccountSync(BridgeConfig::Account account, int timeoutSeconds)
 QString AccountSync::messageIdFor(const QString& folder, quint32 uidValidity, quint32 uid) {
     return RequestUtils::URLEncodedString(folder) + QLatin1Char('/') + QString::number(uidValidity) +
            QLatin1Char('/') + QString::number(uid);
+}
+
+namespace {
+
+// A decimal number as QString::number writes a non-zero quint32.
+std::optional<quint32> readNumber(QStringView text) {
+    if (text.isEmpty() || text.size() > 10 || text.front() == u'0')
+        return std::nullopt;
+    quint64 value = 0;
+    for (const QChar c : text) {
+        if (c < u'0' || c > u'9')
+            return std::nullopt;
+        value = value * 10 + static_cast<quint64>(c.unicode() - u'0');
+    }
+    if (value == 0 || value > std::numeric_limits<quint32>::max())
+        return std::nullopt;
+    return static_cast<quint32>(value);
+}
+
+int hexValue(QChar c) {
+    if (c >= u'0' && c <= u'9')
+        return c.unicode() - u'0';
+    if (c >= u'A' && c <= u'F')
+        return c.unicode() - u'A' + 10;
+    if (c >= u'a' && c <= u'f')
+        return c.unicode() - u'a' + 10;
+    return -1;
+}
+
+} // namespace
+
+std::optional<AccountSync::MessageAddress> AccountSync::parseMessageId(const QString& messageId) {
+    if (messageId.isEmpty() || messageId.size() > MaximumMessageIdLength)
+        return std::nullopt;
+    const QList<QStringView> parts = QStringView(messageId).split(u'/');
+    if (parts.size() != 3 || parts[0].isEmpty())
+        return std::nullopt;
+    const std::optional<quint32> uidValidity = readNumber(parts[1]);
+    const std::optional<quint32> uid = readNumber(parts[2]);
+    if (!uidValidity || !uid)
+        return std::nullopt;
+    QByteArray bytes;
+    bytes.reserve(parts[0].size());
+    for (qsizetype i = 0; i < parts[0].size(); ++i) {
+        const QChar c = parts[0][i];
+        if (c != u'%') {
+            if (c.unicode() > 0x7e)
+                return std::nullopt;
+            bytes.append(static_cast<char>(c.unicode()));
+            continue;
+        }
+        if (i + 2 >= parts[0].size())
+            return std::nullopt;
+        const int high = hexValue(parts[0][i + 1]);
+        const int low = hexValue(parts[0][i + 2]);
+        if (high < 0 || low < 0)
+            return std::nullopt;
+        bytes.append(static_cast<char>(high * 16 + low));
+        i += 2;
+    }
+    MessageAddress address{QString::fromUtf8(bytes), *uidValidity, *uid};
+    for (const QChar c : address.folder) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f || c.category() == QChar::Other_Control)
+            return std::nullopt;
+    }
+    // Only what messageIdFor would have written: this rejects lower-case or needless escapes,
+    // bytes that are not UTF-8, and characters that should have been escaped.
+    if (messageIdFor(address.folder, address.uidValidity, address.uid) != messageId)
+        return std::nullopt;
+    return address;
 }
 
 QVariantMap AccountSync::messageDictionary(const ImapSession::Envelope& envelope, const QString& account,

@@ -7,6 +7,7 @@
 #include <QString>
 #include <QVariantList>
 #include <QVariantMap>
+#include <optional>
 
 namespace corvina {
 
@@ -58,6 +59,21 @@ public:
     // command URLs, which carry it unencoded. The three parts find the message again on the
     // server, and the identifier changes when the server renumbers the folder (a new UIDVALIDITY).
     static QString messageIdFor(const QString& folder, quint32 uidValidity, quint32 uid);
+
+    // Where a message identifier says the message is.
+    struct MessageAddress {
+        QString folder;
+        quint32 uidValidity = 0;
+        quint32 uid = 0;
+    };
+    // The longest identifier read: a folder name of a few hundred characters, percent-encoded.
+    static constexpr qsizetype MaximumMessageIdLength = 4096;
+    // Reads an identifier that messageIdFor made, and nothing else: the folder's escapes exactly as
+    // messageIdFor writes them (upper-case hex, only where it escapes, UTF-8), two non-zero decimal
+    // numbers without signs or leading zeros that fit in 32 bits, a folder that is not empty and
+    // holds no control characters. Anything else is nullopt: an identifier comes from a command
+    // URL, which anyone can write.
+    static std::optional<MessageAddress> parseMessageId(const QString& messageId);
 
     // A message dictionary as the widget reads it.
     static QVariantMap messageDictionary(const ImapSession::Envelope& envelope, const QString& account,

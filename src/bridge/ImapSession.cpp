@@ -61,6 +61,12 @@ void freeSearchResult(clist* list) {
 void freeFetchResult(clist* list) {
     mailimap_fetch_list_free(list);
 }
+void freeListResult(clist* list) {
+    mailimap_list_result_free(list);
+}
+void freeFields(mailimf_fields* fields) {
+    mailimf_fields_free(fields);
+}
 
 void readFlags(const mailimap_msg_att_dynamic* dynamic, ImapSession::Envelope& envelope) {
     if (dynamic == nullptr || dynamic->att_list == nullptr)
@@ -159,10 +165,6 @@ ImapSession::~ImapSession() {
     logout();
 }
 
-QByteArray ImapSession::wireFolderName(const QString& folder) {
-    return ImapFolderName::encode(folder);
-}
-
 bool ImapSession::fail(Failure failure, const QString& text) {
     m_failure = failure;
     m_errorText = text;
@@ -173,8 +175,10 @@ bool ImapSession::check(int result, const QString& what) {
     if (result == MAILIMAP_NO_ERROR || result == MAILIMAP_NO_ERROR_AUTHENTICATED ||
         result == MAILIMAP_NO_ERROR_NON_AUTHENTICATED)
         return true;
+    // An answer that cannot be read leaves the stream at an unknown place: most often the server
+    // said BYE and closed the connection in the middle of it.
     if (result == MAILIMAP_ERROR_STREAM || result == MAILIMAP_ERROR_CONNECTION_REFUSED ||
-        result == MAILIMAP_ERROR_MEMORY) {
+        result == MAILIMAP_ERROR_MEMORY || result == MAILIMAP_ERROR_PARSE) {
         // The stream is unusable now; the next call must reconnect.
         mailimap_free(m_imap);
         m_imap = nullptr;
@@ -184,10 +188,14 @@ bool ImapSession::check(int result, const QString& what) {
                                                  .arg(what));
     }
     const QString server = serverText(m_imap);
-    return fail(Failure::Protocol, QStringLiteral("%1 failed (libetpan error %2)%3")
-                                       .arg(what)
-                                       .arg(result)
-                                       .arg(server.isEmpty() ? QString() : QStringLiteral(": ") + server));
+    // The command's own error is the server's NO or BAD.
+    const bool refused = (result >= MAILIMAP_ERROR_APPEND && result <= MAILIMAP_ERROR_UNSUBSCRIBE) ||
+                         result == MAILIMAP_ERROR_EXTENSION;
+    return fail(refused ? Failure::Refused : Failure::Protocol,
+                QStringLiteral("%1 failed (libetpan error %2)%3")
+                    .arg(what)
+                    .arg(result)
+                    .arg(server.isEmpty() ? QString() : QStringLiteral(": ") + server));
 }
 
 bool ImapSession::connectToServer() {
@@ -195,6 +203,8 @@ bool ImapSession::connectToServer() {
     m_failure = Failure::None;
     m_errorText.clear();
     m_imap = mailimap_new(0, nullptr);
+    m_capabilitiesAsked = false;
+    m_capabilities.clear();
     if (m_imap == nullptr)
         return fail(Failure::Protocol, QStringLiteral("out of memory"));
     mailimap_set_timeout(m_imap, m_settings.timeoutSeconds);
@@ -250,19 +260,29 @@ bool ImapSession::login(const QString& user, const QString& password) {
 }
 
 std::optional<ImapSession::Folder> ImapSession::examine(const QString& folder) {
+    return open(folder, true);
+}
+
+std::optional<ImapSession::Folder> ImapSession::select(const QString& folder) {
+    return open(folder, false);
+}
+
+std::optional<ImapSession::Folder> ImapSession::open(const QString& folder, bool readOnly) {
     if (m_imap == nullptr) {
         fail(Failure::ConnectionLost, QStringLiteral("not connected"));
         return std::nullopt;
     }
-    const int result = mailimap_examine(m_imap, wireFolderName(folder).constData());
-    if (result == MAILIMAP_ERROR_EXAMINE) {
+    const QByteArray name = wireName(folder);
+    const int result =
+        readOnly ? mailimap_examine(m_imap, name.constData()) : mailimap_select(m_imap, name.constData());
+    if (result == (readOnly ? MAILIMAP_ERROR_EXAMINE : MAILIMAP_ERROR_SELECT)) {
         const QString server = serverText(m_imap);
         fail(Failure::FolderMissing,
              QStringLiteral("folder missing: %1%2")
                  .arg(folder, server.isEmpty() ? QString() : QStringLiteral(" (") + server + u')'));
         return std::nullopt;
     }
-    if (!check(result, QStringLiteral("EXAMINE ") + folder))
+    if (!check(result, (readOnly ? QStringLiteral("EXAMINE ") : QStringLiteral("SELECT ")) + folder))
         return std::nullopt;
     Folder state;
     state.name = folder;
@@ -316,19 +336,23 @@ std::optional<QList<ImapSession::Envelope>> ImapSession::fetchNewest(quint32 cou
 }
 
 std::optional<QList<quint32>> ImapSession::searchFlagged() {
+    return searchUids(MAILIMAP_SEARCH_KEY_FLAGGED, QStringLiteral("SEARCH FLAGGED"));
+}
+
+std::optional<QList<quint32>> ImapSession::searchUids(int keyType, const QString& what) {
     if (m_imap == nullptr) {
         fail(Failure::ConnectionLost, QStringLiteral("not connected"));
         return std::nullopt;
     }
-    mailimap_search_key* key = mailimap_search_key_new(
-        MAILIMAP_SEARCH_KEY_FLAGGED, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-        nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
-        nullptr, 0, nullptr, nullptr, nullptr);
+    mailimap_search_key* key =
+        mailimap_search_key_new(keyType, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0, nullptr,
+                                nullptr, nullptr, nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr);
     clist* raw = nullptr;
     const int result = mailimap_uid_search(m_imap, nullptr, key, &raw);
     mailimap_search_key_free(key);
     Owned<clist, freeSearchResult> list(raw);
-    if (!check(result, QStringLiteral("SEARCH FLAGGED")))
+    if (!check(result, what))
         return std::nullopt;
     QList<quint32> uids;
     for (clistiter* it = clist_begin(list.p); it != nullptr; it = clist_next(it)) {
@@ -525,6 +549,399 @@ ImapSession::IdleOutcome ImapSession::idle(int wakeFd, int seconds) {
         m_imap->imap_selection_info == nullptr || m_imap->imap_selection_info->sel_exists != existsBefore ||
         (response != nullptr && (!isEmpty(response->rsp_expunged) || !isEmpty(response->rsp_fetch_list)));
     return changed ? IdleOutcome::Changed : IdleOutcome::Quiet;
+}
+
+// --- Acting on one message -----------------------------------------------------------------------
+
+namespace {
+
+quint32 uidOf(const mailimap_msg_att* att) {
+    for (clistiter* it = clist_begin(att->att_list); it != nullptr; it = clist_next(it)) {
+        const auto* item = static_cast<const mailimap_msg_att_item*>(clist_content(it));
+        if (item != nullptr && item->att_type == MAILIMAP_MSG_ATT_ITEM_STATIC &&
+            item->att_data.att_static != nullptr &&
+            item->att_data.att_static->att_type == MAILIMAP_MSG_ATT_UID)
+            return item->att_data.att_static->att_data.att_uid;
+    }
+    return 0;
+}
+
+// The static attribute of type `type` of a message, or null.
+const mailimap_msg_att_static* staticOf(const mailimap_msg_att* att, int type) {
+    for (clistiter* it = clist_begin(att->att_list); it != nullptr; it = clist_next(it)) {
+        const auto* item = static_cast<const mailimap_msg_att_item*>(clist_content(it));
+        if (item != nullptr && item->att_type == MAILIMAP_MSG_ATT_ITEM_STATIC &&
+            item->att_data.att_static != nullptr && item->att_data.att_static->att_type == type)
+            return item->att_data.att_static;
+    }
+    return nullptr;
+}
+
+QString mailboxAddress(const mailimf_mailbox* mailbox) {
+    if (mailbox == nullptr || mailbox->mb_addr_spec == nullptr)
+        return QString();
+    return QString::fromUtf8(mailbox->mb_addr_spec).trimmed();
+}
+
+QString firstOfMailboxes(const mailimf_mailbox_list* list) {
+    if (list == nullptr || list->mb_list == nullptr)
+        return QString();
+    for (clistiter* it = clist_begin(list->mb_list); it != nullptr; it = clist_next(it)) {
+        const QString address = mailboxAddress(static_cast<const mailimf_mailbox*>(clist_content(it)));
+        if (!address.isEmpty())
+            return address;
+    }
+    return QString();
+}
+
+QString firstOfAddresses(const mailimf_address_list* list) {
+    if (list == nullptr || list->ad_list == nullptr)
+        return QString();
+    for (clistiter* it = clist_begin(list->ad_list); it != nullptr; it = clist_next(it)) {
+        const auto* address = static_cast<const mailimf_address*>(clist_content(it));
+        if (address == nullptr)
+            continue;
+        const QString text = address->ad_type == MAILIMF_ADDRESS_MAILBOX
+                                 ? mailboxAddress(address->ad_data.ad_mailbox)
+                                 : (address->ad_type == MAILIMF_ADDRESS_GROUP && address->ad_data.ad_group
+                                        ? firstOfMailboxes(address->ad_data.ad_group->grp_mb_list)
+                                        : QString());
+        if (!text.isEmpty())
+            return text;
+    }
+    return QString();
+}
+
+QByteArray withoutBackslash(const char* flag) {
+    QByteArray text(flag);
+    if (text.startsWith('\\'))
+        text.remove(0, 1);
+    return text.toLower();
+}
+
+} // namespace
+
+QByteArray ImapSession::wireName(const QString& folder) {
+    return ImapFolderName::encode(folder);
+}
+
+QString ImapSession::folderFromWire(const char* name) {
+    if (name == nullptr)
+        return QString();
+    // A server that lists a name outside its own encoding (some send UTF-8) is taken at its word.
+    const std::optional<QString> decoded = ImapFolderName::decode(QByteArray(name));
+    return decoded ? *decoded : QString::fromUtf8(name);
+}
+
+bool ImapSession::needsFolder() {
+    if (m_imap == nullptr)
+        return fail(Failure::ConnectionLost, QStringLiteral("not connected"));
+    if (m_imap->imap_selection_info == nullptr)
+        return fail(Failure::Protocol, QStringLiteral("no folder open"));
+    return true;
+}
+
+bool ImapSession::askCapabilities() {
+    if (m_imap == nullptr)
+        return fail(Failure::ConnectionLost, QStringLiteral("not connected"));
+    if (m_capabilitiesAsked)
+        return true;
+    // Asked after login: what a server announces before it (with its greeting) is often less.
+    mailimap_capability_data* caps = nullptr;
+    const int result = mailimap_capability(m_imap, &caps);
+    if (result == MAILIMAP_NO_ERROR && caps != nullptr && caps->cap_list != nullptr) {
+        for (clistiter* it = clist_begin(caps->cap_list); it != nullptr; it = clist_next(it)) {
+            const auto* cap = static_cast<const struct mailimap_capability*>(clist_content(it));
+            if (cap != nullptr && cap->cap_type == MAILIMAP_CAPABILITY_NAME &&
+                cap->cap_data.cap_name != nullptr)
+                m_capabilities.insert(QByteArray(cap->cap_data.cap_name).toUpper());
+        }
+    }
+    // The answer may also be kept as the connection's own; never free that one.
+    const mailimap_connection_info* info = m_imap != nullptr ? m_imap->imap_connection_info : nullptr;
+    if (caps != nullptr && (info == nullptr || info->imap_capability != caps))
+        mailimap_capability_data_free(caps);
+    if (!check(result, QStringLiteral("CAPABILITY")))
+        return false;
+    m_capabilitiesAsked = true;
+    return true;
+}
+
+bool ImapSession::hasCapability(const char* name) {
+    return askCapabilities() && m_capabilities.contains(QByteArray(name).toUpper());
+}
+
+std::optional<QString> ImapSession::specialUseFolder(const QString& use) {
+    if (m_imap == nullptr) {
+        fail(Failure::ConnectionLost, QStringLiteral("not connected"));
+        return std::nullopt;
+    }
+    clist* raw = nullptr;
+    const int result = mailimap_list(m_imap, "", "*", &raw);
+    Owned<clist, freeListResult> list(raw);
+    if (!check(result, QStringLiteral("LIST")))
+        return std::nullopt;
+    const QByteArray wanted = withoutBackslash(use.toLatin1().constData());
+    for (clistiter* it = clist_begin(list.p); it != nullptr; it = clist_next(it)) {
+        const auto* mailbox = static_cast<const mailimap_mailbox_list*>(clist_content(it));
+        if (mailbox == nullptr || mailbox->mb_flag == nullptr || mailbox->mb_name == nullptr)
+            continue;
+        const mailimap_mbx_list_flags* flags = mailbox->mb_flag;
+        // A name that cannot be opened holds no messages, whatever it is marked.
+        if (flags->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
+            flags->mbf_sflag == MAILIMAP_MBX_LIST_SFLAG_NOSELECT)
+            continue;
+        for (clistiter* f = clist_begin(flags->mbf_oflags); f != nullptr; f = clist_next(f)) {
+            const auto* flag = static_cast<const mailimap_mbx_list_oflag*>(clist_content(f));
+            if (flag != nullptr && flag->of_type == MAILIMAP_MBX_LIST_OFLAG_FLAG_EXT &&
+                flag->of_flag_ext != nullptr && withoutBackslash(flag->of_flag_ext) == wanted)
+                return folderFromWire(mailbox->mb_name);
+        }
+    }
+    return QString(QLatin1String(""));
+}
+
+bool ImapSession::fetchOne(quint32 uid, mailimap_fetch_type* type, const QString& what,
+                           const std::function<void(const mailimap_msg_att*)>& read, bool* found) {
+    *found = false;
+    if (!needsFolder()) {
+        mailimap_fetch_type_free(type);
+        return false;
+    }
+    mailimap_set* set = mailimap_set_new_single(uid);
+    clist* raw = nullptr;
+    const int result = mailimap_uid_fetch(m_imap, set, type, &raw);
+    mailimap_fetch_type_free(type);
+    mailimap_set_free(set);
+    Owned<clist, freeFetchResult> list(raw);
+    if (!check(result, what))
+        return false;
+    for (clistiter* it = clist_begin(list.p); it != nullptr; it = clist_next(it)) {
+        const auto* att = static_cast<const mailimap_msg_att*>(clist_content(it));
+        // A FETCH the server sends unasked (a flag changed meanwhile) may be about another message.
+        if (att != nullptr && uidOf(att) == uid) {
+            *found = true;
+            read(att);
+            break;
+        }
+    }
+    return true;
+}
+
+std::optional<qint64> ImapSession::messageSize(quint32 uid) {
+    mailimap_fetch_type* type = mailimap_fetch_type_new_fetch_att_list_empty();
+    mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_uid());
+    mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_rfc822_size());
+    qint64 size = -1;
+    bool found = false;
+    const bool ok = fetchOne(
+        uid, type, QStringLiteral("FETCH RFC822.SIZE"),
+        [&size](const mailimap_msg_att* att) {
+            if (const mailimap_msg_att_static* field = staticOf(att, MAILIMAP_MSG_ATT_RFC822_SIZE))
+                size = field->att_data.att_rfc822_size;
+        },
+        &found);
+    if (!ok)
+        return std::nullopt;
+    if (found && size < 0) {
+        fail(Failure::Protocol, QStringLiteral("the server did not say the size of message %1").arg(uid));
+        return std::nullopt;
+    }
+    return found ? size : -1;
+}
+
+std::optional<QByteArray> ImapSession::fetchMessage(quint32 uid) {
+    const std::optional<qint64> size = messageSize(uid);
+    if (!size)
+        return std::nullopt;
+    if (*size < 0) {
+        fail(Failure::MessageMissing, QStringLiteral("no message with UID %1").arg(uid));
+        return std::nullopt;
+    }
+    auto tooLarge = [this](qint64 bytes) {
+        fail(Failure::TooLarge, QStringLiteral("the message is larger than %1 MiB (%2 bytes)")
+                                    .arg(MaximumMessageBytes / (1024 * 1024))
+                                    .arg(bytes));
+        return std::nullopt;
+    };
+    if (*size > MaximumMessageBytes)
+        return tooLarge(*size);
+    // Asked for at most one byte more than allowed, whatever size the server said before.
+    mailimap_fetch_type* type = mailimap_fetch_type_new_fetch_att_list_empty();
+    mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_uid());
+    mailimap_fetch_type_new_fetch_att_list_add(
+        type, mailimap_fetch_att_new_body_peek_section_partial(
+                  mailimap_section_new(nullptr), 0, static_cast<uint32_t>(MaximumMessageBytes + 1)));
+    QByteArray message;
+    bool haveBody = false;
+    bool found = false;
+    const bool ok = fetchOne(
+        uid, type, QStringLiteral("FETCH BODY.PEEK[]"),
+        [&](const mailimap_msg_att* att) {
+            const mailimap_msg_att_static* field = staticOf(att, MAILIMAP_MSG_ATT_BODY_SECTION);
+            if (field == nullptr || field->att_data.att_body_section == nullptr)
+                return;
+            const mailimap_msg_att_body_section* body = field->att_data.att_body_section;
+            haveBody = true;
+            if (body->sec_body_part != nullptr)
+                message = QByteArray(body->sec_body_part, static_cast<qsizetype>(body->sec_length));
+        },
+        &found);
+    if (!ok)
+        return std::nullopt;
+    if (!found) {
+        fail(Failure::MessageMissing, QStringLiteral("no message with UID %1").arg(uid));
+        return std::nullopt;
+    }
+    if (!haveBody) {
+        fail(Failure::Protocol, QStringLiteral("the server sent no content for message %1").arg(uid));
+        return std::nullopt;
+    }
+    if (message.size() > MaximumMessageBytes)
+        return tooLarge(message.size());
+    return message;
+}
+
+std::optional<ImapSession::ReplyHeaders> ImapSession::fetchReplyHeaders(quint32 uid) {
+    clist* names = clist_new();
+    for (const char* name : {"FROM", "REPLY-TO", "SUBJECT", "MESSAGE-ID", "REFERENCES"})
+        clist_append(names, ::strdup(name));
+    mailimap_section* section = mailimap_section_new_header_fields(mailimap_header_list_new(names));
+    mailimap_fetch_type* type = mailimap_fetch_type_new_fetch_att_list_empty();
+    mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_uid());
+    mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_body_peek_section(section));
+    QByteArray header;
+    bool found = false;
+    const bool ok = fetchOne(
+        uid, type, QStringLiteral("FETCH BODY.PEEK[HEADER.FIELDS]"),
+        [&header](const mailimap_msg_att* att) {
+            const mailimap_msg_att_static* field = staticOf(att, MAILIMAP_MSG_ATT_BODY_SECTION);
+            if (field != nullptr && field->att_data.att_body_section != nullptr &&
+                field->att_data.att_body_section->sec_body_part != nullptr)
+                header = QByteArray(field->att_data.att_body_section->sec_body_part,
+                                    static_cast<qsizetype>(field->att_data.att_body_section->sec_length));
+        },
+        &found);
+    if (!ok)
+        return std::nullopt;
+    if (!found) {
+        fail(Failure::MessageMissing, QStringLiteral("no message with UID %1").arg(uid));
+        return std::nullopt;
+    }
+    return parseReplyHeaders(header);
+}
+
+ImapSession::ReplyHeaders ImapSession::parseReplyHeaders(const QByteArray& header) {
+    ReplyHeaders headers;
+    size_t index = 0;
+    mailimf_fields* parsed = nullptr;
+    if (mailimf_fields_parse(header.constData(), static_cast<size_t>(header.size()), &index, &parsed) !=
+            MAILIMF_NO_ERROR ||
+        parsed == nullptr)
+        return headers;
+    Owned<mailimf_fields, freeFields> fields(parsed);
+    QString from;
+    QString replyTo;
+    for (clistiter* it = clist_begin(fields.p->fld_list); it != nullptr; it = clist_next(it)) {
+        const auto* field = static_cast<const mailimf_field*>(clist_content(it));
+        if (field == nullptr)
+            continue;
+        switch (field->fld_type) {
+        case MAILIMF_FIELD_FROM:
+            if (from.isEmpty() && field->fld_data.fld_from != nullptr)
+                from = firstOfMailboxes(field->fld_data.fld_from->frm_mb_list);
+            break;
+        case MAILIMF_FIELD_REPLY_TO:
+            if (replyTo.isEmpty() && field->fld_data.fld_reply_to != nullptr)
+                replyTo = firstOfAddresses(field->fld_data.fld_reply_to->rt_addr_list);
+            break;
+        case MAILIMF_FIELD_SUBJECT:
+            if (headers.subject.isNull() && field->fld_data.fld_subject != nullptr &&
+                field->fld_data.fld_subject->sbj_value != nullptr) {
+                // A long subject comes folded over lines; the line breaks are not part of it.
+                QByteArray raw(field->fld_data.fld_subject->sbj_value);
+                raw.replace("\r\n", "").replace('\n', "").replace('\r', "");
+                headers.subject = decodeHeader(raw.constData()).trimmed();
+            }
+            break;
+        case MAILIMF_FIELD_MESSAGE_ID:
+            if (headers.messageId.isEmpty() && field->fld_data.fld_message_id != nullptr &&
+                field->fld_data.fld_message_id->mid_value != nullptr)
+                headers.messageId = QString::fromUtf8(field->fld_data.fld_message_id->mid_value).trimmed();
+            break;
+        case MAILIMF_FIELD_REFERENCES:
+            if (headers.references.isEmpty() && field->fld_data.fld_references != nullptr &&
+                field->fld_data.fld_references->mid_list != nullptr) {
+                for (clistiter* r = clist_begin(field->fld_data.fld_references->mid_list); r != nullptr;
+                     r = clist_next(r)) {
+                    if (const auto* id = static_cast<const char*>(clist_content(r)))
+                        headers.references << QString::fromUtf8(id).trimmed();
+                }
+            }
+            break;
+        default:
+            break;
+        }
+    }
+    headers.replyAddress = replyTo.isEmpty() ? from : replyTo;
+    return headers;
+}
+
+bool ImapSession::storeFlag(quint32 uid, bool deleted, const QString& what) {
+    if (!needsFolder())
+        return false;
+    mailimap_flag_list* flags = mailimap_flag_list_new_empty();
+    mailimap_flag_list_add(flags, deleted ? mailimap_flag_new_deleted() : mailimap_flag_new_seen());
+    mailimap_store_att_flags* store = mailimap_store_att_flags_new_add_flags_silent(flags);
+    mailimap_set* set = mailimap_set_new_single(uid);
+    const int result = mailimap_uid_store(m_imap, set, store);
+    mailimap_set_free(set);
+    mailimap_store_att_flags_free(store);
+    return check(result, what);
+}
+
+bool ImapSession::markSeen(quint32 uid) {
+    return storeFlag(uid, false, QStringLiteral("STORE +FLAGS (\\Seen)"));
+}
+
+std::optional<ImapSession::MoveResult> ImapSession::moveMessage(quint32 uid, const QString& target) {
+    if (!needsFolder() || !askCapabilities())
+        return std::nullopt;
+    const QByteArray name = wireName(target);
+    auto run = [this, uid](int (*command)(mailimap*, mailimap_set*, const char*), const char* mailbox,
+                           const QString& what) {
+        mailimap_set* set = mailimap_set_new_single(uid);
+        const int result = command(m_imap, set, mailbox);
+        mailimap_set_free(set);
+        return check(result, what);
+    };
+    if (hasCapability("MOVE")) {
+        if (!run(mailimap_uid_move, name.constData(), QStringLiteral("UID MOVE to ") + target))
+            return std::nullopt;
+        return MoveResult::Moved;
+    }
+    // Without MOVE: a copy, then the original marked \Deleted and expunged, that message alone.
+    if (!run(mailimap_uid_copy, name.constData(), QStringLiteral("UID COPY to ") + target) ||
+        !storeFlag(uid, true, QStringLiteral("STORE +FLAGS (\\Deleted)")))
+        return std::nullopt;
+    if (hasCapability("UIDPLUS")) {
+        mailimap_set* set = mailimap_set_new_single(uid);
+        const int result = mailimap_uid_expunge(m_imap, set);
+        mailimap_set_free(set);
+        if (!check(result, QStringLiteral("UID EXPUNGE")))
+            return std::nullopt;
+        return MoveResult::Moved;
+    }
+    // A plain EXPUNGE removes every message marked \Deleted: only when this one is the only one.
+    const std::optional<QList<quint32>> deleted =
+        searchUids(MAILIMAP_SEARCH_KEY_DELETED, QStringLiteral("SEARCH DELETED"));
+    if (!deleted)
+        return std::nullopt;
+    if (*deleted != QList<quint32>{uid})
+        return MoveResult::LeftMarkedDeleted;
+    if (!check(mailimap_expunge(m_imap), QStringLiteral("EXPUNGE")))
+        return std::nullopt;
+    return MoveResult::Moved;
 }
 
 } // namespace corvina

@@ -5,11 +5,16 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QList>
+#include <QSet>
 #include <QString>
+#include <QStringList>
+#include <functional>
 #include <optional>
 
 struct mailimap;
 struct mailimap_set;
+struct mailimap_fetch_type;
+struct mailimap_msg_att;
 
 namespace corvina {
 
@@ -20,6 +25,9 @@ namespace corvina {
 // Only what the bridge shows is fetched: the envelopes, flags and arrival dates of the newest
 // messages of a folder, picked by position (the newest N message numbers are the N highest UIDs),
 // never a listing of the whole folder.
+//
+// The widget's commands act on one message at a time, named by its folder and UID: open it
+// read-write, move it to another folder, fetch it whole, mark it seen, read what a reply needs.
 class ImapSession {
 public:
     enum class Failure {
@@ -28,8 +36,11 @@ public:
         Insecure,        // the connection could not be made as safe as the account asks
         ConnectionLost,  // the server went away, or did not answer within the timeout
         LoginRefused,
-        FolderMissing, // the folder does not exist or cannot be opened
-        Protocol,      // the server answered something else we cannot use
+        FolderMissing,  // the folder does not exist or cannot be opened
+        Protocol,       // the server answered something else we cannot use
+        Refused,        // the server answered NO (or BAD) to a command
+        MessageMissing, // no message with that UID in the open folder
+        TooLarge,       // the message is larger than the bridge fetches
     };
 
     struct Settings {
@@ -76,6 +87,52 @@ public:
     // Says goodbye (bounded by the timeout) and closes the connection.
     void logout();
 
+    // --- Acting on one message ---------------------------------------------------------------
+
+    // The largest message fetched whole: a mail client's message, not a backup of a mailbox.
+    static constexpr qint64 MaximumMessageBytes = 64 * 1024 * 1024;
+
+    // What the headers of a message say that a reply needs.
+    struct ReplyHeaders {
+        QString subject;        // decoded; null when the message has no Subject header
+        QString replyAddress;   // the first Reply-To address, else the first From address; may be empty
+        QString messageId;      // without angle brackets; empty when there is none
+        QStringList references; // the References, oldest first, without angle brackets
+    };
+
+    // How a message left its folder.
+    enum class MoveResult {
+        Moved,             // it is in the target folder and gone from its own
+        LeftMarkedDeleted, // copied to the target, and left in its folder marked \Deleted: other
+                           // messages there were marked \Deleted too, and a server without UIDPLUS
+                           // cannot expunge one message alone
+    };
+
+    // Opens `folder` read-write: for commands that change messages.
+    std::optional<Folder> select(const QString& folder);
+    // Whether the server announces the capability `name` (asked once per connection, after login).
+    bool hasCapability(const char* name);
+    // The folder the server marks with the special use `use` (\Archive, \Trash) in its LIST
+    // answer; an empty string when it marks none; nullopt when the list cannot be had.
+    std::optional<QString> specialUseFolder(const QString& use);
+    // The size of message `uid` of the open folder; -1 when there is no such message.
+    std::optional<qint64> messageSize(quint32 uid);
+    // Message `uid` of the open folder as the server keeps it, without marking it seen. Refused
+    // (TooLarge) above MaximumMessageBytes; MessageMissing when it is not there.
+    std::optional<QByteArray> fetchMessage(quint32 uid);
+    // Adds \Seen to message `uid` of the open folder.
+    bool markSeen(quint32 uid);
+    // The headers of message `uid` of the open folder that a reply needs; MessageMissing when it
+    // is not there.
+    std::optional<ReplyHeaders> fetchReplyHeaders(quint32 uid);
+    // Moves message `uid` of the open (selected) folder to `target`: MOVE when the server has it,
+    // else COPY, \Deleted and an expunge of that message alone.
+    std::optional<MoveResult> moveMessage(quint32 uid, const QString& target);
+
+    // Reads the header fields of a message (or a whole message: its header ends at the first empty
+    // line) with libetpan's message parser.
+    static ReplyHeaders parseReplyHeaders(const QByteArray& header);
+
     // What a wait in IDLE ended with. IDLE is over on every outcome (DONE was sent and answered),
     // except Failed, after which the connection is closed.
     enum class IdleOutcome {
@@ -109,19 +166,33 @@ public:
     static QDateTime parseDate(const char* raw);
 
 private:
-    // A folder name as it goes to the server (IMAP's own encoding of names outside ASCII): every
-    // command that names a folder passes it through here.
-    static QByteArray wireFolderName(const QString& folder);
     bool fail(Failure failure, const QString& text);
     // Maps a libetpan result of a command to a failure; true when it succeeded.
     bool check(int result, const QString& what);
     std::optional<QList<Envelope>> fetch(mailimap_set* set, bool byUid);
+    std::optional<Folder> open(const QString& folder, bool readOnly);
+    bool needsFolder();
+    bool askCapabilities();
+    std::optional<QList<quint32>> searchUids(int key, const QString& what);
+    // UID FETCH of one message; the attributes of that message, or null when it is not there.
+    // `type` is consumed.
+    bool fetchOne(quint32 uid, mailimap_fetch_type* type, const QString& what,
+                  const std::function<void(const mailimap_msg_att*)>& read, bool* found);
+    bool storeFlag(quint32 uid, bool deleted, const QString& what);
+
+    // Every folder name goes to the server through this one place, and every name the server
+    // lists comes back through folderFromWire: IMAP's own encoding of names outside ASCII
+    // (modified UTF-7) is applied there.
+    static QByteArray wireName(const QString& folder);
+    static QString folderFromWire(const char* name);
 
     Settings m_settings;
     mailimap* m_imap = nullptr;
     Failure m_failure = Failure::None;
     QString m_errorText;
     qint64 m_fetchedEnvelopes = 0;
+    bool m_capabilitiesAsked = false;
+    QSet<QByteArray> m_capabilities;
 };
 
 } // namespace corvina

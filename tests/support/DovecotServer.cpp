@@ -7,9 +7,11 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMultiHash>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QThread>
+#include <csignal>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -67,6 +69,8 @@ DovecotServer::DovecotServer() {
                                             QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther);
     QDir(m_dir.path()).mkpath(QStringLiteral("mail"));
     giveToMailOwner(m_dir.filePath(QStringLiteral("mail")));
+    QDir(m_dir.path()).mkpath(QStringLiteral("rawlog"));
+    giveToMailOwner(m_dir.filePath(QStringLiteral("rawlog")));
     QFile passwd(m_dir.filePath(QStringLiteral("passwd")));
     if (passwd.open(QIODevice::WriteOnly))
         passwd.close();
@@ -128,7 +132,22 @@ bool DovecotServer::writeConfig(QString* error) {
                              .arg(dir)
                        : QStringLiteral("ssl = no\n"))
             .arg(m_tls ? m_tlsPort : 0) +
-        (m_capabilities.isEmpty() ? QString() : QStringLiteral("imap_capability = %1\n").arg(m_capabilities));
+        (m_capabilities.isEmpty() ? QString()
+                                  : QStringLiteral("imap_capability = %1\n").arg(m_capabilities)) +
+        // what each session's client sent, for tests that check which commands went out
+        (m_recordSessions ? QStringLiteral("rawlog_dir = %1/rawlog\n").arg(dir) : QString()) +
+        QStringLiteral("namespace inbox {\n"
+                       "  inbox = yes\n") +
+        (m_specialUse ? QStringLiteral("  mailbox Archive {\n"
+                                       "    auto = create\n"
+                                       "    special_use = \\Archive\n"
+                                       "  }\n"
+                                       "  mailbox Trash {\n"
+                                       "    auto = create\n"
+                                       "    special_use = \\Trash\n"
+                                       "  }\n")
+                      : QString()) +
+        QStringLiteral("}\n");
     QFile file(m_dir.filePath(QStringLiteral("dovecot.conf")));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(config.toUtf8()) < 0) {
         if (error)
@@ -265,8 +284,63 @@ bool DovecotServer::waitForGreeting(QString* error) {
     return false;
 }
 
+namespace {
+
+// The processes below `root`, read from /proc: Dovecot's login and mail processes.
+QList<pid_t> descendants(pid_t root) {
+    QMultiHash<pid_t, pid_t> children;
+    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& entry : entries) {
+        bool number = false;
+        const pid_t pid = entry.toInt(&number);
+        if (!number)
+            continue;
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(entry));
+        if (!stat.open(QIODevice::ReadOnly))
+            continue;
+        // "pid (name) state ppid ...": the name may hold anything, so read after its last ')'.
+        const QByteArray line = stat.readAll();
+        const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+        if (fields.size() > 1)
+            children.insert(fields[1].toInt(), pid);
+    }
+    QList<pid_t> found;
+    QList<pid_t> next{root};
+    while (!next.isEmpty()) {
+        const pid_t parent = next.takeFirst();
+        for (const pid_t child : children.values(parent)) {
+            found << child;
+            next << child;
+        }
+    }
+    return found;
+}
+
+bool isGone(pid_t pid) {
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return true;
+    const QByteArray line = stat.readAll();
+    // A zombie has closed its connections; its new parent reaps it when it likes.
+    return line.mid(line.lastIndexOf(')') + 2).startsWith('Z');
+}
+
+} // namespace
+
 void DovecotServer::stop() {
+    if (!isRunning())
+        return;
+    // A mail process that is serving a client outlives its master: a stopped server must not keep
+    // talking to the clients it had.
+    const QList<pid_t> sessions = descendants(static_cast<pid_t>(m_process.processId()));
     stopProcess(m_process, StopTimeoutMs);
+    for (const pid_t pid : sessions)
+        ::kill(pid, SIGKILL);
+    const QDeadlineTimer deadline(StopTimeoutMs);
+    for (const pid_t pid : sessions) {
+        while (!isGone(pid) && !deadline.hasExpired())
+            QThread::msleep(10);
+    }
 }
 
 bool DovecotServer::restart(QString* error) {
@@ -344,6 +418,94 @@ QString DovecotServer::setFlags(const QString& path, const QString& flags) {
     if (::rename(QFile::encodeName(path).constData(), QFile::encodeName(renamed).constData()) != 0)
         return QString();
     return renamed;
+}
+
+QString DovecotServer::capabilitiesWithout(const QStringList& left) {
+    // Dovecot's own list after login, less what the test leaves out.
+    QStringList capabilities =
+        QStringLiteral("IMAP4rev1 SASL-IR LOGIN-REFERRALS ID ENABLE IDLE SORT SORT=DISPLAY "
+                       "THREAD=REFERENCES THREAD=REFS THREAD=ORDEREDSUBJECT MULTIAPPEND "
+                       "URL-PARTIAL CATENATE UNSELECT CHILDREN NAMESPACE UIDPLUS LIST-EXTENDED "
+                       "I18NLEVEL=1 CONDSTORE QRESYNC ESEARCH ESORT SEARCHRES WITHIN "
+                       "CONTEXT=SEARCH LIST-STATUS BINARY MOVE SNIPPET=FUZZY PREVIEW=FUZZY "
+                       "PREVIEW STATUS=SIZE SAVEDATE LITERAL+ NOTIFY SPECIAL-USE")
+            .split(u' ');
+    for (const QString& capability : left)
+        capabilities.removeAll(capability);
+    return capabilities.join(u' ');
+}
+
+namespace {
+
+// The Message-ID header of a message file: a test's own look at what it delivered.
+QString messageIdOfFile(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
+    const QByteArray head = file.read(64 * 1024);
+    for (const QByteArray& line : head.split('\n')) {
+        const QByteArray trimmed = line.trimmed();
+        if (trimmed.isEmpty())
+            break;
+        if (trimmed.toLower().startsWith("message-id:"))
+            return QString::fromUtf8(trimmed.mid(11).trimmed());
+    }
+    return QStringLiteral("");
+}
+
+QStringList messageFiles(const QString& maildir) {
+    QStringList files;
+    for (const char* sub : {"cur", "new"}) {
+        const QDir dir(maildir + u'/' + QLatin1String(sub));
+        for (const QString& name : dir.entryList(QDir::Files))
+            files << dir.filePath(name);
+    }
+    return files;
+}
+
+} // namespace
+
+QStringList DovecotServer::messageIds(const QString& user, const QString& folder) const {
+    QStringList ids;
+    for (const QString& path : messageFiles(maildir(user, folder)))
+        ids << messageIdOfFile(path);
+    ids.sort();
+    return ids;
+}
+
+QString DovecotServer::fileOf(const QString& user, const QString& folder, const QString& messageId) const {
+    for (const QString& path : messageFiles(maildir(user, folder))) {
+        if (messageIdOfFile(path) == messageId)
+            return path;
+    }
+    return QString();
+}
+
+QString DovecotServer::flagsOf(const QString& user, const QString& folder, const QString& messageId) const {
+    const QString path = fileOf(user, folder, messageId);
+    if (path.isEmpty())
+        return QString();
+    const int info = path.lastIndexOf(QLatin1String(":2,"));
+    return info < 0 ? QStringLiteral("") : path.mid(info + 3);
+}
+
+void DovecotServer::forgetUids(const QString& user, const QString& folder) {
+    const QDir dir(maildir(user, folder));
+    for (const QString& name :
+         dir.entryList({QStringLiteral("dovecot-uidlist*"), QStringLiteral("dovecot.index*")},
+                       QDir::Files | QDir::Hidden))
+        QFile::remove(dir.filePath(name));
+}
+
+QByteArray DovecotServer::clientCommands() const {
+    QDir dir(m_dir.filePath(QStringLiteral("rawlog")));
+    QByteArray all;
+    for (const QString& name : dir.entryList({QStringLiteral("*.in")}, QDir::Files, QDir::Name)) {
+        QFile file(dir.filePath(name));
+        if (file.open(QIODevice::ReadOnly))
+            all += file.readAll();
+    }
+    return all;
 }
 
 QByteArray DovecotServer::message(const QString& subject, const QString& from, const QString& date,

@@ -4,6 +4,7 @@
 #include <QDateTime>
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 
 namespace corvina::test {
@@ -47,6 +48,13 @@ public:
     // Replaces the capabilities the server announces after login (for a server without IDLE);
     // takes effect at the next start.
     void setCapabilities(const QString& capabilities) { m_capabilities = capabilities; }
+    // What the server announces after login by default, without MOVE, or without MOVE and UIDPLUS
+    // (the commands themselves still work: only a client that reads the announcement leaves them).
+    static QString capabilitiesWithout(const QStringList& left);
+    // Whether the folders Archive and Trash are made for every user and marked \Archive and
+    // \Trash (SPECIAL-USE) in the server's LIST answers; on unless switched off. Takes effect at
+    // the next start.
+    void setSpecialUseFolders(bool on) { m_specialUse = on; }
 
     // Adds a user with a plain-text password; may be called while the server runs.
     void addUser(const QString& user, const QString& password);
@@ -62,6 +70,25 @@ public:
                     const QString& flags = QString(), const QDateTime& received = QDateTime());
     // Changes the flags of a delivered message (renames its file, as a mail client's flag change does).
     QString setFlags(const QString& path, const QString& flags);
+
+    // The Message-ID headers of the messages in `folder` of `user`, as the Maildir holds them now
+    // (sorted; a message without one is listed as an empty string).
+    QStringList messageIds(const QString& user, const QString& folder) const;
+    // The Maildir flags ("S", "ST", ...) of the message with that Message-ID in `folder`; null when
+    // it is not there.
+    QString flagsOf(const QString& user, const QString& folder, const QString& messageId) const;
+    // The message file with that Message-ID in `folder`; empty when it is not there.
+    QString fileOf(const QString& user, const QString& folder, const QString& messageId) const;
+    // Makes the server forget the UIDs of `folder` (its index and UID list), so that it numbers
+    // the messages again under a new UIDVALIDITY. Only while the server is stopped.
+    void forgetUids(const QString& user, const QString& folder);
+
+    // Before start(): keeps Dovecot's raw log of every session (off by default: it costs the server
+    // time, which would show in the benchmark).
+    void setRecordSessions(bool on) { m_recordSessions = on; }
+    // What clients sent after logging in, every session so far, in order (the raw log; empty unless
+    // recorded): the commands, never a password.
+    QByteArray clientCommands() const;
 
     // An RFC 5322 message with the given header values; a null value leaves that header out.
     static QByteArray message(const QString& subject, const QString& from, const QString& date,
@@ -84,6 +111,8 @@ private:
     quint16 m_tlsPort = 0;
     qint64 m_delivered = 0;
     QString m_capabilities;
+    bool m_specialUse = true;
+    bool m_recordSessions = false;
 };
 
 } // namespace corvina::test

@@ -2,12 +2,14 @@
 
 #include "BridgeCommand.h"
 #include "UnixSignals.h"
+#include "bridge/HostService.h"
 #include "bridge/LiveBridge.h"
 #include "bridge/NetworkWatcher.h"
 #include "bridge/SleepWatcher.h"
 #include "bridge/SnapshotWriter.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <csignal>
 #include <cstdlib>
 
@@ -59,11 +61,28 @@ int ForegroundCommand::exec() {
         QCoreApplication::quit();
     });
 
+    // The mail application's name on the session bus, where the widget's commands arrive. Taken
+    // before anything is written, so that a second bridge leaves without touching the files; a
+    // call that comes in at once waits on the event loop until the accounts have started.
     QString error;
+    HostService host;
+    QObject::connect(&host, &HostService::urisOpened, &bridge, &LiveBridge::openUris);
+    QObject::connect(&host, &HostService::syncRequested, &bridge, &LiveBridge::syncNow);
+    if (host.registerOn(QDBusConnection::sessionBus(), &error)) {
+        line(QStringLiteral("carrying out the widget's commands as %1")
+                 .arg(QLatin1String(HostService::ServiceName)));
+    } else if (QDBusConnection::sessionBus().isConnected()) {
+        // Two bridges would write the same files and answer the same commands.
+        line(error);
+        return BridgeCommand::AccountFailed;
+    } else {
+        line(QStringLiteral("the widget's commands are not received: %1").arg(error));
+    }
     if (!bridge.start(&error)) {
         line(error);
         return BridgeCommand::AccountFailed;
     }
+
     QCoreApplication::exec();
     if (leftBehind) {
         // An account is stuck in a network call to a server that does not answer; everything

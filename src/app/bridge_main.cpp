@@ -2,6 +2,7 @@
 #include "AccountSetup.h"
 #include "BridgeCommand.h"
 #include "ForegroundCommand.h"
+#include "OpenCommand.h"
 #include "bridge/BridgeConfig.h"
 
 #include <QCommandLineOption>
@@ -20,7 +21,12 @@ const char* const commandsHelp =
     "                    connection is tried again after 1 s, doubling up to 5 min. SIGUSR1, the\n"
     "                    machine waking from suspend, or the network coming back or changing, reads\n"
     "                    every account again on a fresh connection.\n"
+    "                    Also the mail application on the session bus (org.corvina.mail): carries\n"
+    "                    out the widget's open, reply, archive and delete, and corvina-share's drafts.\n"
     "  --once            sync every enabled account once and exit\n"
+    "  open URL...       hand corvina:// command URLs to the running bridge (the bus starts it when\n"
+    "                    needed); without a session bus, carry them out here and exit. What the\n"
+    "                    desktop runs for the mail application where D-Bus activation is not used\n"
     "  account add       ask for an account's settings (with TLS, a caFile) and its password or a\n"
     "                    passwordCommand; write the account into bridge.conf and a typed password into\n"
     "                    the desktop's Secret Service (keyring).\n"
@@ -45,7 +51,7 @@ const char* const commandsHelp =
     "Exit status:\n"
     "  0  every account synced (or checked) without a problem; the foreground mode stopped cleanly\n"
     "  1  at least one account failed; one line each says why (the foreground mode: no account\n"
-    "     could be followed)\n"
+    "     could be followed, or another bridge is running; open: a command failed or was refused)\n"
     "  2  usage error\n";
 
 } // namespace
@@ -77,7 +83,7 @@ int main(int argc, char* argv[]) {
     parser.addPositionalArgument(
         QStringLiteral("command"),
         QStringLiteral("account add | account list | account password ACCOUNT | account remove ACCOUNT | "
-                       "check [ACCOUNT]"),
+                       "check [ACCOUNT] | open URL..."),
         QStringLiteral("[command]"));
     if (!parser.parse(QCoreApplication::arguments())) {
         err << "corvina-mail-bridge: " << parser.errorText() << Qt::endl;
@@ -122,6 +128,9 @@ int main(int argc, char* argv[]) {
     }
     if (!words.isEmpty() && words.size() <= 2 && words[0] == QLatin1String("check"))
         return command.check(words.value(1));
+    if (words.size() >= 2 && words[0] == QLatin1String("open"))
+        return corvina::OpenCommand(corvina::BridgeConfig::load(path), err, timeoutSeconds)
+            .exec(words.mid(1));
     if (words.isEmpty())
         return corvina::ForegroundCommand(corvina::BridgeConfig::load(path), err, timeoutSeconds).exec();
     err << "corvina-mail-bridge: unknown command " << words.join(u' ') << "; see --help" << Qt::endl;

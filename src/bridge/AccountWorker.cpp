@@ -1,6 +1,8 @@
 #include "AccountWorker.h"
 
 #include <QDeadlineTimer>
+#include <csignal>
+#include <pthread.h>
 
 namespace corvina {
 
@@ -14,6 +16,14 @@ constexpr int GoodbyeTimeoutSeconds = 1;
 AccountWorker::AccountWorker(BridgeConfig::Account account, Timing timing, PasswordSource passwords,
                              QObject* parent)
     : QObject(parent), m_account(std::move(account)), m_timing(timing), m_passwords(std::move(passwords)) {}
+
+void AccountWorker::blockProcessSignals() {
+    sigset_t mask;
+    sigemptyset(&mask);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2})
+        sigaddset(&mask, signal);
+    pthread_sigmask(SIG_BLOCK, &mask, nullptr);
+}
 
 void AccountWorker::stop() {
     m_stop.store(true);

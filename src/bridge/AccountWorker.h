@@ -51,6 +51,11 @@ public:
     // Ends run() soon: a wait in IDLE or before a retry ends at once, and the connection says
     // goodbye within about a second.
     void stop();
+    // Blocks the process's signals (stop, sync now) on the calling thread: they are the main
+    // thread's, and a network thread interrupted in the middle of a call would take it for a lost
+    // connection. Called first on every thread that talks to a server.
+    static void blockProcessSignals();
+
     // Reads every list again on a fresh connection at once (after a resume from suspend, when the
     // old connection is most likely dead), and forgets the retry delay.
     void syncNow();

@@ -4,17 +4,22 @@
 #include <QDeadlineTimer>
 #include <QThread>
 #include <csignal>
-#include <pthread.h>
 
 namespace corvina {
 
 LiveBridge::LiveBridge(BridgeConfig config, QString dataFolder, QString statusPath,
                        AccountWorker::PasswordSource passwords, AccountWorker::Timing timing, QObject* parent)
     : QObject(parent), m_config(std::move(config)), m_writer(std::move(dataFolder)),
-      m_status(std::move(statusPath)), m_passwords(std::move(passwords)), m_timing(timing) {}
+      m_status(std::move(statusPath)), m_passwords(std::move(passwords)), m_timing(timing),
+      m_commands(m_config, m_passwords, timing.timeoutSeconds, MessageCommand::defaultCacheFolder()) {
+    connect(&m_commands, &CommandCenter::log, this, &LiveBridge::log);
+    connect(&m_commands, &CommandCenter::synced, this, &LiveBridge::accountSynced);
+    connect(&m_commands, &CommandCenter::commandDone, this, &LiveBridge::commandDone);
+}
 
 LiveBridge::~LiveBridge() {
     stop(0);
+    m_commands.stop(-1);
     for (const Running& r : std::as_const(m_workers)) {
         // Bounded by the workers' network timeout; a thread must not be destroyed while it runs.
         r.thread->wait();
@@ -23,7 +28,7 @@ LiveBridge::~LiveBridge() {
     }
 }
 
-bool LiveBridge::start(QString* error) {
+bool LiveBridge::start(QString* error, bool follow) {
     // A server that closes the connection must make a write fail, not end the process.
     std::signal(SIGPIPE, SIG_IGN);
 
@@ -45,6 +50,8 @@ bool LiveBridge::start(QString* error) {
     }
     m_status.keepOnly(names);
     writeStatus();
+    if (!follow)
+        return true;
     if (followed.isEmpty()) {
         *error = QStringLiteral("no enabled account to follow in ") + m_config.path();
         return false;
@@ -61,13 +68,7 @@ bool LiveBridge::start(QString* error) {
             },
             Qt::QueuedConnection);
         QThread* thread = QThread::create([worker] {
-            // Process signals (stop, sync now) are the main thread's: a worker interrupted in the
-            // middle of a network call would take it for a lost connection.
-            sigset_t mask;
-            sigemptyset(&mask);
-            for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2})
-                sigaddset(&mask, signal);
-            pthread_sigmask(SIG_BLOCK, &mask, nullptr);
+            AccountWorker::blockProcessSignals();
             worker->run();
         });
         thread->setObjectName(QStringLiteral("account ") + account.name);
@@ -77,6 +78,15 @@ bool LiveBridge::start(QString* error) {
     emit log(
         QStringLiteral("following %1 account(s); status in %2").arg(m_workers.size()).arg(m_status.path()));
     return true;
+}
+
+void LiveBridge::openUris(const QStringList& uris, const QVariantMap& platformData) {
+    m_commands.open(uris, platformData);
+}
+
+void LiveBridge::commandDone(const QString& command, const QString& mail, bool ok, const QString& error) {
+    m_status.recordCommand(command, mail, ok, error, QDateTime::currentDateTimeUtc());
+    writeStatus();
 }
 
 void LiveBridge::syncNow(const QString& reason) {
@@ -92,6 +102,9 @@ bool LiveBridge::stop(int timeoutMs) {
     bool all = true;
     for (const Running& r : std::as_const(m_workers))
         all = r.thread->wait(deadline) && all;
+    // A command under way finishes (its server may be half way through a move); queued ones are
+    // dropped, as the widget shows the next snapshot either way.
+    all = m_commands.stop(static_cast<int>(qMax<qint64>(0, deadline.remainingTime()))) && all;
     // What the workers reported before they ended is still written.
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
     return all;

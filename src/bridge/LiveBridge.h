@@ -3,12 +3,15 @@
 #include "bridge/AccountWorker.h"
 #include "bridge/BridgeConfig.h"
 #include "bridge/BridgeStatus.h"
+#include "bridge/CommandCenter.h"
 #include "bridge/SnapshotWriter.h"
 
 #include <QList>
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QStringList>
+#include <QVariantMap>
 
 class QThread;
 
@@ -18,6 +21,10 @@ namespace corvina {
 // its own, and on the owner's (main) thread everything that touches files: Accounts.plist at the
 // start, each account's snapshots as its worker reports them, and the status file after every sync
 // or failure. An account that fails is retried by its own worker; the others go on.
+//
+// It also carries out the command URLs the bridge receives as the mail application (CommandCenter):
+// the lists a command changed are written at once, like any sync, and each command's outcome goes
+// into the status file.
 class LiveBridge : public QObject {
     Q_OBJECT
 public:
@@ -26,10 +33,14 @@ public:
                QObject* parent = nullptr);
     ~LiveBridge() override;
 
-    // Writes Accounts.plist and starts following every enabled account. An account with a bad
-    // configuration gets its line and its status; the others start. False, with `error` set, when
-    // there is no account that can be followed or the shared folder cannot be written.
-    bool start(QString* error);
+    // Writes Accounts.plist and starts following every enabled account (unless `follow` is false:
+    // commands only). An account with a bad configuration gets its line and its status; the others
+    // start. False, with `error` set, when there is no account that can be followed or the shared
+    // folder cannot be written.
+    bool start(QString* error, bool follow = true);
+    // Carries out the command URLs of one request (see CommandCenter::open).
+    void openUris(const QStringList& uris, const QVariantMap& platformData);
+    CommandCenter& commands() { return m_commands; }
     // Every account reads all its lists again on a fresh connection (after a resume from suspend).
     void syncNow(const QString& reason);
     // Asks every account to stop and waits up to `timeoutMs` for them; results that arrived
@@ -47,6 +58,7 @@ private slots:
     void accountSynced(const QString& account, const QList<corvina::AccountSync::Snapshot>& snapshots,
                        const QDateTime& when);
     void accountFailed(const QString& account, const QString& error, const QDateTime& when, int retrySeconds);
+    void commandDone(const QString& command, const QString& mail, bool ok, const QString& error);
 
 private:
     struct Running {
@@ -60,6 +72,7 @@ private:
     BridgeStatus m_status;
     AccountWorker::PasswordSource m_passwords;
     AccountWorker::Timing m_timing;
+    CommandCenter m_commands;
     QList<Running> m_workers;
     QMap<QString, QString> m_mails; // account name -> mail
     QMap<QString, bool> m_failing;  // account name -> whether its last attempt failed

@@ -69,6 +69,8 @@ public:
     Outcome run(Action action, const QString& messageId, const QString& password);
 
     bool isConnected() const { return m_sync.session().isConnected(); }
+    // Says goodbye to the server (bounded by the timeout): for a connection no command needs now.
+    void close() { m_sync.session().logout(); }
 
 private:
     Outcome attempt(Action action, const AccountSync::MessageAddress& address, const QString& password,

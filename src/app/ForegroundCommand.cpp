@@ -2,7 +2,7 @@
 
 #include "BridgeCommand.h"
 #include "UnixSignals.h"
-#include "bridge/HostService.h"
+#include "bridge/CommandService.h"
 #include "bridge/LiveBridge.h"
 #include "bridge/NetworkWatcher.h"
 #include "bridge/SleepWatcher.h"
@@ -65,12 +65,12 @@ int ForegroundCommand::exec() {
     // before anything is written, so that a second bridge leaves without touching the files; a
     // call that comes in at once waits on the event loop until the accounts have started.
     QString error;
-    HostService host;
-    QObject::connect(&host, &HostService::urisOpened, &bridge, &LiveBridge::openUris);
-    QObject::connect(&host, &HostService::syncRequested, &bridge, &LiveBridge::syncNow);
+    CommandService host;
+    QObject::connect(&host, &CommandService::urisOpened, &bridge, &LiveBridge::openUris);
+    QObject::connect(&host, &CommandService::syncRequested, &bridge, &LiveBridge::syncNow);
     if (host.registerOn(QDBusConnection::sessionBus(), &error)) {
         line(QStringLiteral("carrying out the widget's commands as %1")
-                 .arg(QLatin1String(HostService::ServiceName)));
+                 .arg(QLatin1String(CommandService::ServiceName)));
     } else if (QDBusConnection::sessionBus().isConnected()) {
         // Two bridges would write the same files and answer the same commands.
         line(error);

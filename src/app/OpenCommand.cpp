@@ -2,7 +2,7 @@
 
 #include "BridgeCommand.h"
 #include "bridge/BridgeStatus.h"
-#include "bridge/HostService.h"
+#include "bridge/CommandService.h"
 #include "bridge/LiveBridge.h"
 #include "bridge/SnapshotWriter.h"
 
@@ -47,7 +47,7 @@ int OpenCommand::exec(const QStringList& uris) {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (bus.isConnected()) {
         QDBusMessage call = QDBusMessage::createMethodCall(
-            QLatin1String(HostService::ServiceName), QLatin1String(HostService::ObjectPath),
+            QLatin1String(CommandService::ServiceName), QLatin1String(CommandService::ObjectPath),
             QStringLiteral("org.freedesktop.Application"), QStringLiteral("Open"));
         call.setArguments({uris, platformData});
         const QDBusMessage reply = bus.call(call, QDBus::Block, CallTimeoutMs);

@@ -1,12 +1,12 @@
 #include "ApplicationAdaptor.h"
 
-#include "HostService.h"
+#include "CommandService.h"
 
 #include <QMetaObject>
 
 namespace corvina {
 
-ApplicationAdaptor::ApplicationAdaptor(HostService* service)
+ApplicationAdaptor::ApplicationAdaptor(CommandService* service)
     : QDBusAbstractAdaptor(service), m_service(service) {
     // A method's work is queued, so the answer goes out before anything slow starts.
     setAutoRelaySignals(false);
@@ -32,13 +32,13 @@ void ApplicationAdaptor::ActivateAction(const QString& actionName, const QVarian
                                         const QVariantMap& platformData, const QDBusMessage& message) {
     Q_UNUSED(parameter)
     Q_UNUSED(platformData)
-    if (actionName != QLatin1String(HostService::SyncAction)) {
+    if (actionName != QLatin1String(CommandService::SyncAction)) {
         // Answered with an error, so that a caller that means something else learns it.
         message.setDelayedReply(true);
         m_service->bus().send(
             message.createErrorReply(QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"),
                                      QStringLiteral("unknown action %1; corvina-mail-bridge knows \"%2\"")
-                                         .arg(actionName, QLatin1String(HostService::SyncAction))));
+                                         .arg(actionName, QLatin1String(CommandService::SyncAction))));
         return;
     }
     QMetaObject::invokeMethod(

@@ -8,7 +8,7 @@
 
 namespace corvina {
 
-class HostService;
+class CommandService;
 
 // The freedesktop.org application interface (org.freedesktop.Application) on the bridge's object:
 // how the widget, corvina-share and the desktop's launchers reach a D-Bus activatable application.
@@ -19,7 +19,7 @@ class ApplicationAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")
 public:
-    explicit ApplicationAdaptor(HostService* service);
+    explicit ApplicationAdaptor(CommandService* service);
 
 public slots:
     void Activate(const QVariantMap& platformData);
@@ -28,7 +28,7 @@ public slots:
                         const QVariantMap& platformData, const QDBusMessage& message);
 
 private:
-    HostService* m_service;
+    CommandService* m_service;
 };
 
 } // namespace corvina

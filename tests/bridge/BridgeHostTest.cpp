@@ -4,7 +4,7 @@
 // reached through the real xdg-utils.
 #include "BridgeTesting.h"
 #include "bridge/AccountSync.h"
-#include "bridge/HostService.h"
+#include "bridge/CommandService.h"
 #include "model/ExtensionAddress.h"
 #include "model/ExtensionMessage.h"
 #include "shared/ConstVars.h"
@@ -71,7 +71,7 @@ protected:
     void TearDown() override {
         stopBridge();
         if (bus)
-            bus->removeService(QLatin1String(HostService::ServiceName));
+            bus->removeService(QLatin1String(CommandService::ServiceName));
     }
 
     // What the bridge runs with: the mail desktop, the test's shared folder, state and cache, and
@@ -100,7 +100,7 @@ protected:
                   << QStringLiteral("'exec \"$0\" \"$@\" 2>>%1'").arg(logPath())
                   << QStringLiteral(CORVINA_BRIDGE_BINARY) << QStringLiteral("--config") << config
                   << QStringLiteral("--timeout") << QStringLiteral("10");
-        bus->installService(QLatin1String(HostService::ServiceName), QStringLiteral("/usr/bin/env"),
+        bus->installService(QLatin1String(CommandService::ServiceName), QStringLiteral("/usr/bin/env"),
                             arguments);
     }
 
@@ -110,7 +110,7 @@ protected:
     // The pid of whoever owns the mail application's name, or 0.
     static uint bridgePid() {
         const QDBusReply<uint> pid =
-            QDBusConnection::sessionBus().interface()->servicePid(QLatin1String(HostService::ServiceName));
+            QDBusConnection::sessionBus().interface()->servicePid(QLatin1String(CommandService::ServiceName));
         return pid.isValid() ? pid.value() : 0;
     }
 

@@ -1,4 +1,4 @@
-#include "HostService.h"
+#include "CommandService.h"
 
 #include "ApplicationAdaptor.h"
 
@@ -7,18 +7,18 @@
 
 namespace corvina {
 
-HostService::HostService(QObject* parent) : QObject(parent), m_bus(QString()) {
+CommandService::CommandService(QObject* parent) : QObject(parent), m_bus(QString()) {
     new ApplicationAdaptor(this);
 }
 
-HostService::~HostService() {
+CommandService::~CommandService() {
     if (m_registered) {
         m_bus.unregisterService(QLatin1String(ServiceName));
         m_bus.unregisterObject(QLatin1String(ObjectPath));
     }
 }
 
-bool HostService::registerOn(const QDBusConnection& bus, QString* error) {
+bool CommandService::registerOn(const QDBusConnection& bus, QString* error) {
     if (!bus.isConnected()) {
         *error = QStringLiteral("no session bus (%1)").arg(bus.lastError().message());
         return false;

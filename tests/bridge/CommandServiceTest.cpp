@@ -1,6 +1,6 @@
 // The bridge's org.freedesktop.Application object on a real (private) session bus, called from
 // another connection as the widget calls it.
-#include "bridge/HostService.h"
+#include "bridge/CommandService.h"
 
 #include "support/PrivateSessionBus.h"
 
@@ -14,14 +14,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-using corvina::HostService;
+using corvina::CommandService;
 using corvina::test::PrivateSessionBus;
 
 namespace {
 
 const QString CallerName = QStringLiteral("host-service-test-caller");
 
-class HostServiceTest : public ::testing::Test {
+class CommandServiceTest : public ::testing::Test {
 protected:
     void SetUp() override {
         bus = PrivateSessionBus::instance();
@@ -38,7 +38,7 @@ protected:
     // loop run meanwhile (the service lives on it), and answers the reply.
     QDBusMessage call(const QString& method, const QVariantList& arguments) {
         QDBusMessage message = QDBusMessage::createMethodCall(
-            QLatin1String(HostService::ServiceName), QLatin1String(HostService::ObjectPath),
+            QLatin1String(CommandService::ServiceName), QLatin1String(CommandService::ObjectPath),
             QStringLiteral("org.freedesktop.Application"), method);
         message.setArguments(arguments);
         QDBusPendingCall pending = caller->asyncCall(message, 3000);
@@ -53,11 +53,11 @@ protected:
     std::unique_ptr<QDBusConnection> caller;
 };
 
-TEST_F(HostServiceTest, OpenAnswersAtOnceAndHandsOverTheUrlsInOrderWithThePlatformData) {
-    HostService service;
+TEST_F(CommandServiceTest, OpenAnswersAtOnceAndHandsOverTheUrlsInOrderWithThePlatformData) {
+    CommandService service;
     QString error;
     ASSERT_TRUE(service.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
-    QSignalSpy opened(&service, &HostService::urisOpened);
+    QSignalSpy opened(&service, &CommandService::urisOpened);
 
     const QStringList uris = {
         QStringLiteral("corvina://archive?mail=a%40b.org&messageid=INBOX/1/2&folderstandardid=1"),
@@ -74,11 +74,11 @@ TEST_F(HostServiceTest, OpenAnswersAtOnceAndHandsOverTheUrlsInOrderWithThePlatfo
     EXPECT_EQ(opened.at(0).at(1).toMap().value(QStringLiteral("corvina-launch-options")).toUInt(), 512u);
 }
 
-TEST_F(HostServiceTest, ActivateAndTheSyncActionAskForAFreshLook) {
-    HostService service;
+TEST_F(CommandServiceTest, ActivateAndTheSyncActionAskForAFreshLook) {
+    CommandService service;
     QString error;
     ASSERT_TRUE(service.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
-    QSignalSpy sync(&service, &HostService::syncRequested);
+    QSignalSpy sync(&service, &CommandService::syncRequested);
 
     EXPECT_EQ(call(QStringLiteral("Activate"), {QVariantMap()}).type(), QDBusMessage::ReplyMessage);
     EXPECT_EQ(call(QStringLiteral("ActivateAction"),
@@ -92,11 +92,11 @@ TEST_F(HostServiceTest, ActivateAndTheSyncActionAskForAFreshLook) {
     EXPECT_EQ(sync.at(1).at(0).toString(), QStringLiteral("sync action"));
 }
 
-TEST_F(HostServiceTest, AnUnknownActionIsAnsweredWithAnErrorAndDoesNothing) {
-    HostService service;
+TEST_F(CommandServiceTest, AnUnknownActionIsAnsweredWithAnErrorAndDoesNothing) {
+    CommandService service;
     QString error;
     ASSERT_TRUE(service.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
-    QSignalSpy sync(&service, &HostService::syncRequested);
+    QSignalSpy sync(&service, &CommandService::syncRequested);
 
     const QDBusMessage reply =
         call(QStringLiteral("ActivateAction"),
@@ -109,10 +109,10 @@ TEST_F(HostServiceTest, AnUnknownActionIsAnsweredWithAnErrorAndDoesNothing) {
     EXPECT_TRUE(sync.isEmpty());
 }
 
-TEST_F(HostServiceTest, ASecondBridgeDoesNotTakeTheNameAndSaysWhoHasIt) {
+TEST_F(CommandServiceTest, ASecondBridgeDoesNotTakeTheNameAndSaysWhoHasIt) {
     // The other connection plays a bridge that is running already.
-    ASSERT_TRUE(caller->registerService(QLatin1String(HostService::ServiceName)));
-    HostService service;
+    ASSERT_TRUE(caller->registerService(QLatin1String(CommandService::ServiceName)));
+    CommandService service;
     QString error;
     EXPECT_FALSE(service.registerOn(QDBusConnection::sessionBus(), &error));
     EXPECT_EQ(error,
@@ -120,14 +120,14 @@ TEST_F(HostServiceTest, ASecondBridgeDoesNotTakeTheNameAndSaysWhoHasIt) {
                              "already?")
                   .arg(::getpid()));
     EXPECT_FALSE(service.isRegistered());
-    caller->unregisterService(QLatin1String(HostService::ServiceName));
+    caller->unregisterService(QLatin1String(CommandService::ServiceName));
 
     // Once the name is free again, the bridge can take it.
     EXPECT_TRUE(service.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
 }
 
-TEST_F(HostServiceTest, WithoutABusTheServiceSaysSo) {
-    HostService service;
+TEST_F(CommandServiceTest, WithoutABusTheServiceSaysSo) {
+    CommandService service;
     QString error;
     const QDBusConnection none = QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/bus"),
                                                                QStringLiteral("host-service-test-none"));

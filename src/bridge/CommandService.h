@@ -14,7 +14,7 @@ namespace corvina {
 //
 // Calls are answered at once; what they ask for reaches the owner through the signals, queued, on
 // the service's thread.
-class HostService : public QObject {
+class CommandService : public QObject {
     Q_OBJECT
 public:
     static constexpr const char* ServiceName = "org.corvina.mail";
@@ -22,8 +22,8 @@ public:
     // The application actions ActivateAction accepts.
     static constexpr const char* SyncAction = "sync";
 
-    explicit HostService(QObject* parent = nullptr);
-    ~HostService() override;
+    explicit CommandService(QObject* parent = nullptr);
+    ~CommandService() override;
 
     // Publishes the object, then takes the name. False with `error` set when the bus is not there
     // or the name belongs to another process (a bridge already running): one bridge per session,

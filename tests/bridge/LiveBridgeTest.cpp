@@ -116,6 +116,22 @@ protected:
             << log().toStdString();
     }
 
+    // Runs the bridge on one account with a Memo list ("Notes"), listening for the system's signals
+    // (suspend, network) on the bus at `systemBus`, until it follows the inbox with IDLE.
+    void followWithMemo(const QString& systemBus) {
+        server.createFolder(User, QStringLiteral("Notes"));
+        deliver(QStringLiteral("Before the start"));
+        QProcessEnvironment env = environment();
+        env.insert(QStringLiteral("CORVINA_BRIDGE_SYSTEM_BUS"), systemBus);
+        startBridge(writeConfig({{QStringLiteral("work"), accountKeys({{"memo", "Notes"}, {"poll", 300}})}}),
+                    env);
+        ASSERT_GE(
+            waitUntil([&] { return logSays(QStringLiteral("work: connected; following INBOX with IDLE")); },
+                      StartMs),
+            0)
+            << log().toStdString();
+    }
+
     QProcess bridge;
     QString logText;
     QTemporaryDir stateDir;
@@ -219,16 +235,7 @@ TEST_F(LiveBridgeTest, WakingFromSuspendReadsEveryListAgainOnAFreshConnection) {
     ASSERT_TRUE(login.isConnected());
     ASSERT_TRUE(login.registerService(QStringLiteral("org.freedesktop.login1")));
 
-    server.createFolder(User, QStringLiteral("Notes"));
-    deliver(QStringLiteral("Before the start"));
-    QProcessEnvironment env = environment();
-    env.insert(QStringLiteral("CORVINA_BRIDGE_SYSTEM_BUS"), bus->address());
-    startBridge(writeConfig({{QStringLiteral("work"), accountKeys({{"memo", "Notes"}, {"poll", 300}})}}),
-                env);
-    ASSERT_GE(waitUntil([&] { return logSays(QStringLiteral("work: connected; following INBOX with IDLE")); },
-                        StartMs),
-              0)
-        << log().toStdString();
+    ASSERT_NO_FATAL_FAILURE(followWithMemo(bus->address()));
     EXPECT_FALSE(logSays(QStringLiteral("not told of suspend")));
     deliver(QStringLiteral("Written while asleep"), QStringLiteral("Me <ada@example.org>"), QString(),
             QStringLiteral("Notes"));
@@ -275,17 +282,7 @@ protected:
             ASSERT_TRUE(manager.isConnected());
             ASSERT_TRUE(manager.registerService(QStringLiteral("org.freedesktop.NetworkManager")));
         }
-        server.createFolder(User, QStringLiteral("Notes"));
-        deliver(QStringLiteral("Before the start"));
-        QProcessEnvironment env = environment();
-        env.insert(QStringLiteral("CORVINA_BRIDGE_SYSTEM_BUS"), bus->address());
-        startBridge(writeConfig({{QStringLiteral("work"), accountKeys({{"memo", "Notes"}, {"poll", 300}})}}),
-                    env);
-        ASSERT_GE(
-            waitUntil([&] { return logSays(QStringLiteral("work: connected; following INBOX with IDLE")); },
-                      StartMs),
-            0)
-            << log().toStdString();
+        followWithMemo(bus->address());
     }
 
     static QDBusMessage stateChanged(uint state) {

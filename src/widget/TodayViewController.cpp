@@ -100,7 +100,6 @@ ExtensionMessageList removingObject(ExtensionMessageList list, const ExtensionMe
 TodayViewController::TodayViewController() = default;
 
 TodayViewController::~TodayViewController() {
-    m_alive->store(false);
     NotificationCenter::defaultCenter().removeObserver(this);
 }
 
@@ -153,10 +152,7 @@ void TodayViewController::widgetPerformUpdateWithCompletionHandler(CompletionHan
             completionHandler(NoData);
         // No return: the read below runs as well, and reports new data.
     }
-    AliveFlag alive = m_alive;
-    Dispatch::dispatchAsyncMain([alive, this, completionHandler] {
-        if (!*alive)
-            return;
+    Dispatch::dispatchAsyncMain(this, [this, completionHandler] {
         setDataFromDisk(updateData());
         ReloadData();
         if (completionHandler)
@@ -169,15 +165,8 @@ EdgeInsets TodayViewController::widgetMarginInsetsForProposedMarginInsets(EdgeIn
     return proposed;
 }
 
-void TodayViewController::scheduleReload(const AliveFlag& alive, TodayViewController* controller) {
-    Dispatch::dispatchAsyncMain([alive, controller] {
-        if (*alive)
-            controller->reloadFromDisk();
-    });
-}
-
 void TodayViewController::Reload() {
-    scheduleReload(m_alive, this);
+    Dispatch::dispatchAsyncMain(this, [this] { reloadFromDisk(); });
 }
 
 void TodayViewController::reloadFromDisk() {
@@ -195,10 +184,7 @@ void TodayViewController::ReloadData() {
     // A value without a list leaves the rows as they were.
     if (std::optional<ExtensionMessageList> rows = SegmentFilter::dataToShow(dataFromDisk(), segmented))
         setDataToShow(std::move(*rows));
-    AliveFlag alive = m_alive;
-    Dispatch::dispatchAsyncMain([alive, this] {
-        if (!*alive)
-            return;
+    Dispatch::dispatchAsyncMain(this, [this] {
         m_myTableView->reloadData();
         Resize();
     });
@@ -206,10 +192,7 @@ void TodayViewController::ReloadData() {
 
 void TodayViewController::Resize() {
     // Always a further turn of the main queue, so the height changes after the table reloaded.
-    AliveFlag alive = m_alive;
-    Dispatch::dispatchAsyncMain([alive, this] {
-        if (!*alive)
-            return;
+    Dispatch::dispatchAsyncMain(this, [this] {
         if (LayoutConstraint* height = viewHeightContraint())
             height->setConstant(m_myTableView->rowHeight() * double(m_myTableView->numberOfRows()));
         m_rootView->updateGeometry();
@@ -219,9 +202,10 @@ void TodayViewController::Resize() {
 void TodayViewController::selectedSegment(SegmentedControl*) {
     ReloadData();
     // The re-read goes by way of a background thread, which only hands it back to the main queue.
-    AliveFlag alive = m_alive;
-    TodayViewController* controller = this;
-    Dispatch::dispatchAsyncBackground([alive, controller] { scheduleReload(alive, controller); });
+    // The guard is taken here, on the main thread: the background thread only passes it on.
+    Dispatch::dispatchAsyncBackground([this, receiver = QPointer<const QObject>(this)] {
+        Dispatch::dispatchAsyncMain(receiver, [this] { reloadFromDisk(); });
+    });
 }
 
 qint64 TodayViewController::numberOfRowsInTableView(TableView*) {
@@ -264,10 +248,7 @@ void TodayViewController::actionCalled(const Notification& notification) {
     removeMessage(message);
     // One row leaves the table, the first equal one, even when several equal messages left the
     // lists: the table keeps its own count until the next reload. Deliberate, and kept.
-    AliveFlag alive = m_alive;
-    Dispatch::dispatchAsyncMain([alive, this, command, index] {
-        if (!*alive)
-            return;
+    Dispatch::dispatchAsyncMain(this, [this, command, index] {
         m_myTableView->removeRowsAtIndexes({qint64(index)}, command == ConstVars::commandArchive
                                                                 ? TableView::AnimationSlideLeft
                                                                 : TableView::AnimationSlideRight);

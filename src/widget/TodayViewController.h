@@ -32,6 +32,8 @@ class TodayViewController : public ViewController,
                             public TodayHeaderViewDelegate,
                             public TableViewDataSource,
                             public TableViewDelegate {
+    Q_OBJECT
+
 public:
     // The widget-update results.
     enum UpdateResult { NewData = 0, NoData = 1 };
@@ -94,12 +96,8 @@ public:
     CORVINA_ATOMIC_PROPERTY(QPointer<LayoutConstraint>, viewHeightContraint, setViewHeightContraint)
 
 private:
-    // Blocks queued for later hold this flag, not the controller: they do nothing once it is gone.
-    using AliveFlag = std::shared_ptr<std::atomic<bool>>;
-    static void scheduleReload(const AliveFlag& alive, TodayViewController* controller);
     void reloadFromDisk();
 
-    AliveFlag m_alive = std::make_shared<std::atomic<bool>>(true);
     FlippedView* m_rootView = nullptr;
     TodayTableView* m_myTableView = nullptr;
     TodayHeaderView* m_myHeaderView = nullptr;

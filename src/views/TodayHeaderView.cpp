@@ -33,8 +33,8 @@ void TodayHeaderView::selectedSegment(SegmentedControl*) {
 void TodayHeaderView::select() {
     // Stored first: the delegate reads the choice back from the settings.
     UserDefaults::setInteger(m_control->selectedSegment() + 1, kSegmented);
-    if (auto* delegate = dynamic_cast<TodayHeaderViewDelegate*>(m_delegate.data()))
-        delegate->selectedSegment(m_control);
+    if (m_delegate)
+        m_delegate->selectedSegment(m_control);
 }
 
 void TodayHeaderView::resizeEvent(QResizeEvent* event) {

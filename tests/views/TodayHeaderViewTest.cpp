@@ -77,17 +77,19 @@ TEST(TodayHeaderView, ChoosingMemoStoresThreeBeforeTheDelegateHears) {
     EXPECT_EQ(delegate.calls.at(1).storedAtCall, 2);
 }
 
-TEST(TodayHeaderView, WithoutAnAnsweringDelegateTheChoiceIsStillStored) {
+TEST(TodayHeaderView, WithoutADelegateTheChoiceIsStillStored) {
     test::ScopedSettings settings;
     TodayHeaderView header;
     header.resize(320, 30);
     header.show();
     click(header, 1);
     EXPECT_EQ(UserDefaults::integerForKey(kKey), 2);
-    QObject mute; // answers nothing
-    header.setDelegate(&mute);
+    RecordingDelegate delegate;
+    header.setDelegate(&delegate);
+    header.setDelegate(nullptr); // none again
     click(header, 2);
     EXPECT_EQ(UserDefaults::integerForKey(kKey), 3);
+    EXPECT_TRUE(delegate.calls.empty());
 }
 
 TEST(TodayHeaderView, ControlSitsFortyFromTheLeftTwentyFromTheRight) {

@@ -22,14 +22,11 @@ WidgetHost::WidgetHost(int intervalSeconds) : m_controller(std::make_unique<Toda
     connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, [this] { m_debounce.start(); });
 }
 
-WidgetHost::~WidgetHost() {
-    delete m_window; // the controller's view goes with it, before the controller
-    m_window = nullptr;
-}
+WidgetHost::~WidgetHost() = default;
 
 void WidgetHost::start() {
     QWidget* root = m_controller->view();
-    m_window = new TodayWindow(root);
+    m_window = std::make_unique<TodayWindow>(root);
     const EdgeInsets margins = m_controller->widgetMarginInsetsForProposedMarginInsets(proposedMargins);
     m_window->layout()->setContentsMargins(int(margins.left), int(margins.top), int(margins.right),
                                            int(margins.bottom));

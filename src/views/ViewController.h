@@ -19,6 +19,8 @@ struct EdgeInsets {
 // Owns a view and is told of its life: built (loadView, then viewDidLoad), about to be shown
 // (viewWillAppear). The base builds nothing; subclasses make their view in loadView.
 class ViewController : public QObject {
+    Q_OBJECT
+
 public:
     ViewController() = default;
     ~ViewController() override;

@@ -37,9 +37,14 @@ public:
 
 protected:
     void setView(QWidget* view);
+    // Follows the view's parent: see m_unparentedView.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     QPointer<QWidget> m_view;
+    // The view while no widget holds it. A view shown in a window belongs to the window (its Qt
+    // parent); one never shown, or taken out again, belongs to the controller.
+    std::unique_ptr<QWidget> m_unparentedView;
 };
 
 } // namespace corvina

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "FlippedView.h"
-#include "SegmentedControl.h"
+#include "ui/FlippedView.h"
+#include "ui/SegmentedControl.h"
 
 namespace corvina {
 

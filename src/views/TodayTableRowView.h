@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TableRowView.h"
+#include "ui/TableRowView.h"
 
 namespace corvina {
 

@@ -1,7 +1,7 @@
 #include "TodayTableView.h"
 
-#include "SystemColors.h"
 #include "platform/Localization.h"
+#include "ui/SystemColors.h"
 
 namespace corvina {
 

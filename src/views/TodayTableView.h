@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TableView.h"
+#include "ui/TableView.h"
 
 #include <QPointF>
 

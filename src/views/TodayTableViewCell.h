@@ -1,11 +1,11 @@
 #pragma once
 
-#include "FlippedView.h"
-#include "ImageButton.h"
-#include "ImageView.h"
-#include "TextField.h"
 #include "model/ExtensionMessage.h"
 #include "platform/AtomicProperty.h"
+#include "ui/FlippedView.h"
+#include "ui/ImageButton.h"
+#include "ui/ImageView.h"
+#include "ui/TextField.h"
 
 #include <QPointer>
 #include <QWidget>

@@ -5,7 +5,7 @@
 #include "platform/UserDefaults.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
-#include "views/FlippedView.h"
+#include "ui/FlippedView.h"
 #include "views/TodayTableViewCell.h"
 
 #include <QLayout>

@@ -4,11 +4,11 @@
 #include "model/ExtensionMessage.h"
 #include "platform/AtomicProperty.h"
 #include "platform/NotificationCenter.h"
-#include "views/LayoutConstraint.h"
-#include "views/TableView.h"
+#include "ui/LayoutConstraint.h"
+#include "ui/TableView.h"
+#include "ui/ViewController.h"
 #include "views/TodayHeaderView.h"
 #include "views/TodayTableView.h"
-#include "views/ViewController.h"
 
 #include <QPointer>
 #include <atomic>

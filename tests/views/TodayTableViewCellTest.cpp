@@ -4,7 +4,7 @@
 #include "shared/ExtensionUtilities.h"
 #include "support/FakeHostApp.h"
 #include "support/WidgetTesting.h"
-#include "views/Images.h"
+#include "ui/Images.h"
 
 #include <QFontMetrics>
 #include <QImage>

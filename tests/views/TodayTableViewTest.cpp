@@ -1,7 +1,7 @@
 #include "views/TodayTableView.h"
 
 #include "support/WidgetTesting.h"
-#include "views/TableRowView.h"
+#include "ui/TableRowView.h"
 #include "views/TodayTableRowView.h"
 
 #include <QImage>

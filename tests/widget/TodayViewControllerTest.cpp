@@ -8,7 +8,7 @@
 #include "support/FakeHostApp.h"
 #include "support/TempContainer.h"
 #include "support/WidgetTesting.h"
-#include "views/FlippedView.h"
+#include "ui/FlippedView.h"
 #include "views/TodayTableViewCell.h"
 
 #include <QDir>

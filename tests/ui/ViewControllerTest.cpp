@@ -1,4 +1,4 @@
-#include "views/ViewController.h"
+#include "ui/ViewController.h"
 
 #include <QPointer>
 #include <QWidget>

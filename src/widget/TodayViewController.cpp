@@ -6,71 +6,14 @@
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 #include "ui/FlippedView.h"
+#include "views/TodayRootLayout.h"
 #include "views/TodayTableViewCell.h"
-
-#include <QLayout>
-#include <QVariantAnimation>
 
 namespace corvina {
 
 namespace {
 
 constexpr int kWidth = 320;
-constexpr int kHeaderHeight = 30;
-constexpr int kGap = 5;
-constexpr int kAnimationMs = 250;
-
-// The root view's constraints:
-//   "H:|-(0)-[myTableView(320)]-(0)-|", "H:|-(0)-[myHeaderView(320)]-(0)-|",
-//   "V:|-(0)-[myHeaderView(30)]-(5)-[myTableView]-(0)-|", and the table's height constraint.
-// The root is as high as they make it; a change of the height constraint is animated, the
-// constraint itself holding the final value at once.
-class RootLayout : public QLayout {
-public:
-    RootLayout(QWidget* root, QWidget* header, QWidget* table, LayoutConstraint* height)
-        : QLayout(root), m_header(header), m_table(table), m_height(height), m_shown(height->value()) {
-        setContentsMargins(0, 0, 0, 0);
-        setSizeConstraint(QLayout::SetFixedSize);
-        m_animation = new QVariantAnimation(this);
-        m_animation->setDuration(kAnimationMs);
-        m_animation->setEasingCurve(QEasingCurve::InOutQuad);
-        connect(m_animation, &QVariantAnimation::valueChanged, this, [this](const QVariant& v) {
-            m_shown = v.toReal();
-            invalidate();
-            if (parentWidget())
-                parentWidget()->updateGeometry();
-            activate();
-        });
-        connect(m_height, &LayoutConstraint::changed, this, [this] {
-            m_animation->stop();
-            m_animation->setStartValue(m_shown);
-            m_animation->setEndValue(m_height->value());
-            m_animation->start();
-        });
-    }
-
-    bool isAnimating() const { return m_animation->state() == QAbstractAnimation::Running; }
-
-    void addItem(QLayoutItem*) override {}
-    QLayoutItem* itemAt(int) const override { return nullptr; }
-    QLayoutItem* takeAt(int) override { return nullptr; }
-    int count() const override { return 0; }
-    QSize sizeHint() const override { return QSize(kWidth, kHeaderHeight + kGap + qRound(m_shown)); }
-    QSize minimumSize() const override { return sizeHint(); }
-    QSize maximumSize() const override { return sizeHint(); }
-    void setGeometry(const QRect& rect) override {
-        QLayout::setGeometry(rect);
-        m_header->setGeometry(0, 0, kWidth, kHeaderHeight);
-        m_table->setGeometry(0, kHeaderHeight + kGap, kWidth, qRound(m_shown));
-    }
-
-private:
-    QWidget* m_header;
-    QWidget* m_table;
-    LayoutConstraint* m_height;
-    qreal m_shown;
-    QVariantAnimation* m_animation;
-};
 
 bool isEqualToArray(const ExtensionMessageList& a, const ExtensionMessageList& b) {
     if (a.size() != b.size())
@@ -121,7 +64,7 @@ void TodayViewController::loadView() {
     // The table's own height constraint; the root view's layout reads it.
     auto* height = new LayoutConstraint(LayoutConstraint::Height, 1.0, 50, m_myTableView);
     setViewHeightContraint(height);
-    new RootLayout(m_rootView, m_myHeaderView, m_myTableView, height);
+    m_rootLayout = new TodayRootLayout(m_rootView, m_myHeaderView, m_myTableView, height);
 
     NotificationCenter::defaultCenter().addObserver(static_cast<const void*>(this),
                                                     ExtensionUtilities::ACTION_CALLED_EXTENSION,
@@ -275,8 +218,7 @@ std::optional<QStringList> TodayViewController::directoryContent(const QString& 
 bool TodayViewController::isAnimating() const {
     if (!m_rootView)
         return false;
-    const auto* layout = dynamic_cast<const RootLayout*>(m_rootView->layout());
-    return (layout && layout->isAnimating()) || (m_myTableView && m_myTableView->isAnimating());
+    return (m_rootLayout && m_rootLayout->isAnimating()) || (m_myTableView && m_myTableView->isAnimating());
 }
 
 } // namespace corvina

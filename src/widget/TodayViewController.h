@@ -19,6 +19,7 @@
 namespace corvina {
 
 class FlippedView;
+class TodayRootLayout;
 
 // The widget: the header with the list selector above the table of the newest messages.
 //
@@ -101,6 +102,7 @@ private:
     FlippedView* m_rootView = nullptr;
     TodayTableView* m_myTableView = nullptr;
     TodayHeaderView* m_myHeaderView = nullptr;
+    QPointer<TodayRootLayout> m_rootLayout; // the root view's, owned by it
     SnapshotLoader m_loader;
 };
 

@@ -2,6 +2,7 @@
 
 #include "platform/PlistValue.h"
 #include "platform/UserDefaults.h"
+#include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 #include "widget/SegmentFilter.h"
 #include "widget/SnapshotLoader.h"
@@ -90,7 +91,7 @@ int ListCommand::run(const Options& options, QTextStream& out, QTextStream& err)
         } else {
             // a stored choice without a list shows nothing, as the widget's first screen would
             rows = SegmentFilter::dataToShow(dataFromDisk,
-                                             UserDefaults::integerForKey(SegmentFilter::segmentedKey))
+                                             UserDefaults::integerForKey(ConstVars::segmentedKey))
                        .value_or(ExtensionMessageList());
         }
     }

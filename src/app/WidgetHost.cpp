@@ -2,7 +2,9 @@
 
 #include "TodayWindow.h"
 #include "platform/Dispatch.h"
+#include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
+#include "widget/UpdateResult.h"
 
 #include <QDir>
 #include <QLayout>
@@ -40,7 +42,7 @@ void WidgetHost::start() {
 
 void WidgetHost::performUpdate() {
     m_controller->widgetPerformUpdateWithCompletionHandler([this](int result) {
-        if (result == TodayViewController::NewData)
+        if (result == UpdateResult::NewData)
             ++m_completedUpdates;
     });
 }
@@ -54,7 +56,7 @@ void WidgetHost::watchFolders() {
     QStringList files;
     if (const auto data = ExtensionUtilities::GroupDataPath()) {
         const QString dataPath = data->toLocalFile();
-        const QString today = dataPath + QStringLiteral("/Today");
+        const QString today = dataPath + QLatin1Char('/') + ConstVars::todayFolder;
         // The data folder (the account list, the snapshot folder appearing), the snapshot folder
         // (account folders appearing) and each account's folder (snapshot files replaced, as the
         // mail application does, by renaming a new file over the old).
@@ -69,7 +71,7 @@ void WidgetHost::watchFolders() {
             for (const QString& file : account.entryList(QDir::Files))
                 files << account.filePath(file);
         }
-        const QString accounts = dataPath + QStringLiteral("/Accounts.plist");
+        const QString accounts = dataPath + QLatin1Char('/') + ConstVars::accountsFile;
         if (QFileInfo(accounts).isFile())
             files << accounts;
     }

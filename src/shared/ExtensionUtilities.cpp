@@ -10,6 +10,7 @@
 #include "platform/PropertyList.h"
 #include "platform/Workspace.h"
 #include "requestutils/RequestUtils.h"
+#include "shared/ConstVars.h"
 
 #include <QFileInfo>
 #include <QLocale>
@@ -62,7 +63,7 @@ QList<ExtensionAccountPtr> ExtensionUtilities::Accounts() {
         return {}; // no shared folder: nothing to read and nothing to report
     }
     FileCoordinator coordinator;
-    const QUrl location = appending(*data, QStringLiteral("Accounts.plist"));
+    const QUrl location = appending(*data, ConstVars::accountsFile);
     std::optional<QVariantList> read;
     QString error;
     // Deliberately a writing access although it only reads: it keeps the read exclusive against

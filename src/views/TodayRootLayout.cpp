@@ -1,5 +1,7 @@
 #include "TodayRootLayout.h"
 
+#include "TodayMetrics.h"
+
 #include <QVariantAnimation>
 #include <QWidget>
 
@@ -7,9 +9,6 @@ namespace corvina {
 
 namespace {
 
-constexpr int kWidth = 320;
-constexpr int kHeaderHeight = 30;
-constexpr int kGap = 5;
 constexpr int kAnimationMs = 250;
 
 } // namespace
@@ -41,13 +40,13 @@ bool TodayRootLayout::isAnimating() const {
 }
 
 QSize TodayRootLayout::sizeHint() const {
-    return QSize(kWidth, kHeaderHeight + kGap + qRound(m_shown));
+    return QSize(TodayMetrics::width, TodayMetrics::headerHeight + TodayMetrics::headerGap + qRound(m_shown));
 }
 
 void TodayRootLayout::setGeometry(const QRect& rect) {
     QLayout::setGeometry(rect);
-    m_header->setGeometry(0, 0, kWidth, kHeaderHeight);
-    m_table->setGeometry(0, kHeaderHeight + kGap, kWidth, qRound(m_shown));
+    m_header->setGeometry(0, 0, TodayMetrics::width, TodayMetrics::headerHeight);
+    m_table->setGeometry(0, TodayMetrics::headerHeight + TodayMetrics::headerGap, TodayMetrics::width, qRound(m_shown));
 }
 
 } // namespace corvina

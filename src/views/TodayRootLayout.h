@@ -8,9 +8,10 @@ class QVariantAnimation;
 
 namespace corvina {
 
-// The widget's root view layout:
-//   "H:|-(0)-[myTableView(320)]-(0)-|", "H:|-(0)-[myHeaderView(320)]-(0)-|",
-//   "V:|-(0)-[myHeaderView(30)]-(5)-[myTableView]-(0)-|", and the table's height constraint.
+// The widget's root view layout (measurements from TodayMetrics):
+//   "H:|-(0)-[myTableView(width)]-(0)-|", "H:|-(0)-[myHeaderView(width)]-(0)-|",
+//   "V:|-(0)-[myHeaderView(headerHeight)]-(headerGap)-[myTableView]-(0)-|", and the table's height
+//   constraint.
 // The root is as high as they make it; a change of the height constraint is animated, the
 // constraint itself holding the final value at once.
 class TodayRootLayout : public QLayout {

@@ -1,5 +1,6 @@
 #include "TodayTableView.h"
 
+#include "TodayMetrics.h"
 #include "platform/Localization.h"
 #include "ui/SystemColors.h"
 
@@ -10,7 +11,7 @@ TodayTableView::TodayTableView(const QRect& frame, QWidget* parent) : TableView(
     auto column = std::make_unique<TableColumn>(QStringLiteral("col"));
     // The header text is looked up like every visible text, although no header row is shown.
     column->setHeaderText(Localization::text(QString()));
-    column->setWidth(320);
+    column->setWidth(TodayMetrics::width);
     column->setEditable(false);
     addTableColumn(std::move(column));
     setFocusRingType(FocusRingTypeNone);

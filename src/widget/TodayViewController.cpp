@@ -6,14 +6,13 @@
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 #include "ui/FlippedView.h"
+#include "views/TodayMetrics.h"
 #include "views/TodayRootLayout.h"
 #include "views/TodayTableViewCell.h"
 
 namespace corvina {
 
 namespace {
-
-constexpr int kWidth = 320;
 
 bool isEqualToArray(const ExtensionMessageList& a, const ExtensionMessageList& b) {
     if (a.size() != b.size())
@@ -49,12 +48,12 @@ TodayViewController::~TodayViewController() {
 void TodayViewController::loadView() {
     setDataFromDisk({});
 
-    m_rootView = new FlippedView(QRect(0, 0, kWidth, 400));
+    m_rootView = new FlippedView(QRect(0, 0, TodayMetrics::width, 400));
     setView(m_rootView);
     m_rootView->setAttribute(Qt::WA_TranslucentBackground);
 
     m_myTableView = new TodayTableView(QRect(), m_rootView);
-    m_myTableView->setRowHeight(60);
+    m_myTableView->setRowHeight(TodayMetrics::rowHeight);
     m_myTableView->setDelegate(this);
     m_myTableView->setDataSource(this);
 
@@ -62,7 +61,7 @@ void TodayViewController::loadView() {
     m_myHeaderView->setDelegate(this);
 
     // The table's own height constraint; the root view's layout reads it.
-    auto* height = new LayoutConstraint(LayoutConstraint::Height, 1.0, 50, m_myTableView);
+    auto* height = new LayoutConstraint(LayoutConstraint::Height, 1.0, TodayMetrics::initialTableHeight, m_myTableView);
     setViewHeightContraint(height);
     m_rootLayout = new TodayRootLayout(m_rootView, m_myHeaderView, m_myTableView, height);
 
@@ -92,14 +91,14 @@ void TodayViewController::widgetPerformUpdateWithCompletionHandler(CompletionHan
         setDataFromDisk({});
         ReloadData();
         if (completionHandler)
-            completionHandler(NoData);
+            completionHandler(UpdateResult::NoData);
         // No return: the read below runs as well, and reports new data.
     }
     Dispatch::dispatchAsyncMain(this, [this, completionHandler] {
         setDataFromDisk(updateData());
         ReloadData();
         if (completionHandler)
-            completionHandler(NewData);
+            completionHandler(UpdateResult::NewData);
     });
 }
 
@@ -123,7 +122,7 @@ void TodayViewController::reloadFromDisk() {
 }
 
 void TodayViewController::ReloadData() {
-    const qint64 segmented = UserDefaults::integerForKey(SegmentFilter::segmentedKey);
+    const qint64 segmented = UserDefaults::integerForKey(ConstVars::segmentedKey);
     // A value without a list leaves the rows as they were.
     if (std::optional<ExtensionMessageList> rows = SegmentFilter::dataToShow(dataFromDisk(), segmented))
         setDataToShow(std::move(*rows));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "SnapshotLoader.h"
+#include "UpdateResult.h"
 #include "model/ExtensionMessage.h"
 #include "platform/AtomicProperty.h"
 #include "platform/NotificationCenter.h"
@@ -28,7 +29,8 @@ class TodayRootLayout;
 // touches views, every snapshot read, reload and resize runs on the main thread's queue.
 //
 // The root view is 320 wide: the header (30 high) at the top, 5 below it the table, whose height
-// is `viewHeightContraint` (50 at first, then 60 x rows), the root's bottom flush with the table's.
+// is `viewHeightContraint` (50 at first, then 60 x rows), the root's bottom flush with the table's
+// (the numbers are TodayMetrics).
 class TodayViewController : public ViewController,
                             public TodayHeaderViewDelegate,
                             public TableViewDataSource,
@@ -36,8 +38,7 @@ class TodayViewController : public ViewController,
     Q_OBJECT
 
 public:
-    // The widget-update results.
-    enum UpdateResult { NewData = 0, NoData = 1 };
+    // Hears an UpdateResult (NewData or NoData).
     using CompletionHandler = std::function<void(int result)>;
 
     TodayViewController();

@@ -1,6 +1,7 @@
 #include "shared/ExtensionUtilities.h"
 
 #include "platform/FileCoordinator.h"
+#include "shared/ConstVars.h"
 #include "support/LockHolder.h"
 #include "support/LogCapture.h"
 #include "support/ScopedEnvironment.h"
@@ -98,9 +99,9 @@ TEST(ExtensionUtilities, AccountsAreReadInFileOrderFromBothForms) {
 TEST(ExtensionUtilities, AnAccountsFileThatIsNoListGivesNoAccounts) {
     TempContainer container;
     LogCapture capture;
-    container.writePlist("Accounts.plist", QVariantMap{{"mail", "a@example.org"}});
+    container.writePlist(ConstVars::accountsFile, QVariantMap{{"mail", "a@example.org"}});
     EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
-    container.writeBytes("Accounts.plist", "not a property list");
+    container.writeBytes(ConstVars::accountsFile, "not a property list");
     EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
     EXPECT_TRUE(capture.lines().isEmpty());
 }
@@ -125,7 +126,7 @@ TEST(ExtensionUtilities, ABadAccountElementBetweenGoodOnesKeepsTheOrder) {
 TEST(ExtensionUtilities, AnAccountsLockHeldTooLongIsLoggedAndGivesNoAccounts) {
     TempContainer container;
     container.writeAccounts({TempContainer::account("a@example.org")});
-    LockHolder holder(container.data() + "/Accounts.plist");
+    LockHolder holder(container.data() + "/" + ConstVars::accountsFile);
     LogCapture capture;
     EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
     EXPECT_EQ(capture.lines(),
@@ -216,7 +217,7 @@ template <typename Read> auto withoutBlockingOn(const QString& fifo, Read read) 
 
 TEST(ExtensionUtilities, AnAccountsFileThatIsAFifoGivesNoAccountsAtOnce) {
     TempContainer container;
-    const QString fifo = container.data() + "/Accounts.plist";
+    const QString fifo = container.data() + "/" + ConstVars::accountsFile;
     ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
     LogCapture capture;
     const auto accounts = withoutBlockingOn(fifo, [] { return ExtensionUtilities::Accounts(); });

@@ -1,6 +1,7 @@
 #include "views/TodayHeaderView.h"
 
 #include "platform/UserDefaults.h"
+#include "shared/ConstVars.h"
 #include "support/WidgetTesting.h"
 
 #include <QTest>
@@ -10,7 +11,7 @@ using namespace corvina;
 
 namespace {
 
-const QString kKey = QStringLiteral("segmented");
+const QString kKey = ConstVars::segmentedKey;
 
 // Answers selectedSegment and notes what the settings held when it was told.
 class RecordingDelegate : public QObject, public TodayHeaderViewDelegate {

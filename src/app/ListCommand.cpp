@@ -58,18 +58,17 @@ QByteArray ListCommand::json(const ExtensionMessageList& messages) {
         const QDateTime date = message->date();
         const QVariant unread = PlistValue::numberValue(message->unread());
         rows.append(QJsonObject{
-            {QStringLiteral("subject"), text(message->subject())},
-            {QStringLiteral("from"), text(message->from())},
-            {QStringLiteral("account"), text(message->account())},
-            {QStringLiteral("messageId"), text(message->messageId())},
-            {QStringLiteral("folderPath"), text(message->folderPath())},
-            {QStringLiteral("folderStandardId"), number(message->folderStandardId())},
-            {QStringLiteral("unread"), unread.isValid() ? QJsonValue(unread.toDouble() != 0) : QJsonValue()},
-            {QStringLiteral("date"), date.isValid()
-                                         ? QJsonValue(static_cast<double>(date.toMSecsSinceEpoch()) / 1000.0)
-                                         : QJsonValue()},
-            {QStringLiteral("dateString"), text(message->dateString())},
-            {QStringLiteral("hasAvatar"), !message->image().isNull()},
+            {JsonKey::subject, text(message->subject())},
+            {JsonKey::from, text(message->from())},
+            {JsonKey::account, text(message->account())},
+            {JsonKey::messageId, text(message->messageId())},
+            {JsonKey::folderPath, text(message->folderPath())},
+            {JsonKey::folderStandardId, number(message->folderStandardId())},
+            {JsonKey::unread, unread.isValid() ? QJsonValue(unread.toDouble() != 0) : QJsonValue()},
+            {JsonKey::date, date.isValid() ? QJsonValue(static_cast<double>(date.toMSecsSinceEpoch()) / 1000.0)
+                                           : QJsonValue()},
+            {JsonKey::dateString, text(message->dateString())},
+            {JsonKey::hasAvatar, !message->image().isNull()},
         });
     }
     return QJsonDocument(rows).toJson(QJsonDocument::Indented);

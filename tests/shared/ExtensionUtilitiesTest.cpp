@@ -138,7 +138,7 @@ TEST(ExtensionUtilities, AMissingContactsFolderIsCreatedAndBothListsAreEmpty) {
     TempContainer container;
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();
-    EXPECT_TRUE(QFileInfo(container.data() + "/Contacts").isDir());
+    EXPECT_TRUE(QFileInfo(container.data() + "/" + ConstVars::contactsFolder).isDir());
     EXPECT_TRUE(contacts.addresses.isEmpty());
     EXPECT_TRUE(contacts.groups.isEmpty());
     EXPECT_TRUE(capture.lines().isEmpty());
@@ -146,12 +146,12 @@ TEST(ExtensionUtilities, AMissingContactsFolderIsCreatedAndBothListsAreEmpty) {
 
 TEST(ExtensionUtilities, AddressesAreReadButGroupsStayEmpty) {
     TempContainer container;
-    container.writePlist("Contacts/Addresses.plist",
+    container.writePlist(ConstVars::contactsFolder + "/Addresses.plist",
                          QVariantList{QVariantMap{{"mail", "a@example.org"}, {"firstName", "Ada"}},
                                       QVariantMap{{"mail", "b@example.org"}}},
                          PropertyList::Format::Binary);
     container.writePlist(
-        "Contacts/Groups.plist",
+        ConstVars::contactsFolder + "/Groups.plist",
         QVariantList{QVariantMap{{"idx", "g1"},
                                  {"name", "Friends"},
                                  {"addresses", QVariantList{QVariantMap{{"mail", "a@example.org"}}}}}});
@@ -165,19 +165,19 @@ TEST(ExtensionUtilities, AddressesAreReadButGroupsStayEmpty) {
 
 TEST(ExtensionUtilities, APlainFileNamedContactsGivesEmptyListsSilently) {
     TempContainer container;
-    container.writeBytes("Contacts", "just a file");
+    container.writeBytes(ConstVars::contactsFolder, "just a file");
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();
     EXPECT_TRUE(contacts.addresses.isEmpty());
     EXPECT_TRUE(contacts.groups.isEmpty());
     EXPECT_TRUE(capture.lines().isEmpty());
-    EXPECT_TRUE(QFileInfo(container.data() + "/Contacts").isFile());
+    EXPECT_TRUE(QFileInfo(container.data() + "/" + ConstVars::contactsFolder).isFile());
 }
 
 TEST(ExtensionUtilities, AContactsFolderThatCannotBeMadeIsLogged) {
     TempContainer container;
     // a dangling link: nothing "exists" there, yet nothing can be made there either
-    ASSERT_TRUE(QFile::link(container.root() + "/nowhere", container.data() + "/Contacts"));
+    ASSERT_TRUE(QFile::link(container.root() + "/nowhere", container.data() + "/" + ConstVars::contactsFolder));
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();
     EXPECT_TRUE(contacts.addresses.isEmpty());
@@ -189,8 +189,9 @@ TEST(ExtensionUtilities, AContactsFolderThatCannotBeMadeIsLogged) {
 
 TEST(ExtensionUtilities, AContactsLockHeldTooLongIsLogged) {
     TempContainer container;
-    container.writePlist("Contacts/Addresses.plist", QVariantList{QVariantMap{{"mail", "a@example.org"}}});
-    LockHolder holder(container.data() + "/Contacts");
+    container.writePlist(ConstVars::contactsFolder + "/Addresses.plist",
+                         QVariantList{QVariantMap{{"mail", "a@example.org"}}});
+    LockHolder holder(container.data() + "/" + ConstVars::contactsFolder);
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();
     EXPECT_TRUE(contacts.addresses.isEmpty());
@@ -227,10 +228,11 @@ TEST(ExtensionUtilities, AnAccountsFileThatIsAFifoGivesNoAccountsAtOnce) {
 
 TEST(ExtensionUtilities, ContactListsThatAreFifosGiveEmptyListsAtOnce) {
     TempContainer container;
-    ASSERT_TRUE(QDir().mkpath(container.data() + "/Contacts"));
-    const QString addresses = container.data() + "/Contacts/Addresses.plist";
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/" + ConstVars::contactsFolder));
+    const QString addresses = container.data() + "/" + ConstVars::contactsFolder + "/Addresses.plist";
     ASSERT_EQ(::mkfifo(QFile::encodeName(addresses).constData(), 0600), 0);
-    ASSERT_EQ(::mkfifo(QFile::encodeName(container.data() + "/Contacts/Groups.plist").constData(), 0600), 0);
+    const QString groups = container.data() + "/" + ConstVars::contactsFolder + "/Groups.plist";
+    ASSERT_EQ(::mkfifo(QFile::encodeName(groups).constData(), 0600), 0);
     LogCapture capture;
     const auto result = withoutBlockingOn(addresses, [] { return ExtensionUtilities::AddressesAndGroups(); });
     EXPECT_TRUE(result.addresses.isEmpty());

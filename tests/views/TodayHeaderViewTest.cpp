@@ -2,6 +2,7 @@
 
 #include "platform/UserDefaults.h"
 #include "shared/ConstVars.h"
+#include "views/TodayMetrics.h"
 #include "support/WidgetTesting.h"
 
 #include <QTest>
@@ -63,7 +64,7 @@ TEST(TodayHeaderView, ValuesWithoutASegmentSelectInboxAndStayStored) {
 TEST(TodayHeaderView, ChoosingMemoStoresThreeBeforeTheDelegateHears) {
     test::ScopedSettings settings;
     TodayHeaderView header;
-    header.resize(320, 30);
+    header.resize(TodayMetrics::width, TodayMetrics::headerHeight);
     header.show();
     RecordingDelegate delegate;
     header.setDelegate(&delegate);
@@ -81,7 +82,7 @@ TEST(TodayHeaderView, ChoosingMemoStoresThreeBeforeTheDelegateHears) {
 TEST(TodayHeaderView, WithoutADelegateTheChoiceIsStillStored) {
     test::ScopedSettings settings;
     TodayHeaderView header;
-    header.resize(320, 30);
+    header.resize(TodayMetrics::width, TodayMetrics::headerHeight);
     header.show();
     click(header, 1);
     EXPECT_EQ(UserDefaults::integerForKey(kKey), 2);
@@ -96,7 +97,7 @@ TEST(TodayHeaderView, WithoutADelegateTheChoiceIsStillStored) {
 TEST(TodayHeaderView, ControlSitsFortyFromTheLeftTwentyFromTheRight) {
     test::ScopedSettings settings;
     TodayHeaderView header;
-    header.resize(320, 30);
+    header.resize(TodayMetrics::width, TodayMetrics::headerHeight);
     header.show();
     EXPECT_EQ(header.control()->geometry(), QRect(40, 1, 260, 20));
     EXPECT_EQ(header.autoresizingMask(), 18);

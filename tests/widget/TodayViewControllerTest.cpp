@@ -9,6 +9,7 @@
 #include "support/TempContainer.h"
 #include "support/WidgetTesting.h"
 #include "ui/FlippedView.h"
+#include "views/TodayMetrics.h"
 #include "views/TodayTableViewCell.h"
 
 #include <QDir>
@@ -115,7 +116,7 @@ TEST_F(TodayViewControllerTest, LoadViewBuildsTheTreeAndObserves) {
     EXPECT_EQ(c.myTableView()->parentWidget(), root);
     EXPECT_EQ(c.myHeaderView()->parentWidget(), root);
     EXPECT_EQ(c.myHeaderView()->delegate(), &c);
-    EXPECT_EQ(c.myTableView()->rowHeight(), 60);
+    EXPECT_EQ(c.myTableView()->rowHeight(), TodayMetrics::rowHeight);
     ASSERT_NE(c.viewHeightContraint(), nullptr);
     EXPECT_EQ(c.viewHeightContraint()->constant(), 50);
     EXPECT_EQ(c.viewHeightContraint()->multiplier(), 1.0);
@@ -349,7 +350,7 @@ TEST_F(TodayViewControllerTest, EveryRowIsANewCellFilledFromItsMessage) {
     auto* cell = dynamic_cast<TodayTableViewCell*>(one.get());
     ASSERT_NE(cell, nullptr);
     EXPECT_EQ(cell->identifier(), QStringLiteral("TodayTableViewCell"));
-    EXPECT_EQ(cell->geometry(), QRect(0, 0, 320, 60));
+    EXPECT_EQ(cell->geometry(), QRect(0, 0, TodayMetrics::width, TodayMetrics::rowHeight));
     EXPECT_EQ(cell->message()->messageId(), QStringLiteral("m1"));
     EXPECT_EQ(cell->subjectField()->stringValue(), QStringLiteral("Subject m1"));
     // Beyond the list: an empty cell, not a failure.

@@ -119,8 +119,8 @@ private:
     FocusRingType m_focusRingType = FocusRingTypeDefault;
     std::unique_ptr<QWidget> m_headerView;
     std::vector<std::unique_ptr<TableColumn>> m_columns;
-    // The rows and, apart, removed rows still sliding out. Declared after nothing that they use, so
-    // they go before the widget's own children would.
+    // The rows, and apart from them the removed rows still sliding out. Owned here: as members they
+    // go before the QWidget base deletes the children left.
     std::vector<Row> m_rows;
     std::vector<std::unique_ptr<TableRowView>> m_leaving;
     qint64 m_selectedRow = -1;

@@ -4,6 +4,7 @@
 // each load to its floor. The containers are written once by tools/container_writer.py and kept
 // under the build folder.
 #include "platform/PropertyList.h"
+#include "shared/ConstVars.h"
 #include "widget/SnapshotLoader.h"
 
 #include <QCoreApplication>
@@ -22,7 +23,7 @@ namespace {
 QString containerFor(qint64 messages) {
     const QString root =
         QCoreApplication::applicationDirPath() + QStringLiteral("/bench-data/%1").arg(messages);
-    if (!QFileInfo::exists(root + "/SharedData/Accounts.plist")) {
+    if (!QFileInfo::exists(root + "/SharedData/" + corvina::ConstVars::accountsFile)) {
         QDir().mkpath(root);
         QProcess writer;
         writer.setProcessChannelMode(QProcess::ForwardedChannels);
@@ -39,7 +40,7 @@ QString containerFor(qint64 messages) {
 
 QStringList snapshotFiles(const QString& root) {
     QStringList files;
-    QDirIterator it(root + "/SharedData/Today", QDir::Files, QDirIterator::Subdirectories);
+    QDirIterator it(root + "/SharedData/" + corvina::ConstVars::todayFolder, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         files << it.next();
     }

@@ -2,6 +2,7 @@
 
 #include "platform/PlistValue.h"
 #include "platform/UserDefaults.h"
+#include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 #include "widget/SegmentFilter.h"
 #include "widget/SnapshotLoader.h"
@@ -57,18 +58,17 @@ QByteArray ListCommand::json(const ExtensionMessageList& messages) {
         const QDateTime date = message->date();
         const QVariant unread = PlistValue::numberValue(message->unread());
         rows.append(QJsonObject{
-            {QStringLiteral("subject"), text(message->subject())},
-            {QStringLiteral("from"), text(message->from())},
-            {QStringLiteral("account"), text(message->account())},
-            {QStringLiteral("messageId"), text(message->messageId())},
-            {QStringLiteral("folderPath"), text(message->folderPath())},
-            {QStringLiteral("folderStandardId"), number(message->folderStandardId())},
-            {QStringLiteral("unread"), unread.isValid() ? QJsonValue(unread.toDouble() != 0) : QJsonValue()},
-            {QStringLiteral("date"), date.isValid()
-                                         ? QJsonValue(static_cast<double>(date.toMSecsSinceEpoch()) / 1000.0)
-                                         : QJsonValue()},
-            {QStringLiteral("dateString"), text(message->dateString())},
-            {QStringLiteral("hasAvatar"), !message->image().isNull()},
+            {JsonKey::subject, text(message->subject())},
+            {JsonKey::from, text(message->from())},
+            {JsonKey::account, text(message->account())},
+            {JsonKey::messageId, text(message->messageId())},
+            {JsonKey::folderPath, text(message->folderPath())},
+            {JsonKey::folderStandardId, number(message->folderStandardId())},
+            {JsonKey::unread, unread.isValid() ? QJsonValue(unread.toDouble() != 0) : QJsonValue()},
+            {JsonKey::date, date.isValid() ? QJsonValue(static_cast<double>(date.toMSecsSinceEpoch()) / 1000.0)
+                                           : QJsonValue()},
+            {JsonKey::dateString, text(message->dateString())},
+            {JsonKey::hasAvatar, !message->image().isNull()},
         });
     }
     return QJsonDocument(rows).toJson(QJsonDocument::Indented);
@@ -90,7 +90,7 @@ int ListCommand::run(const Options& options, QTextStream& out, QTextStream& err)
         } else {
             // a stored choice without a list shows nothing, as the widget's first screen would
             rows = SegmentFilter::dataToShow(dataFromDisk,
-                                             UserDefaults::integerForKey(SegmentFilter::segmentedKey))
+                                             UserDefaults::integerForKey(ConstVars::segmentedKey))
                        .value_or(ExtensionMessageList());
         }
     }

@@ -3,6 +3,8 @@
 #include "model/ExtensionMessage.h"
 
 #include <QByteArray>
+#include <QString>
+#include <QStringList>
 #include <QTextStream>
 
 namespace corvina {
@@ -24,8 +26,26 @@ public:
     // One line per message: date text, sender and subject, separated by tabs; line breaks and tabs
     // inside the texts become spaces so that each message stays on one line.
     static QString plainText(const ExtensionMessageList& messages);
-    // A JSON array of objects with the keys subject, from, account, messageId, folderPath,
-    // folderStandardId, unread, date (seconds since 1970, as stored), dateString and hasAvatar.
+    // The keys of each object of the JSON listing, a script's interface: date is in seconds since
+    // 1970, as stored. jsonKeys lists them in this order.
+    struct JsonKey {
+        static inline const QString subject = QStringLiteral("subject");
+        static inline const QString from = QStringLiteral("from");
+        static inline const QString account = QStringLiteral("account");
+        static inline const QString messageId = QStringLiteral("messageId");
+        static inline const QString folderPath = QStringLiteral("folderPath");
+        static inline const QString folderStandardId = QStringLiteral("folderStandardId");
+        static inline const QString unread = QStringLiteral("unread");
+        static inline const QString date = QStringLiteral("date");
+        static inline const QString dateString = QStringLiteral("dateString");
+        static inline const QString hasAvatar = QStringLiteral("hasAvatar");
+    };
+    static inline const QStringList jsonKeys{JsonKey::subject,  JsonKey::from,       JsonKey::account,
+                                             JsonKey::messageId, JsonKey::folderPath,
+                                             JsonKey::folderStandardId, JsonKey::unread, JsonKey::date,
+                                             JsonKey::dateString, JsonKey::hasAvatar};
+
+    // A JSON array of objects, one per message, each with every key of jsonKeys.
     static QByteArray json(const ExtensionMessageList& messages);
 };
 

@@ -1,7 +1,7 @@
 #include "TodayWindow.h"
 
 #include "platform/UserDefaults.h"
-#include "views/SystemColors.h"
+#include "ui/SystemColors.h"
 
 #include <QGuiApplication>
 #include <QKeyEvent>

@@ -7,6 +7,8 @@ namespace corvina {
 // The small window the widget lives in: a dark panel as wide as the widget and as high as its
 // content, closed with Escape, at the place where the user last left it.
 class TodayWindow : public QWidget {
+    Q_OBJECT
+
 public:
     explicit TodayWindow(QWidget* content);
 

@@ -2,7 +2,9 @@
 
 #include "TodayWindow.h"
 #include "platform/Dispatch.h"
+#include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
+#include "widget/UpdateResult.h"
 
 #include <QDir>
 #include <QLayout>
@@ -22,14 +24,11 @@ WidgetHost::WidgetHost(int intervalSeconds) : m_controller(std::make_unique<Toda
     connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, [this] { m_debounce.start(); });
 }
 
-WidgetHost::~WidgetHost() {
-    delete m_window; // the controller's view goes with it, before the controller
-    m_window = nullptr;
-}
+WidgetHost::~WidgetHost() = default;
 
 void WidgetHost::start() {
     QWidget* root = m_controller->view();
-    m_window = new TodayWindow(root);
+    m_window = std::make_unique<TodayWindow>(root);
     const EdgeInsets margins = m_controller->widgetMarginInsetsForProposedMarginInsets(proposedMargins);
     m_window->layout()->setContentsMargins(int(margins.left), int(margins.top), int(margins.right),
                                            int(margins.bottom));
@@ -43,7 +42,7 @@ void WidgetHost::start() {
 
 void WidgetHost::performUpdate() {
     m_controller->widgetPerformUpdateWithCompletionHandler([this](int result) {
-        if (result == TodayViewController::NewData)
+        if (result == UpdateResult::NewData)
             ++m_completedUpdates;
     });
 }
@@ -57,7 +56,7 @@ void WidgetHost::watchFolders() {
     QStringList files;
     if (const auto data = ExtensionUtilities::GroupDataPath()) {
         const QString dataPath = data->toLocalFile();
-        const QString today = dataPath + QStringLiteral("/Today");
+        const QString today = dataPath + QLatin1Char('/') + ConstVars::todayFolder;
         // The data folder (the account list, the snapshot folder appearing), the snapshot folder
         // (account folders appearing) and each account's folder (snapshot files replaced, as the
         // mail application does, by renaming a new file over the old).
@@ -72,7 +71,7 @@ void WidgetHost::watchFolders() {
             for (const QString& file : account.entryList(QDir::Files))
                 files << account.filePath(file);
         }
-        const QString accounts = dataPath + QStringLiteral("/Accounts.plist");
+        const QString accounts = dataPath + QLatin1Char('/') + ConstVars::accountsFile;
         if (QFileInfo(accounts).isFile())
             files << accounts;
     }

@@ -17,6 +17,8 @@ class TodayWindow;
 // update every `interval` and soon after the mail application changed its files (the snapshot
 // folder, an account's folder or the account list).
 class WidgetHost : public QObject {
+    Q_OBJECT
+
 public:
     // The margins the host proposes; the widget answers with its own (left 0).
     static constexpr EdgeInsets proposedMargins{8, 16, 8, 0};
@@ -28,7 +30,7 @@ public:
 
     void start();
     TodayViewController* controller() const { return m_controller.get(); }
-    TodayWindow* window() const { return m_window; }
+    TodayWindow* window() const { return m_window.get(); }
 
     // Asks the widget for an update now.
     void performUpdate();
@@ -43,7 +45,8 @@ private:
     void watchFolders();
 
     std::unique_ptr<TodayViewController> m_controller;
-    TodayWindow* m_window = nullptr;
+    // Declared after the controller, so it goes first: the controller's view goes with it.
+    std::unique_ptr<TodayWindow> m_window;
     QTimer m_interval;
     QTimer m_debounce;
     QFileSystemWatcher m_watcher;

@@ -13,29 +13,29 @@ CommandWorker::CommandWorker(BridgeConfig::Account account, QString cacheFolder,
     : QObject(parent), m_account(std::move(account)), m_cacheFolder(std::move(cacheFolder)),
       m_timeoutSeconds(timeoutSeconds), m_passwords(std::move(passwords)) {
     qRegisterMetaType<corvina::MessageCommand::Outcome>();
-    m_thread = new QThread;
+    m_thread = std::make_unique<QThread>();
     m_thread->setObjectName(QStringLiteral("commands ") + m_account.name);
-    m_context = new QObject;
-    m_context->moveToThread(m_thread);
-    m_command = new MessageCommand(m_account, m_cacheFolder, m_timeoutSeconds);
-    connect(m_thread, &QThread::started, m_context, &AccountWorker::blockProcessSignals,
+    m_context = std::make_unique<QObject>();
+    m_context->moveToThread(m_thread.get());
+    m_command = std::make_unique<MessageCommand>(m_account, m_cacheFolder, m_timeoutSeconds);
+    connect(m_thread.get(), &QThread::started, m_context.get(), &AccountWorker::blockProcessSignals,
             Qt::DirectConnection);
-    // Both are destroyed on the thread that used them last.
-    connect(m_thread, &QThread::finished, m_context, [context = m_context, command = m_command] {
-        delete command;
-        delete context;
+    // Both are destroyed on the thread that used them last; the owner waits for it to finish
+    // before it goes.
+    connect(m_thread.get(), &QThread::finished, m_context.get(), [this] {
+        m_command.reset();
+        m_context.reset();
     });
     m_thread->start();
 }
 
 CommandWorker::~CommandWorker() {
     stop(-1);
-    delete m_thread;
 }
 
 void CommandWorker::enqueue(MessageCommand::Action action, const QString& messageId, int ticket) {
     QMetaObject::invokeMethod(
-        m_context,
+        m_context.get(),
         [this, action, messageId, ticket] {
             // A password is asked for only when a connection must be made: the Secret Service and
             // password commands are not bothered for every command of a row of them. The one that
@@ -57,9 +57,9 @@ void CommandWorker::enqueue(MessageCommand::Action action, const QString& messag
             // One timer per worker, started again after each command, closes an unused connection.
             auto* idle = m_context->findChild<QTimer*>(QString(), Qt::FindDirectChildrenOnly);
             if (!idle) {
-                idle = new QTimer(m_context);
+                idle = new QTimer(m_context.get());
                 idle->setSingleShot(true);
-                connect(idle, &QTimer::timeout, m_context, [command = m_command] { command->close(); });
+                connect(idle, &QTimer::timeout, m_context.get(), [command = m_command.get()] { command->close(); });
             }
             idle->start(IdleCloseMs);
         },
@@ -67,8 +67,9 @@ void CommandWorker::enqueue(MessageCommand::Action action, const QString& messag
 }
 
 bool CommandWorker::stop(int timeoutMs) {
-    if (!m_thread->isRunning())
-        return true;
+    // No early return on !isRunning(): that is already false while the thread is finishing, with
+    // the command and its context still being destroyed there, and the owner must wait for that.
+    // wait() answers at once for a thread that is done.
     m_thread->quit();
     return m_thread->wait(timeoutMs < 0 ? QDeadlineTimer(QDeadlineTimer::Forever)
                                         : QDeadlineTimer(timeoutMs));

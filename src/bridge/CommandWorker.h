@@ -6,6 +6,8 @@
 
 #include <QObject>
 #include <QString>
+#include <QThread>
+#include <memory>
 
 class QThread;
 
@@ -44,9 +46,10 @@ private:
     QString m_cacheFolder;
     int m_timeoutSeconds;
     AccountWorker::PasswordSource m_passwords;
-    QThread* m_thread = nullptr;
-    QObject* m_context = nullptr; // lives on m_thread; the queue is its event queue
-    MessageCommand* m_command = nullptr;
+    std::unique_ptr<QThread> m_thread;
+    // Both live on m_thread and are destroyed there when it finishes.
+    std::unique_ptr<QObject> m_context; // the queue is its event queue
+    std::unique_ptr<MessageCommand> m_command;
     QString m_password; // used on m_thread only
 };
 

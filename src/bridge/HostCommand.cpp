@@ -1,5 +1,6 @@
 #include "HostCommand.h"
 
+#include "model/CommandURL.h"
 #include "model/ExtensionMessage.h"
 #include "requestutils/RequestUtils.h"
 #include "requestutils/Url.h"
@@ -11,7 +12,6 @@ namespace corvina {
 
 namespace {
 
-const QString Scheme = QStringLiteral("corvina");
 const QString MailKey = QStringLiteral("mail=");
 const QString MessageIdKey = QStringLiteral("&messageid=");
 const QString FolderKey = QStringLiteral("&folderstandardid=");
@@ -94,9 +94,9 @@ std::optional<HostCommand> HostCommand::parse(const QString& url, QString* error
     const std::optional<Url> parsed = Url::URLWithString(url);
     if (!parsed)
         return refuse(QStringLiteral("not a URL: %1").arg(shortened(url)));
-    if (parsed->scheme().compare(Scheme, Qt::CaseInsensitive) != 0)
-        return refuse(QStringLiteral("not a corvina: URL: %1").arg(shortened(url)));
-    if (!url.mid(Scheme.size()).startsWith(QLatin1String("://")))
+    if (parsed->scheme().compare(CommandURL::scheme, Qt::CaseInsensitive) != 0)
+        return refuse((QStringLiteral("not a ") + CommandURL::scheme + QStringLiteral(": URL: %1")).arg(shortened(url)));
+    if (!url.mid(CommandURL::scheme.size()).startsWith(QLatin1String("://")))
         return refuse(QStringLiteral("no command where the host stands in %1").arg(shortened(url)));
     // The command stands where a host would, alone: no user, password, port or path beside it.
     if (!parsed->user().isEmpty() || !parsed->password().isNull() || !parsed->port().isNull() ||

@@ -20,12 +20,9 @@ LiveBridge::LiveBridge(BridgeConfig config, QString dataFolder, QString statusPa
 LiveBridge::~LiveBridge() {
     stop(0);
     m_commands.stop(-1);
-    for (const Running& r : std::as_const(m_workers)) {
-        // Bounded by the workers' network timeout; a thread must not be destroyed while it runs.
+    // Bounded by the workers' network timeout; a thread must not be destroyed while it runs.
+    for (const Running& r : m_workers)
         r.thread->wait();
-        delete r.thread;
-        delete r.worker;
-    }
 }
 
 bool LiveBridge::start(QString* error, bool follow) {
@@ -57,23 +54,23 @@ bool LiveBridge::start(QString* error, bool follow) {
         return false;
     }
     for (const BridgeConfig::Account& account : followed) {
-        auto* worker = new AccountWorker(account, m_timing, m_passwords);
+        auto worker = std::make_unique<AccountWorker>(account, m_timing, m_passwords);
         // Results are emitted on the worker's thread and queued to this one.
-        connect(worker, &AccountWorker::synced, this, &LiveBridge::accountSynced, Qt::QueuedConnection);
-        connect(worker, &AccountWorker::failed, this, &LiveBridge::accountFailed, Qt::QueuedConnection);
+        connect(worker.get(), &AccountWorker::synced, this, &LiveBridge::accountSynced, Qt::QueuedConnection);
+        connect(worker.get(), &AccountWorker::failed, this, &LiveBridge::accountFailed, Qt::QueuedConnection);
         connect(
-            worker, &AccountWorker::note, this,
+            worker.get(), &AccountWorker::note, this,
             [this](const QString& name, const QString& line) {
                 emit log(name + QStringLiteral(": ") + line);
             },
             Qt::QueuedConnection);
-        QThread* thread = QThread::create([worker] {
+        std::unique_ptr<QThread> thread(QThread::create([worker = worker.get()] {
             AccountWorker::blockProcessSignals();
             worker->run();
-        });
+        }));
         thread->setObjectName(QStringLiteral("account ") + account.name);
-        m_workers.append({worker, thread});
         thread->start();
+        m_workers.push_back({std::move(worker), std::move(thread)});
     }
     emit log(
         QStringLiteral("following %1 account(s); status in %2").arg(m_workers.size()).arg(m_status.path()));
@@ -91,16 +88,16 @@ void LiveBridge::commandDone(const QString& command, const QString& mail, bool o
 
 void LiveBridge::syncNow(const QString& reason) {
     emit log(reason + QStringLiteral(": reading every account again"));
-    for (const Running& r : std::as_const(m_workers))
+    for (const Running& r : m_workers)
         r.worker->syncNow();
 }
 
 bool LiveBridge::stop(int timeoutMs) {
-    for (const Running& r : std::as_const(m_workers))
+    for (const Running& r : m_workers)
         r.worker->stop();
     const QDeadlineTimer deadline(timeoutMs);
     bool all = true;
-    for (const Running& r : std::as_const(m_workers))
+    for (const Running& r : m_workers)
         all = r.thread->wait(deadline) && all;
     // A command under way finishes (its server may be half way through a move); queued ones are
     // dropped, as the widget shows the next snapshot either way.

@@ -11,7 +11,10 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QThread>
 #include <QVariantMap>
+#include <memory>
+#include <vector>
 
 class QThread;
 
@@ -61,9 +64,10 @@ private slots:
     void commandDone(const QString& command, const QString& mail, bool ok, const QString& error);
 
 private:
+    // The thread goes first (declared last): it is waited for, then the worker it ran.
     struct Running {
-        AccountWorker* worker = nullptr;
-        QThread* thread = nullptr;
+        std::unique_ptr<AccountWorker> worker;
+        std::unique_ptr<QThread> thread;
     };
     void writeStatus();
 
@@ -73,7 +77,7 @@ private:
     AccountWorker::PasswordSource m_passwords;
     AccountWorker::Timing m_timing;
     CommandCenter m_commands;
-    QList<Running> m_workers;
+    std::vector<Running> m_workers;
     QMap<QString, QString> m_mails; // account name -> mail
     QMap<QString, bool> m_failing;  // account name -> whether its last attempt failed
 };

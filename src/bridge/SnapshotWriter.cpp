@@ -3,6 +3,7 @@
 #include "platform/FileCoordinator.h"
 #include "platform/FileDescriptor.h"
 #include "platform/PropertyList.h"
+#include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 
 #include <QDir>
@@ -122,7 +123,7 @@ bool SnapshotWriter::writeAccounts(const QVariantList& accounts, QString* error)
         *error = QStringLiteral("cannot create the shared folder ") + m_data;
         return false;
     }
-    const QString path = m_data + QStringLiteral("/Accounts.plist");
+    const QString path = m_data + QLatin1Char('/') + ConstVars::accountsFile;
     FileCoordinator coordinator;
     bool written = false;
     QString lockError;
@@ -130,7 +131,7 @@ bool SnapshotWriter::writeAccounts(const QVariantList& accounts, QString* error)
         coordinator.coordinateWritingItemAtURL(QUrl::fromLocalFile(path), 0, &lockError,
                                                [&](const QUrl&) { written = replace(path, bytes, error); });
     if (!locked) {
-        *error = QStringLiteral("cannot lock Accounts.plist: ") + lockError;
+        *error = QStringLiteral("cannot lock ") + ConstVars::accountsFile + QStringLiteral(": ") + lockError;
         return false;
     }
     return written;
@@ -152,7 +153,7 @@ bool SnapshotWriter::writeSnapshots(const QString& mail, const QList<AccountSync
         }
         files.append({snapshot.file, bytes});
     }
-    const QString today = m_data + QStringLiteral("/Today");
+    const QString today = m_data + QLatin1Char('/') + ConstVars::todayFolder;
     const QString folder = today + QLatin1Char('/') + mail;
     if (!QDir().mkpath(m_data)) {
         *error = QStringLiteral("cannot create the shared folder ") + m_data;

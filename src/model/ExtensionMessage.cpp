@@ -1,5 +1,6 @@
 #include "ExtensionMessage.h"
 
+#include "CommandURL.h"
 #include "ExtensionDate.h"
 #include "platform/Exception.h"
 #include "platform/ImageDecoder.h"
@@ -69,9 +70,6 @@ QImage avatarImage(const QString& text) {
     }
     return decoded.image;
 }
-
-// The mail application's own scheme; the command stands where a host name would.
-const QString ComposeURLPrefix = QStringLiteral("corvina://");
 
 const QString AttachmentKeyPrefix = QStringLiteral("attachment_");
 
@@ -274,7 +272,7 @@ std::optional<Url> ExtensionMessage::queryUrl(const QString& commandName) const 
         }
     }
     const QString query = RequestUtils::URLQueryWithParameters(parameters);
-    return Url::URLWithString(ComposeURLPrefix + describe(commandName) + QLatin1Char('?') + query);
+    return Url::URLWithString(CommandURL::prefix + describe(commandName) + QLatin1Char('?') + query);
 }
 
 ExtensionMessagePtr ExtensionMessage::ExtensionMessageWithUrl(const Url& url) {

@@ -28,6 +28,15 @@ void Dispatch::dispatchAsyncMain(std::function<void()> block) {
         Qt::QueuedConnection);
 }
 
+void Dispatch::dispatchAsyncMain(QPointer<const QObject> receiver, std::function<void()> block) {
+    // The guard is only copied off the main thread and only read on it, where the receiver is also
+    // destroyed: the receiver cannot go away between the check and the block.
+    dispatchAsyncMain([receiver = std::move(receiver), block = std::move(block)] {
+        if (receiver)
+            block();
+    });
+}
+
 void Dispatch::dispatchAsyncBackground(std::function<void()> block) {
     backgroundPool().start(Handoff::runnable(std::move(block)));
 }

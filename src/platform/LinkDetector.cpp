@@ -1,5 +1,7 @@
 #include "LinkDetector.h"
 
+#include "requestutils/UrlCharacters.h"
+
 #include <QFile>
 #include <QSet>
 #include <QUrl>
@@ -37,19 +39,8 @@ CharClass classify(char32_t c) {
             return CharClass::Dot;
         case '-':
             return CharClass::Hyphen;
-        // the characters a URL may never hold, besides spaces and controls
-        case '"':
-        case '<':
-        case '>':
-        case '\\':
-        case '^':
-        case '`':
-        case '{':
-        case '|':
-        case '}':
-            return CharClass::Stop;
         default:
-            return c <= 0x20 || c == 0x7F ? CharClass::Stop : CharClass::Other;
+            return UrlCharacters::neverInURL(c) ? CharClass::Stop : CharClass::Other;
         }
     }
     if (c == 0x2026) {

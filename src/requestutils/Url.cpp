@@ -1,5 +1,7 @@
 #include "Url.h"
 
+#include "UrlCharacters.h"
+
 #include <QDir>
 
 namespace corvina {
@@ -17,20 +19,11 @@ bool mayHold(const QString& text) {
     int hashes = 0;
     for (qsizetype i = 0; i < text.size(); ++i) {
         const QChar c = text.at(i);
-        if (c.unicode() <= 0x20 || c.unicode() >= 0x7F) {
+        // Nothing above "~" either: a URL string is printable ASCII.
+        if (c.unicode() >= 0x7F || UrlCharacters::neverInURL(c.unicode())) {
             return false;
         }
         switch (c.unicode()) {
-        case '"':
-        case '<':
-        case '>':
-        case '\\':
-        case '^':
-        case '`':
-        case '{':
-        case '|':
-        case '}':
-            return false;
         case '#':
             if (++hashes > 1) {
                 return false;

@@ -18,7 +18,7 @@ namespace corvina {
 //   (for instance the query of "a?" and the path of "http://h").
 //
 // Texts a URL may not hold make no URL at all (URLWithString answers nothing): characters outside
-// printable ASCII (spaces, line breaks, anything above "~"), the characters " < > \ ^ ` { | },
+// printable ASCII (spaces, line breaks, anything above "~") and the others of UrlCharacters,
 // a "%" not followed by two hexadecimal digits, a second "#", an empty text, and a port that is
 // not all digits.
 class Url {

@@ -22,6 +22,16 @@ public:
     static inline const QString commandCompose = QStringLiteral("compose");
     static inline const QString commandSend = QStringLiteral("send");
     static inline const QString commandOpen = QStringLiteral("open");
+
+    // The shared data folder's layout: the mail application's snapshot folder (one folder per
+    // account, named by its address, holding the snapshot files), its account list, and its
+    // contacts. Writers and readers, the window's watch list and the staging checks all use these.
+    static inline const QString todayFolder = QStringLiteral("Today");
+    static inline const QString accountsFile = QStringLiteral("Accounts.plist");
+    static inline const QString contactsFolder = QStringLiteral("Contacts");
+
+    // The setting that holds the list chosen in the header: the segment index plus one.
+    static inline const QString segmentedKey = QStringLiteral("segmented");
 };
 
 } // namespace corvina

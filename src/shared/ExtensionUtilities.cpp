@@ -1,6 +1,7 @@
 #include "ExtensionUtilities.h"
 
 #include "ConstVars.h"
+#include "model/CommandURL.h"
 #include "platform/Bundle.h"
 #include "platform/FileCoordinator.h"
 #include "platform/GroupContainer.h"
@@ -62,7 +63,7 @@ QList<ExtensionAccountPtr> ExtensionUtilities::Accounts() {
         return {}; // no shared folder: nothing to read and nothing to report
     }
     FileCoordinator coordinator;
-    const QUrl location = appending(*data, QStringLiteral("Accounts.plist"));
+    const QUrl location = appending(*data, ConstVars::accountsFile);
     std::optional<QVariantList> read;
     QString error;
     // Deliberately a writing access although it only reads: it keeps the read exclusive against
@@ -153,7 +154,7 @@ std::optional<Url> ExtensionUtilities::CommandURLForMessage(const ExtensionMessa
     // The account is encoded, the message id deliberately not: the mail application reads the id
     // exactly as it stored it, and an id that no URL can hold means the message is not sent.
     const QString text =
-        QStringLiteral("corvina://%1?mail=%2&messageid=%3&folderstandardid=%4")
+        (CommandURL::prefix + QStringLiteral("%1?mail=%2&messageid=%3&folderstandardid=%4"))
             .arg(formatted(commandName),
                  formatted(account.isNull() ? QString() : RequestUtils::URLEncodedString(account)),
                  formatted(message->messageId()), formatted(message->folderStandardId()));

@@ -7,6 +7,7 @@
 #include "platform/FileDescriptor.h"
 #include "platform/Log.h"
 #include "platform/RegularFile.h"
+#include "shared/ConstVars.h"
 
 #include <QAtomicInteger>
 #include <QCoreApplication>
@@ -399,10 +400,10 @@ std::optional<QString> ExtensionUtilities::StagingFolderNameProblem(const QStrin
     if (folder.startsWith(QLatin1Char('.')))
         return QStringLiteral("a hidden name, kept for lock files and temporary files: \"%1\"").arg(folder);
     // Without regard to case: on a file system that ignores it, "today" is the snapshots' folder.
-    for (const char* reserved : {"Today", "Accounts.plist", "Contacts"}) {
-        if (folder.compare(QLatin1String(reserved), Qt::CaseInsensitive) == 0)
+    for (const QString& reserved : {ConstVars::todayFolder, ConstVars::accountsFile, ConstVars::contactsFolder}) {
+        if (folder.compare(reserved, Qt::CaseInsensitive) == 0)
             return QStringLiteral("the mail application's own \"%1\" is no staging folder: \"%2\"")
-                .arg(QLatin1String(reserved), folder);
+                .arg(reserved, folder);
     }
     return std::nullopt;
 }

@@ -2,14 +2,9 @@
 
 #include "platform/Localization.h"
 #include "platform/UserDefaults.h"
+#include "shared/ConstVars.h"
 
 namespace corvina {
-
-namespace {
-
-const QString kSegmented = QStringLiteral("segmented");
-
-} // namespace
 
 TodayHeaderView::TodayHeaderView(QWidget* parent)
     : FlippedView(QRect(), parent), m_control(new SegmentedControl(this)) {
@@ -19,7 +14,7 @@ TodayHeaderView::TodayHeaderView(QWidget* parent)
     m_control->setLabel(Localization::text(QStringLiteral("Memo")), 2);
     m_control->setAction([this](SegmentedControl* sender) { selectedSegment(sender); });
 
-    qint64 segment = UserDefaults::integerForKey(kSegmented) - 1;
+    qint64 segment = UserDefaults::integerForKey(ConstVars::segmentedKey) - 1;
     if (segment < 0 || segment > 2)
         segment = 0;
     m_control->setSelectedSegment(int(segment));
@@ -32,9 +27,9 @@ void TodayHeaderView::selectedSegment(SegmentedControl*) {
 
 void TodayHeaderView::select() {
     // Stored first: the delegate reads the choice back from the settings.
-    UserDefaults::setInteger(m_control->selectedSegment() + 1, kSegmented);
-    if (auto* delegate = dynamic_cast<TodayHeaderViewDelegate*>(m_delegate.data()))
-        delegate->selectedSegment(m_control);
+    UserDefaults::setInteger(m_control->selectedSegment() + 1, ConstVars::segmentedKey);
+    if (m_delegate)
+        m_delegate->selectedSegment(m_control);
 }
 
 void TodayHeaderView::resizeEvent(QResizeEvent* event) {

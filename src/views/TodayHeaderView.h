@@ -1,10 +1,7 @@
 #pragma once
 
-#include "FlippedView.h"
-#include "SegmentedControl.h"
-
-#include <QObject>
-#include <QPointer>
+#include "ui/FlippedView.h"
+#include "ui/SegmentedControl.h"
 
 namespace corvina {
 
@@ -20,16 +17,17 @@ public:
 // absent or makes no segment) and writes every choice through at once, before it tells its
 // delegate, which reads the value back.
 class TodayHeaderView : public FlippedView {
+    Q_OBJECT
+
 public:
     explicit TodayHeaderView(QWidget* parent = nullptr);
 
     SegmentedControl* control() const { return m_control; }
 
-    // Any object; it is told of choices when it answers selectedSegment (implements
-    // TodayHeaderViewDelegate), and skipped silently otherwise. The header does not own it: the
+    // Told of every choice; none (null) is allowed and skipped. The header does not own it: the
     // widget's controller owns the header and outlives it, so a plain reference is enough here.
-    QObject* delegate() const { return m_delegate; }
-    void setDelegate(QObject* delegate) { m_delegate = delegate; }
+    TodayHeaderViewDelegate* delegate() const { return m_delegate; }
+    void setDelegate(TodayHeaderViewDelegate* delegate) { m_delegate = delegate; }
 
     // The control's action.
     void selectedSegment(SegmentedControl* sender);
@@ -43,7 +41,7 @@ private:
     void layoutControl();
 
     SegmentedControl* m_control;
-    QPointer<QObject> m_delegate;
+    TodayHeaderViewDelegate* m_delegate = nullptr;
 };
 
 } // namespace corvina

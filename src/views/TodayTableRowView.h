@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TableRowView.h"
+#include "ui/TableRowView.h"
 
 namespace corvina {
 
@@ -8,6 +8,8 @@ namespace corvina {
 // The widget's controller supplies no row views, so its table uses the plain ones; this is the row
 // view the table is to have whenever one is supplied.
 class TodayTableRowView : public TableRowView {
+    Q_OBJECT
+
 public:
     explicit TodayTableRowView(const QRect& frame = QRect(), QWidget* parent = nullptr)
         : TableRowView(frame, parent) {}

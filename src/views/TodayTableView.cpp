@@ -1,7 +1,8 @@
 #include "TodayTableView.h"
 
-#include "SystemColors.h"
+#include "TodayMetrics.h"
 #include "platform/Localization.h"
+#include "ui/SystemColors.h"
 
 namespace corvina {
 
@@ -10,7 +11,7 @@ TodayTableView::TodayTableView(const QRect& frame, QWidget* parent) : TableView(
     auto column = std::make_unique<TableColumn>(QStringLiteral("col"));
     // The header text is looked up like every visible text, although no header row is shown.
     column->setHeaderText(Localization::text(QString()));
-    column->setWidth(320);
+    column->setWidth(TodayMetrics::width);
     column->setEditable(false);
     addTableColumn(std::move(column));
     setFocusRingType(FocusRingTypeNone);

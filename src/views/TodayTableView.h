@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TableView.h"
+#include "ui/TableView.h"
 
 #include <QPointF>
 
@@ -9,6 +9,8 @@ namespace corvina {
 // The widget's message table: one column "col" 320 wide that cannot be edited, no header row, no
 // focus ring, a transparent background and no spacing between rows.
 class TodayTableView : public TableView {
+    Q_OBJECT
+
 public:
     explicit TodayTableView(const QRect& frame = QRect(), QWidget* parent = nullptr);
 

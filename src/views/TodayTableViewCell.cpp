@@ -1,9 +1,9 @@
 #include "TodayTableViewCell.h"
 
-#include "Images.h"
-#include "SystemColors.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
+#include "ui/Images.h"
+#include "ui/SystemColors.h"
 
 #include <QPainter>
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "FlippedView.h"
-#include "ImageButton.h"
-#include "ImageView.h"
-#include "TextField.h"
 #include "model/ExtensionMessage.h"
 #include "platform/AtomicProperty.h"
+#include "ui/FlippedView.h"
+#include "ui/ImageButton.h"
+#include "ui/ImageView.h"
+#include "ui/TextField.h"
 
 #include <QPointer>
 #include <QWidget>
@@ -23,6 +23,8 @@ namespace corvina {
 //   subject        x 70, y 30, 20 high, W - 169 wide, one line cut at the end
 //   reply, archive, trash   20 x 20 at y 30, x W-96, W-68, W-40
 class TodayTableViewCell : public QWidget {
+    Q_OBJECT
+
 public:
     explicit TodayTableViewCell(const QRect& frame, QWidget* parent = nullptr);
 

@@ -15,7 +15,6 @@ namespace corvina {
 class SegmentFilter {
 public:
     static constexpr qsizetype RowLimit = 10;
-    static inline const QString segmentedKey = QStringLiteral("segmented");
 
     // The rows for `segmented`: filtered (or not, for 0) and cut to RowLimit, newest kept.
     // Nothing for a value without a list (negative, or above 4): the caller keeps what it shows.

@@ -5,6 +5,7 @@
 #include "platform/Log.h"
 #include "platform/PlistValue.h"
 #include "platform/PropertyList.h"
+#include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 
 #include <QFile>
@@ -138,10 +139,10 @@ ExtensionMessageList SnapshotLoader::updateData() {
     }
 
     ExtensionMessageList collected;
-    m_status = NoData;
+    m_status = UpdateResult::NoData;
     const std::optional<QUrl> data = ExtensionUtilities::GroupDataPath();
     if (data) {
-        const QUrl today = QUrl::fromLocalFile(data->toLocalFile() + QStringLiteral("/Today"));
+        const QUrl today = QUrl::fromLocalFile(data->toLocalFile() + QLatin1Char('/') + ConstVars::todayFolder);
         FileCoordinator coordinator;
         QString error;
         const bool coordinated = coordinator.coordinateReadingItemAtURL(
@@ -164,17 +165,17 @@ ExtensionMessageList SnapshotLoader::updateData() {
                         }
                         for (const QString& file : *files) {
                             if (staysInside(file, root) && readSnapshot(file, collected)) {
-                                m_status = NewData;
+                                m_status = UpdateResult::NewData;
                             }
                         }
                     }
                 } catch (const Exception& exception) {
                     Log::error(QStringLiteral("[%@] updateData exception %@"), {exception.description()});
-                    m_status = Failed;
+                    m_status = UpdateResult::Failed;
                 }
             });
         if (!coordinated) {
-            m_status = Failed;
+            m_status = UpdateResult::Failed;
             Log::error(QStringLiteral("[%@] updateData coordinator %@"), {error});
         }
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/ExtensionMessage.h"
+#include "UpdateResult.h"
 #include "platform/PropertyList.h"
 
 #include <QByteArray>
@@ -19,9 +20,6 @@ namespace corvina {
 // list a script sees is the list the widget shows.
 class SnapshotLoader {
 public:
-    // The widget's update results: 0 new data, 1 no data, 2 failed.
-    enum UpdateResult { NewData = 0, NoData = 1, Failed = 2 };
-
     // Every message of the enabled accounts' snapshot files, newest first, messages without a date
     // last. Never fails: what cannot be read is skipped (see the log lines in the implementation)
     // and an exception while reading keeps what was collected before it.
@@ -43,10 +41,10 @@ public:
     // The outcome of the last updateData: NoData until an envelope with all three keys was taken,
     // then NewData; Failed after a lock or read failure. Kept for inspection only: the widget reports
     // its own result to its host, and nothing reads this to decide anything.
-    UpdateResult updateStatus() const { return m_status; }
+    UpdateResult::Value updateStatus() const { return m_status; }
 
 private:
-    UpdateResult m_status = NoData;
+    UpdateResult::Value m_status = UpdateResult::NoData;
 };
 
 } // namespace corvina

@@ -5,72 +5,14 @@
 #include "platform/UserDefaults.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
-#include "views/FlippedView.h"
+#include "ui/FlippedView.h"
+#include "views/TodayMetrics.h"
+#include "views/TodayRootLayout.h"
 #include "views/TodayTableViewCell.h"
-
-#include <QLayout>
-#include <QVariantAnimation>
 
 namespace corvina {
 
 namespace {
-
-constexpr int kWidth = 320;
-constexpr int kHeaderHeight = 30;
-constexpr int kGap = 5;
-constexpr int kAnimationMs = 250;
-
-// The root view's constraints:
-//   "H:|-(0)-[myTableView(320)]-(0)-|", "H:|-(0)-[myHeaderView(320)]-(0)-|",
-//   "V:|-(0)-[myHeaderView(30)]-(5)-[myTableView]-(0)-|", and the table's height constraint.
-// The root is as high as they make it; a change of the height constraint is animated, the
-// constraint itself holding the final value at once.
-class RootLayout : public QLayout {
-public:
-    RootLayout(QWidget* root, QWidget* header, QWidget* table, LayoutConstraint* height)
-        : QLayout(root), m_header(header), m_table(table), m_height(height), m_shown(height->value()) {
-        setContentsMargins(0, 0, 0, 0);
-        setSizeConstraint(QLayout::SetFixedSize);
-        m_animation = new QVariantAnimation(this);
-        m_animation->setDuration(kAnimationMs);
-        m_animation->setEasingCurve(QEasingCurve::InOutQuad);
-        connect(m_animation, &QVariantAnimation::valueChanged, this, [this](const QVariant& v) {
-            m_shown = v.toReal();
-            invalidate();
-            if (parentWidget())
-                parentWidget()->updateGeometry();
-            activate();
-        });
-        connect(m_height, &LayoutConstraint::changed, this, [this] {
-            m_animation->stop();
-            m_animation->setStartValue(m_shown);
-            m_animation->setEndValue(m_height->value());
-            m_animation->start();
-        });
-    }
-
-    bool isAnimating() const { return m_animation->state() == QAbstractAnimation::Running; }
-
-    void addItem(QLayoutItem*) override {}
-    QLayoutItem* itemAt(int) const override { return nullptr; }
-    QLayoutItem* takeAt(int) override { return nullptr; }
-    int count() const override { return 0; }
-    QSize sizeHint() const override { return QSize(kWidth, kHeaderHeight + kGap + qRound(m_shown)); }
-    QSize minimumSize() const override { return sizeHint(); }
-    QSize maximumSize() const override { return sizeHint(); }
-    void setGeometry(const QRect& rect) override {
-        QLayout::setGeometry(rect);
-        m_header->setGeometry(0, 0, kWidth, kHeaderHeight);
-        m_table->setGeometry(0, kHeaderHeight + kGap, kWidth, qRound(m_shown));
-    }
-
-private:
-    QWidget* m_header;
-    QWidget* m_table;
-    LayoutConstraint* m_height;
-    qreal m_shown;
-    QVariantAnimation* m_animation;
-};
 
 bool isEqualToArray(const ExtensionMessageList& a, const ExtensionMessageList& b) {
     if (a.size() != b.size())
@@ -100,19 +42,18 @@ ExtensionMessageList removingObject(ExtensionMessageList list, const ExtensionMe
 TodayViewController::TodayViewController() = default;
 
 TodayViewController::~TodayViewController() {
-    m_alive->store(false);
     NotificationCenter::defaultCenter().removeObserver(this);
 }
 
 void TodayViewController::loadView() {
     setDataFromDisk({});
 
-    m_rootView = new FlippedView(QRect(0, 0, kWidth, 400));
+    m_rootView = new FlippedView(QRect(0, 0, TodayMetrics::width, 400));
     setView(m_rootView);
     m_rootView->setAttribute(Qt::WA_TranslucentBackground);
 
     m_myTableView = new TodayTableView(QRect(), m_rootView);
-    m_myTableView->setRowHeight(60);
+    m_myTableView->setRowHeight(TodayMetrics::rowHeight);
     m_myTableView->setDelegate(this);
     m_myTableView->setDataSource(this);
 
@@ -120,9 +61,9 @@ void TodayViewController::loadView() {
     m_myHeaderView->setDelegate(this);
 
     // The table's own height constraint; the root view's layout reads it.
-    auto* height = new LayoutConstraint(LayoutConstraint::Height, 1.0, 50, m_myTableView);
+    auto* height = new LayoutConstraint(LayoutConstraint::Height, 1.0, TodayMetrics::initialTableHeight, m_myTableView);
     setViewHeightContraint(height);
-    new RootLayout(m_rootView, m_myHeaderView, m_myTableView, height);
+    m_rootLayout = new TodayRootLayout(m_rootView, m_myHeaderView, m_myTableView, height);
 
     NotificationCenter::defaultCenter().addObserver(static_cast<const void*>(this),
                                                     ExtensionUtilities::ACTION_CALLED_EXTENSION,
@@ -150,17 +91,14 @@ void TodayViewController::widgetPerformUpdateWithCompletionHandler(CompletionHan
         setDataFromDisk({});
         ReloadData();
         if (completionHandler)
-            completionHandler(NoData);
+            completionHandler(UpdateResult::NoData);
         // No return: the read below runs as well, and reports new data.
     }
-    AliveFlag alive = m_alive;
-    Dispatch::dispatchAsyncMain([alive, this, completionHandler] {
-        if (!*alive)
-            return;
+    Dispatch::dispatchAsyncMain(this, [this, completionHandler] {
         setDataFromDisk(updateData());
         ReloadData();
         if (completionHandler)
-            completionHandler(NewData);
+            completionHandler(UpdateResult::NewData);
     });
 }
 
@@ -169,15 +107,8 @@ EdgeInsets TodayViewController::widgetMarginInsetsForProposedMarginInsets(EdgeIn
     return proposed;
 }
 
-void TodayViewController::scheduleReload(const AliveFlag& alive, TodayViewController* controller) {
-    Dispatch::dispatchAsyncMain([alive, controller] {
-        if (*alive)
-            controller->reloadFromDisk();
-    });
-}
-
 void TodayViewController::Reload() {
-    scheduleReload(m_alive, this);
+    Dispatch::dispatchAsyncMain(this, [this] { reloadFromDisk(); });
 }
 
 void TodayViewController::reloadFromDisk() {
@@ -191,14 +122,11 @@ void TodayViewController::reloadFromDisk() {
 }
 
 void TodayViewController::ReloadData() {
-    const qint64 segmented = UserDefaults::integerForKey(SegmentFilter::segmentedKey);
+    const qint64 segmented = UserDefaults::integerForKey(ConstVars::segmentedKey);
     // A value without a list leaves the rows as they were.
     if (std::optional<ExtensionMessageList> rows = SegmentFilter::dataToShow(dataFromDisk(), segmented))
         setDataToShow(std::move(*rows));
-    AliveFlag alive = m_alive;
-    Dispatch::dispatchAsyncMain([alive, this] {
-        if (!*alive)
-            return;
+    Dispatch::dispatchAsyncMain(this, [this] {
         m_myTableView->reloadData();
         Resize();
     });
@@ -206,10 +134,7 @@ void TodayViewController::ReloadData() {
 
 void TodayViewController::Resize() {
     // Always a further turn of the main queue, so the height changes after the table reloaded.
-    AliveFlag alive = m_alive;
-    Dispatch::dispatchAsyncMain([alive, this] {
-        if (!*alive)
-            return;
+    Dispatch::dispatchAsyncMain(this, [this] {
         if (LayoutConstraint* height = viewHeightContraint())
             height->setConstant(m_myTableView->rowHeight() * double(m_myTableView->numberOfRows()));
         m_rootView->updateGeometry();
@@ -219,9 +144,10 @@ void TodayViewController::Resize() {
 void TodayViewController::selectedSegment(SegmentedControl*) {
     ReloadData();
     // The re-read goes by way of a background thread, which only hands it back to the main queue.
-    AliveFlag alive = m_alive;
-    TodayViewController* controller = this;
-    Dispatch::dispatchAsyncBackground([alive, controller] { scheduleReload(alive, controller); });
+    // The guard is taken here, on the main thread: the background thread only passes it on.
+    Dispatch::dispatchAsyncBackground([this, receiver = QPointer<const QObject>(this)] {
+        Dispatch::dispatchAsyncMain(receiver, [this] { reloadFromDisk(); });
+    });
 }
 
 qint64 TodayViewController::numberOfRowsInTableView(TableView*) {
@@ -264,10 +190,7 @@ void TodayViewController::actionCalled(const Notification& notification) {
     removeMessage(message);
     // One row leaves the table, the first equal one, even when several equal messages left the
     // lists: the table keeps its own count until the next reload. Deliberate, and kept.
-    AliveFlag alive = m_alive;
-    Dispatch::dispatchAsyncMain([alive, this, command, index] {
-        if (!*alive)
-            return;
+    Dispatch::dispatchAsyncMain(this, [this, command, index] {
         m_myTableView->removeRowsAtIndexes({qint64(index)}, command == ConstVars::commandArchive
                                                                 ? TableView::AnimationSlideLeft
                                                                 : TableView::AnimationSlideRight);
@@ -294,8 +217,7 @@ std::optional<QStringList> TodayViewController::directoryContent(const QString& 
 bool TodayViewController::isAnimating() const {
     if (!m_rootView)
         return false;
-    const auto* layout = dynamic_cast<const RootLayout*>(m_rootView->layout());
-    return (layout && layout->isAnimating()) || (m_myTableView && m_myTableView->isAnimating());
+    return (m_rootLayout && m_rootLayout->isAnimating()) || (m_myTableView && m_myTableView->isAnimating());
 }
 
 } // namespace corvina

@@ -1,14 +1,15 @@
 #pragma once
 
 #include "SnapshotLoader.h"
+#include "UpdateResult.h"
 #include "model/ExtensionMessage.h"
 #include "platform/AtomicProperty.h"
 #include "platform/NotificationCenter.h"
-#include "views/LayoutConstraint.h"
-#include "views/TableView.h"
+#include "ui/LayoutConstraint.h"
+#include "ui/TableView.h"
+#include "ui/ViewController.h"
 #include "views/TodayHeaderView.h"
 #include "views/TodayTableView.h"
-#include "views/ViewController.h"
 
 #include <QPointer>
 #include <atomic>
@@ -19,6 +20,7 @@
 namespace corvina {
 
 class FlippedView;
+class TodayRootLayout;
 
 // The widget: the header with the list selector above the table of the newest messages.
 //
@@ -27,14 +29,16 @@ class FlippedView;
 // touches views, every snapshot read, reload and resize runs on the main thread's queue.
 //
 // The root view is 320 wide: the header (30 high) at the top, 5 below it the table, whose height
-// is `viewHeightContraint` (50 at first, then 60 x rows), the root's bottom flush with the table's.
+// is `viewHeightContraint` (50 at first, then 60 x rows), the root's bottom flush with the table's
+// (the numbers are TodayMetrics).
 class TodayViewController : public ViewController,
                             public TodayHeaderViewDelegate,
                             public TableViewDataSource,
                             public TableViewDelegate {
+    Q_OBJECT
+
 public:
-    // The widget-update results.
-    enum UpdateResult { NewData = 0, NoData = 1 };
+    // Hears an UpdateResult (NewData or NoData).
     using CompletionHandler = std::function<void(int result)>;
 
     TodayViewController();
@@ -94,15 +98,12 @@ public:
     CORVINA_ATOMIC_PROPERTY(QPointer<LayoutConstraint>, viewHeightContraint, setViewHeightContraint)
 
 private:
-    // Blocks queued for later hold this flag, not the controller: they do nothing once it is gone.
-    using AliveFlag = std::shared_ptr<std::atomic<bool>>;
-    static void scheduleReload(const AliveFlag& alive, TodayViewController* controller);
     void reloadFromDisk();
 
-    AliveFlag m_alive = std::make_shared<std::atomic<bool>>(true);
     FlippedView* m_rootView = nullptr;
     TodayTableView* m_myTableView = nullptr;
     TodayHeaderView* m_myHeaderView = nullptr;
+    QPointer<TodayRootLayout> m_rootLayout; // the root view's, owned by it
     SnapshotLoader m_loader;
 };
 

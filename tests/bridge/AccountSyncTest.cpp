@@ -1,6 +1,7 @@
 // One account read from a real Dovecot and written into the shared folder, then read back with the
 // widget's own loader.
 #include "bridge/AccountSync.h"
+#include "shared/ConstVars.h"
 
 #include "BridgeTesting.h"
 #include "bridge/SnapshotWriter.h"
@@ -282,7 +283,7 @@ TEST_F(AccountSyncTest, AMissingFolderFailsTheAccountAndWritesNothing) {
     EXPECT_EQ(result.failure, ImapSession::Failure::FolderMissing);
     EXPECT_TRUE(result.error.startsWith(QStringLiteral("folder missing: Nowhere")))
         << result.error.toStdString();
-    EXPECT_FALSE(QFileInfo::exists(container.data() + QStringLiteral("/Today/") + Mail));
+    EXPECT_FALSE(QFileInfo::exists(container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail));
 }
 
 TEST_F(AccountSyncTest, AWrongPasswordIsALoginRefused) {
@@ -325,7 +326,7 @@ TEST_F(AccountSyncTest, UnchangedContentIsNotRewritten) {
     ASSERT_TRUE(sync(account(), &written).ok);
     EXPECT_EQ(written, 3); // Accounts.plist, inbox.plist, todo.plist
     const QString inbox =
-        container.data() + QStringLiteral("/Today/") + Mail + QStringLiteral("/inbox.plist");
+        container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail + QStringLiteral("/inbox.plist");
     struct stat before {};
     ASSERT_EQ(::stat(QFile::encodeName(inbox).constData(), &before), 0);
 
@@ -349,7 +350,7 @@ TEST_F(AccountSyncTest, AListSwitchedOffLosesItsFileAndLeavesOthersAlone) {
     server.createFolder(User, QStringLiteral("Notes"));
     deliver(QStringLiteral("A note"), QStringLiteral("n@example.org"), QString(), QStringLiteral("Notes"));
     ASSERT_TRUE(sync(account({{"memo", "Notes"}})).ok);
-    const QString folder = container.data() + QStringLiteral("/Today/") + Mail;
+    const QString folder = container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail;
     container.writeSnapshot(Mail, QStringLiteral("someone-elses.plist"), {});
     ASSERT_TRUE(QFileInfo::exists(folder + QStringLiteral("/memo.plist")));
     ASSERT_TRUE(sync(account()).ok);

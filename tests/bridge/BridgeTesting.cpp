@@ -1,6 +1,7 @@
 #include "BridgeTesting.h"
 
 #include "platform/PropertyList.h"
+#include "shared/ConstVars.h"
 #include "widget/SnapshotLoader.h"
 
 #include <QFile>
@@ -91,7 +92,7 @@ ExtensionMessageList BridgeServerTest::widgetMessages() {
 
 QVariantMap BridgeServerTest::snapshot(const QString& file) const {
     const PropertyList::Result parsed =
-        PropertyList::readFile(container.data() + QStringLiteral("/Today/") + Mail + u'/' + file);
+        PropertyList::readFile(container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail + u'/' + file);
     EXPECT_TRUE(parsed.ok()) << parsed.error.toStdString();
     return parsed.value.toMap();
 }

@@ -5,6 +5,7 @@
 //
 // To add a reproducer: a TEST that fills a HostileContainer and calls expectRefused (a file the
 // reader logs and skips) or expectSurvived (anything else), then whatever else it needs to check.
+#include "shared/ConstVars.h"
 #include "support/BinaryPlistBuilder.h"
 #include "support/ProgramRunner.h"
 #include "support/TempContainer.h"
@@ -27,6 +28,9 @@ using corvina::test::ProgramRunner;
 using corvina::test::TempContainer;
 
 namespace {
+
+// The snapshot folder, within the shared data folder.
+const QString kToday = ConstVars::todayFolder;
 
 using namespace std::chrono_literals;
 
@@ -68,7 +72,7 @@ public:
             ASSERT_TRUE(hash.addData(&file));
             EXPECT_EQ(hash.result(), digest) << relative.toStdString() << " changed";
         }
-        EXPECT_TRUE(QFile::exists(m_container.data() + "/Today/" + Ada + "/ordinary.plist"));
+        EXPECT_TRUE(QFile::exists(m_container.data() + "/" + kToday + "/" + Ada + "/ordinary.plist"));
     }
 
 private:
@@ -139,7 +143,7 @@ TEST(HostileInput, BinarySnapshotOf200000Messages) {
                                          {stid, inbox}}));
     }
     HostileContainer container;
-    container.write("Today/" + Ada + "/big", envelope(b, b.array(messages)));
+    container.write(kToday + "/" + Ada + "/big", envelope(b, b.array(messages)));
     expectRefused(container.listAll(), "binary property list holds more than 131072 objects");
     container.expectFilesUntouched();
 }
@@ -159,7 +163,7 @@ TEST(HostileInput, BinaryAccountListOf200000Accounts) {
                                          {enabled, yes}}));
     }
     HostileContainer container;
-    container.write("Accounts.plist", b.finish(b.array(accounts)));
+    container.write(ConstVars::accountsFile, b.finish(b.array(accounts)));
     const auto run = container.listAll();
     expectSurvived(run);
     // refused, the account list counts as no accounts: nothing to show
@@ -173,7 +177,7 @@ TEST(HostileInput, FourMillionReferencesToOneEmptyDictionary) {
     HostileContainer container;
     const QByteArray bytes = envelope(b, b.repeated(empty, 4000000));
     ASSERT_GT(bytes.size(), 16000000);
-    container.write("Today/" + Ada + "/refs", bytes);
+    container.write(kToday + "/" + Ada + "/refs", bytes);
     expectRefused(container.listAll(), "binary property list expands past 131072 objects");
     container.expectFilesUntouched();
 }
@@ -189,7 +193,7 @@ TEST(HostileInput, AFewHundredBytesExpandingToMillionsOfObjects) {
     const QByteArray bytes = envelope(b, b.array({chain.back(), chain.back(), chain.back()}));
     ASSERT_LT(bytes.size(), 300);
     HostileContainer container;
-    container.write("Today/" + Ada + "/small", bytes);
+    container.write(kToday + "/" + Ada + "/small", bytes);
     expectRefused(container.listAll(), "binary property list expands past 131072 objects");
     container.expectFilesUntouched();
 }
@@ -198,14 +202,14 @@ TEST(HostileInput, XmlSnapshotOfNineMillionDictionaries) {
     const QByteArray bytes = xmlSnapshotOf(QByteArray("<dict/>").repeated(9400000));
     ASSERT_LT(bytes.size(), PropertyList::MaximumSize);
     HostileContainer container;
-    container.write("Today/" + Ada + "/dicts", bytes);
+    container.write(kToday + "/" + Ada + "/dicts", bytes);
     expectRefused(container.listAll(), "XML property list holds more than 131072 objects");
     container.expectFilesUntouched();
 }
 
 TEST(HostileInput, XmlSnapshotOfAMillionDictionaries) {
     HostileContainer container;
-    container.write("Today/" + Ada + "/dicts", xmlSnapshotOf(QByteArray("<dict/>").repeated(1000000)));
+    container.write(kToday + "/" + Ada + "/dicts", xmlSnapshotOf(QByteArray("<dict/>").repeated(1000000)));
     expectRefused(container.listAll(), "XML property list holds more than 131072 objects");
     container.expectFilesUntouched();
 }
@@ -254,7 +258,7 @@ TEST(HostileInput, OneAvatarOfAHundredMillionPixelsNamedBySixtyMessages) {
     const QByteArray bytes = envelope(b, b.array(messages));
     ASSERT_LT(bytes.size(), 200 * 1024);
     HostileContainer container;
-    container.write("Today/" + Ada + "/faces", bytes);
+    container.write(kToday + "/" + Ada + "/faces", bytes);
     const ProgramRunner::Outcome run = container.listAll();
     expectSurvived(run);
     // every message is listed, without its avatar, and each refusal says why
@@ -284,7 +288,7 @@ TEST(HostileInput, BrokenAvatarsSayNothingOnTheTerminal) {
         messages << message;
     }
     container.write(
-        "Today/" + Ada + "/broken",
+        kToday + "/" + Ada + "/broken",
         PropertyList::write(QVariantMap{{"folder", "INBOX"}, {"account", Ada}, {"data", messages}},
                             PropertyList::Format::Xml));
     const ProgramRunner::Outcome run = container.listAll();
@@ -296,7 +300,7 @@ TEST(HostileInput, BrokenAvatarsSayNothingOnTheTerminal) {
 TEST(HostileInput, FifosAndLinksOutOfTheFolderAmongTheSnapshots) {
     HostileContainer container;
     QTemporaryDir elsewhere;
-    const QString folder = container.data() + "/Today/" + Ada;
+    const QString folder = container.data() + "/" + kToday + "/" + Ada;
     ASSERT_EQ(::mkfifo(QFile::encodeName(folder + "/pipe").constData(), 0600), 0);
     ASSERT_TRUE(QFile::link(folder + "/pipe", folder + "/link-to-pipe"));
     QFile outside(elsewhere.path() + "/snapshot");
@@ -316,7 +320,7 @@ TEST(HostileInput, FifosAndLinksOutOfTheFolderAmongTheSnapshots) {
 
 TEST(HostileInput, AnAccountListThatIsAFifo) {
     HostileContainer container;
-    const QString accounts = container.data() + "/Accounts.plist";
+    const QString accounts = container.data() + "/" + ConstVars::accountsFile;
     ASSERT_TRUE(QFile::remove(accounts));
     ASSERT_EQ(::mkfifo(QFile::encodeName(accounts).constData(), 0600), 0);
     const ProgramRunner::Outcome run = container.listAll();

@@ -1,5 +1,7 @@
 // The corvina-today executable, run as a user or a script runs it, on containers written by the
 // host-side writer tool (Python's plistlib: a property-list writer independent of ours).
+#include "app/ListCommand.h"
+
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -106,6 +108,12 @@ TEST(ListCommand, JsonAllPrintsEveryRecordNewestFirst) {
                                                {"date", 1700000128},
                                                {"dateString", rows[0]["dateString"]},
                                                {"hasAvatar", false}}));
+    // Every row has the keys of the listing's one key list, and only those.
+    const QStringList documented = corvina::ListCommand::jsonKeys;
+    for (const QJsonValue& row : rows) {
+        const QStringList keys = row.toObject().keys();
+        EXPECT_EQ(QSet<QString>(keys.begin(), keys.end()), QSet<QString>(documented.begin(), documented.end()));
+    }
     EXPECT_EQ(rows[1]["messageId"], "a1");
     EXPECT_EQ(rows[1]["date"], 1700000000);
     EXPECT_EQ(rows[1]["hasAvatar"], true);

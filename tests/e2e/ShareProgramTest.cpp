@@ -2,6 +2,7 @@
 // test's own, with a stand-in mail application that records the URLs it is sent.
 #include "model/ExtensionMessage.h"
 #include "requestutils/Url.h"
+#include "shared/ConstVars.h"
 #include "support/FakeHostApp.h"
 #include "support/FolderTree.h"
 #include "support/LockHolder.h"
@@ -81,7 +82,7 @@ void copyDemoInto(const QString& data) {
             ASSERT_TRUE(QDir().mkpath(QFileInfo(copy).absolutePath()) && QFile::copy(path, copy))
                 << copy.toStdString();
     }
-    ASSERT_TRUE(QFileInfo::exists(data + QStringLiteral("/Today")));
+    ASSERT_TRUE(QFileInfo::exists(data + "/" + corvina::ConstVars::todayFolder));
     ASSERT_TRUE(QFileInfo::exists(data + QStringLiteral("/.Today.lock")));
 }
 

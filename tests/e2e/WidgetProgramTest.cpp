@@ -1,5 +1,6 @@
 // The corvina-today widget as a person runs it: a real X server (Xvfb), the real program, real
 // mouse and keyboard input (xdotool), a stand-in mail application that records what it is sent.
+#include "shared/ConstVars.h"
 #include "support/FakeHostApp.h"
 #include "support/TempContainer.h"
 #include "support/XServer.h"
@@ -128,7 +129,7 @@ TEST_F(WidgetProgram, FollowsTheMailAppsFilesAndClosesWithEscape) {
     container.writeSnapshot(
         kAccount, QStringLiteral(".inbox.plist.new"),
         messages({QStringLiteral("new"), QStringLiteral("m0"), QStringLiteral("m1"), QStringLiteral("m2")}));
-    const QString folder = container.data() + QStringLiteral("/Today/") + kAccount;
+    const QString folder = container.data() + "/" + corvina::ConstVars::todayFolder + "/" + kAccount;
     ASSERT_EQ(std::rename(QFile::encodeName(folder + QStringLiteral("/.inbox.plist.new")).constData(),
                           QFile::encodeName(folder + QStringLiteral("/inbox.plist")).constData()),
               0);

@@ -1,6 +1,7 @@
 #include "shared/ExtensionUtilities.h"
 
 #include "platform/FileCoordinator.h"
+#include "shared/ConstVars.h"
 #include "support/LockHolder.h"
 #include "support/LogCapture.h"
 #include "support/ScopedEnvironment.h"
@@ -98,9 +99,9 @@ TEST(ExtensionUtilities, AccountsAreReadInFileOrderFromBothForms) {
 TEST(ExtensionUtilities, AnAccountsFileThatIsNoListGivesNoAccounts) {
     TempContainer container;
     LogCapture capture;
-    container.writePlist("Accounts.plist", QVariantMap{{"mail", "a@example.org"}});
+    container.writePlist(ConstVars::accountsFile, QVariantMap{{"mail", "a@example.org"}});
     EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
-    container.writeBytes("Accounts.plist", "not a property list");
+    container.writeBytes(ConstVars::accountsFile, "not a property list");
     EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
     EXPECT_TRUE(capture.lines().isEmpty());
 }
@@ -125,7 +126,7 @@ TEST(ExtensionUtilities, ABadAccountElementBetweenGoodOnesKeepsTheOrder) {
 TEST(ExtensionUtilities, AnAccountsLockHeldTooLongIsLoggedAndGivesNoAccounts) {
     TempContainer container;
     container.writeAccounts({TempContainer::account("a@example.org")});
-    LockHolder holder(container.data() + "/Accounts.plist");
+    LockHolder holder(container.data() + "/" + ConstVars::accountsFile);
     LogCapture capture;
     EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
     EXPECT_EQ(capture.lines(),
@@ -137,7 +138,7 @@ TEST(ExtensionUtilities, AMissingContactsFolderIsCreatedAndBothListsAreEmpty) {
     TempContainer container;
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();
-    EXPECT_TRUE(QFileInfo(container.data() + "/Contacts").isDir());
+    EXPECT_TRUE(QFileInfo(container.data() + "/" + ConstVars::contactsFolder).isDir());
     EXPECT_TRUE(contacts.addresses.isEmpty());
     EXPECT_TRUE(contacts.groups.isEmpty());
     EXPECT_TRUE(capture.lines().isEmpty());
@@ -145,12 +146,12 @@ TEST(ExtensionUtilities, AMissingContactsFolderIsCreatedAndBothListsAreEmpty) {
 
 TEST(ExtensionUtilities, AddressesAreReadButGroupsStayEmpty) {
     TempContainer container;
-    container.writePlist("Contacts/Addresses.plist",
+    container.writePlist(ConstVars::contactsFolder + "/Addresses.plist",
                          QVariantList{QVariantMap{{"mail", "a@example.org"}, {"firstName", "Ada"}},
                                       QVariantMap{{"mail", "b@example.org"}}},
                          PropertyList::Format::Binary);
     container.writePlist(
-        "Contacts/Groups.plist",
+        ConstVars::contactsFolder + "/Groups.plist",
         QVariantList{QVariantMap{{"idx", "g1"},
                                  {"name", "Friends"},
                                  {"addresses", QVariantList{QVariantMap{{"mail", "a@example.org"}}}}}});
@@ -164,19 +165,19 @@ TEST(ExtensionUtilities, AddressesAreReadButGroupsStayEmpty) {
 
 TEST(ExtensionUtilities, APlainFileNamedContactsGivesEmptyListsSilently) {
     TempContainer container;
-    container.writeBytes("Contacts", "just a file");
+    container.writeBytes(ConstVars::contactsFolder, "just a file");
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();
     EXPECT_TRUE(contacts.addresses.isEmpty());
     EXPECT_TRUE(contacts.groups.isEmpty());
     EXPECT_TRUE(capture.lines().isEmpty());
-    EXPECT_TRUE(QFileInfo(container.data() + "/Contacts").isFile());
+    EXPECT_TRUE(QFileInfo(container.data() + "/" + ConstVars::contactsFolder).isFile());
 }
 
 TEST(ExtensionUtilities, AContactsFolderThatCannotBeMadeIsLogged) {
     TempContainer container;
     // a dangling link: nothing "exists" there, yet nothing can be made there either
-    ASSERT_TRUE(QFile::link(container.root() + "/nowhere", container.data() + "/Contacts"));
+    ASSERT_TRUE(QFile::link(container.root() + "/nowhere", container.data() + "/" + ConstVars::contactsFolder));
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();
     EXPECT_TRUE(contacts.addresses.isEmpty());
@@ -188,8 +189,9 @@ TEST(ExtensionUtilities, AContactsFolderThatCannotBeMadeIsLogged) {
 
 TEST(ExtensionUtilities, AContactsLockHeldTooLongIsLogged) {
     TempContainer container;
-    container.writePlist("Contacts/Addresses.plist", QVariantList{QVariantMap{{"mail", "a@example.org"}}});
-    LockHolder holder(container.data() + "/Contacts");
+    container.writePlist(ConstVars::contactsFolder + "/Addresses.plist",
+                         QVariantList{QVariantMap{{"mail", "a@example.org"}}});
+    LockHolder holder(container.data() + "/" + ConstVars::contactsFolder);
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();
     EXPECT_TRUE(contacts.addresses.isEmpty());
@@ -216,7 +218,7 @@ template <typename Read> auto withoutBlockingOn(const QString& fifo, Read read) 
 
 TEST(ExtensionUtilities, AnAccountsFileThatIsAFifoGivesNoAccountsAtOnce) {
     TempContainer container;
-    const QString fifo = container.data() + "/Accounts.plist";
+    const QString fifo = container.data() + "/" + ConstVars::accountsFile;
     ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
     LogCapture capture;
     const auto accounts = withoutBlockingOn(fifo, [] { return ExtensionUtilities::Accounts(); });
@@ -226,10 +228,11 @@ TEST(ExtensionUtilities, AnAccountsFileThatIsAFifoGivesNoAccountsAtOnce) {
 
 TEST(ExtensionUtilities, ContactListsThatAreFifosGiveEmptyListsAtOnce) {
     TempContainer container;
-    ASSERT_TRUE(QDir().mkpath(container.data() + "/Contacts"));
-    const QString addresses = container.data() + "/Contacts/Addresses.plist";
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/" + ConstVars::contactsFolder));
+    const QString addresses = container.data() + "/" + ConstVars::contactsFolder + "/Addresses.plist";
     ASSERT_EQ(::mkfifo(QFile::encodeName(addresses).constData(), 0600), 0);
-    ASSERT_EQ(::mkfifo(QFile::encodeName(container.data() + "/Contacts/Groups.plist").constData(), 0600), 0);
+    const QString groups = container.data() + "/" + ConstVars::contactsFolder + "/Groups.plist";
+    ASSERT_EQ(::mkfifo(QFile::encodeName(groups).constData(), 0600), 0);
     LogCapture capture;
     const auto result = withoutBlockingOn(addresses, [] { return ExtensionUtilities::AddressesAndGroups(); });
     EXPECT_TRUE(result.addresses.isEmpty());

@@ -1,3 +1,4 @@
+#include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 #include "shared/GetGoodPath.h"
 #include "support/FolderTree.h"
@@ -52,14 +53,14 @@ QStringList stagedNames(const QString& folder) {
 // A data folder as the mail application keeps it: accounts, snapshots of two accounts, contacts,
 // the three lock sidecars, a writer's temporary file and an earlier share.
 void writeMailApplicationItems(const QString& data) {
-    writeFile(data + "/Accounts.plist", "<?xml version=\"1.0\"?><plist><array><dict><key>mail</key>"
+    writeFile(data + "/" + ConstVars::accountsFile, "<?xml version=\"1.0\"?><plist><array><dict><key>mail</key>"
                                         "<string>ada@example.org</string></dict></array></plist>");
-    writeFile(data + "/Today/ada@example.org/inbox.plist", "inbox of ada");
-    writeFile(data + "/Today/ada@example.org/todo", "to do of ada");
-    writeFile(data + "/Today/ada@example.org/.inbox.plist.k3J9.tmp", "half written");
-    writeFile(data + "/Today/bob@example.org/inbox.plist", QByteArray("bplist00\0\1\2", 11));
-    writeFile(data + "/Contacts/Addresses.plist", "addresses");
-    writeFile(data + "/Contacts/Groups.plist", "groups");
+    writeFile(data + "/" + ConstVars::todayFolder + "/ada@example.org/inbox.plist", "inbox of ada");
+    writeFile(data + "/" + ConstVars::todayFolder + "/ada@example.org/todo", "to do of ada");
+    writeFile(data + "/" + ConstVars::todayFolder + "/ada@example.org/.inbox.plist.k3J9.tmp", "half written");
+    writeFile(data + "/" + ConstVars::todayFolder + "/bob@example.org/inbox.plist", QByteArray("bplist00\0\1\2", 11));
+    writeFile(data + "/" + ConstVars::contactsFolder + "/Addresses.plist", "addresses");
+    writeFile(data + "/" + ConstVars::contactsFolder + "/Groups.plist", "groups");
     writeFile(data + "/.Today.lock", "");
     writeFile(data + "/.Accounts.plist.lock", "");
     writeFile(data + "/.Contacts.lock", "");
@@ -197,7 +198,7 @@ TEST_F(Staging, InitReplacesALinkStandingAsTheFolderWithoutTouchingItsTarget) {
 }
 
 TEST_F(Staging, InitRefusesNamesThatAreNotOnePlainFolder) {
-    writeFile(container.data() + QStringLiteral("/Accounts.plist"), "the mail app's");
+    writeFile(container.data() + "/" + ConstVars::accountsFile, "the mail app's");
     for (const QString& bad : {QString(), QStringLiteral(""), QStringLiteral("."), QStringLiteral(".."),
                                QStringLiteral("a/b"), QStringLiteral("../SharedData")}) {
         log.clear();
@@ -208,7 +209,7 @@ TEST_F(Staging, InitRefusesNamesThatAreNotOnePlainFolder) {
     }
     EXPECT_EQ(log.lines(), QStringList(QStringLiteral(
                                "[***ERROR***] shareInit not a plain folder name: \"../SharedData\"")));
-    EXPECT_EQ(readFile(container.data() + QStringLiteral("/Accounts.plist")), QByteArray("the mail app's"));
+    EXPECT_EQ(readFile(container.data() + "/" + ConstVars::accountsFile), QByteArray("the mail app's"));
 }
 
 TEST_F(Staging, InitWithoutSharedFolderLogsAndDoesNothing) {
@@ -536,13 +537,13 @@ TEST_F(Staging, AFolderNestedTooDeeplyIsLeftWithALineInsteadOfExhaustingDescript
     for (int level = 0; level < 200; ++level)
         deep += QStringLiteral("/d");
     ASSERT_TRUE(QDir().mkpath(deep));
-    writeFile(container.data() + "/Accounts.plist", "the mail app's");
+    writeFile(container.data() + "/" + ConstVars::accountsFile, "the mail app's");
     ExtensionUtilities::ShareInit(QStringLiteral("Share"));
     const QString error =
         QStringLiteral("cannot remove %1: folders nested more than 128 levels deep").arg(staging());
     EXPECT_EQ(log.lines(), QStringList({QStringLiteral("[***ERROR***] shareInit delete ") + error,
                                         QStringLiteral("[***ERROR***] shareInit create ") + error}));
-    EXPECT_EQ(readFile(container.data() + "/Accounts.plist"), QByteArray("the mail app's"));
+    EXPECT_EQ(readFile(container.data() + "/" + ConstVars::accountsFile), QByteArray("the mail app's"));
     // A tree within the bound goes entirely.
     ASSERT_TRUE(QDir(staging()).removeRecursively());
     QString within = staging();

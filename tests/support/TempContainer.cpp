@@ -1,5 +1,7 @@
 #include "TempContainer.h"
 
+#include "shared/ConstVars.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -29,12 +31,12 @@ void TempContainer::writePlist(const QString& relative, const QVariant& value, P
 }
 
 void TempContainer::writeAccounts(const QVariantList& accounts, PropertyList::Format format) {
-    writePlist(QStringLiteral("Accounts.plist"), accounts, format);
+    writePlist(ConstVars::accountsFile, accounts, format);
 }
 
 void TempContainer::writeSnapshot(const QString& account, const QString& name, const QVariantList& messages,
                                   PropertyList::Format format) {
-    writePlist(QStringLiteral("Today/%1/%2").arg(account, name),
+    writePlist(QStringLiteral("%1/%2/%3").arg(ConstVars::todayFolder, account, name),
                QVariantMap{{QStringLiteral("folder"), QStringLiteral("INBOX")},
                            {QStringLiteral("account"), account},
                            {QStringLiteral("data"), messages}},

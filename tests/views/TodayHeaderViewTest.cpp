@@ -1,6 +1,8 @@
 #include "views/TodayHeaderView.h"
 
 #include "platform/UserDefaults.h"
+#include "shared/ConstVars.h"
+#include "views/TodayMetrics.h"
 #include "support/WidgetTesting.h"
 
 #include <QTest>
@@ -10,7 +12,7 @@ using namespace corvina;
 
 namespace {
 
-const QString kKey = QStringLiteral("segmented");
+const QString kKey = ConstVars::segmentedKey;
 
 // Answers selectedSegment and notes what the settings held when it was told.
 class RecordingDelegate : public QObject, public TodayHeaderViewDelegate {
@@ -62,7 +64,7 @@ TEST(TodayHeaderView, ValuesWithoutASegmentSelectInboxAndStayStored) {
 TEST(TodayHeaderView, ChoosingMemoStoresThreeBeforeTheDelegateHears) {
     test::ScopedSettings settings;
     TodayHeaderView header;
-    header.resize(320, 30);
+    header.resize(TodayMetrics::width, TodayMetrics::headerHeight);
     header.show();
     RecordingDelegate delegate;
     header.setDelegate(&delegate);
@@ -77,23 +79,25 @@ TEST(TodayHeaderView, ChoosingMemoStoresThreeBeforeTheDelegateHears) {
     EXPECT_EQ(delegate.calls.at(1).storedAtCall, 2);
 }
 
-TEST(TodayHeaderView, WithoutAnAnsweringDelegateTheChoiceIsStillStored) {
+TEST(TodayHeaderView, WithoutADelegateTheChoiceIsStillStored) {
     test::ScopedSettings settings;
     TodayHeaderView header;
-    header.resize(320, 30);
+    header.resize(TodayMetrics::width, TodayMetrics::headerHeight);
     header.show();
     click(header, 1);
     EXPECT_EQ(UserDefaults::integerForKey(kKey), 2);
-    QObject mute; // answers nothing
-    header.setDelegate(&mute);
+    RecordingDelegate delegate;
+    header.setDelegate(&delegate);
+    header.setDelegate(nullptr); // none again
     click(header, 2);
     EXPECT_EQ(UserDefaults::integerForKey(kKey), 3);
+    EXPECT_TRUE(delegate.calls.empty());
 }
 
 TEST(TodayHeaderView, ControlSitsFortyFromTheLeftTwentyFromTheRight) {
     test::ScopedSettings settings;
     TodayHeaderView header;
-    header.resize(320, 30);
+    header.resize(TodayMetrics::width, TodayMetrics::headerHeight);
     header.show();
     EXPECT_EQ(header.control()->geometry(), QRect(40, 1, 260, 20));
     EXPECT_EQ(header.autoresizingMask(), 18);

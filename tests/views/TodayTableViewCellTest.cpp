@@ -4,7 +4,8 @@
 #include "shared/ExtensionUtilities.h"
 #include "support/FakeHostApp.h"
 #include "support/WidgetTesting.h"
-#include "views/Images.h"
+#include "ui/Images.h"
+#include "views/TodayMetrics.h"
 
 #include <QFontMetrics>
 #include <QImage>
@@ -15,6 +16,9 @@ using namespace corvina;
 using corvina::test::FakeHostApp;
 
 namespace {
+
+// A row of the widget's table.
+const QRect kRowFrame(0, 0, TodayMetrics::width, TodayMetrics::rowHeight);
 
 ExtensionMessagePtr message(const QString& subject, const QString& from = QStringLiteral("Ann Lee"),
                             const QString& date = QStringLiteral("09:41")) {
@@ -42,11 +46,11 @@ struct Commands {
 } // namespace
 
 TEST(TodayTableViewCell, FramesOfEveryPartAtTheWidgetsWidth) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     cell.PopulateExtensionMessage(message(QStringLiteral("Subject")));
     EXPECT_TRUE(TodayTableViewCell::isFlipped());
-    EXPECT_EQ(cell.swipingView()->geometry(), QRect(0, 0, 320, 60));
+    EXPECT_EQ(cell.swipingView()->geometry(), kRowFrame);
     EXPECT_EQ(cell.horizontalSeparator1()->geometry(), QRect(35, 0, 285, 1));
     EXPECT_EQ(cell.avatarIMview()->geometry(), QRect(35, 20, 20, 20));
     EXPECT_EQ(cell.fromField()->geometry().topLeft(), QPoint(70, 10));
@@ -61,17 +65,17 @@ TEST(TodayTableViewCell, FramesOfEveryPartAtTheWidgetsWidth) {
 }
 
 TEST(TodayTableViewCell, LayoutFollowsTheCellsWidth) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
-    cell.resize(400, 60);
-    EXPECT_EQ(cell.swipingView()->geometry(), QRect(0, 0, 400, 60));
+    cell.resize(400, TodayMetrics::rowHeight);
+    EXPECT_EQ(cell.swipingView()->geometry(), QRect(0, 0, 400, TodayMetrics::rowHeight));
     EXPECT_EQ(cell.subjectField()->geometry(), QRect(70, 30, 400 - 169, 20));
     EXPECT_EQ(cell.trashButton()->geometry(), QRect(400 - 40, 30, 20, 20));
     EXPECT_EQ(cell.horizontalSeparator1()->geometry(), QRect(35, 0, 365, 1));
 }
 
 TEST(TodayTableViewCell, SenderAndDateTakeTheirTextsWidthWithAtLeastTenBetween) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     cell.PopulateExtensionMessage(
         message(QStringLiteral("s"), QStringLiteral("Al"), QStringLiteral("09:41")));
@@ -88,7 +92,7 @@ TEST(TodayTableViewCell, SenderAndDateTakeTheirTextsWidthWithAtLeastTenBetween) 
 }
 
 TEST(TodayTableViewCell, LongSubjectShowsOneLineCutAtTheEnd) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     const QString subject =
         QStringLiteral("Minutes of the quarterly planning meeting with every decision and open question");
@@ -108,7 +112,7 @@ TEST(TodayTableViewCell, LongSubjectShowsOneLineCutAtTheEnd) {
 }
 
 TEST(TodayTableViewCell, TextsAndColours) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     cell.PopulateExtensionMessage(
         message(QStringLiteral("Subject"), QStringLiteral("Ann Lee"), QStringLiteral("09:41")));
@@ -126,7 +130,7 @@ TEST(TodayTableViewCell, TextsAndColours) {
 }
 
 TEST(TodayTableViewCell, AvatarPlaceholderUntilTheMessageHasAnImage) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     EXPECT_EQ(cell.avatarIMview()->imageName(), QStringLiteral("prof10"));
     cell.PopulateExtensionMessage(message(QStringLiteral("no image")));
@@ -141,7 +145,7 @@ TEST(TodayTableViewCell, AvatarPlaceholderUntilTheMessageHasAnImage) {
 }
 
 TEST(TodayTableViewCell, ButtonsShowOnlyTheirImagesAtThreeTenths) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     EXPECT_EQ(cell.replyButton()->imageName(), QStringLiteral("w_reply"));
     EXPECT_EQ(cell.archiveButton()->imageName(), QStringLiteral("w_archive"));
@@ -162,7 +166,7 @@ TEST(TodayTableViewCell, ButtonsShowOnlyTheirImagesAtThreeTenths) {
 }
 
 TEST(TodayTableViewCell, SwipeMembersStayEmpty) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     EXPECT_EQ(cell.readButton(), nullptr);
     EXPECT_EQ(cell.backView(), nullptr);
@@ -172,7 +176,7 @@ TEST(TodayTableViewCell, SwipeMembersStayEmpty) {
 }
 
 TEST(TodayTableViewCell, SeparatorIsWhiteAtTwoTenths) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     QImage image(cell.size(), QImage::Format_ARGB32);
     image.fill(Qt::black);
@@ -187,7 +191,7 @@ TEST(TodayTableViewCell, ButtonsSendTheirCommandsInTheForegroundOrBackground) {
     FakeHostApp host;
     host.installRecorder(QStringLiteral("org.corvina.mail"));
     Commands commands;
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     cell.PopulateExtensionMessage(message(QStringLiteral("s")));
     QTest::mouseClick(cell.replyButton(), Qt::LeftButton);
@@ -217,7 +221,7 @@ TEST(TodayTableViewCell, ButtonsOfACellNeverFilledDoNothing) {
     FakeHostApp host;
     host.installRecorder(QStringLiteral("org.corvina.mail"));
     Commands commands;
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     QTest::mouseClick(cell.archiveButton(), Qt::LeftButton);
     EXPECT_TRUE(commands.names.isEmpty());
@@ -225,7 +229,7 @@ TEST(TodayTableViewCell, ButtonsOfACellNeverFilledDoNothing) {
 }
 
 TEST(TodayTableViewCell, ReUseChangesNothing) {
-    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    TodayTableViewCell cell(kRowFrame);
     cell.show();
     cell.ReUse();
     EXPECT_EQ(cell.message(), nullptr);

@@ -1,7 +1,8 @@
 #include "views/TodayTableView.h"
 
 #include "support/WidgetTesting.h"
-#include "views/TableRowView.h"
+#include "ui/TableRowView.h"
+#include "views/TodayMetrics.h"
 #include "views/TodayTableRowView.h"
 
 #include <QImage>
@@ -33,10 +34,10 @@ int paintedPixels(QWidget* w) {
     return corvina::test::opaquePixels(corvina::test::renderTransparent(*w));
 }
 
-// A table of `rows` (the data source and delegate) rows of 60, 320 wide, loaded.
+// A table of `rows` (the data source and delegate) rows of the widget's height and width, loaded.
 std::unique_ptr<TodayTableView> loadedTable(Rows& rows, int height = 200) {
-    auto table = std::make_unique<TodayTableView>(QRect(0, 0, 320, height));
-    table->setRowHeight(60);
+    auto table = std::make_unique<TodayTableView>(QRect(0, 0, TodayMetrics::width, height));
+    table->setRowHeight(TodayMetrics::rowHeight);
     table->setDataSource(&rows);
     table->setDelegate(&rows);
     table->reloadData();
@@ -51,7 +52,7 @@ TEST(TodayTableView, OneColumnOfThreeHundredTwentyWhateverTheFrame) {
         ASSERT_EQ(table.tableColumns().size(), 1);
         const TableColumn* column = table.tableColumns().first();
         EXPECT_EQ(column->identifier(), QStringLiteral("col"));
-        EXPECT_EQ(column->width(), 320);
+        EXPECT_EQ(column->width(), TodayMetrics::width);
         EXPECT_FALSE(column->isEditable());
         EXPECT_EQ(column->headerText(), QString(""));
     }
@@ -72,11 +73,12 @@ TEST(TodayTableView, FirstRowStartsAtTheTopEdge) {
     auto loaded = loadedTable(rows);
     TodayTableView& table = *loaded;
     EXPECT_EQ(table.numberOfRows(), 3);
-    EXPECT_EQ(table.rowViewAtRow(0)->geometry(), QRect(0, 0, 320, 60));
-    EXPECT_EQ(table.rowViewAtRow(2)->geometry(), QRect(0, 120, 320, 60));
+    EXPECT_EQ(table.rowViewAtRow(0)->geometry(), QRect(0, 0, TodayMetrics::width, TodayMetrics::rowHeight));
+    EXPECT_EQ(table.rowViewAtRow(2)->geometry(),
+              QRect(0, 2 * TodayMetrics::rowHeight, TodayMetrics::width, TodayMetrics::rowHeight));
     // A plain table keeps its header row above the first row.
-    TableView plain(QRect(0, 0, 320, 200));
-    plain.setRowHeight(60);
+    TableView plain(QRect(0, 0, TodayMetrics::width, 200));
+    plain.setRowHeight(TodayMetrics::rowHeight);
     plain.setDataSource(&rows);
     plain.setDelegate(&rows);
     plain.reloadData();
@@ -121,5 +123,5 @@ TEST(TodayTableView, RemovingRowsKeepsItsOwnCountAndMovesRowsUp) {
     table.removeRowsAtIndexes({1}, TableView::AnimationEffectNone);
     EXPECT_EQ(table.numberOfRows(), 4);
     EXPECT_EQ(table.rowViewAtRow(2), fourth);
-    EXPECT_EQ(fourth->geometry(), QRect(0, 120, 320, 60));
+    EXPECT_EQ(fourth->geometry(), QRect(0, 2 * TodayMetrics::rowHeight, TodayMetrics::width, TodayMetrics::rowHeight));
 }

@@ -1,6 +1,7 @@
 #include "widget/SnapshotLoader.h"
 
 #include "platform/FileCoordinator.h"
+#include "shared/ConstVars.h"
 #include "support/LockHolder.h"
 #include "support/LogCapture.h"
 #include "support/PermissionChecks.h"
@@ -23,6 +24,9 @@ using corvina::test::ScopedEnvironment;
 using corvina::test::TempContainer;
 
 namespace {
+
+// The snapshot folder, within the shared data folder.
+const QString kToday = ConstVars::todayFolder;
 
 const QString ada = QStringLiteral("ada@example.org");
 const QString bob = QStringLiteral("bob@example.org");
@@ -54,7 +58,7 @@ TEST(SnapshotLoader, ReadsEnabledAccountsNewestFirstFromBothForms) {
     const auto messages = loader.updateData();
     EXPECT_EQ(ids(messages), (QStringList{"a2", "b1", "a1"}));
     EXPECT_EQ(messages[0]->subject(), QStringLiteral("Subject of a2"));
-    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::NewData);
+    EXPECT_EQ(loader.updateStatus(), UpdateResult::NewData);
     EXPECT_TRUE(capture.lines().isEmpty());
 }
 
@@ -64,9 +68,9 @@ TEST(SnapshotLoader, NoEnabledAccountMeansNothingIsRead) {
     container.writeSnapshot(ada, "s", {TempContainer::message("a1", ada, 1)});
     SnapshotLoader loader;
     EXPECT_TRUE(loader.updateData().isEmpty());
-    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::NoData);
+    EXPECT_EQ(loader.updateStatus(), UpdateResult::NoData);
     // and without an accounts file at all
-    QFile::remove(container.data() + "/Accounts.plist");
+    QFile::remove(container.data() + "/" + ConstVars::accountsFile);
     EXPECT_TRUE(loader.updateData().isEmpty());
 }
 
@@ -93,7 +97,7 @@ TEST(SnapshotLoader, AnEmptyDataListYieldsNothingButCountsAsNewData) {
     container.writeSnapshot(ada, "s", {});
     SnapshotLoader loader;
     EXPECT_TRUE(loader.updateData().isEmpty());
-    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::NewData);
+    EXPECT_EQ(loader.updateStatus(), UpdateResult::NewData);
 }
 
 TEST(SnapshotLoader, TheSameMessageInTwoAccountsIsListedTwice) {
@@ -114,9 +118,9 @@ TEST(SnapshotLoader, DataThatIsATextAbandonsTheRestButKeepsWhatWasRead) {
         container.writeSnapshot(ada, QString("good-%1").arg(i),
                                 {TempContainer::message(QString("m%1").arg(i), ada, 1000 + i)});
     }
-    container.writePlist("Today/" + ada + "/bad", envelope("not a list"));
+    container.writePlist(kToday + "/" + ada + "/bad", envelope("not a list"));
     // the files read before the bad one are those the listing gives before it
-    const QStringList listing = *SnapshotLoader::directoryContent(container.data() + "/Today/" + ada);
+    const QStringList listing = *SnapshotLoader::directoryContent(container.data() + "/" + kToday + "/" + ada);
     QStringList before;
     for (const QString& path : listing) {
         if (path.endsWith("/bad")) {
@@ -129,7 +133,7 @@ TEST(SnapshotLoader, DataThatIsATextAbandonsTheRestButKeepsWhatWasRead) {
     const auto messages = loader.updateData();
     EXPECT_EQ(capture.lines(),
               QStringList{"[***ERROR***] updateData exception enumerate: unsupported value of type string"});
-    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::Failed);
+    EXPECT_EQ(loader.updateStatus(), UpdateResult::Failed);
     QStringList got = ids(messages);
     got.sort();
     before.sort();
@@ -139,7 +143,7 @@ TEST(SnapshotLoader, DataThatIsATextAbandonsTheRestButKeepsWhatWasRead) {
 TEST(SnapshotLoader, APlainFileNamedTodayGivesNothingSilently) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada)});
-    container.writeBytes("Today", "not a folder");
+    container.writeBytes(kToday, "not a folder");
     LogCapture capture;
     EXPECT_TRUE(SnapshotLoader().updateData().isEmpty());
     EXPECT_TRUE(capture.lines().isEmpty());
@@ -155,7 +159,7 @@ TEST(SnapshotLoader, NoContainerGivesNothingSilently) {
 TEST(SnapshotLoader, AFileThatIsNoPropertyListIsLoggedAndSkipped) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada)});
-    container.writeBytes("Today/" + ada + "/garbage", "\x01\x02 certainly not a property list");
+    container.writeBytes(kToday + "/" + ada + "/garbage", "\x01\x02 certainly not a property list");
     container.writeSnapshot(ada, "good", {TempContainer::message("ok", ada, 5)});
     LogCapture capture;
     EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
@@ -168,7 +172,7 @@ TEST(SnapshotLoader, AFileThatIsNoPropertyListIsLoggedAndSkipped) {
 TEST(SnapshotLoader, ARootThatIsNoDictionaryIsLoggedAndSkipped) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada)});
-    container.writePlist("Today/" + ada + "/list", QVariantList{TempContainer::message("x", ada, 1)});
+    container.writePlist(kToday + "/" + ada + "/list", QVariantList{TempContainer::message("x", ada, 1)});
     LogCapture capture;
     EXPECT_TRUE(SnapshotLoader().updateData().isEmpty());
     EXPECT_EQ(capture.lines(), QStringList{"updateData error deserialize no dictionary in return"});
@@ -178,21 +182,21 @@ TEST(SnapshotLoader, AnEnvelopeMissingAKeyContributesNothingSilently) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada)});
     const QVariantList data{TempContainer::message("x", ada, 1)};
-    container.writePlist("Today/" + ada + "/no-folder", QVariantMap{{"account", ada}, {"data", data}});
-    container.writePlist("Today/" + ada + "/no-account", QVariantMap{{"folder", "INBOX"}, {"data", data}});
-    container.writePlist("Today/" + ada + "/no-data", QVariantMap{{"folder", "INBOX"}, {"account", ada}});
+    container.writePlist(kToday + "/" + ada + "/no-folder", QVariantMap{{"account", ada}, {"data", data}});
+    container.writePlist(kToday + "/" + ada + "/no-account", QVariantMap{{"folder", "INBOX"}, {"data", data}});
+    container.writePlist(kToday + "/" + ada + "/no-data", QVariantMap{{"folder", "INBOX"}, {"account", ada}});
     LogCapture capture;
     SnapshotLoader loader;
     EXPECT_TRUE(loader.updateData().isEmpty());
-    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::NoData);
+    EXPECT_EQ(loader.updateStatus(), UpdateResult::NoData);
     EXPECT_TRUE(capture.lines().isEmpty());
 }
 
 TEST(SnapshotLoader, AFileOverTheSizeCapIsRefusedUnread) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada)});
-    QFile huge(container.data() + "/Today/" + ada + "/huge");
-    ASSERT_TRUE(QDir().mkpath(container.data() + "/Today/" + ada));
+    QFile huge(container.data() + "/" + kToday + "/" + ada + "/huge");
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/" + kToday + "/" + ada));
     ASSERT_TRUE(huge.open(QIODevice::WriteOnly));
     ASSERT_TRUE(huge.resize(PropertyList::MaximumSize + 1)); // sparse: no disk used
     huge.close();
@@ -206,7 +210,7 @@ TEST(SnapshotLoader, AFileOverTheSizeCapIsRefusedUnread) {
 TEST(SnapshotLoader, AnAccountFolderThatIsAFileAndSubfoldersAreSkipped) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
-    container.writeBytes("Today/" + bob, "a file where a folder belongs");
+    container.writeBytes(kToday + "/" + bob, "a file where a folder belongs");
     container.writeSnapshot(ada, "deeper/s", {TempContainer::message("deep", ada, 1)});
     container.writeSnapshot(ada, "s", {TempContainer::message("top", ada, 2)});
     LogCapture capture;
@@ -218,7 +222,7 @@ TEST(SnapshotLoader, SymlinkLoopsAreSkipped) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
     container.writeSnapshot(ada, "s", {TempContainer::message("ok", ada, 2)});
-    const QString today = container.data() + "/Today/";
+    const QString today = container.data() + "/" + kToday + "/";
     ASSERT_TRUE(QFile::link(today + "loop", today + bob));            // an account folder that is a loop
     ASSERT_TRUE(QFile::link(today + ada + "/x", today + ada + "/y")); // files that point at each other
     ASSERT_TRUE(QFile::link(today + ada + "/y", today + ada + "/x"));
@@ -230,7 +234,7 @@ TEST(SnapshotLoader, SymlinkLoopsAreSkipped) {
 TEST(SnapshotLoader, TodayAsASymlinkLoopGivesNothing) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada)});
-    ASSERT_TRUE(QFile::link(container.data() + "/Today", container.data() + "/Today"));
+    ASSERT_TRUE(QFile::link(container.data() + "/" + kToday, container.data() + "/" + kToday));
     LogCapture capture;
     EXPECT_TRUE(SnapshotLoader().updateData().isEmpty());
     EXPECT_TRUE(capture.lines().isEmpty());
@@ -241,10 +245,11 @@ TEST(SnapshotLoader, AnUnreadableFileIsSkippedSilently) {
     container.writeAccounts({TempContainer::account(ada)});
     container.writeSnapshot(ada, "locked", {TempContainer::message("hidden", ada, 1)});
     container.writeSnapshot(ada, "open", {TempContainer::message("ok", ada, 2)});
-    QFile::setPermissions(container.data() + "/Today/" + ada + "/locked", QFileDevice::Permissions());
+    const QString locked = container.data() + "/" + kToday + "/" + ada + "/locked";
+    QFile::setPermissions(locked, QFileDevice::Permissions());
     test::PermissionChecks permissions;
     ASSERT_TRUE(permissions.active());
-    ASSERT_FALSE(QFile(container.data() + "/Today/" + ada + "/locked").open(QIODevice::ReadOnly));
+    ASSERT_FALSE(QFile(locked).open(QIODevice::ReadOnly));
     LogCapture capture;
     EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
     EXPECT_TRUE(capture.lines().isEmpty());
@@ -279,11 +284,11 @@ TEST(SnapshotLoader, AHeldLockIsLoggedAndGivesNothing) {
     SnapshotLoader loader;
     ExtensionMessageList messages;
     {
-        test::LockHolder holder(container.data() + "/Today");
+        test::LockHolder holder(container.data() + "/" + kToday);
         messages = loader.updateData();
     }
     EXPECT_TRUE(messages.isEmpty());
-    EXPECT_EQ(loader.updateStatus(), SnapshotLoader::Failed);
+    EXPECT_EQ(loader.updateStatus(), UpdateResult::Failed);
     EXPECT_EQ(capture.lines(),
               QStringList{"[***ERROR***] updateData coordinator " + container.data() +
                           "/.Today.lock is locked by another process; gave up after 150 ms"});
@@ -291,14 +296,14 @@ TEST(SnapshotLoader, AHeldLockIsLoggedAndGivesNothing) {
 
 TEST(SnapshotLoader, DirectoryContentListsFullPathsWithoutDotNames) {
     TempContainer container;
-    container.writeBytes("Today/a", "1");
-    container.writeBytes("Today/.b", "2");
-    container.writeBytes("Today/c/d", "3");
-    QStringList listed = *SnapshotLoader::directoryContent(container.data() + "/Today");
+    container.writeBytes(kToday + "/a", "1");
+    container.writeBytes(kToday + "/.b", "2");
+    container.writeBytes(kToday + "/c/d", "3");
+    QStringList listed = *SnapshotLoader::directoryContent(container.data() + "/" + kToday);
     listed.sort();
     EXPECT_EQ(listed, (QStringList{container.data() + "/Today/a", container.data() + "/Today/c"}));
     // a trailing slash makes no double slash
-    EXPECT_TRUE(SnapshotLoader::directoryContent(container.data() + "/Today/")
+    EXPECT_TRUE(SnapshotLoader::directoryContent(container.data() + "/" + kToday + "/")
                     ->contains(container.data() + "/Today/a"));
 }
 
@@ -335,10 +340,10 @@ TEST(SnapshotLoader, LinksOutOfTheSharedFolderAreNotFollowed) {
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write(PropertyList::write(outside, PropertyList::Format::Xml));
     file.close();
-    ASSERT_TRUE(QDir().mkpath(container.data() + "/Today"));
-    ASSERT_TRUE(QFile::link(elsewhere.path() + "/ada", container.data() + "/Today/" + ada));
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/" + kToday));
+    ASSERT_TRUE(QFile::link(elsewhere.path() + "/ada", container.data() + "/" + kToday + "/" + ada));
     container.writeSnapshot(bob, "inbox", {TempContainer::message("b1", bob, 1700000000)});
-    ASSERT_TRUE(QFile::link(file.fileName(), container.data() + "/Today/" + bob + "/linked-out"));
+    ASSERT_TRUE(QFile::link(file.fileName(), container.data() + "/" + kToday + "/" + bob + "/linked-out"));
     LogCapture capture;
     SnapshotLoader loader;
     EXPECT_EQ(ids(loader.updateData()), QStringList{"b1"});
@@ -352,9 +357,9 @@ TEST(SnapshotLoader, LinksThatStayInsideTheSharedFolderAreFollowed) {
                          envelope(QVariantList{TempContainer::message("a1", ada, 1700000000)}));
     container.writePlist("Moved/bob-inbox",
                          envelope(QVariantList{TempContainer::message("b1", bob, 1700000100)}));
-    ASSERT_TRUE(QDir().mkpath(container.data() + "/Today/" + bob));
-    ASSERT_TRUE(QFile::link("../Moved/ada", container.data() + "/Today/" + ada));
-    ASSERT_TRUE(QFile::link("../../Moved/bob-inbox", container.data() + "/Today/" + bob + "/inbox"));
+    ASSERT_TRUE(QDir().mkpath(container.data() + "/" + kToday + "/" + bob));
+    ASSERT_TRUE(QFile::link("../Moved/ada", container.data() + "/" + kToday + "/" + ada));
+    ASSERT_TRUE(QFile::link("../../Moved/bob-inbox", container.data() + "/" + kToday + "/" + bob + "/inbox"));
     SnapshotLoader loader;
     EXPECT_EQ(ids(loader.updateData()), (QStringList{"b1", "a1"}));
 }
@@ -369,7 +374,7 @@ TEST(SnapshotLoader, ATodayFolderLinkedOutOfTheSharedFolderIsNotRead) {
     file.write(PropertyList::write(envelope(QVariantList{TempContainer::message("a1", ada, 1)}),
                                    PropertyList::Format::Xml));
     file.close();
-    ASSERT_TRUE(QFile::link(elsewhere.path(), container.data() + "/Today"));
+    ASSERT_TRUE(QFile::link(elsewhere.path(), container.data() + "/" + kToday));
     SnapshotLoader loader;
     EXPECT_TRUE(loader.updateData().isEmpty());
 }
@@ -378,9 +383,9 @@ TEST(SnapshotLoader, AFifoAmongTheSnapshotsIsSkippedWithoutWaiting) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada)});
     container.writeSnapshot(ada, "inbox", {TempContainer::message("a1", ada, 1700000000)});
-    const QString fifo = container.data() + "/Today/" + ada + "/pipe";
+    const QString fifo = container.data() + "/" + kToday + "/" + ada + "/pipe";
     ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    ASSERT_TRUE(QFile::link(fifo, container.data() + "/Today/" + ada + "/link-to-pipe"));
+    ASSERT_TRUE(QFile::link(fifo, container.data() + "/" + kToday + "/" + ada + "/link-to-pipe"));
     auto future = std::async(std::launch::async, [] {
         SnapshotLoader loader;
         return ids(loader.updateData());
@@ -392,4 +397,11 @@ TEST(SnapshotLoader, AFifoAmongTheSnapshotsIsSkippedWithoutWaiting) {
         ADD_FAILURE() << "the loader blocked on a FIFO";
     }
     EXPECT_EQ(future.get(), QStringList{"a1"});
+}
+
+// The host hears these as plain numbers.
+TEST(SnapshotLoader, UpdateResultsAreTheHostsNumbers) {
+    EXPECT_EQ(int(UpdateResult::NewData), 0);
+    EXPECT_EQ(int(UpdateResult::NoData), 1);
+    EXPECT_EQ(int(UpdateResult::Failed), 2);
 }

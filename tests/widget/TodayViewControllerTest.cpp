@@ -8,7 +8,8 @@
 #include "support/FakeHostApp.h"
 #include "support/TempContainer.h"
 #include "support/WidgetTesting.h"
-#include "views/FlippedView.h"
+#include "ui/FlippedView.h"
+#include "views/TodayMetrics.h"
 #include "views/TodayTableViewCell.h"
 
 #include <QDir>
@@ -115,7 +116,7 @@ TEST_F(TodayViewControllerTest, LoadViewBuildsTheTreeAndObserves) {
     EXPECT_EQ(c.myTableView()->parentWidget(), root);
     EXPECT_EQ(c.myHeaderView()->parentWidget(), root);
     EXPECT_EQ(c.myHeaderView()->delegate(), &c);
-    EXPECT_EQ(c.myTableView()->rowHeight(), 60);
+    EXPECT_EQ(c.myTableView()->rowHeight(), TodayMetrics::rowHeight);
     ASSERT_NE(c.viewHeightContraint(), nullptr);
     EXPECT_EQ(c.viewHeightContraint()->constant(), 50);
     EXPECT_EQ(c.viewHeightContraint()->multiplier(), 1.0);
@@ -163,10 +164,10 @@ TEST_F(TodayViewControllerTest, NoContainerEmptiesAtOnceThenReportsNoDataThenNew
     test::ScopedEnvironment none("CORVINA_GROUP_CONTAINER", QByteArray(""));
     QList<int> results;
     c.widgetPerformUpdateWithCompletionHandler([&](int r) { results << r; });
-    EXPECT_EQ(results, QList<int>{1});
+    EXPECT_EQ(results, QList<int>{UpdateResult::NoData});
     EXPECT_TRUE(c.dataFromDisk().isEmpty());
     settle();
-    EXPECT_EQ(results, (QList<int>{1, 0}));
+    EXPECT_EQ(results, (QList<int>{UpdateResult::NoData, UpdateResult::NewData}));
     EXPECT_TRUE(c.dataFromDisk().isEmpty());
     EXPECT_EQ(c.myTableView()->numberOfRows(), 0);
     EXPECT_EQ(heightConstant(), 0);
@@ -178,14 +179,14 @@ TEST_F(TodayViewControllerTest, ContainerWithoutSnapshotsReportsOnlyNewData) {
     c.widgetPerformUpdateWithCompletionHandler([&](int r) { results << r; });
     EXPECT_TRUE(results.isEmpty()); // nothing before the main queue runs
     settle();
-    EXPECT_EQ(results, QList<int>{0});
+    EXPECT_EQ(results, QList<int>{UpdateResult::NewData});
     EXPECT_TRUE(c.dataFromDisk().isEmpty());
     // A location whose folder is not on disk is not a missing container either.
     test::ScopedEnvironment gone("CORVINA_GROUP_CONTAINER", QByteArray("/nonexistent/corvina-container"));
     results.clear();
     c.widgetPerformUpdateWithCompletionHandler([&](int r) { results << r; });
     settle();
-    EXPECT_EQ(results, QList<int>{0});
+    EXPECT_EQ(results, QList<int>{UpdateResult::NewData});
 }
 
 TEST_F(TodayViewControllerTest, UpdateStoresWhatItReadsAndShowsIt) {
@@ -194,7 +195,7 @@ TEST_F(TodayViewControllerTest, UpdateStoresWhatItReadsAndShowsIt) {
     QList<int> results;
     c.widgetPerformUpdateWithCompletionHandler([&](int r) { results << r; });
     settle();
-    EXPECT_EQ(results, QList<int>{0});
+    EXPECT_EQ(results, QList<int>{UpdateResult::NewData});
     EXPECT_EQ(ids(c.dataFromDisk()), (QStringList{"m0", "m1", "m2", "m3"}));
     EXPECT_EQ(c.myTableView()->numberOfRows(), 4);
     EXPECT_EQ(heightConstant(), 240);
@@ -218,7 +219,7 @@ TEST_F(TodayViewControllerTest, SegmentValuesSelectByFolderKind) {
     const QList<std::pair<qint64, QStringList>> cases{
         {1, {"a"}}, {2, {"b"}}, {3, {"c"}}, {4, {"d", "f"}}, {0, {"a", "b", "c", "d", "e", "f"}}};
     for (const auto& [value, expected] : cases) {
-        UserDefaults::setInteger(value, QStringLiteral("segmented"));
+        UserDefaults::setInteger(value, ConstVars::segmentedKey);
         c.ReloadData();
         settle();
         ASSERT_TRUE(c.dataToShow());
@@ -229,18 +230,18 @@ TEST_F(TodayViewControllerTest, SegmentValuesSelectByFolderKind) {
 
 TEST_F(TodayViewControllerTest, SegmentValueWithoutAListKeepsTheRows) {
     write(inboxRows(3));
-    UserDefaults::setInteger(7, QStringLiteral("segmented"));
+    UserDefaults::setInteger(7, ConstVars::segmentedKey);
     TodayViewController& c = show();
     appear();
     EXPECT_FALSE(c.dataToShow().has_value()); // nothing selected before: no rows
     EXPECT_EQ(c.myTableView()->numberOfRows(), 0);
     EXPECT_EQ(heightConstant(), 0);
-    UserDefaults::setInteger(1, QStringLiteral("segmented"));
+    UserDefaults::setInteger(1, ConstVars::segmentedKey);
     c.ReloadData();
     settle();
     ASSERT_EQ(c.dataToShow()->size(), 3);
     for (const qint64 value : {7, -1}) {
-        UserDefaults::setInteger(value, QStringLiteral("segmented"));
+        UserDefaults::setInteger(value, ConstVars::segmentedKey);
         c.ReloadData();
         settle();
         EXPECT_EQ(c.dataToShow()->size(), 3) << value;
@@ -298,7 +299,7 @@ TEST_F(TodayViewControllerTest, ChoosingASegmentStoresFirstAndFiltersAtOnce) {
     SegmentedControl* control = c.myHeaderView()->control();
     QTest::mouseClick(control, Qt::LeftButton, {}, control->segmentRect(1).center());
     // Before any queue ran: stored, and the list already filtered from memory.
-    EXPECT_EQ(UserDefaults::integerForKey(QStringLiteral("segmented")), 2);
+    EXPECT_EQ(UserDefaults::integerForKey(ConstVars::segmentedKey), 2);
     EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"b", "c"}));
     settle();
     EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
@@ -328,12 +329,12 @@ TEST_F(TodayViewControllerTest, ChoosingASegmentReReadsAndRedisplaysOnlyOnChange
 }
 
 TEST_F(TodayViewControllerTest, EmptySnapshotFolderReportsOnlyNewData) {
-    QDir().mkpath(container.data() + QStringLiteral("/Today"));
+    QDir().mkpath(container.data() + "/" + ConstVars::todayFolder);
     TodayViewController& c = show();
     QList<int> results;
     c.widgetPerformUpdateWithCompletionHandler([&](int r) { results << r; });
     settle();
-    EXPECT_EQ(results, QList<int>{0});
+    EXPECT_EQ(results, QList<int>{UpdateResult::NewData});
     EXPECT_TRUE(c.dataFromDisk().isEmpty());
     EXPECT_EQ(c.myTableView()->numberOfRows(), 0);
 }
@@ -349,7 +350,7 @@ TEST_F(TodayViewControllerTest, EveryRowIsANewCellFilledFromItsMessage) {
     auto* cell = dynamic_cast<TodayTableViewCell*>(one.get());
     ASSERT_NE(cell, nullptr);
     EXPECT_EQ(cell->identifier(), QStringLiteral("TodayTableViewCell"));
-    EXPECT_EQ(cell->geometry(), QRect(0, 0, 320, 60));
+    EXPECT_EQ(cell->geometry(), QRect(0, 0, TodayMetrics::width, TodayMetrics::rowHeight));
     EXPECT_EQ(cell->message()->messageId(), QStringLiteral("m1"));
     EXPECT_EQ(cell->subjectField()->stringValue(), QStringLiteral("Subject m1"));
     // Beyond the list: an empty cell, not a failure.
@@ -446,7 +447,7 @@ TEST_F(TodayViewControllerTest, DeletingSlidesRightReplyChangesNothing) {
 
 TEST_F(TodayViewControllerTest, MessageNotShownChangesNothingNotEvenTheFullList) {
     write({{"a", 1}, {"b", 11}, {"c", 1}});
-    UserDefaults::setInteger(1, QStringLiteral("segmented"));
+    UserDefaults::setInteger(1, ConstVars::segmentedKey);
     TodayViewController& c = show();
     appear();
     ASSERT_EQ(ids(*c.dataToShow()), (QStringList{"a", "c"}));

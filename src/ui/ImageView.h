@@ -9,6 +9,8 @@ namespace corvina {
 // Shows one image scaled down proportionally to fit, centred: either a named image resource
 // (rendered for the screen's pixel ratio) or a picture such as a sender's avatar.
 class ImageView : public QWidget {
+    Q_OBJECT
+
 public:
     explicit ImageView(QWidget* parent = nullptr);
 

@@ -7,6 +7,8 @@ namespace corvina {
 // The view behind one row of a TableView: it holds the row's cell and draws the selection
 // highlight when the row is selected.
 class TableRowView : public QWidget {
+    Q_OBJECT
+
 public:
     explicit TableRowView(const QRect& frame = QRect(), QWidget* parent = nullptr);
 

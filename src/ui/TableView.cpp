@@ -18,10 +18,10 @@ constexpr int kAnimationMs = 250; // the desktop's usual length for a short tran
 TableView::TableView(const QRect& frame, QWidget* parent) : QWidget(parent) {
     setGeometry(frame);
     // A table comes with a header row naming its columns until its owner removes it.
-    auto* header = new QLabel(this);
+    auto header = std::make_unique<QLabel>(this);
     header->setIndent(4);
     header->setAutoFillBackground(true);
-    m_headerView = header;
+    m_headerView = std::move(header);
 }
 
 TableView::~TableView() {
@@ -47,9 +47,8 @@ void TableView::setBackgroundColor(const QColor& color) {
 }
 
 void TableView::setHeaderView(QWidget* header) {
-    if (m_headerView && m_headerView != header)
-        delete m_headerView;
-    m_headerView = header;
+    if (m_headerView.get() != header)
+        m_headerView.reset(header);
     if (m_headerView)
         m_headerView->setParent(this);
     placeRows(false);
@@ -57,7 +56,7 @@ void TableView::setHeaderView(QWidget* header) {
 
 void TableView::addTableColumn(std::unique_ptr<TableColumn> column) {
     m_columns.push_back(std::move(column));
-    if (auto* header = qobject_cast<QLabel*>(m_headerView))
+    if (auto* header = qobject_cast<QLabel*>(m_headerView.get()))
         header->setText(m_columns.front()->headerText());
 }
 
@@ -69,9 +68,7 @@ QList<TableColumn*> TableView::tableColumns() const {
 }
 
 void TableView::clearRows() {
-    for (const Row& row : m_rows)
-        delete row.rowView; // the cell is a child of its row view
-    m_rows.clear();
+    m_rows.clear(); // each cell goes with its row view
 }
 
 void TableView::reloadData() {
@@ -79,19 +76,19 @@ void TableView::reloadData() {
     const qint64 count = m_dataSource ? std::max<qint64>(0, m_dataSource->numberOfRowsInTableView(this)) : 0;
     TableColumn* column = m_columns.empty() ? nullptr : m_columns.front().get();
     for (qint64 i = 0; i < count; ++i) {
-        TableRowView* rowView = m_delegate ? m_delegate->rowViewForRow(this, i) : nullptr;
+        std::unique_ptr<TableRowView> rowView(m_delegate ? m_delegate->rowViewForRow(this, i) : nullptr);
         if (!rowView)
-            rowView = new TableRowView;
+            rowView = std::make_unique<TableRowView>();
         rowView->setParent(this);
         QWidget* cell = m_delegate ? m_delegate->viewForTableColumn(this, column, i) : nullptr;
         if (cell)
-            cell->setParent(rowView);
-        m_rows << Row{rowView, cell};
+            cell->setParent(rowView.get());
+        m_rows.push_back(Row{std::move(rowView), cell});
     }
     if (m_selectedRow >= count)
         m_selectedRow = -1;
     for (qint64 i = 0; i < count; ++i)
-        m_rows.at(i).rowView->setSelected(i == m_selectedRow);
+        m_rows[size_t(i)].rowView->setSelected(i == m_selectedRow);
     placeRows(false);
     for (const Row& row : m_rows)
         row.rowView->show();
@@ -106,8 +103,8 @@ QRect TableView::rectOfRow(qint64 row) const {
 void TableView::placeRows(bool animated) {
     if (m_headerView)
         m_headerView->setGeometry(0, 0, width(), kHeaderHeight);
-    for (qint64 i = 0; i < m_rows.size(); ++i) {
-        const Row& row = m_rows.at(i);
+    for (qint64 i = 0; i < numberOfRows(); ++i) {
+        const Row& row = m_rows[size_t(i)];
         const QRect target = rectOfRow(i);
         if (row.cell && row.cell->width() != target.width())
             row.cell->resize(target.width(), row.cell->height());
@@ -121,7 +118,7 @@ void TableView::placeRows(bool animated) {
         move->setStartValue(row.rowView->geometry());
         move->setEndValue(target);
         move->setEasingCurve(QEasingCurve::OutCubic);
-        QPointer<TableRowView> view = row.rowView;
+        QPointer<TableRowView> view = row.rowView.get();
         connect(move, &QVariantAnimation::valueChanged, this, [view](const QVariant& v) {
             if (view)
                 view->setGeometry(v.toRect());
@@ -137,8 +134,8 @@ void TableView::selectRow(qint64 row) {
     if (row == m_selectedRow)
         return;
     m_selectedRow = row;
-    for (qint64 i = 0; i < m_rows.size(); ++i)
-        m_rows.at(i).rowView->setSelected(i == m_selectedRow);
+    for (qint64 i = 0; i < numberOfRows(); ++i)
+        m_rows[size_t(i)].rowView->setSelected(i == m_selectedRow);
     if (m_delegate)
         m_delegate->tableViewSelectionDidChange();
 }
@@ -149,16 +146,16 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
     sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
     const quint32 slide = options & 0x70;
     for (const qint64 index : sorted) {
-        if (index < 0 || index >= m_rows.size())
+        if (index < 0 || index >= numberOfRows())
             continue;
-        const Row row = m_rows.takeAt(index);
+        Row row = std::move(m_rows[size_t(index)]);
+        m_rows.erase(m_rows.begin() + index);
         if (m_selectedRow == index)
             m_selectedRow = -1;
         else if (m_selectedRow > index)
             --m_selectedRow;
         if (slide != AnimationSlideLeft && slide != AnimationSlideRight && !(options & AnimationEffectFade)) {
-            delete row.rowView;
-            continue;
+            continue; // gone with `row`
         }
         // The removed row slides out sideways (or fades) and is deleted when out of sight.
         auto* out = new QVariantAnimation(this);
@@ -170,13 +167,16 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
                                                       : 0;
         out->setStartValue(start);
         out->setEndValue(start.translated(dx, 0));
-        QPointer<TableRowView> view = row.rowView;
+        TableRowView* view = row.rowView.get();
         view->raise();
-        connect(out, &QVariantAnimation::valueChanged, this, [view](const QVariant& v) {
-            if (view)
-                view->setGeometry(v.toRect());
+        m_leaving.push_back(std::move(row.rowView));
+        connect(out, &QVariantAnimation::valueChanged, view, [view](const QVariant& v) {
+            view->setGeometry(v.toRect());
         });
-        connect(out, &QVariantAnimation::finished, this, [view] { delete view.data(); });
+        // Also when the table stops its animations on the way out.
+        connect(out, &QVariantAnimation::finished, this, [this, view] {
+            std::erase_if(m_leaving, [view](const auto& leaving) { return leaving.get() == view; });
+        });
         m_animations << out;
         out->start(QAbstractAnimation::DeleteWhenStopped);
     }
@@ -185,15 +185,15 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
 }
 
 TableRowView* TableView::rowViewAtRow(qint64 row) const {
-    return row >= 0 && row < m_rows.size() ? m_rows.at(row).rowView : nullptr;
+    return row >= 0 && row < numberOfRows() ? m_rows[size_t(row)].rowView.get() : nullptr;
 }
 
 QWidget* TableView::viewAtColumn(qint64 column, qint64 row) const {
-    return column == 0 && row >= 0 && row < m_rows.size() ? m_rows.at(row).cell : nullptr;
+    return column == 0 && row >= 0 && row < numberOfRows() ? m_rows[size_t(row)].cell : nullptr;
 }
 
 qint64 TableView::rowAtPoint(const QPoint& point) const {
-    for (qint64 i = 0; i < m_rows.size(); ++i) {
+    for (qint64 i = 0; i < numberOfRows(); ++i) {
         if (rectOfRow(i).contains(point))
             return i;
     }

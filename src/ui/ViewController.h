@@ -19,6 +19,8 @@ struct EdgeInsets {
 // Owns a view and is told of its life: built (loadView, then viewDidLoad), about to be shown
 // (viewWillAppear). The base builds nothing; subclasses make their view in loadView.
 class ViewController : public QObject {
+    Q_OBJECT
+
 public:
     ViewController() = default;
     ~ViewController() override;
@@ -35,9 +37,14 @@ public:
 
 protected:
     void setView(QWidget* view);
+    // Follows the view's parent: see m_unparentedView.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     QPointer<QWidget> m_view;
+    // The view while no widget holds it. A view shown in a window belongs to the window (its Qt
+    // parent); one never shown, or taken out again, belongs to the controller.
+    std::unique_ptr<QWidget> m_unparentedView;
 };
 
 } // namespace corvina

@@ -10,6 +10,8 @@ namespace corvina {
 // with the mouse (on release inside the segment pressed) or, with focus, with the arrow keys; that
 // sends the action. Selecting from code does not.
 class SegmentedControl : public QWidget {
+    Q_OBJECT
+
 public:
     using Action = std::function<void(SegmentedControl* sender)>;
 

@@ -6,8 +6,9 @@
 
 namespace corvina {
 
-// The widget's image resources ("prof10", "w_reply", "w_archive", "w_trash"): SVG artwork rendered
-// for the screen it is shown on, so that it is sharp at any device pixel ratio.
+// Named SVG artwork from the resources under ":/icons/" (the widget's own, "prof10", "w_reply",
+// "w_archive" and "w_trash", are compiled in by views/), rendered for the screen it is shown on, so
+// that it is sharp at any device pixel ratio.
 class Images {
 public:
     // The resource `name` drawn at `size` points for `devicePixelRatio`; a null pixmap when there

@@ -45,6 +45,8 @@ public:
 // the selected row again changes nothing. Removing rows slides them out and moves the rows below
 // up; the table's own height is left to its owner.
 class TableView : public QWidget {
+    Q_OBJECT
+
 public:
     enum AnimationOptions : quint32 {
         AnimationEffectNone = 0x0,
@@ -72,7 +74,7 @@ public:
     FocusRingType focusRingType() const { return m_focusRingType; }
     void setFocusRingType(FocusRingType type) { m_focusRingType = type; }
     // A table header row; the widget's table has none.
-    QWidget* headerView() const { return m_headerView; }
+    QWidget* headerView() const { return m_headerView.get(); }
     void setHeaderView(QWidget* header);
 
     void addTableColumn(std::unique_ptr<TableColumn> column);
@@ -103,8 +105,8 @@ protected:
 
 private:
     struct Row {
-        TableRowView* rowView;
-        QWidget* cell;
+        std::unique_ptr<TableRowView> rowView;
+        QWidget* cell; // a child of its row view
     };
     void clearRows();
     void placeRows(bool animated);
@@ -115,9 +117,12 @@ private:
     QSizeF m_intercellSpacing{3, 2};
     QColor m_backgroundColor{Qt::white};
     FocusRingType m_focusRingType = FocusRingTypeDefault;
-    QWidget* m_headerView = nullptr;
+    std::unique_ptr<QWidget> m_headerView;
     std::vector<std::unique_ptr<TableColumn>> m_columns;
-    QList<Row> m_rows;
+    // The rows, and apart from them the removed rows still sliding out. Owned here: as members they
+    // go before the QWidget base deletes the children left.
+    std::vector<Row> m_rows;
+    std::vector<std::unique_ptr<TableRowView>> m_leaving;
     qint64 m_selectedRow = -1;
     QList<QPointer<QVariantAnimation>> m_animations;
 };

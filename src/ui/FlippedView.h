@@ -19,6 +19,8 @@ using DrawingBlock = std::function<void(const QRectF& rect, FlippedView* view)>;
 // Its autoresizing mask (width- and height-sizable, 18) makes it follow its parent's size: when
 // the parent grows or shrinks, so does the view, by the same amount.
 class FlippedView : public QWidget {
+    Q_OBJECT
+
 public:
     enum AutoresizingMask : int {
         NotSizable = 0,

@@ -13,6 +13,8 @@ namespace corvina {
 // comes, only the first line visible; with truncatesLastVisibleLine that line ends in "…" when the
 // text goes on beyond it or does not fit, otherwise it is clipped.
 class TextField : public QWidget {
+    Q_OBJECT
+
 public:
     explicit TextField(QWidget* parent = nullptr);
 

@@ -8,6 +8,8 @@ namespace corvina {
 // A button that shows only its image: no border, no background, no title. Its alpha value dims
 // the whole button; pressing it darkens the image while the mouse is down.
 class ImageButton : public QAbstractButton {
+    Q_OBJECT
+
 public:
     using Action = std::function<void(ImageButton* sender)>;
 

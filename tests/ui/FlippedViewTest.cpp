@@ -1,4 +1,4 @@
-#include "views/FlippedView.h"
+#include "ui/FlippedView.h"
 
 #include "platform/NotificationCenter.h"
 #include "support/WidgetTesting.h"

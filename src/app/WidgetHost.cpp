@@ -2,8 +2,13 @@
 
 #include "TodayWindow.h"
 #include "platform/Dispatch.h"
+#include "platform/Log.h"
 #include "shared/ExtensionUtilities.h"
+#include "widget/MailNotifier.h"
+#include "widget/NewMailTracker.h"
+#include "widget/TrayIcon.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QLayout>
 
@@ -20,6 +25,11 @@ WidgetHost::WidgetHost(int intervalSeconds) : m_controller(std::make_unique<Toda
     });
     connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, [this] { m_debounce.start(); });
     connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, [this] { m_debounce.start(); });
+    m_newMail = new NewMailTracker(this);
+    m_controller->setNewMailTracker(m_newMail);
+    // A look at the window takes the markers off (or leaves them for its length): draw the rows again.
+    connect(m_newMail, &NewMailTracker::markersChanged, this, [this] { m_controller->ReloadData(); });
+    m_mailNotifier = new MailNotifier(m_newMail, nullptr, this);
 }
 
 WidgetHost::~WidgetHost() {
@@ -27,7 +37,7 @@ WidgetHost::~WidgetHost() {
     m_window = nullptr;
 }
 
-void WidgetHost::start() {
+void WidgetHost::start(bool inTray) {
     QWidget* root = m_controller->view();
     m_window = new TodayWindow(root);
     const EdgeInsets margins = m_controller->widgetMarginInsetsForProposedMarginInsets(proposedMargins);
@@ -35,7 +45,24 @@ void WidgetHost::start() {
                                            int(margins.bottom));
     m_window->restorePosition();
     m_controller->viewWillAppear();
-    m_window->show();
+    m_newMail->watchWindow(m_window);
+    bool showWindow = true;
+    if (inTray) {
+        m_tray = new TrayIcon(m_newMail, m_window, this);
+        connect(m_mailNotifier, &MailNotifier::showListRequested, m_tray, &TrayIcon::showWindow);
+        // Closing the window (Escape, the window's close button) hides it; the tray's menu quits.
+        QApplication::setQuitOnLastWindowClosed(false);
+        if (TrayIcon::isSystemTrayAvailable()) {
+            m_tray->setVisible(true);
+            showWindow = false;
+        } else {
+            Log::write(
+                QStringLiteral("corvina-today: the desktop shows no tray; the window is shown instead"), {});
+            QApplication::setQuitOnLastWindowClosed(true);
+        }
+    }
+    if (showWindow)
+        m_window->show();
     watchFolders();
     performUpdate();
     m_interval.start();

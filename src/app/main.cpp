@@ -29,7 +29,7 @@ bool needsNoDisplay(int argc, char* argv[]) {
 }
 
 int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
-              const QCommandLineOption& screenshot) {
+              const QCommandLineOption& screenshot, const QCommandLineOption& tray) {
     QTextStream err(stderr);
     bool ok = true;
     const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
@@ -37,8 +37,12 @@ int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
         err << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
         return 2;
     }
+    if (parser.isSet(tray) && parser.isSet(screenshot)) {
+        err << "corvina-today: --screenshot renders the window; it does not go with --tray\n";
+        return 2;
+    }
     corvina::WidgetHost host(seconds);
-    host.start();
+    host.start(parser.isSet(tray));
     if (!parser.isSet(screenshot)) {
         return QApplication::exec();
     }
@@ -121,7 +125,11 @@ int main(int argc, char* argv[]) {
         QStringLiteral("screenshot"),
         QStringLiteral("Render the widget to the PNG FILE once the first update is shown, and exit."),
         QStringLiteral("FILE"));
-    parser.addOptions({list, json, all, container, interval, screenshot});
+    const QCommandLineOption tray(
+        QStringLiteral("tray"),
+        QStringLiteral("Start in the desktop's tray: the count of new Inbox messages, a click shows or hides "
+                       "the window."));
+    parser.addOptions({list, json, all, container, interval, screenshot, tray});
     parser.process(*app);
 
     if (parser.isSet(container)) {
@@ -134,11 +142,11 @@ int main(int argc, char* argv[]) {
         return 2;
     }
     if (parser.isSet(list)) {
-        if (parser.isSet(interval) || parser.isSet(screenshot)) {
-            err << "corvina-today: --interval and --screenshot go with the widget, not with --list\n";
+        if (parser.isSet(interval) || parser.isSet(screenshot) || parser.isSet(tray)) {
+            err << "corvina-today: --interval, --screenshot and --tray go with the widget, not with --list\n";
             return 2;
         }
         return corvina::ListCommand::run({parser.isSet(json), parser.isSet(all)}, out, err);
     }
-    return runWidget(parser, interval, screenshot);
+    return runWidget(parser, interval, screenshot, tray);
 }

@@ -56,8 +56,7 @@ void WidgetHost::start(bool inTray) {
             m_tray->setVisible(true);
             showWindow = false;
         } else {
-            Log::write(
-                QStringLiteral("corvina-today: the desktop shows no tray; the window is shown instead"), {});
+            Log::write(QStringLiteral("the desktop shows no tray; the window is shown instead"), {});
             QApplication::setQuitOnLastWindowClosed(true);
         }
     }

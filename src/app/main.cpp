@@ -3,6 +3,7 @@
 #include "WidgetHost.h"
 #include "platform/Bundle.h"
 #include "platform/GroupContainer.h"
+#include "widget/TrayIcon.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -37,12 +38,13 @@ int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
         err << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
         return 2;
     }
-    if (parser.isSet(tray) && parser.isSet(screenshot)) {
-        err << "corvina-today: --screenshot renders the window; it does not go with --tray\n";
-        return 2;
-    }
     corvina::WidgetHost host(seconds);
     host.start(parser.isSet(tray));
+    if (parser.isSet(tray) && parser.isSet(screenshot)) {
+        // The tray's picture as after a start in a desktop's tray: the window closed (where there
+        // is no tray it was shown, before anything was read, so it has not taken a look yet).
+        host.window()->hide();
+    }
     if (!parser.isSet(screenshot)) {
         return QApplication::exec();
     }
@@ -60,7 +62,9 @@ int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
         if (!host.isSettled()) {
             err << "corvina-today: the widget did not settle within 15 s; rendering as it is\n";
         }
-        if (!host.window()->grab().save(file)) {
+        // With --tray, the tray's icon and its menu instead of the window.
+        const QImage shot = host.tray() ? host.tray()->picture() : host.window()->grab().toImage();
+        if (!shot.save(file)) {
             err << "corvina-today: cannot write the screenshot to " << file << "\n";
             status = 1;
         }

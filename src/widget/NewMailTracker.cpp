@@ -154,8 +154,12 @@ void NewMailTracker::watchWindow(QWidget* window) {
 bool NewMailTracker::eventFilter(QObject* watched, QEvent* event) {
     switch (event->type()) {
     case QEvent::Show:
-    case QEvent::WindowActivate:
         beginLook();
+        break;
+    case QEvent::WindowActivate:
+        // The window system's word may come after the window was hidden again.
+        if (auto* window = qobject_cast<QWidget*>(watched); window && window->isVisible())
+            beginLook();
         break;
     case QEvent::Hide:
     case QEvent::WindowDeactivate:

@@ -122,6 +122,26 @@ QIcon TrayIcon::iconForCount(int count) {
     return icon;
 }
 
+QImage TrayIcon::picture() const {
+    m_menu->ensurePolished();
+    m_menu->resize(m_menu->sizeHint());
+    constexpr int kPanel = 32;
+    constexpr int kIcon = 24;
+    const QSize menu = m_menu->size();
+    const int width = std::max(menu.width() + 40, 240);
+    QImage image(width, kPanel + 2 + menu.height() + 8, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    painter.fillRect(QRect(0, 0, width, kPanel), QColor(0x1b, 0x1c, 0x20));
+    // The icon near the panel's right end, the menu opened under it.
+    const QRect icon(width - 40, (kPanel - kIcon) / 2, kIcon, kIcon);
+    painter.fillRect(icon.adjusted(-4, -4, 4, 4), QColor(0x3a, 0x3c, 0x43));
+    m_icon.paint(&painter, icon);
+    painter.end();
+    m_menu->render(&image, QPoint(std::max(0, icon.right() + 4 - menu.width()), kPanel + 2));
+    return image;
+}
+
 void TrayIcon::refresh() {
     const ExtensionMessageList messages = m_tracker->newInboxMessages();
     const int count = int(messages.size());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QIcon>
+#include <QImage>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -47,6 +48,10 @@ public:
     // Shows the window (and makes it the active one) when hidden, hides it when shown.
     void toggleWindow();
     void showWindow();
+
+    // How it looks in a desktop's panel with its menu open, for the documentation and for checks by
+    // eye (works without a display).
+    QImage picture() const;
 
     // The icon for `count` new messages: the mail icon with the count on it (none for 0).
     static QIcon iconForCount(int count);

@@ -116,3 +116,22 @@ TEST_F(TrayIconTest, TheMenuTurnsNotificationsOffAndOn) {
     EXPECT_EQ(tray.systemTrayIcon()->contextMenu(), tray.menu());
     EXPECT_FALSE(tray.systemTrayIcon()->icon().isNull());
 }
+
+TEST_F(TrayIconTest, APictureOfThePanelWithTheMenuOpen) {
+    TrayIcon tray(&tracker, &window);
+    tracker.update(messages({"m0"}));
+    tracker.update(messages({"n1", "n2", "m0"}));
+    const QImage picture = tray.picture();
+    ASSERT_FALSE(picture.isNull());
+    const QSize menu = tray.menu()->sizeHint();
+    EXPECT_GE(picture.width(), menu.width());
+    EXPECT_GE(picture.height(), 32 + menu.height());
+    // The count's badge is red, in the icon near the panel's right end.
+    int red = 0;
+    for (int y = 0; y < 32; ++y)
+        for (int x = picture.width() - 48; x < picture.width(); ++x) {
+            const QColor c = picture.pixelColor(x, y);
+            red += c.red() > 180 && c.green() < 90 && c.blue() < 90;
+        }
+    EXPECT_GT(red, 10);
+}

@@ -1,5 +1,6 @@
 #include "widget/TrayIcon.h"
 
+#include "platform/Localization.h"
 #include "platform/UserDefaults.h"
 #include "support/TempContainer.h"
 #include "support/WidgetTesting.h"
@@ -134,4 +135,24 @@ TEST_F(TrayIconTest, APictureOfThePanelWithTheMenuOpen) {
             red += c.red() > 180 && c.green() < 90 && c.blue() < 90;
         }
     EXPECT_GT(red, 10);
+}
+
+TEST_F(TrayIconTest, TextsInTheUsersLanguage) {
+    const QLocale before = Localization::locale();
+    Localization::setLocale(QLocale(QLocale::German, QLocale::Germany));
+    {
+        TrayIcon tray(&tracker, &window);
+        tracker.update(messages({"m0"}));
+        tracker.update(messages({"n1", "n2", "m0"}));
+        EXPECT_EQ(tray.toolTip(), QStringLiteral("2 neue Nachrichten\nSender n1\nSender n2"));
+        EXPECT_EQ(tray.toggleAction()->text(), QStringLiteral("Liste zeigen"));
+        EXPECT_EQ(tray.quitAction()->text(), QStringLiteral("Beenden"));
+    }
+    Localization::setLocale(QLocale(QLocale::French, QLocale::France));
+    {
+        TrayIcon tray(&tracker, &window);
+        EXPECT_EQ(tray.toolTip(), QStringLiteral("2 nouveaux messages\nSender n1\nSender n2"));
+        EXPECT_EQ(tray.notificationsAction()->text(), QStringLiteral("Notifier les nouveaux messages"));
+    }
+    Localization::setLocale(before);
 }

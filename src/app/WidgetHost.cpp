@@ -33,6 +33,10 @@ WidgetHost::WidgetHost(int intervalSeconds) : m_controller(std::make_unique<Toda
 }
 
 WidgetHost::~WidgetHost() {
+    // The window hides as it goes: that ends a look, which must not reload a controller whose
+    // view is going.
+    if (m_newMail)
+        disconnect(m_newMail, nullptr, this, nullptr);
     delete m_window; // the controller's view goes with it, before the controller
     m_window = nullptr;
 }

@@ -151,6 +151,14 @@ TEST_F(TrayProgram, TwoNewMessagesCountTwoTheirArchiveActionReachesTheMailAppAnd
     ASSERT_TRUE(tray->activate(item));
     ASSERT_TRUE(drain([&] { return !windowShown(); }, 10000));
     EXPECT_EQ(widget.state(), QProcess::Running);
+
+    // The tray's menu, as the desktop shows it; its Quit ends the program.
+    const QStringList labels = tray->menuLabels(item);
+    EXPECT_EQ(labels, (QStringList{"Show the list", "Notify about new mail", "", "Quit"}));
+    ASSERT_TRUE(tray->clickMenu(item, QStringLiteral("Quit")));
+    ASSERT_TRUE(widget.waitForFinished(5000)) << "Quit did not end the program";
+    EXPECT_EQ(widget.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(widget.exitCode(), 0);
 }
 
 TEST(TrayProgramWithoutTray, ShowsTheWindowAndSaysWhyAndEscapeStillQuits) {

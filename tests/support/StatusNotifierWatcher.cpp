@@ -3,6 +3,7 @@
 #include <QAtomicInt>
 #include <QDBusArgument>
 #include <QDBusMessage>
+#include <QDBusObjectPath>
 #include <QDBusVariant>
 
 namespace corvina::test {
@@ -82,6 +83,80 @@ bool StatusNotifierWatcher::activate(const QString& item) const {
         QDBusMessage::createMethodCall(item, ItemPath, ItemInterface, QStringLiteral("Activate"));
     call << 0 << 0;
     return m_connection.call(call, QDBus::Block, 5000).type() == QDBusMessage::ReplyMessage;
+}
+
+QString StatusNotifierWatcher::menuPath(const QString& item) const {
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        item, ItemPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    get << ItemInterface << QStringLiteral("Menu");
+    const QDBusMessage path = m_connection.call(get, QDBus::Block, 5000);
+    if (path.type() != QDBusMessage::ReplyMessage || path.arguments().isEmpty())
+        return QString();
+    return path.arguments().constFirst().value<QDBusVariant>().variant().value<QDBusObjectPath>().path();
+}
+
+QList<QPair<int, QString>> StatusNotifierWatcher::menuEntries(const QString& item) const {
+    QList<QPair<int, QString>> entries;
+    const QString menu = menuPath(item);
+    if (menu.isEmpty())
+        return entries;
+    QDBusMessage layout = QDBusMessage::createMethodCall(item, menu, QStringLiteral("com.canonical.dbusmenu"),
+                                                         QStringLiteral("GetLayout"));
+    layout << 0 << -1 << QStringList();
+    const QDBusMessage reply = m_connection.call(layout, QDBus::Block, 5000);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() < 2)
+        return entries;
+    // (id, properties, children as variants of the same structure); the top is the menu itself.
+    const QDBusArgument root = reply.arguments().at(1).value<QDBusArgument>();
+    int rootId = 0;
+    QVariantMap rootProperties;
+    root.beginStructure();
+    root >> rootId >> rootProperties;
+    root.beginArray();
+    while (!root.atEnd()) {
+        QDBusVariant child;
+        root >> child;
+        const QDBusArgument entry = child.variant().value<QDBusArgument>();
+        int id = 0;
+        QVariantMap properties;
+        entry.beginStructure();
+        entry >> id >> properties;
+        entry.beginArray();
+        while (!entry.atEnd()) {
+            QDBusVariant ignored;
+            entry >> ignored;
+        }
+        entry.endArray();
+        entry.endStructure();
+        if (properties.value(QStringLiteral("visible"), true).toBool())
+            entries << qMakePair(id, properties.value(QStringLiteral("type")).toString() ==
+                                             QStringLiteral("separator")
+                                         ? QString()
+                                         : properties.value(QStringLiteral("label")).toString());
+    }
+    root.endArray();
+    root.endStructure();
+    return entries;
+}
+
+QStringList StatusNotifierWatcher::menuLabels(const QString& item) const {
+    QStringList labels;
+    for (const auto& entry : menuEntries(item))
+        labels << entry.second;
+    return labels;
+}
+
+bool StatusNotifierWatcher::clickMenu(const QString& item, const QString& label) const {
+    for (const auto& entry : menuEntries(item)) {
+        if (entry.second != label)
+            continue;
+        QDBusMessage event = QDBusMessage::createMethodCall(
+            item, menuPath(item), QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("Event"));
+        event << entry.first << QStringLiteral("clicked") << QVariant::fromValue(QDBusVariant(QString()))
+              << uint(0);
+        return m_connection.call(event, QDBus::Block, 5000).type() == QDBusMessage::ReplyMessage;
+    }
+    return false;
 }
 
 } // namespace corvina::test

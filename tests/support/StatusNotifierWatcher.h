@@ -28,6 +28,10 @@ public:
     QString toolTip(const QString& item) const;
     // A left click on the item (its Activate method); true when the item answered.
     bool activate(const QString& item) const;
+    // The labels of the item's menu (com.canonical.dbusmenu), in order; "" for a separator.
+    QStringList menuLabels(const QString& item) const;
+    // A click on the menu entry labelled `label`; true when the item answered.
+    bool clickMenu(const QString& item, const QString& label) const;
 
     QStringList RegisteredStatusNotifierItems() const { return m_items; }
     bool IsStatusNotifierHostRegistered() const { return true; }
@@ -43,6 +47,11 @@ signals:
     void StatusNotifierHostRegistered();
 
 private:
+    // The object path of the item's menu (its Menu property).
+    QString menuPath(const QString& item) const;
+    // The menu's entries: id and label, in order.
+    QList<QPair<int, QString>> menuEntries(const QString& item) const;
+
     QString m_connectionName;
     QDBusConnection m_connection;
     bool m_registered = false;

@@ -122,6 +122,9 @@ void MailNotifier::post(Shown* shown, uint replacesId) {
         if (answered->closeWhenAnswered) {
             m_notifier->close(id);
             m_shown.removeAll(answered);
+        } else if (answered->replaceWhenAnswered) {
+            answered->replaceWhenAnswered = false;
+            post(answered.get(), id);
         }
     });
 }
@@ -139,6 +142,8 @@ void MailNotifier::left(const QList<QPair<QString, QString>>& accountAndIds) {
         if (!shown->messages.isEmpty()) {
             if (shown->id != 0)
                 post(shown.get(), shown->id);
+            else
+                shown->replaceWhenAnswered = true;
             continue;
         }
         if (shown->id == 0) {

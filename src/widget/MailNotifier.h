@@ -49,6 +49,7 @@ private:
         ExtensionMessageList messages;
         bool group = false;
         bool closeWhenAnswered = false;
+        bool replaceWhenAnswered = false; // some of its messages left before the service answered
     };
 
     void arrived(const ExtensionMessageList& messages);

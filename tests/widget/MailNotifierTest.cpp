@@ -166,6 +166,23 @@ TEST_F(MailNotifierTest, ReplacedWhenSomeOfItsMessagesLeaveAndClosedWhenAllHave)
     EXPECT_EQ(recorder->closed(), (QList<uint>{group, single}));
 }
 
+TEST_F(MailNotifierTest, WhatLeavesBeforeTheServiceAnsweredIsNotForgotten) {
+    // Both reads come before the service's answers do.
+    tracker.update(messages({"n1", "n2", "n3", "n4", "p1", "m0", "m1"}));
+    tracker.update(messages({"n1", "n2", "n3", "m0", "m1"}));
+    EXPECT_TRUE(recorder->notifications().isEmpty());
+    ASSERT_TRUE(
+        drain([&] { return recorder->notifications().size() == 2 && notifier->shownIds().size() == 1; }));
+    EXPECT_EQ(recorder->notifications().at(0).summary, QStringLiteral("5 new messages"));
+    EXPECT_EQ(recorder->notifications().at(1).summary, QStringLiteral("3 new messages"));
+    EXPECT_EQ(recorder->notifications().at(1).replacesId, recorder->idOf(0));
+
+    tracker.update(messages({"q1", "m0", "m1"}));
+    tracker.update(messages({"m0", "m1"}));
+    ASSERT_TRUE(drain([&] { return recorder->closed().size() == 2 && notifier->keptCount() == 0; }));
+    EXPECT_EQ(recorder->closed(), (QList<uint>{recorder->idOf(0), recorder->idOf(2)}));
+}
+
 TEST_F(MailNotifierTest, ADismissedNotificationIsForgotten) {
     tracker.update(messages({"n1", "m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(1, 1));

@@ -27,5 +27,49 @@
         <source>Memo</source>
         <translation>Notiz</translation>
     </message>
+    <message>
+        <source>New message</source>
+        <translation>Neue Nachricht</translation>
+    </message>
+    <message>
+        <source>1 new message</source>
+        <translation>1 neue Nachricht</translation>
+    </message>
+    <message>
+        <source>%1 new messages</source>
+        <translation>%1 neue Nachrichten</translation>
+    </message>
+    <message>
+        <source>No new mail</source>
+        <translation>Keine neue E-Mail</translation>
+    </message>
+    <message>
+        <source>Show the list</source>
+        <translation>Liste zeigen</translation>
+    </message>
+    <message>
+        <source>Hide the list</source>
+        <translation>Liste ausblenden</translation>
+    </message>
+    <message>
+        <source>Notify about new mail</source>
+        <translation>Bei neuer E-Mail benachrichtigen</translation>
+    </message>
+    <message>
+        <source>Quit</source>
+        <translation>Beenden</translation>
+    </message>
+    <message>
+        <source>Open</source>
+        <translation>Öffnen</translation>
+    </message>
+    <message>
+        <source>Archive</source>
+        <translation>Archivieren</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>Löschen</translation>
+    </message>
 </context>
 </TS>

@@ -27,5 +27,49 @@
         <source>Memo</source>
         <translation>Mémo</translation>
     </message>
+    <message>
+        <source>New message</source>
+        <translation>Nouveau message</translation>
+    </message>
+    <message>
+        <source>1 new message</source>
+        <translation>1 nouveau message</translation>
+    </message>
+    <message>
+        <source>%1 new messages</source>
+        <translation>%1 nouveaux messages</translation>
+    </message>
+    <message>
+        <source>No new mail</source>
+        <translation>Aucun nouveau message</translation>
+    </message>
+    <message>
+        <source>Show the list</source>
+        <translation>Afficher la liste</translation>
+    </message>
+    <message>
+        <source>Hide the list</source>
+        <translation>Masquer la liste</translation>
+    </message>
+    <message>
+        <source>Notify about new mail</source>
+        <translation>Notifier les nouveaux messages</translation>
+    </message>
+    <message>
+        <source>Quit</source>
+        <translation>Quitter</translation>
+    </message>
+    <message>
+        <source>Open</source>
+        <translation>Ouvrir</translation>
+    </message>
+    <message>
+        <source>Archive</source>
+        <translation>Archiver</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>Supprimer</translation>
+    </message>
 </context>
 </TS>

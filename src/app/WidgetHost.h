@@ -10,7 +10,10 @@
 
 namespace corvina {
 
+class MailNotifier;
+class NewMailTracker;
 class TodayWindow;
+class TrayIcon;
 
 // What the desktop's widget host does for the widget: builds the controller, shows its view in a
 // window with the margins the controller answers, calls the will-appear step, and asks for an
@@ -28,8 +31,13 @@ public:
     explicit WidgetHost(int intervalSeconds);
     ~WidgetHost() override;
 
-    void start();
+    // Shows the widget's window; `inTray`: puts the widget in the desktop's tray instead, its window
+    // hidden until asked for (and shown at once, with a line saying why, when there is no tray).
+    void start(bool inTray = false);
     TodayViewController* controller() const { return m_controller.get(); }
+    NewMailTracker* newMail() const { return m_newMail; }
+    MailNotifier* mailNotifier() const { return m_mailNotifier; }
+    TrayIcon* tray() const { return m_tray; }
     TodayWindow* window() const { return m_window.get(); }
 
     // Asks the widget for an update now.
@@ -51,6 +59,10 @@ private:
     QTimer m_debounce;
     QFileSystemWatcher m_watcher;
     int m_completedUpdates = 0;
+    // New mail: the rows' marker, the notifications and, in the tray, the count.
+    NewMailTracker* m_newMail = nullptr;
+    MailNotifier* m_mailNotifier = nullptr;
+    TrayIcon* m_tray = nullptr;
 };
 
 } // namespace corvina

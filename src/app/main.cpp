@@ -3,6 +3,7 @@
 #include "WidgetHost.h"
 #include "platform/Bundle.h"
 #include "platform/GroupContainer.h"
+#include "widget/TrayIcon.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -29,7 +30,7 @@ bool needsNoDisplay(int argc, char* argv[]) {
 }
 
 int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
-              const QCommandLineOption& screenshot) {
+              const QCommandLineOption& screenshot, const QCommandLineOption& tray) {
     QTextStream err(stderr);
     bool ok = true;
     const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
@@ -38,7 +39,12 @@ int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
         return 2;
     }
     corvina::WidgetHost host(seconds);
-    host.start();
+    host.start(parser.isSet(tray));
+    if (parser.isSet(tray) && parser.isSet(screenshot)) {
+        // The tray's picture as after a start in a desktop's tray: the window closed (where there
+        // is no tray it was shown, before anything was read, so it has not taken a look yet).
+        host.window()->hide();
+    }
     if (!parser.isSet(screenshot)) {
         return QApplication::exec();
     }
@@ -56,7 +62,9 @@ int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
         if (!host.isSettled()) {
             err << "corvina-today: the widget did not settle within 15 s; rendering as it is\n";
         }
-        if (!host.window()->grab().save(file)) {
+        // With --tray, the tray's icon and its menu instead of the window.
+        const QImage shot = host.tray() ? host.tray()->picture() : host.window()->grab().toImage();
+        if (!shot.save(file)) {
             err << "corvina-today: cannot write the screenshot to " << file << "\n";
             status = 1;
         }
@@ -121,7 +129,11 @@ int main(int argc, char* argv[]) {
         QStringLiteral("screenshot"),
         QStringLiteral("Render the widget to the PNG FILE once the first update is shown, and exit."),
         QStringLiteral("FILE"));
-    parser.addOptions({list, json, all, container, interval, screenshot});
+    const QCommandLineOption tray(
+        QStringLiteral("tray"),
+        QStringLiteral("Start in the desktop's tray: the count of new Inbox messages, a click shows or hides "
+                       "the window."));
+    parser.addOptions({list, json, all, container, interval, screenshot, tray});
     parser.process(*app);
 
     if (parser.isSet(container)) {
@@ -134,11 +146,11 @@ int main(int argc, char* argv[]) {
         return 2;
     }
     if (parser.isSet(list)) {
-        if (parser.isSet(interval) || parser.isSet(screenshot)) {
-            err << "corvina-today: --interval and --screenshot go with the widget, not with --list\n";
+        if (parser.isSet(interval) || parser.isSet(screenshot) || parser.isSet(tray)) {
+            err << "corvina-today: --interval, --screenshot and --tray go with the widget, not with --list\n";
             return 2;
         }
         return corvina::ListCommand::run({parser.isSet(json), parser.isSet(all)}, out, err);
     }
-    return runWidget(parser, interval, screenshot);
+    return runWidget(parser, interval, screenshot, tray);
 }

@@ -90,6 +90,25 @@ void TodayTableViewCell::layoutContent() {
     m_trashButton->setGeometry(70 + subjectWidth + 3 + 56, 30, 20, 20);
 }
 
+void TodayTableViewCell::setMarkedNew(bool marked) {
+    if (marked == m_markedNew)
+        return;
+    m_markedNew = marked;
+    update();
+}
+
+void TodayTableViewCell::paintEvent(QPaintEvent* event) {
+    QWidget::paintEvent(event);
+    if (!m_markedNew)
+        return;
+    // In the free space left of the avatar, level with the sender; the rows' content does not move.
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(SystemColors::selectedContentBackground().lighter(125));
+    painter.drawEllipse(QPointF(20.5, 20.5), 3.5, 3.5);
+}
+
 void TodayTableViewCell::PopulateExtensionMessage(const ExtensionMessagePtr& message) {
     setMessage(message);
     if (!message)

@@ -42,6 +42,10 @@ public:
     // message: an unread message looks like a read one.
     void PopulateExtensionMessage(const ExtensionMessagePtr& message);
 
+    // A small dot before the sender: the message came in since the user last looked.
+    void setMarkedNew(bool marked);
+    bool isMarkedNew() const { return m_markedNew; }
+
     // The buttons' actions: "reply" in the foreground, "archive" and "delete" in the background.
     void reply(ImageButton* sender);
     void trash(ImageButton* sender);
@@ -68,6 +72,7 @@ public:
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 private:
     void layoutContent();
@@ -88,6 +93,7 @@ private:
     TextField* m_deleteField = nullptr;
     FlippedView* m_horizontalSeparator1 = nullptr;
     double m_deltax = 0;
+    bool m_markedNew = false;
 };
 
 } // namespace corvina

@@ -1,5 +1,6 @@
 #include "TodayViewController.h"
 
+#include "NewMailTracker.h"
 #include "SegmentFilter.h"
 #include "platform/Dispatch.h"
 #include "platform/UserDefaults.h"
@@ -126,6 +127,8 @@ void TodayViewController::ReloadData() {
     // A value without a list leaves the rows as they were.
     if (std::optional<ExtensionMessageList> rows = SegmentFilter::dataToShow(dataFromDisk(), segmented))
         setDataToShow(std::move(*rows));
+    if (m_newMail)
+        m_newMail->update(dataFromDisk());
     Dispatch::dispatchAsyncMain(this, [this] {
         m_myTableView->reloadData();
         Resize();
@@ -160,8 +163,10 @@ QWidget* TodayViewController::viewForTableColumn(TableView* table, TableColumn*,
     auto* cell = new TodayTableViewCell(QRect(0, 0, m_rootView->width(), int(table->rowHeight())));
     cell->setIdentifier(QStringLiteral("TodayTableViewCell"));
     const auto rows = dataToShow();
-    if (rows && row >= 0 && row < rows->size())
+    if (rows && row >= 0 && row < rows->size()) {
         cell->PopulateExtensionMessage(rows->at(row));
+        cell->setMarkedNew(m_newMail && m_newMail->isMarked(rows->at(row)));
+    }
     return cell;
 }
 
@@ -204,6 +209,8 @@ void TodayViewController::removeMessage(const ExtensionMessagePtr& message) {
     const ExtensionMessageList fromDisk = removingObject(dataFromDisk(), message);
     setDataFromDisk(fromDisk);
     setDataToShow(shown);
+    if (m_newMail)
+        m_newMail->update(fromDisk);
 }
 
 ExtensionMessageList TodayViewController::updateData() {

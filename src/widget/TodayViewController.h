@@ -20,6 +20,7 @@
 namespace corvina {
 
 class FlippedView;
+class NewMailTracker;
 class TodayRootLayout;
 
 // The widget: the header with the list selector above the table of the newest messages.
@@ -89,6 +90,10 @@ public:
     TodayHeaderView* myHeaderView() const { return m_myHeaderView; }
     FlippedView* rootView() const { return m_rootView; }
 
+    // Told of every change of what was read (after it is filtered for the rows), and asked which
+    // rows carry the new-mail marker. None by default: no marker.
+    void setNewMailTracker(NewMailTracker* tracker) { m_newMail = tracker; }
+
     // True while the table's height or rows are still moving.
     bool isAnimating() const;
 
@@ -105,6 +110,7 @@ private:
     TodayHeaderView* m_myHeaderView = nullptr;
     QPointer<TodayRootLayout> m_rootLayout; // the root view's, owned by it
     SnapshotLoader m_loader;
+    NewMailTracker* m_newMail = nullptr;
 };
 
 } // namespace corvina

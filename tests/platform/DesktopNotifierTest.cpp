@@ -69,3 +69,48 @@ TEST(DesktopNotifier, NoServiceIsOneLineAndNoWait) {
     ASSERT_EQ(lines.size(), 1) << log.lines().join(u'\n').toStdString();
     EXPECT_TRUE(lines.first().contains(QStringLiteral("org.freedesktop.DBus.Error.ServiceUnknown")));
 }
+
+TEST(DesktopNotifier, ActionsReplacementsAndTheServicesSignals) {
+    PrivateSessionBus* bus = PrivateSessionBus::instance();
+    ASSERT_NE(bus, nullptr);
+    NotificationRecorder service(bus->address());
+    ASSERT_TRUE(service.isRegistered());
+
+    DesktopNotifier notifier(QStringLiteral("Corvina Today"), QStringLiteral("mail-unread"));
+    QSignalSpy invoked(&notifier, &DesktopNotifier::actionInvoked);
+    QSignalSpy closed(&notifier, &DesktopNotifier::closed);
+    uint first = 0;
+    notifier.notify(QStringLiteral("Ann"), QStringLiteral("Lunch?"),
+                    {QStringLiteral("archive"), QStringLiteral("Archive")}, 0,
+                    {{QStringLiteral("category"), QStringLiteral("email.arrived")}},
+                    [&](uint id, const QString& error) {
+                        EXPECT_TRUE(error.isEmpty());
+                        first = id;
+                    });
+    QSignalSpy answered(&notifier, &DesktopNotifier::notified);
+    ASSERT_TRUE(answered.wait(5000));
+    ASSERT_EQ(first, 1u);
+    ASSERT_EQ(service.notifications().size(), 1);
+    EXPECT_EQ(service.notifications().at(0).actions, (QStringList{"archive", "Archive"}));
+    EXPECT_EQ(service.notifications().at(0).hints.value(QStringLiteral("category")).toString(),
+              QStringLiteral("email.arrived"));
+
+    // In place of the first.
+    uint second = 0;
+    notifier.notify(QStringLiteral("Ann"), QStringLiteral("Lunch at one?"), {}, first, {},
+                    [&](uint id, const QString&) { second = id; });
+    ASSERT_TRUE(answered.wait(5000));
+    EXPECT_EQ(second, first);
+    EXPECT_EQ(service.notifications().at(1).replacesId, first);
+
+    service.invokeAction(first, QStringLiteral("archive"));
+    ASSERT_TRUE(invoked.wait(5000));
+    EXPECT_EQ(invoked.at(0).at(0).toUInt(), first);
+    EXPECT_EQ(invoked.at(0).at(1).toString(), QStringLiteral("archive"));
+
+    notifier.close(first);
+    ASSERT_TRUE(closed.wait(5000));
+    EXPECT_EQ(service.closed(), QList<uint>{first});
+    EXPECT_EQ(closed.at(0).at(0).toUInt(), first);
+    EXPECT_EQ(closed.at(0).at(1).toUInt(), 3u);
+}

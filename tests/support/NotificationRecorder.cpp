@@ -2,6 +2,7 @@
 
 #include <QAtomicInt>
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
 #include <QMutexLocker>
 
 namespace corvina::test {
@@ -41,13 +42,45 @@ uint NotificationRecorder::Notify(const QString& app_name, uint replaces_id, con
                                   const QVariantMap& hints, int expire_timeout) {
     QMutexLocker lock(&m_mutex);
     m_notifications.append({app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout});
-    return uint(m_notifications.size());
+    const uint id = replaces_id != 0 ? replaces_id : ++m_lastId;
+    m_ids.append(id);
+    return id;
 }
 
 QStringList NotificationRecorder::GetCapabilities() {
-    return {QStringLiteral("body")};
+    return {QStringLiteral("body"), QStringLiteral("actions")};
 }
 
-void NotificationRecorder::CloseNotification(uint) {}
+void NotificationRecorder::CloseNotification(uint id) {
+    {
+        QMutexLocker lock(&m_mutex);
+        m_closed.append(id);
+    }
+    QDBusMessage closed = QDBusMessage::createSignal(Path, Service, QStringLiteral("NotificationClosed"));
+    closed << id << uint(3);
+    m_connection.send(closed);
+}
+
+QList<uint> NotificationRecorder::closed() const {
+    QMutexLocker lock(&m_mutex);
+    return m_closed;
+}
+
+uint NotificationRecorder::idOf(qsizetype index) const {
+    QMutexLocker lock(&m_mutex);
+    return index >= 0 && index < m_ids.size() ? m_ids.at(index) : 0;
+}
+
+void NotificationRecorder::invokeAction(uint id, const QString& key) {
+    QDBusMessage invoked = QDBusMessage::createSignal(Path, Service, QStringLiteral("ActionInvoked"));
+    invoked << id << key;
+    m_connection.send(invoked);
+}
+
+void NotificationRecorder::dismiss(uint id) {
+    QDBusMessage closed = QDBusMessage::createSignal(Path, Service, QStringLiteral("NotificationClosed"));
+    closed << id << uint(2);
+    m_connection.send(closed);
+}
 
 } // namespace corvina::test

@@ -12,6 +12,8 @@ namespace corvina::test {
 
 // A desktop notification service of the test's own: owns org.freedesktop.Notifications on a bus
 // (the test's PrivateSessionBus) over a connection of its own, and records every Notify call.
+// It answers a new id for each new notification (1, 2, ...) and the replaced one's for a
+// replacement, and plays the user's part: invokeAction() and dismiss() send the service's signals.
 class NotificationRecorder : public QObject {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
@@ -34,6 +36,15 @@ public:
 
     bool isRegistered() const { return m_registered; }
     QList<Notification> notifications() const;
+    // The ids CloseNotification was called with, in order.
+    QList<uint> closed() const;
+    // The id the service answered for notifications().at(index).
+    uint idOf(qsizetype index) const;
+
+    // The user chose the action `key` of notification `id` (ActionInvoked), or dismissed it
+    // (NotificationClosed with reason 2).
+    void invokeAction(uint id, const QString& key);
+    void dismiss(uint id);
 
 public slots:
     uint Notify(const QString& app_name, uint replaces_id, const QString& app_icon, const QString& summary,
@@ -48,6 +59,9 @@ private:
     bool m_registered = false;
     mutable QMutex m_mutex;
     QList<Notification> m_notifications;
+    QList<uint> m_ids;
+    QList<uint> m_closed;
+    uint m_lastId = 0;
 };
 
 } // namespace corvina::test

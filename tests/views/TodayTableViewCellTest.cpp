@@ -240,3 +240,34 @@ TEST(TodayTableViewCell, ReUseChangesNothing) {
     EXPECT_EQ(cell.message(), m);
     EXPECT_EQ(cell.subjectField()->stringValue(), QStringLiteral("kept"));
 }
+
+TEST(TodayTableViewCell, TheNewMarkerIsADotLeftOfTheAvatarAndMovesNothing) {
+    TodayTableViewCell cell(QRect(0, 0, 320, 60));
+    cell.PopulateExtensionMessage(message(QStringLiteral("Lunch")));
+    EXPECT_FALSE(cell.isMarkedNew());
+    const QImage plain = test::renderTransparent(cell);
+    const QRect avatar = cell.avatarIMview()->geometry();
+    const QRect from = cell.fromField()->geometry();
+    EXPECT_EQ(qAlpha(plain.pixel(20, 20)), 0);
+
+    cell.setMarkedNew(true);
+    EXPECT_TRUE(cell.isMarkedNew());
+    const QImage marked = test::renderTransparent(cell);
+    EXPECT_EQ(qAlpha(marked.pixel(20, 20)), 255);
+    EXPECT_GT(qBlue(marked.pixel(20, 20)), qRed(marked.pixel(20, 20)));
+    // Only the dot's few pixels differ, all in the free space left of the avatar.
+    int changed = 0;
+    for (int y = 0; y < plain.height(); ++y)
+        for (int x = 0; x < plain.width(); ++x)
+            if (plain.pixel(x, y) != marked.pixel(x, y)) {
+                ++changed;
+                EXPECT_LT(x, 35);
+            }
+    EXPECT_GT(changed, 20);
+    EXPECT_LT(changed, 80);
+    EXPECT_EQ(cell.avatarIMview()->geometry(), avatar);
+    EXPECT_EQ(cell.fromField()->geometry(), from);
+
+    cell.setMarkedNew(false);
+    EXPECT_EQ(test::renderTransparent(cell), plain);
+}

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "model/ExtensionMessage.h"
+
+#include <QHash>
+#include <QObject>
+#include <QSet>
+#include <QString>
+
+class QWidget;
+
+namespace corvina {
+
+// Which messages are new since the user last looked at the widget's window: the tray's count, the
+// rows' marker and the new-mail notifications all follow it.
+//
+// It keeps, per account, the ids of the messages that were there when the window was last looked
+// at (shown or made the active window), in the settings under "seen/<account>", so a restart
+// forgets nothing. A message held now whose id is not among its account's is new. An account
+// seen for the first time (the first run, an account just added) takes everything it holds as
+// seen: nothing is new until something arrives. While the window is looked at, the rows that were
+// new when it was opened keep their marker, so the user can tell them apart; the count is 0 at
+// once, and the marker is gone the next time the window opens.
+//
+// Messages are told apart by account and message id, as the mail application does; two equal
+// records are one message.
+class NewMailTracker : public QObject {
+    Q_OBJECT
+public:
+    static inline const QString seenGroup = QStringLiteral("seen");
+
+    explicit NewMailTracker(QObject* parent = nullptr);
+
+    // What the widget read from the shared folder (every list), newest first.
+    void update(const ExtensionMessageList& messages);
+
+    // The user looks at the window from now on (it was shown, or made active); everything held now
+    // is seen. endLook(): the user no longer does (hidden, or another window is active).
+    void beginLook();
+    void endLook();
+    bool isLooking() const { return m_looking; }
+    // Looks follow the window: shown or activated begins one, hidden or deactivated ends it.
+    void watchWindow(QWidget* window);
+
+    // New since the last look (not yet seen).
+    bool isNew(const ExtensionMessagePtr& message) const;
+    // Shows the marker: new, or new when the current look began.
+    bool isMarked(const ExtensionMessagePtr& message) const;
+    // The Inbox's new messages, newest first, each once.
+    ExtensionMessageList newInboxMessages() const;
+    int newInboxCount() const { return int(newInboxMessages().size()); }
+    // Whether a message with this account and id is held now.
+    bool holds(const QString& account, const QString& messageId) const;
+
+    static bool isInbox(const ExtensionMessagePtr& message);
+
+signals:
+    // The new messages, the count or the markers changed.
+    void changed();
+    // Inbox messages that came in while the program runs, newest first (not those there at its
+    // start, nor those an account held when it first appeared). Each message once per run.
+    void arrived(const ExtensionMessageList& messages);
+    // A look began or ended, and with it the rows' markers changed (not for an update: the rows are
+    // drawn again after one anyway).
+    void markersChanged();
+    // Messages that were held and are not any more (archived, deleted, moved away).
+    void left(const QList<QPair<QString, QString>>& accountAndIds);
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    using Ids = QSet<QString>;
+    void store(const QString& account) const;
+    // Everything held now is seen, and what was new keeps its marker for this look.
+    void takeLook();
+    QString signature() const;
+
+    ExtensionMessageList m_messages;
+    QHash<QString, Ids> m_held;           // per account, what the last update held
+    QHash<QString, Ids> m_seen;           // per account, seen at the last look (stored)
+    QHash<QString, Ids> m_presentThisRun; // per account, every id held since this program started
+    QSet<QPair<QString, QString>> m_markedAtLook;
+    bool m_looking = false;
+};
+
+} // namespace corvina

@@ -22,8 +22,8 @@ namespace {
 // Reads one snapshot file into `collected`; false when the file was skipped. A file that cannot
 // be read at all (a folder among the files, no permission) is skipped without a word.
 bool readSnapshot(const QString& path, ExtensionMessageList& collected) {
-    const PropertyList::Result parsed = PropertyList::readFile(path);
-    return !parsed.unreadable && SnapshotLoader::takeEnvelope(parsed, collected);
+    const PlistDocument parsed = PropertyList::parseFile(path);
+    return !parsed.unreadable() && SnapshotLoader::takeEnvelope(parsed, collected);
 }
 
 // The path with every symbolic link resolved; null when it cannot be resolved (missing, a loop).
@@ -78,7 +78,44 @@ ExtensionMessageList newestFirst(const ExtensionMessageList& messages) {
 } // namespace
 
 bool SnapshotLoader::readSnapshotData(const QByteArray& bytes, ExtensionMessageList& collected) {
-    return takeEnvelope(PropertyList::read(bytes), collected);
+    return takeEnvelope(PropertyList::parse(bytes), collected);
+}
+
+bool SnapshotLoader::takeEnvelope(const PlistDocument& parsed, ExtensionMessageList& collected) {
+    if (!parsed.ok()) {
+        Log::write(QStringLiteral("updateData error deserialize %@"), {parsed.error()});
+        return false;
+    }
+    const PlistNode root = parsed.root();
+    if (!root.isDictionary()) {
+        Log::write(QStringLiteral("updateData error deserialize no dictionary in return"));
+        return false;
+    }
+    static constexpr const char* EnvelopeKeys[] = {"folder", "account", "data"};
+    PlistNode envelope[3];
+    root.valuesForKeys(EnvelopeKeys, 3, envelope);
+    const PlistNode& data = envelope[2];
+    if (envelope[0].isNull() || envelope[1].isNull() || data.isNull()) {
+        return false;
+    }
+    if (!data.isArray()) {
+        // a dictionary or a single value: read in the Qt form, which enumerates a dictionary's keys
+        // and raises for the rest, as it always did
+        for (const QVariant& element : PlistValue::enumerate(data.toVariant())) {
+            collected.append(ExtensionMessage::initWithDictonary(element));
+        }
+        return true;
+    }
+    // Each message straight from its node: no copy of the list in Qt values is made.
+    struct Cursor {
+        void* at = nullptr;
+        ~Cursor() { PlistNode::endElements(at); }
+    } cursor;
+    for (PlistNode element = data.nextElement(cursor.at); !element.isNull();
+         element = data.nextElement(cursor.at)) {
+        collected.append(ExtensionMessage::initWithNode(element));
+    }
+    return true;
 }
 
 bool SnapshotLoader::takeEnvelope(const PropertyList::Result& parsed, ExtensionMessageList& collected) {

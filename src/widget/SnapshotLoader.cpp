@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <dirent.h>
+#include <sys/stat.h>
 #include <vector>
 
 namespace corvina {
@@ -45,6 +46,17 @@ bool staysInside(const QString& path, const QString& root) {
     return !real.isNull() && !root.isNull() && real.startsWith(root) &&
            (real.size() == root.size() || real.at(root.size()) == QLatin1Char('/') ||
             root == QLatin1String("/"));
+}
+
+// Whether a file of an account folder that stays inside `root` stays inside too. A file that is no
+// link resolves to the folder's own resolved path and its name, so only links are resolved (a
+// resolution looks at every component of the path: thousands of files make that count).
+bool fileStaysInside(const QString& path, const QString& root) {
+    struct stat info {};
+    if (::lstat(QFile::encodeName(path).constData(), &info) != 0) {
+        return false; // missing: it cannot be resolved either
+    }
+    return !S_ISLNK(info.st_mode) || staysInside(path, root);
 }
 
 // Newest first; a message without a date goes after every dated one. Stable, so messages of the
@@ -200,7 +212,7 @@ ExtensionMessageList SnapshotLoader::updateData() {
                             continue;
                         }
                         for (const QString& file : *files) {
-                            if (staysInside(file, root) && readSnapshot(file, collected)) {
+                            if (fileStaysInside(file, root) && readSnapshot(file, collected)) {
                                 m_status = NewData;
                             }
                         }

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <sys/stat.h>
+#include <utility>
 #include <vector>
 
 namespace corvina {
@@ -61,7 +62,7 @@ bool fileStaysInside(const QString& path, const QString& root) {
 
 // Newest first; a message without a date goes after every dated one. Stable, so messages of the
 // same date keep the order in which they were read. The dates are taken once, not per comparison.
-ExtensionMessageList newestFirst(const ExtensionMessageList& messages) {
+ExtensionMessageList newestFirst(ExtensionMessageList messages) {
     struct Keyed {
         bool dated;
         qint64 msecs;
@@ -81,8 +82,9 @@ ExtensionMessageList newestFirst(const ExtensionMessageList& messages) {
     });
     ExtensionMessageList sorted;
     sorted.reserve(messages.size());
+    // moved, not copied: a copy would touch every record's count twice, in no order the cache likes
     for (const Keyed& key : keys) {
-        sorted.append(messages.at(key.index));
+        sorted.append(std::move(messages[key.index]));
     }
     return sorted;
 }
@@ -227,7 +229,7 @@ ExtensionMessageList SnapshotLoader::updateData() {
             Log::error(QStringLiteral("[%@] updateData coordinator %@"), {error});
         }
     }
-    return newestFirst(collected);
+    return newestFirst(std::move(collected));
 }
 
 } // namespace corvina

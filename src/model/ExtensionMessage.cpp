@@ -84,8 +84,8 @@ QVariant numberOrZero(const QVariant& value) {
 }
 
 // Fills a record from a message dictionary, whose values `valueOf(key)` gives one by one (null
-// where absent; it raises where the dictionary is none). One guarded
-// block: whatever raises leaves the fields before it set and the rest null.
+// where absent; it raises where the dictionary is none). One guarded block: whatever raises leaves
+// the fields before it set and the rest null.
 template <typename ValueOf> void fillFromDictionary(ExtensionMessage& message, ValueOf valueOf) {
     try {
         const QVariant subject = valueOf(Subject);

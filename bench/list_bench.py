@@ -18,6 +18,7 @@ import os
 import statistics
 import subprocess
 import sys
+import tempfile
 import time
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -34,14 +35,22 @@ def container(build, messages):
 
 
 def run(command, env, stdout=subprocess.DEVNULL):
-    """Wall seconds, peak resident KiB and CPU seconds of one run of `command`."""
-    start = time.perf_counter()
-    child = subprocess.Popen(command, stdout=stdout, stderr=subprocess.DEVNULL, env=env)
-    _, status, usage = os.wait4(child.pid, 0)
-    wall = time.perf_counter() - start
-    if status != 0:
-        sys.exit("%s failed (status %d)" % (" ".join(command), status))
-    return wall, usage.ru_maxrss, usage.ru_utime + usage.ru_stime
+    """Wall seconds, peak resident KiB and CPU seconds of one run of `command`.
+
+    The peak comes from /usr/bin/time, which runs the command as its own child: a process forked
+    from this script would report at least this script's peak (Linux hands the parent's high-water
+    mark down through fork and keeps it across exec), and this script holds whole outputs."""
+    with tempfile.NamedTemporaryFile("r") as report:
+        start = time.perf_counter()
+        child = subprocess.Popen(["/usr/bin/time", "-f", "%M", "-o", report.name] + command,
+                                 stdout=stdout, stderr=subprocess.DEVNULL, env=env)
+        # the CPU time of a waited-for child includes that of its own children
+        _, status, usage = os.wait4(child.pid, 0)
+        wall = time.perf_counter() - start
+        if status != 0:
+            sys.exit("%s failed (status %d)" % (" ".join(command), status))
+        peak = int(report.read().split()[-1])
+    return wall, peak, usage.ru_utime + usage.ru_stime
 
 
 def paired(a, b, env, rounds):
@@ -56,7 +65,8 @@ def paired(a, b, env, rounds):
 
 def allocations(command, env, library):
     counted = dict(env, LD_PRELOAD=library, CORVINA_ALLOCATION_COUNT="/tmp/corvina-bench-allocations")
-    run(command, counted)
+    # directly, not through /usr/bin/time, whose own count would be the one written last
+    subprocess.run(command, env=counted, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
     with open("/tmp/corvina-bench-allocations") as f:
         count, size = (int(x) for x in f.read().split())
     os.unlink("/tmp/corvina-bench-allocations")
@@ -89,6 +99,7 @@ def main():
         theirs = subprocess.run(peer + [root], env=env, capture_output=True, check=True).stdout
         if ours != theirs:
             sys.exit("%d messages: the Python peer's JSON differs from corvina-today's" % messages)
+        del ours, theirs
         floor_count = subprocess.run([reader, root], capture_output=True, check=True, text=True).stdout.strip()
         if floor_count != str(messages):
             sys.exit("%d messages: the libplist reader counted %s" % (messages, floor_count))

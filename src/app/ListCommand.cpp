@@ -10,68 +10,199 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
+#include <QLocale>
+#include <algorithm>
+#include <cmath>
 
 namespace corvina {
 
 namespace {
 
-QString oneLine(QString text) {
-    for (QChar& c : text) {
-        if (c.category() == QChar::Other_Control || c == QChar::LineSeparator ||
-            c == QChar::ParagraphSeparator) {
+bool breaksLine(QChar c) {
+    return c.category() == QChar::Other_Control || c == QChar::LineSeparator ||
+           c == QChar::ParagraphSeparator;
+}
+
+QString oneLine(const QString& text) {
+    // most texts have nothing to replace, and are shared rather than copied
+    if (std::none_of(text.cbegin(), text.cend(), breaksLine)) {
+        return text;
+    }
+    QString out = text;
+    for (QChar& c : out) {
+        if (breaksLine(c)) {
             c = QLatin1Char(' ');
         }
     }
-    return text;
+    return out;
 }
 
-QJsonValue text(const QString& value) {
-    return value.isNull() ? QJsonValue() : QJsonValue(value);
+// ---- the JSON of a list, written row by row ---------------------------------------------------
+// The bytes are exactly those of QJsonDocument::toJson(Indented) for an array of QJsonObjects with
+// these keys (in its order: sorted), which is what the list printed when it held the whole document
+// in memory; scripts may compare outputs byte for byte. Rows are written one at a time, so the
+// output is never held whole.
+
+// `text` as a JSON string, as QJsonDocument writes it: UTF-8, with '"', '\\' and control
+// characters escaped; a text with a lone surrogate half goes through QJsonDocument itself.
+void appendJsonString(QByteArray& out, const QString& text) {
+    bool plain = true;
+    bool ascii = true;
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u < 0x20 || u == u'"' || u == u'\\' || QChar::isSurrogate(u)) {
+            plain = false;
+            break;
+        }
+        ascii = ascii && u < 0x80;
+    }
+    if (plain) {
+        out += '"';
+        if (ascii) {
+            const qsizetype at = out.size();
+            out.resize(at + text.size());
+            char* to = out.data() + at;
+            for (const QChar c : text) {
+                *to++ = static_cast<char>(c.unicode());
+            }
+        } else {
+            out += text.toUtf8();
+        }
+        out += '"';
+        return;
+    }
+    const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
+    out += QByteArrayView(array).sliced(1, array.size() - 2);
 }
 
-QJsonValue number(const QVariant& boxed) {
+// A number as QJsonDocument writes a double: whole numbers up to 2^53 as integers, the rest in
+// the shortest form that reads back the same; infinities and NaN as null.
+void appendJsonDouble(QByteArray& out, double value) {
+    if (!std::isfinite(value)) {
+        out += "null";
+    } else if (value == std::floor(value) && std::fabs(value) <= 9007199254740992.0) {
+        out += QByteArray::number(static_cast<qint64>(value));
+    } else {
+        out += QByteArray::number(value, 'g', QLocale::FloatingPointShortest);
+    }
+}
+
+void appendJsonText(QByteArray& out, const QString& value) {
+    if (value.isNull()) {
+        out += "null";
+    } else {
+        appendJsonString(out, value);
+    }
+}
+
+void appendJsonNumber(QByteArray& out, const QVariant& boxed) {
     const QVariant value = PlistValue::numberValue(boxed);
     if (!value.isValid()) {
-        return QJsonValue();
+        out += "null";
+    } else if (value.typeId() == QMetaType::Double) {
+        appendJsonDouble(out, value.toDouble());
+    } else {
+        out += QByteArray::number(value.toLongLong());
     }
-    if (value.typeId() == QMetaType::Double) {
-        return value.toDouble();
+}
+
+// Starts one member of a row: the separator and indent, the key and its colon.
+void appendJsonKey(QByteArray& out, const QString& key, bool first = false) {
+    out += first ? "        \"" : ",\n        \"";
+    out += key.toLatin1();
+    out += "\": ";
+}
+
+// One message as an element of the indented array, without the separator before it. The keys come
+// in the order of their names, as a JSON document of Qt writes them: the output stays byte for byte
+// what it was before it was streamed.
+void appendJsonRow(QByteArray& out, const ExtensionMessage& message) {
+    using Key = ListCommand::JsonKey;
+    const QDateTime date = message.date();
+    const QVariant unread = PlistValue::numberValue(message.unread());
+    out += "    {\n";
+    appendJsonKey(out, Key::account, true);
+    appendJsonText(out, message.account());
+    appendJsonKey(out, Key::date);
+    if (date.isValid()) {
+        appendJsonDouble(out, static_cast<double>(date.toMSecsSinceEpoch()) / 1000.0);
+    } else {
+        out += "null";
     }
-    return value.toLongLong();
+    appendJsonKey(out, Key::dateString);
+    appendJsonText(out, message.dateString());
+    appendJsonKey(out, Key::folderPath);
+    appendJsonText(out, message.folderPath());
+    appendJsonKey(out, Key::folderStandardId);
+    appendJsonNumber(out, message.folderStandardId());
+    appendJsonKey(out, Key::from);
+    appendJsonText(out, message.from());
+    appendJsonKey(out, Key::hasAvatar);
+    out += message.hasAvatar() ? "true" : "false";
+    appendJsonKey(out, Key::messageId);
+    appendJsonText(out, message.messageId());
+    appendJsonKey(out, Key::subject);
+    appendJsonText(out, message.subject());
+    appendJsonKey(out, Key::unread);
+    out += unread.isValid() ? (unread.toDouble() != 0 ? "true" : "false") : "null";
+    out += "\n    }";
+}
+
+// About this many bytes are gathered before they are handed to the output.
+constexpr qsizetype ChunkBytes = 64 * 1024;
+
+// Writes the JSON of `messages`, handing it to `hand` in pieces that end between rows.
+template <typename Emit> void writeJson(const ExtensionMessageList& messages, Emit hand) {
+    QByteArray chunk;
+    chunk.reserve(ChunkBytes + 4096);
+    chunk += "[\n";
+    bool first = true;
+    for (const ExtensionMessagePtr& message : messages) {
+        if (!first) {
+            chunk += ",\n";
+        }
+        first = false;
+        appendJsonRow(chunk, *message);
+        if (chunk.size() >= ChunkBytes) {
+            hand(chunk);
+            chunk.clear();
+        }
+    }
+    chunk += first ? "]\n" : "\n]\n";
+    hand(chunk);
+}
+
+// Writes the plain lines of `messages`, handing them to `hand` in pieces that end with a line.
+template <typename Emit> void writePlain(const ExtensionMessageList& messages, Emit hand) {
+    QString chunk;
+    chunk.reserve(ChunkBytes + 1024);
+    for (const ExtensionMessagePtr& message : messages) {
+        chunk += oneLine(message->dateString());
+        chunk += QLatin1Char('\t');
+        chunk += oneLine(message->from());
+        chunk += QLatin1Char('\t');
+        chunk += oneLine(message->subject());
+        chunk += QLatin1Char('\n');
+        if (chunk.size() >= ChunkBytes) {
+            hand(chunk);
+            chunk.clear();
+        }
+    }
+    hand(chunk);
 }
 
 } // namespace
 
 QString ListCommand::plainText(const ExtensionMessageList& messages) {
     QString out;
-    for (const ExtensionMessagePtr& message : messages) {
-        out += oneLine(message->dateString()) + QLatin1Char('\t') + oneLine(message->from()) +
-               QLatin1Char('\t') + oneLine(message->subject()) + QLatin1Char('\n');
-    }
+    writePlain(messages, [&out](const QString& chunk) { out += chunk; });
     return out;
 }
 
 QByteArray ListCommand::json(const ExtensionMessageList& messages) {
-    QJsonArray rows;
-    for (const ExtensionMessagePtr& message : messages) {
-        const QDateTime date = message->date();
-        const QVariant unread = PlistValue::numberValue(message->unread());
-        rows.append(QJsonObject{
-            {JsonKey::subject, text(message->subject())},
-            {JsonKey::from, text(message->from())},
-            {JsonKey::account, text(message->account())},
-            {JsonKey::messageId, text(message->messageId())},
-            {JsonKey::folderPath, text(message->folderPath())},
-            {JsonKey::folderStandardId, number(message->folderStandardId())},
-            {JsonKey::unread, unread.isValid() ? QJsonValue(unread.toDouble() != 0) : QJsonValue()},
-            {JsonKey::date, date.isValid() ? QJsonValue(static_cast<double>(date.toMSecsSinceEpoch()) / 1000.0)
-                                           : QJsonValue()},
-            {JsonKey::dateString, text(message->dateString())},
-            {JsonKey::hasAvatar, !message->image().isNull()},
-        });
-    }
-    return QJsonDocument(rows).toJson(QJsonDocument::Indented);
+    QByteArray out;
+    writeJson(messages, [&out](const QByteArray& chunk) { out += chunk; });
+    return out;
 }
 
 int ListCommand::run(const Options& options, QTextStream& out, QTextStream& err) {
@@ -94,10 +225,20 @@ int ListCommand::run(const Options& options, QTextStream& out, QTextStream& err)
                        .value_or(ExtensionMessageList());
         }
     }
+    // streamed: the text of a hundred thousand rows is never held whole
     if (options.json) {
-        out << json(rows);
+        QIODevice* device = out.device();
+        writeJson(rows, [&out, device](const QByteArray& chunk) {
+            if (device) {
+                // the bytes as they are: the stream would only decode and encode them again
+                out.flush();
+                device->write(chunk);
+            } else {
+                out << chunk;
+            }
+        });
     } else {
-        out << plainText(rows);
+        writePlain(rows, [&out](const QString& chunk) { out << chunk; });
     }
     out.flush();
     err.flush();

@@ -7,6 +7,7 @@
 #include "platform/LinkDetector.h"
 #include "platform/Localization.h"
 #include "platform/Log.h"
+#include "platform/PlistNode.h"
 #include "platform/PlistValue.h"
 #include "requestutils/RequestUtils.h"
 
@@ -16,11 +17,6 @@
 namespace corvina {
 
 namespace {
-
-QVariant numberOrZero(const QVariant& dictionary, const QString& key) {
-    const QVariant value = PlistValue::numberValue(PlistValue::objectForKey(dictionary, key));
-    return value.isValid() ? value : QVariant::fromValue<qint64>(0);
-}
 
 // Every number of seconds whose milliseconds fit the date type's 64-bit count is a date, however far
 // from today (about 292 million years either way): the record always gets the date it was given.
@@ -44,18 +40,19 @@ QDateTime dateFromSeconds(const QVariant& value) {
     return date;
 }
 
-// The sender's picture from the "avatar" text. Characters outside the Base64 alphabet (line breaks
-// and the like) are skipped; bytes that are no readable picture leave the avatar empty, silently;
-// a text or a picture over the bounds is refused with a line, as that is no accident.
-QImage avatarImage(const QString& text) {
+// Why an avatar text over its bound is not decoded; null when within it.
+QString avatarTextRefusal(const QString& text) {
     if (text.size() > ExtensionMessage::MaximumAvatarTextBytes) {
-        Log::write(QStringLiteral("ExtensionMessage avatar %@"),
-                   {QStringLiteral("text of %1 characters is longer than %2")
-                        .arg(text.size())
-                        .arg(ExtensionMessage::MaximumAvatarTextBytes)});
-        return QImage();
+        return QStringLiteral("text of %1 characters is longer than %2")
+            .arg(text.size())
+            .arg(ExtensionMessage::MaximumAvatarTextBytes);
     }
-    const QByteArray bytes = QByteArray::fromBase64(text.toLatin1());
+    return QString();
+}
+
+// The sender's picture from the avatar's bytes: null for bytes that are no readable picture,
+// silently; a picture over the bound is refused with a line, as that is no accident.
+QImage avatarImage(const QByteArray& bytes) {
     if (bytes.isEmpty()) {
         return QImage();
     }
@@ -69,6 +66,50 @@ QImage avatarImage(const QString& text) {
         return decoded.image.scaled(side, side, Qt::KeepAspectRatio, Qt::SmoothTransformation);
     }
     return decoded.image;
+}
+
+// The keys of a message dictionary, in the order the mail application writes them: the look-up
+// tries the key after the last one found first (see PlistNode::valuesForKeys).
+enum MessageKey { Subject, MessageId, From, Account, Folder, FolderStid, IsUnread, Date, Avatar, KeyCount };
+constexpr const char* MessageKeys[KeyCount] = {"subject",    "messageId", "from", "account", "folder",
+                                               "folderStid", "isUnread",  "date", "avatar"};
+
+QString textOr(const QVariant& value, const QString& fallback) {
+    const QString text = PlistValue::stringValue(value);
+    return text.isNull() ? fallback : text;
+}
+
+QVariant numberOrZero(const QVariant& value) {
+    const QVariant number = PlistValue::numberValue(value);
+    return number.isValid() ? number : QVariant::fromValue<qint64>(0);
+}
+
+// Fills a record from a message dictionary, whose values `valueOf(key)` gives one by one (null
+// where absent; it raises where the dictionary is none). One guarded block: whatever raises leaves
+// the fields before it set and the rest null.
+template <typename ValueOf> void fillFromDictionary(ExtensionMessage& message, ValueOf valueOf) {
+    try {
+        const QVariant subject = valueOf(Subject);
+        const QString subjectText = PlistValue::stringValue(subject);
+        // the translation is looked up only for the messages that need it
+        message.setSubject(subjectText.isNull() ? Localization::text(QStringLiteral("No subject"))
+                                                : subjectText);
+        message.setMessageId(textOr(valueOf(MessageId), Object::emptyString()));
+        message.setFrom(textOr(valueOf(From), Object::emptyString()));
+        message.setAccount(textOr(valueOf(Account), Object::emptyString()));
+        message.setFolderPath(textOr(valueOf(Folder), Object::emptyString()));
+        message.setFolderStandardId(numberOrZero(valueOf(FolderStid)));
+        message.setUnread(numberOrZero(valueOf(IsUnread)));
+        // a missing "date" reads as 0 seconds: 1970-01-01 00:00:00 UTC
+        message.setDate(dateFromSeconds(valueOf(Date)));
+        message.setDateString(ExtensionDate::shared().centralDate(message.date()));
+        const QVariant avatar = valueOf(Avatar);
+        if (avatar.isValid()) {
+            message.setAvatarText(PlistValue::textValue(avatar, "avatar"));
+        }
+    } catch (const Exception& error) {
+        Log::write(QStringLiteral("ExtensionMessage initWithDictonary %@"), {error.description()});
+    }
 }
 
 const QString AttachmentKeyPrefix = QStringLiteral("attachment_");
@@ -129,27 +170,89 @@ void ExtensionMessage::appendHtmlBody(const QString& html) {
 ExtensionMessagePtr ExtensionMessage::initWithDictonary(const QVariant& dictionary) {
     // Not built on init(): a record read from a snapshot keeps its composing fields null.
     auto message = std::make_shared<ExtensionMessage>();
-    try {
-        message->setSubject(PlistValue::stringForKey(dictionary, QStringLiteral("subject"),
-                                                     Localization::text(QStringLiteral("No subject"))));
-        message->setMessageId(
-            PlistValue::stringForKey(dictionary, QStringLiteral("messageId"), emptyString()));
-        message->setFrom(PlistValue::stringForKey(dictionary, QStringLiteral("from"), emptyString()));
-        message->setAccount(PlistValue::stringForKey(dictionary, QStringLiteral("account"), emptyString()));
-        message->setFolderPath(PlistValue::stringForKey(dictionary, QStringLiteral("folder"), emptyString()));
-        message->setFolderStandardId(numberOrZero(dictionary, QStringLiteral("folderStid")));
-        message->setUnread(numberOrZero(dictionary, QStringLiteral("isUnread")));
-        // a missing "date" reads as 0 seconds: 1970-01-01 00:00:00 UTC
-        message->setDate(dateFromSeconds(PlistValue::objectForKey(dictionary, QStringLiteral("date"))));
-        message->setDateString(ExtensionDate::shared().centralDate(message->date()));
-        const QVariant avatar = PlistValue::objectForKey(dictionary, QStringLiteral("avatar"));
-        if (avatar.isValid()) {
-            message->setImage(avatarImage(PlistValue::textValue(avatar, "avatar")));
-        }
-    } catch (const Exception& error) {
-        Log::write(QStringLiteral("ExtensionMessage initWithDictonary %@"), {error.description()});
-    }
+    fillFromDictionary(*message, [&dictionary](MessageKey key) {
+        return PlistValue::objectForKey(dictionary, QLatin1String(MessageKeys[key]));
+    });
     return message;
+}
+
+ExtensionMessagePtr ExtensionMessage::initWithNode(const PlistNode& dictionary) {
+    if (!dictionary.isDictionary()) {
+        // no dictionary: the error names the kind of value, as the Qt form's does
+        return initWithDictonary(dictionary.toVariant());
+    }
+    PlistNode values[KeyCount];
+    dictionary.valuesForKeys(MessageKeys, KeyCount, values);
+    auto message = std::make_shared<ExtensionMessage>();
+    fillFromDictionary(*message, [&values](MessageKey key) { return values[key].toVariant(); });
+    return message;
+}
+
+void ExtensionMessage::setAvatarText(const QString& text) {
+    QMutexLocker lock(&m_avatarLock);
+    m_avatarText = text;
+    m_avatarState = AvatarState::Unchecked;
+    m_image = QImage();
+}
+
+ExtensionMessage::AvatarState ExtensionMessage::checkAvatarLocked() const {
+    if (m_avatarState != AvatarState::Unchecked) {
+        return m_avatarState;
+    }
+    const QString refusal = avatarTextRefusal(m_avatarText);
+    if (!refusal.isNull()) {
+        Log::write(QStringLiteral("ExtensionMessage avatar %@"), {refusal});
+        m_avatarText.clear();
+        return m_avatarState = AvatarState::Refused;
+    }
+    // characters outside the Base64 alphabet (line breaks and the like) are skipped
+    const QByteArray bytes = QByteArray::fromBase64(m_avatarText.toLatin1());
+    if (bytes.isEmpty()) {
+        m_avatarText.clear();
+        return m_avatarState = AvatarState::Refused;
+    }
+    const ImageDecoder::Header header = ImageDecoder::inspect(bytes, MaximumAvatarPixels);
+    if (!header.refusal.isEmpty()) {
+        Log::write(QStringLiteral("ExtensionMessage avatar %@"), {header.refusal});
+        m_avatarText.clear();
+        return m_avatarState = AvatarState::Refused;
+    }
+    return m_avatarState = header.readable ? AvatarState::Plausible : AvatarState::Unclear;
+}
+
+QImage ExtensionMessage::image() const {
+    QMutexLocker lock(&m_avatarLock);
+    const AvatarState state = checkAvatarLocked();
+    if (state == AvatarState::Plausible || state == AvatarState::Unclear) {
+        m_image = avatarImage(QByteArray::fromBase64(m_avatarText.toLatin1()));
+        m_avatarText.clear();
+        m_avatarState = AvatarState::Decoded;
+    }
+    return m_image;
+}
+
+void ExtensionMessage::setImage(QImage image) {
+    QMutexLocker lock(&m_avatarLock);
+    std::swap(m_image, image);
+    m_avatarText.clear();
+    m_avatarState = AvatarState::Decoded;
+    // the old picture is released after the lock
+    lock.unlock();
+}
+
+bool ExtensionMessage::hasAvatar() const {
+    {
+        QMutexLocker lock(&m_avatarLock);
+        const AvatarState state = checkAvatarLocked();
+        if (state == AvatarState::Plausible) {
+            return true;
+        }
+        if (state != AvatarState::Unclear) {
+            return !m_image.isNull();
+        }
+    }
+    // a header that tells no size (a format that learns it only by decoding): decoded to know
+    return !image().isNull();
 }
 
 QString ExtensionMessage::description() const {

@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QImage>
 #include <QList>
+#include <QMutex>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -17,6 +18,7 @@
 
 namespace corvina {
 
+class PlistNode;
 class ExtensionMessage;
 using ExtensionMessagePtr = std::shared_ptr<ExtensionMessage>;
 using ExtensionMessageList = QList<ExtensionMessagePtr>;
@@ -36,16 +38,22 @@ public:
     // "No subject"), "messageId", "from", "account", "folder" (default ""), "folderStid" and
     // "isUnread" (default 0), "date" (seconds since 1970 read as a single-precision number, so a
     // present-day time is rounded to a multiple of 128 seconds; absent is 1970-01-01 UTC), the
-    // display text of that date, and the Base64 "avatar" decoded into an image.
-    // All in one guarded block: a value of the wrong shape is logged as
-    // "ExtensionMessage initWithDictonary <error>" and the record keeps the fields read before it,
-    // with the rest null and no defaults. The composing fields stay null. Never returns null.
+    // display text of that date, and the Base64 "avatar" text, kept to be decoded into an image
+    // on the first call of image() (see there). All in one guarded block: a value of the wrong
+    // shape is logged as "ExtensionMessage initWithDictonary <error>" and the record keeps the
+    // fields read before it, with the rest null and no defaults. The composing fields stay null.
+    // Never returns null.
     static ExtensionMessagePtr initWithDictonary(const QVariant& dictionary);
+    // The same record, read straight from a parsed property list's node: only the keys above are
+    // converted, the rest of the dictionary is never copied. Any value, null or wrong type gives
+    // what the QVariant form of the same node gives.
+    static ExtensionMessagePtr initWithNode(const PlistNode& dictionary);
 
     // Bounds of the "avatar" of a message dictionary. A sender's picture is shown 20 points wide,
     // so anything far larger is either a mistake or an attack: an avatar text longer than
     // MaximumAvatarTextBytes, or a picture of more than MaximumAvatarPixels, is not decoded, and the
-    // record logs "ExtensionMessage avatar <reason>" and keeps no image. A picture is kept at most
+    // record logs "ExtensionMessage avatar <reason>" (once, when the avatar is first looked at by
+    // image() or hasAvatar()) and keeps no image. A picture is kept at most
     // KeptAvatarSide pixels on its longer side (three times the shown size), scaled down smoothly.
     static constexpr qsizetype MaximumAvatarTextBytes = 1024 * 1024;
     static constexpr qint64 MaximumAvatarPixels = 1024 * 1024;
@@ -99,7 +107,6 @@ public:
     CORVINA_ATOMIC_PROPERTY(QString, plainBody, setPlainBody)
     CORVINA_ATOMIC_PROPERTY(QString, htmlBody, setHtmlBody)
     CORVINA_ATOMIC_PROPERTY(QDateTime, date, setDate)
-    CORVINA_ATOMIC_PROPERTY(QImage, image, setImage)
     CORVINA_ATOMIC_PROPERTY(QVariant, unread, setUnread)
     CORVINA_ATOMIC_PROPERTY(QVariant, folderStandardId, setFolderStandardId)
     CORVINA_ATOMIC_PROPERTY(MutableList<ExtensionAddressPtr>, to, setTo)
@@ -109,6 +116,33 @@ public:
     CORVINA_ATOMIC_PROPERTY(QString, ccString, setCcString)
     CORVINA_ATOMIC_PROPERTY(QString, bccString, setBccString)
     CORVINA_ATOMIC_PROPERTY(MutableList<QVariant>, attachments, setAttachments)
+
+public:
+    // The sender's picture. A record read from a snapshot keeps the "avatar" text and decodes it
+    // here, on the first call, so that only the rows that are drawn pay for their pictures; the
+    // result (a null image for bytes that are no readable picture, or a refused one) is kept.
+    QImage image() const;
+    // Replaces the picture, and any avatar text not decoded yet.
+    void setImage(QImage image);
+    // Whether the record has an avatar, told without decoding its pixels: a picture was set, or
+    // the avatar text is within its bound and holds Base64 of a picture whose header (PNG, JPEG,
+    // ...) reads and declares a size within MaximumAvatarPixels. A picture whose pixels turn out to
+    // be broken past a good header counts as an avatar here, though image() gives a null image and
+    // a row shows the placeholder for it.
+    bool hasAvatar() const;
+    // Keeps a snapshot's Base64 avatar text, to be looked at by image() and hasAvatar() when asked.
+    void setAvatarText(const QString& text);
+
+private:
+    // The avatar text of the snapshot, and what was learned of it so far (Unclear: a header that
+    // declares no size, so only decoding tells). Under m_avatarLock.
+    enum class AvatarState { None, Unchecked, Refused, Plausible, Unclear, Decoded };
+
+    AvatarState checkAvatarLocked() const;
+    mutable QMutex m_avatarLock;
+    mutable QString m_avatarText;
+    mutable AvatarState m_avatarState = AvatarState::None;
+    mutable QImage m_image;
 };
 
 } // namespace corvina

@@ -1,5 +1,6 @@
 #include "DateFormatter.h"
 
+#include "LocalTime.h"
 #include "Object.h"
 
 #include <QTimeZone>
@@ -10,6 +11,13 @@ QDate DateFormatter::calendarDay(const QDateTime& date) const {
     if (!date.isValid()) {
         return {};
     }
+    if (!m_utc) {
+        QDate day;
+        QTime time;
+        if (LocalTime::split(date.toMSecsSinceEpoch(), &day, &time)) {
+            return day;
+        }
+    }
     return (m_utc ? date.toUTC() : date.toLocalTime()).date();
 }
 
@@ -17,12 +25,33 @@ QString DateFormatter::stringFromDate(const QDateTime& date) const {
     if (!date.isValid()) {
         return Object::emptyString(); // deliberately empty, not null
     }
+    const bool hasDate = m_dateStyle != Style::None;
+    const bool hasTime = m_timeStyle != Style::None;
+    // A date alone or a time alone needs only the wall clock, which LocalTime gives without the
+    // zone look-up of a conversion; the rest may name the zone, and converts.
+    if (m_pattern.isEmpty() && !m_utc && hasDate != hasTime) {
+        QDate day;
+        QTime time;
+        if (LocalTime::split(date.toMSecsSinceEpoch(), &day, &time)) {
+            const qint64 key = hasDate ? day.toJulianDay() : time.msecsSinceStartOfDay();
+            QMutexLocker lock(&m_texts->mutex);
+            const auto known = m_texts->byKey.constFind(key);
+            if (known != m_texts->byKey.constEnd()) {
+                return *known;
+            }
+            const QString text = hasDate ? m_locale.toString(day, QLocale::ShortFormat)
+                                         : m_locale.toString(time, QLocale::ShortFormat);
+            if (m_texts->byKey.size() >= MostTexts) {
+                m_texts->byKey.clear();
+            }
+            m_texts->byKey.insert(key, text);
+            return text;
+        }
+    }
     const QDateTime at = m_utc ? date.toUTC() : date.toLocalTime();
     if (!m_pattern.isEmpty()) {
         return m_locale.toString(at, m_pattern);
     }
-    const bool hasDate = m_dateStyle != Style::None;
-    const bool hasTime = m_timeStyle != Style::None;
     if (hasDate && hasTime) {
         return m_locale.toString(at, QLocale::ShortFormat);
     }

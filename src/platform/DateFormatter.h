@@ -1,8 +1,11 @@
 #pragma once
 
 #include <QDateTime>
+#include <QHash>
 #include <QLocale>
+#include <QMutex>
 #include <QString>
+#include <memory>
 
 namespace corvina {
 
@@ -13,12 +16,27 @@ class DateFormatter {
 public:
     enum class Style { None, Short };
 
-    void setLocale(const QLocale& locale) { m_locale = locale; }
-    void setUtc(bool utc) { m_utc = utc; }
-    void setDateStyle(Style style) { m_dateStyle = style; }
-    void setTimeStyle(Style style) { m_timeStyle = style; }
+    void setLocale(const QLocale& locale) {
+        m_locale = locale;
+        forgetTexts();
+    }
+    void setUtc(bool utc) {
+        m_utc = utc;
+        forgetTexts();
+    }
+    void setDateStyle(Style style) {
+        m_dateStyle = style;
+        forgetTexts();
+    }
+    void setTimeStyle(Style style) {
+        m_timeStyle = style;
+        forgetTexts();
+    }
     // Qt date-time format ("yyyyMMdd", "yyyy-MM-dd'T'HH:mm:ss'Z'"); replaces the styles.
-    void setDateFormat(const QString& pattern) { m_pattern = pattern; }
+    void setDateFormat(const QString& pattern) {
+        m_pattern = pattern;
+        forgetTexts();
+    }
 
     const QLocale& locale() const { return m_locale; }
     bool isUtc() const { return m_utc; }
@@ -34,7 +52,18 @@ public:
     QDateTime dateFromString(const QString& text) const;
 
 private:
+    // The texts already made by a formatter of a date alone or a time alone, by calendar day or by
+    // time of day: messages come by the thousand and share a few days, and the locale's formatting
+    // is far costlier than a look-up. A text is shared, not copied. Bounded; emptied by any setter.
+    struct Texts {
+        QMutex mutex;
+        QHash<qint64, QString> byKey;
+    };
+    static constexpr qsizetype MostTexts = 4096;
+    void forgetTexts() { m_texts = std::make_shared<Texts>(); }
+
     QLocale m_locale;
+    std::shared_ptr<Texts> m_texts = std::make_shared<Texts>();
     bool m_utc = false;
     Style m_dateStyle = Style::None;
     Style m_timeStyle = Style::None;

@@ -107,6 +107,30 @@ ImageDecoder::Result decodePng(const QByteArray& bytes, qint64 maximumPixels) {
     return result;
 }
 
+ImageDecoder::Header inspectPng(const QByteArray& bytes, qint64 maximumPixels) {
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, quietError, quietWarning);
+    png_infop info = png ? png_create_info_struct(png) : nullptr;
+    if (!info) {
+        png_destroy_read_struct(&png, nullptr, nullptr);
+        return {};
+    }
+    PngSource source{&bytes};
+    png_set_read_fn(png, &source, readFromSource);
+    png_set_chunk_malloc_max(png, 1024 * 1024);
+    ImageDecoder::Header header;
+    png_uint_32 width = 0;
+    png_uint_32 height = 0;
+    if (readHeader(png, info, &width, &height)) {
+        if (qint64(width) * qint64(height) > maximumPixels) {
+            header.refusal = tooManyPixels(width, height, maximumPixels);
+        } else {
+            header.readable = width > 0 && height > 0;
+        }
+    }
+    png_destroy_read_struct(&png, &info, nullptr);
+    return header;
+}
+
 // ---- everything else through Qt's readers ----------------------------------------------------
 
 // Qt's image readers report broken files in the qt.gui.imageio categories; a broken avatar is no
@@ -126,9 +150,32 @@ void quietImageReaders(QLoggingCategory* category) {
     }
 }
 
-ImageDecoder::Result decodeWithQt(const QByteArray& bytes, qint64 maximumPixels) {
+void quietenQtReaders() {
     static std::once_flag once;
     std::call_once(once, [] { previousFilter = QLoggingCategory::installFilter(quietImageReaders); });
+}
+
+ImageDecoder::Header inspectWithQt(const QByteArray& bytes, qint64 maximumPixels) {
+    quietenQtReaders();
+    QByteArray data = bytes;
+    QBuffer buffer(&data);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer);
+    ImageDecoder::Header header;
+    const QSize declared = reader.size();
+    if (!declared.isValid() || declared.isEmpty()) {
+        return header;
+    }
+    if (qint64(declared.width()) * qint64(declared.height()) > maximumPixels) {
+        header.refusal = tooManyPixels(declared.width(), declared.height(), maximumPixels);
+    } else {
+        header.readable = true;
+    }
+    return header;
+}
+
+ImageDecoder::Result decodeWithQt(const QByteArray& bytes, qint64 maximumPixels) {
+    quietenQtReaders();
     QByteArray data = bytes;
     QBuffer buffer(&data);
     buffer.open(QIODevice::ReadOnly);
@@ -148,6 +195,13 @@ ImageDecoder::Result decodeWithQt(const QByteArray& bytes, qint64 maximumPixels)
 }
 
 } // namespace
+
+ImageDecoder::Header ImageDecoder::inspect(const QByteArray& bytes, qint64 maximumPixels) {
+    if (bytes.startsWith("\x89PNG\r\n\x1a\n")) {
+        return inspectPng(bytes, maximumPixels);
+    }
+    return inspectWithQt(bytes, maximumPixels);
+}
 
 ImageDecoder::Result ImageDecoder::decode(const QByteArray& bytes, qint64 maximumPixels) {
     if (bytes.startsWith("\x89PNG\r\n\x1a\n")) {

@@ -22,6 +22,16 @@ public:
 
     // Decodes `bytes`; a picture of more than `maximumPixels` is refused unread.
     static Result decode(const QByteArray& bytes, qint64 maximumPixels);
+
+    // What the picture's header alone tells, its pixels left undecoded: `readable` when a header of
+    // a known format is read and declares a size within `maximumPixels`; `refusal` as decode gives
+    // it for a larger picture. A readable header says nothing about the pixels after it, which may
+    // still be broken: decode alone tells.
+    struct Header {
+        bool readable = false;
+        QString refusal;
+    };
+    static Header inspect(const QByteArray& bytes, qint64 maximumPixels);
 };
 
 } // namespace corvina

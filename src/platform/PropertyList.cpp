@@ -430,15 +430,16 @@ QString notAPropertyList() {
 }
 
 // False where libplist handed over something it should not have (a node it failed to make, a
-// dictionary key that is no key): the list is then treated as no list at all.
-bool toVariant(plist_t node, int depth, QVariant& out) {
+// dictionary key that is no key, a kind of node no reader knows): the list is then treated as no
+// list at all. Checked over the whole list before anyone reads from it, so that a reader taking
+// only a few values (PlistNode) refuses exactly the lists that a conversion in full refuses.
+bool wellFormed(plist_t node, int depth) {
     // the checks above bound the depth already; this keeps a libplist surprise from recursing on
     if (!node || depth > PropertyList::MaximumDepth) {
         return false;
     }
     switch (plist_get_node_type(node)) {
     case PLIST_DICT: {
-        QVariantMap map;
         plist_dict_iter iter = nullptr;
         plist_dict_new_iter(node, &iter);
         bool ok = true;
@@ -450,92 +451,37 @@ bool toVariant(plist_t node, int depth, QVariant& out) {
                 break;
             }
             const plist_t keyNode = plist_dict_item_get_key(value);
-            QVariant element;
-            if (!keyNode || plist_get_node_type(keyNode) != PLIST_KEY ||
-                !toVariant(value, depth + 1, element)) {
+            if (!keyNode || plist_get_node_type(keyNode) != PLIST_KEY || !wellFormed(value, depth + 1)) {
                 ok = false;
                 break;
             }
-            char* key = nullptr;
-            plist_get_key_val(keyNode, &key);
-            map.insert(QString::fromUtf8(key ? key : ""), element);
-            std::free(key);
         }
         std::free(iter);
-        out = map;
         return ok;
     }
     case PLIST_ARRAY: {
-        QVariantList list;
         const uint32_t size = plist_array_get_size(node);
-        list.reserve(static_cast<qsizetype>(size));
         // through the iterator: fetching element i by index walks the i elements before it
         plist_array_iter iter = nullptr;
         plist_array_new_iter(node, &iter);
         bool ok = true;
-        for (uint32_t i = 0; i < size; ++i) {
+        for (uint32_t i = 0; i < size && ok; ++i) {
             plist_t item = nullptr;
             plist_array_next_item(node, iter, &item);
-            QVariant element;
-            if (!toVariant(item, depth + 1, element)) {
-                ok = false;
-                break;
-            }
-            list.append(element);
+            ok = wellFormed(item, depth + 1);
         }
         std::free(iter);
-        out = list;
         return ok;
     }
     case PLIST_STRING:
-    case PLIST_KEY: {
-        uint64_t length = 0;
-        const char* text = plist_get_string_ptr(node, &length);
-        out = text ? QString::fromUtf8(text, static_cast<qsizetype>(length)) : QString(QLatin1String(""));
+    case PLIST_KEY:
+    case PLIST_UINT:
+    case PLIST_UID:
+    case PLIST_REAL:
+    case PLIST_BOOLEAN:
+    case PLIST_DATE:
+    case PLIST_DATA:
         return true;
-    }
-    case PLIST_UINT: {
-        uint64_t value = 0;
-        plist_get_uint_val(node, &value);
-        // libplist keeps integers as 64-bit patterns: read them signed, as the lists are written
-        out = QVariant::fromValue(static_cast<qint64>(value));
-        return true;
-    }
-    case PLIST_UID: {
-        uint64_t value = 0;
-        plist_get_uid_val(node, &value);
-        out = QVariant::fromValue(static_cast<qint64>(value));
-        return true;
-    }
-    case PLIST_REAL: {
-        double value = 0;
-        plist_get_real_val(node, &value);
-        out = value;
-        return true;
-    }
-    case PLIST_BOOLEAN: {
-        uint8_t value = 0;
-        plist_get_bool_val(node, &value);
-        out = value != 0;
-        return true;
-    }
-    case PLIST_DATE: {
-        int32_t seconds = 0;
-        int32_t micros = 0;
-        plist_get_date_val(node, &seconds, &micros);
-        // libplist splits a date before 2001 into whole seconds rounded toward zero and a positive
-        // fraction: -1.25 s comes as -1 and 250000
-        const qint64 fraction = seconds < 0 ? -std::abs(micros / 1000) : micros / 1000;
-        const qint64 ms = (static_cast<qint64>(seconds) + ReferenceDateOffset) * 1000 + fraction;
-        out = QDateTime::fromMSecsSinceEpoch(ms, QTimeZone::utc());
-        return true;
-    }
-    case PLIST_DATA: {
-        uint64_t length = 0;
-        const char* bytes = plist_get_data_ptr(node, &length);
-        out = QByteArray(bytes ? bytes : "", bytes ? static_cast<qsizetype>(length) : 0);
-        return true;
-    }
     default:
         return false;
     }
@@ -624,56 +570,81 @@ QString PropertyList::tooLargeError() {
     return QStringLiteral("property list is larger than %1 bytes").arg(MaximumSize);
 }
 
-PropertyList::Result PropertyList::read(const QByteArray& bytes) {
+PlistDocument PropertyList::parse(const QByteArray& bytes) {
     if (bytes.size() > MaximumSize) {
-        return {QVariant(), tooLargeError()};
+        return PlistDocument::failure(tooLargeError());
     }
     if (bytes.isEmpty()) {
-        return {QVariant(), notAPropertyList()};
+        return PlistDocument::failure(notAPropertyList());
     }
     const auto length = static_cast<uint32_t>(bytes.size());
     plist_t root = nullptr;
     if (bytes.startsWith("bplist00")) {
         const QString problem = BinaryChecker(bytes).check();
         if (!problem.isEmpty()) {
-            return {QVariant(), problem};
+            return PlistDocument::failure(problem);
         }
         plist_from_bin(bytes.constData(), length, &root);
     } else if (bytes.startsWith("bplist")) {
-        return {QVariant(), QStringLiteral("binary property list of an unknown version")};
+        return PlistDocument::failure(QStringLiteral("binary property list of an unknown version"));
     } else {
         const QString problem = checkXml(bytes);
         if (!problem.isEmpty()) {
-            return {QVariant(), problem};
+            return PlistDocument::failure(problem);
         }
         plist_from_xml(bytes.constData(), length, &root);
     }
     if (!root) {
-        return {QVariant(), notAPropertyList()};
+        return PlistDocument::failure(notAPropertyList());
     }
-    const PlistPtr owner(root);
-    QVariant value;
-    if (!toVariant(root, 0, value)) {
-        return {QVariant(), notAPropertyList()};
+    PlistDocument document = PlistDocument::adopt(root);
+    if (!wellFormed(root, 0)) {
+        return PlistDocument::failure(notAPropertyList());
     }
-    return {value, QString()};
+    return document;
 }
 
-PropertyList::Result PropertyList::readFile(const QString& path) {
+PlistDocument PropertyList::parseFile(const QString& path) {
     // a FIFO, socket or device among the files is refused without waiting for it
     RegularFile file = RegularFile::open(path);
     if (!file.isOpen()) {
-        return {QVariant(), file.error(), true};
+        return PlistDocument::failure(file.error(), true);
     }
+    // One buffer per thread for the bytes, kept between files: a loader reads thousands of small
+    // files in a row, and a fresh buffer for each costs more than reading it. libplist copies out
+    // what it keeps, so the bytes are not needed past the parse. A buffer grown past a mebibyte
+    // by a large file is let go again.
+    thread_local QByteArray buffer;
+    struct Release {
+        ~Release() {
+            if (buffer.capacity() > 1024 * 1024) {
+                buffer = QByteArray();
+            }
+        }
+    } release;
     bool tooLarge = false;
-    const std::optional<QByteArray> bytes = file.readAll(MaximumSize, &tooLarge);
-    if (tooLarge) {
-        return {QVariant(), tooLargeError()};
+    if (!file.readAllInto(buffer, MaximumSize, &tooLarge)) {
+        if (tooLarge) {
+            return PlistDocument::failure(tooLargeError());
+        }
+        return PlistDocument::failure(file.error(), true);
     }
-    if (!bytes) {
-        return {QVariant(), file.error(), true};
+    return parse(buffer);
+}
+
+PropertyList::Result PropertyList::read(const QByteArray& bytes) {
+    return resultOf(parse(bytes));
+}
+
+PropertyList::Result PropertyList::readFile(const QString& path) {
+    return resultOf(parseFile(path));
+}
+
+PropertyList::Result PropertyList::resultOf(const PlistDocument& document) {
+    if (!document.ok()) {
+        return {QVariant(), document.error(), document.unreadable()};
     }
-    return read(*bytes);
+    return {document.root().toVariant(), QString()};
 }
 
 QByteArray PropertyList::write(const QVariant& value, Format format, QString* error) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "PlistDocument.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QVariant>
@@ -48,12 +50,21 @@ public:
     // Reads a whole file and parses it; a file over MaximumSize is refused before it is read.
     static Result readFile(const QString& path);
 
+    // The same reads, with the same checks and errors, leaving the list in libplist's form for a
+    // reader that takes only what it needs from it (see PlistDocument). read and readFile are
+    // these followed by a conversion of the whole list.
+    static PlistDocument parse(const QByteArray& bytes);
+    static PlistDocument parseFile(const QString& path);
+
     // The error text for an input over MaximumSize.
     static QString tooLargeError();
 
     // Serialises `value` (the types above); null QByteArray and `error` set when it holds a value
     // a property list cannot carry.
     static QByteArray write(const QVariant& value, Format format, QString* error = nullptr);
+
+private:
+    static Result resultOf(const PlistDocument& document);
 };
 
 } // namespace corvina

@@ -56,16 +56,23 @@ RegularFile RegularFile::open(const QString& path) {
 }
 
 std::optional<QByteArray> RegularFile::readAll(qint64 limit, bool* tooLarge) {
+    QByteArray bytes;
+    if (!readAllInto(bytes, limit, tooLarge)) {
+        return std::nullopt;
+    }
+    return bytes;
+}
+
+bool RegularFile::readAllInto(QByteArray& bytes, qint64 limit, bool* tooLarge) {
     if (tooLarge)
         *tooLarge = false;
     if (!isOpen())
-        return std::nullopt;
+        return false;
     if (m_size > limit) {
         if (tooLarge)
             *tooLarge = true;
-        return std::nullopt;
+        return false;
     }
-    QByteArray bytes;
     // the measured size, and one byte more to see a file that grew meanwhile
     bytes.resize(m_size + 1);
     qint64 filled = 0;
@@ -74,7 +81,7 @@ std::optional<QByteArray> RegularFile::readAll(qint64 limit, bool* tooLarge) {
             if (filled > limit) {
                 if (tooLarge)
                     *tooLarge = true;
-                return std::nullopt;
+                return false;
             }
             bytes.resize(std::min<qint64>(limit + 1, std::max<qint64>(filled * 2, 4096)));
         }
@@ -84,7 +91,7 @@ std::optional<QByteArray> RegularFile::readAll(qint64 limit, bool* tooLarge) {
             if (errno == EINTR)
                 continue;
             m_error = QStringLiteral("cannot read %1: %2").arg(m_path, systemError(errno));
-            return std::nullopt;
+            return false;
         }
         if (got == 0)
             break;
@@ -93,10 +100,10 @@ std::optional<QByteArray> RegularFile::readAll(qint64 limit, bool* tooLarge) {
     if (filled > limit) {
         if (tooLarge)
             *tooLarge = true;
-        return std::nullopt;
+        return false;
     }
     bytes.truncate(filled);
-    return bytes;
+    return true;
 }
 
 } // namespace corvina

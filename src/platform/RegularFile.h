@@ -41,6 +41,9 @@ public:
     // error; nothing with `tooLarge` set when there is more than `limit` (at most limit + 1 bytes are
     // ever read, so a file that grows meanwhile costs no more memory than the limit).
     std::optional<QByteArray> readAll(qint64 limit, bool* tooLarge = nullptr);
+    // The same into `bytes`, whose memory is used again where it is large enough (a reader of many
+    // files keeps one buffer); false where readAll answers nothing.
+    bool readAllInto(QByteArray& bytes, qint64 limit, bool* tooLarge = nullptr);
 
 private:
     RegularFile() = default;

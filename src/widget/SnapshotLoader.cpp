@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <dirent.h>
+#include <sys/stat.h>
+#include <utility>
 #include <vector>
 
 namespace corvina {
@@ -23,8 +25,8 @@ namespace {
 // Reads one snapshot file into `collected`; false when the file was skipped. A file that cannot
 // be read at all (a folder among the files, no permission) is skipped without a word.
 bool readSnapshot(const QString& path, ExtensionMessageList& collected) {
-    const PropertyList::Result parsed = PropertyList::readFile(path);
-    return !parsed.unreadable && SnapshotLoader::takeEnvelope(parsed, collected);
+    const PlistDocument parsed = PropertyList::parseFile(path);
+    return !parsed.unreadable() && SnapshotLoader::takeEnvelope(parsed, collected);
 }
 
 // The path with every symbolic link resolved; null when it cannot be resolved (missing, a loop).
@@ -48,9 +50,20 @@ bool staysInside(const QString& path, const QString& root) {
             root == QLatin1String("/"));
 }
 
+// Whether a file of an account folder that stays inside `root` stays inside too. A file that is no
+// link resolves to the folder's own resolved path and its name, so only links are resolved (a
+// resolution looks at every component of the path: thousands of files make that count).
+bool fileStaysInside(const QString& path, const QString& root) {
+    struct stat info {};
+    if (::lstat(QFile::encodeName(path).constData(), &info) != 0) {
+        return false; // missing: it cannot be resolved either
+    }
+    return !S_ISLNK(info.st_mode) || staysInside(path, root);
+}
+
 // Newest first; a message without a date goes after every dated one. Stable, so messages of the
 // same date keep the order in which they were read. The dates are taken once, not per comparison.
-ExtensionMessageList newestFirst(const ExtensionMessageList& messages) {
+ExtensionMessageList newestFirst(ExtensionMessageList messages) {
     struct Keyed {
         bool dated;
         qint64 msecs;
@@ -70,8 +83,9 @@ ExtensionMessageList newestFirst(const ExtensionMessageList& messages) {
     });
     ExtensionMessageList sorted;
     sorted.reserve(messages.size());
+    // moved, not copied: a copy would touch every record's count twice, in no order the cache likes
     for (const Keyed& key : keys) {
-        sorted.append(messages.at(key.index));
+        sorted.append(std::move(messages[key.index]));
     }
     return sorted;
 }
@@ -79,7 +93,44 @@ ExtensionMessageList newestFirst(const ExtensionMessageList& messages) {
 } // namespace
 
 bool SnapshotLoader::readSnapshotData(const QByteArray& bytes, ExtensionMessageList& collected) {
-    return takeEnvelope(PropertyList::read(bytes), collected);
+    return takeEnvelope(PropertyList::parse(bytes), collected);
+}
+
+bool SnapshotLoader::takeEnvelope(const PlistDocument& parsed, ExtensionMessageList& collected) {
+    if (!parsed.ok()) {
+        Log::write(QStringLiteral("updateData error deserialize %@"), {parsed.error()});
+        return false;
+    }
+    const PlistNode root = parsed.root();
+    if (!root.isDictionary()) {
+        Log::write(QStringLiteral("updateData error deserialize no dictionary in return"));
+        return false;
+    }
+    static constexpr const char* EnvelopeKeys[] = {"folder", "account", "data"};
+    PlistNode envelope[3];
+    root.valuesForKeys(EnvelopeKeys, 3, envelope);
+    const PlistNode& data = envelope[2];
+    if (envelope[0].isNull() || envelope[1].isNull() || data.isNull()) {
+        return false;
+    }
+    if (!data.isArray()) {
+        // a dictionary or a single value: read in the Qt form, which enumerates a dictionary's keys
+        // and raises for the rest, as it always did
+        for (const QVariant& element : PlistValue::enumerate(data.toVariant())) {
+            collected.append(ExtensionMessage::initWithDictonary(element));
+        }
+        return true;
+    }
+    // Each message straight from its node: no copy of the list in Qt values is made.
+    struct Cursor {
+        void* at = nullptr;
+        ~Cursor() { PlistNode::endElements(at); }
+    } cursor;
+    for (PlistNode element = data.nextElement(cursor.at); !element.isNull();
+         element = data.nextElement(cursor.at)) {
+        collected.append(ExtensionMessage::initWithNode(element));
+    }
+    return true;
 }
 
 bool SnapshotLoader::takeEnvelope(const PropertyList::Result& parsed, ExtensionMessageList& collected) {
@@ -164,7 +215,7 @@ ExtensionMessageList SnapshotLoader::updateData() {
                             continue;
                         }
                         for (const QString& file : *files) {
-                            if (staysInside(file, root) && readSnapshot(file, collected)) {
+                            if (fileStaysInside(file, root) && readSnapshot(file, collected)) {
                                 m_status = UpdateResult::NewData;
                             }
                         }
@@ -179,7 +230,7 @@ ExtensionMessageList SnapshotLoader::updateData() {
             Log::error(QStringLiteral("[%@] updateData coordinator %@"), {error});
         }
     }
-    return newestFirst(collected);
+    return newestFirst(std::move(collected));
 }
 
 } // namespace corvina

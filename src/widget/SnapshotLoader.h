@@ -37,6 +37,9 @@ public:
     static bool readSnapshotData(const QByteArray& bytes, ExtensionMessageList& collected);
     // The same, for a property list already read.
     static bool takeEnvelope(const PropertyList::Result& parsed, ExtensionMessageList& collected);
+    // The same, for a list kept in libplist's form: each message is built from its node, and
+    // nothing else of the list is converted. What the loader itself reads through.
+    static bool takeEnvelope(const PlistDocument& parsed, ExtensionMessageList& collected);
 
     // The outcome of the last updateData: NoData until an envelope with all three keys was taken,
     // then NewData; Failed after a lock or read failure. Kept for inspection only: the widget reports

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QVariant>
+
+namespace corvina {
+
+// One value inside a parsed property list (see PlistDocument), read in place: no copy of the list
+// into Qt values. Valid as long as the document that holds it. A default-made node is "no value".
+//
+// Readers that only need a few keys of a large list (the snapshot loader) look them up here and
+// convert just those values, through toVariant, into exactly what PropertyList::read would have
+// given for them; so a record built either way is the same record.
+class PlistNode {
+public:
+    PlistNode() = default;
+    explicit PlistNode(void* node) : m_node(node) {}
+
+    bool isNull() const { return m_node == nullptr; }
+    bool isDictionary() const;
+    bool isArray() const;
+
+    // The value as PropertyList::read gives it (QVariantMap, QVariantList, QString, qint64, double,
+    // bool, QDateTime in UTC, QByteArray); null for no value.
+    QVariant toVariant() const;
+
+    // For each of the `count` keys, the value a dictionary holds under it, or no value; a key that
+    // occurs twice gives its last value, as the Qt form (a QVariantMap) keeps the last one. One pass
+    // over the dictionary, fastest when the dictionary holds its keys in the order of `keys`. Every
+    // value is "no value" when this is no dictionary.
+    void valuesForKeys(const char* const* keys, int count, PlistNode* values) const;
+
+    // The number of elements of an array (0 for anything else), and the next one in order: start
+    // with a null `cursor`, and call until it answers a null node. Walks each element once.
+    qsizetype arraySize() const;
+    PlistNode nextElement(void*& cursor) const;
+    // Releases what nextElement kept in `cursor` (safe on a null cursor).
+    static void endElements(void*& cursor);
+
+private:
+    void* m_node = nullptr;
+};
+
+} // namespace corvina

@@ -228,7 +228,7 @@ std::optional<ShareCommand::Attachment> ShareCommand::classify(const QString& ar
 ExtensionMessagePtr ShareCommand::expectedDraft(const Options& options, const QList<Attachment>& attachments,
                                                 const QString& stagingPath) {
     // Made as the intake makes the real one (see ExtensionUtilities::GetItemForExtension).
-    const ExtensionMessagePtr message = ExtensionMessage::init();
+    ExtensionMessagePtr message = ExtensionMessage::init();
     if (!options.text.isEmpty()) {
         message->appendHtmlBody(QString::fromUtf8(AttributedString::fromPlainText(options.text).htmlData()) +
                                 QStringLiteral("<br/>"));

@@ -213,9 +213,8 @@ QString HostCommand::plainTextFromHtml(const QString& html) {
                     break;
                 const qsizetype closeEnd = html.indexOf(u'>', close);
                 i = closeEnd < 0 ? n : closeEnd + 1;
-            } else if (tagName == QLatin1String("br")) {
-                newline();
-            } else if (blockTags.contains(tagName) && !out.isEmpty() && !out.endsWith(u'\n')) {
+            } else if (tagName == QLatin1String("br") ||
+                       (blockTags.contains(tagName) && !out.isEmpty() && !out.endsWith(u'\n'))) {
                 newline();
             }
             continue;

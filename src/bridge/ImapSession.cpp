@@ -91,10 +91,10 @@ QString senderText(const mailimap_envelope* env) {
     const auto* address = static_cast<const mailimap_address*>(clist_content(first));
     if (address == nullptr)
         return QString();
-    const QString name = ImapSession::decodeHeader(address->ad_personal_name).trimmed();
+    QString name = ImapSession::decodeHeader(address->ad_personal_name).trimmed();
     if (!name.isEmpty())
         return name;
-    const QString mailbox = QString::fromUtf8(address->ad_mailbox_name ? address->ad_mailbox_name : "");
+    QString mailbox = QString::fromUtf8(address->ad_mailbox_name ? address->ad_mailbox_name : "");
     const QString host = QString::fromUtf8(address->ad_host_name ? address->ad_host_name : "");
     if (host.isEmpty())
         return mailbox;
@@ -397,7 +397,7 @@ QString ImapSession::decodeHeader(const char* raw) {
         free(decoded);
         return QString::fromUtf8(raw);
     }
-    const QString text = QString::fromUtf8(decoded);
+    QString text = QString::fromUtf8(decoded);
     free(decoded);
     return text;
 }
@@ -410,8 +410,8 @@ QDateTime ImapSession::parseDate(const char* raw) {
     if (mailimf_date_time_parse(raw, std::strlen(raw), &index, &parsed) != MAILIMF_NO_ERROR ||
         parsed == nullptr)
         return QDateTime();
-    const QDateTime date = makeDateTime(parsed->dt_year, parsed->dt_month, parsed->dt_day, parsed->dt_hour,
-                                        parsed->dt_min, parsed->dt_sec, parsed->dt_zone);
+    QDateTime date = makeDateTime(parsed->dt_year, parsed->dt_month, parsed->dt_day, parsed->dt_hour,
+                                  parsed->dt_min, parsed->dt_sec, parsed->dt_zone);
     mailimf_date_time_free(parsed);
     return date;
 }
@@ -587,7 +587,7 @@ QString firstOfMailboxes(const mailimf_mailbox_list* list) {
     if (list == nullptr || list->mb_list == nullptr)
         return QString();
     for (clistiter* it = clist_begin(list->mb_list); it != nullptr; it = clist_next(it)) {
-        const QString address = mailboxAddress(static_cast<const mailimf_mailbox*>(clist_content(it)));
+        QString address = mailboxAddress(static_cast<const mailimf_mailbox*>(clist_content(it)));
         if (!address.isEmpty())
             return address;
     }
@@ -601,11 +601,11 @@ QString firstOfAddresses(const mailimf_address_list* list) {
         const auto* address = static_cast<const mailimf_address*>(clist_content(it));
         if (address == nullptr)
             continue;
-        const QString text = address->ad_type == MAILIMF_ADDRESS_MAILBOX
-                                 ? mailboxAddress(address->ad_data.ad_mailbox)
-                                 : (address->ad_type == MAILIMF_ADDRESS_GROUP && address->ad_data.ad_group
-                                        ? firstOfMailboxes(address->ad_data.ad_group->grp_mb_list)
-                                        : QString());
+        QString text = address->ad_type == MAILIMF_ADDRESS_MAILBOX
+                           ? mailboxAddress(address->ad_data.ad_mailbox)
+                           : (address->ad_type == MAILIMF_ADDRESS_GROUP && address->ad_data.ad_group
+                                  ? firstOfMailboxes(address->ad_data.ad_group->grp_mb_list)
+                                  : QString());
         if (!text.isEmpty())
             return text;
     }

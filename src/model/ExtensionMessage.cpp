@@ -32,8 +32,7 @@ QDateTime dateFromSeconds(const QVariant& value) {
     if (!std::isfinite(milliseconds) || std::fabs(milliseconds) >= LargestMilliseconds) {
         throw Exception(QStringLiteral("date: %1 seconds is out of range").arg(seconds));
     }
-    const QDateTime date =
-        QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(milliseconds)), Qt::UTC);
+    QDateTime date = QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(milliseconds)), Qt::UTC);
     if (!date.isValid()) {
         throw Exception(QStringLiteral("date: %1 seconds is out of range").arg(seconds));
     }

@@ -4,7 +4,9 @@
 
 namespace corvina {
 
-QString Bundle::compiledIdentifier() { return QStringLiteral(CORVINA_BUNDLE_IDENTIFIER); }
+QString Bundle::compiledIdentifier() {
+    return QStringLiteral(CORVINA_BUNDLE_IDENTIFIER);
+}
 
 QString Bundle::identifier() {
     const QByteArray fromEnvironment = qgetenv("CORVINA_BUNDLE_IDENTIFIER");

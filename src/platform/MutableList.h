@@ -10,6 +10,8 @@ namespace corvina {
 // records built from a dictionary leave their composing lists null, `init` makes them empty.
 template <typename T> using MutableList = std::shared_ptr<QList<T>>;
 
-template <typename T> MutableList<T> makeMutableList() { return std::make_shared<QList<T>>(); }
+template <typename T> MutableList<T> makeMutableList() {
+    return std::make_shared<QList<T>>();
+}
 
 } // namespace corvina

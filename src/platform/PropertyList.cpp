@@ -155,7 +155,7 @@ private:
             frame.weight.bytes = static_cast<quint32>(bytes);
             return true;
         };
-        const QString badLength = QStringLiteral("binary property list has an invalid length field");
+        QString badLength = QStringLiteral("binary property list has an invalid length field");
         quint64 count = 0;
         switch (type) {
         case 0x0: // null, booleans, fill
@@ -242,7 +242,7 @@ private:
             Frame frame;
             frame.object = object;
             frame.weight.objects = 1;
-            const QString error = describe(frame);
+            QString error = describe(frame);
             if (!error.isEmpty()) {
                 return error;
             }
@@ -344,8 +344,8 @@ QString checkXml(const QByteArray& bytes) {
         textBytes += length;
         return textBytes <= PropertyList::MaximumBytes;
     };
-    const QString tooManyBytes = QStringLiteral("XML property list holds more than %1 bytes of text and data")
-                                     .arg(PropertyList::MaximumBytes);
+    QString tooManyBytes = QStringLiteral("XML property list holds more than %1 bytes of text and data")
+                               .arg(PropertyList::MaximumBytes);
     while (p < end) {
         const char* open = static_cast<const char*>(std::memchr(p, '<', static_cast<size_t>(end - p)));
         if (!open) {

@@ -67,8 +67,7 @@ QString URLDecodedString(const QString& receiver, bool plusAsSpace) {
     if (receiver.isNull()) {
         return QString();
     }
-    const QString text =
-        plusAsSpace ? QString(receiver).replace(QLatin1Char('+'), QLatin1Char(' ')) : receiver;
+    QString text = plusAsSpace ? QString(receiver).replace(QLatin1Char('+'), QLatin1Char(' ')) : receiver;
     if (!text.contains(QLatin1Char('%'))) {
         return text;
     }
@@ -215,8 +214,7 @@ Parameters URLQueryParametersWithOptions(const QString& receiver, quint32 option
     Parameters result;
     for (auto& [key, entry] : collected) {
         // in key order, as the map keeps them: each goes in at the end
-        result.insert(result.cend(), key,
-                      entry.isList ? QVariant(std::move(entry.values)) : QVariant(std::move(entry.text)));
+        result.insert(result.cend(), key, entry.isList ? QVariant(entry.values) : QVariant(entry.text));
     }
     return result;
 }

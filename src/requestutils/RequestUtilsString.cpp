@@ -196,7 +196,7 @@ QString base64DecodedString(const QString& receiver) {
         std::array<int, 128> t{};
         t.fill(-1);
         for (int i = 0; i < alphabet.size(); ++i) {
-            t[static_cast<size_t>(alphabet.at(i))] = i;
+            t[static_cast<unsigned char>(alphabet.at(i))] = i;
         }
         return t;
     }();

@@ -298,7 +298,7 @@ QString typeName(const QVariant& element) {
 QString sourcePath(const QVariant& element) {
     if (element.typeId() != QMetaType::QString)
         throw Exception(QStringLiteral("not a file path: a value of type %1").arg(typeName(element)));
-    const QString path = element.toString();
+    QString path = element.toString();
     if (path.contains(QChar(0)))
         throw Exception(QStringLiteral("file path with a NUL character: \"%1\"")
                             .arg(QString(path).replace(QChar(0), QLatin1Char('?'))));

@@ -57,7 +57,7 @@ QString GetGoodPath(const QString& name, const QString& folder) {
     QString suffix;
     for (quint64 counter = 1;; ++counter) {
         // A name at the length limit still gets its counter: the base is shortened to make room.
-        const QString path = prefix + fitted(base, suffix, tail);
+        QString path = prefix + fitted(base, suffix, tail);
         if (!occupied(path))
             return path;
         suffix = QStringLiteral("_%1").arg(counter);

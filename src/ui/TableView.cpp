@@ -97,7 +97,7 @@ void TableView::reloadData() {
 QRect TableView::rectOfRow(qint64 row) const {
     const int top = m_headerView ? m_headerView->height() : 0;
     const qreal pitch = m_rowHeight + m_intercellSpacing.height();
-    return QRect(0, top + int(row * pitch), width(), int(m_rowHeight));
+    return QRect(0, top + int(double(row) * pitch), width(), int(m_rowHeight));
 }
 
 void TableView::placeRows(bool animated) {

@@ -35,7 +35,7 @@ QString TextField::displayedText() const {
     const qsizetype lineEnd =
         m_text.indexOf(QRegularExpression(QStringLiteral("[\\r\\n\\x{2028}\\x{2029}]")));
     const bool more = lineEnd >= 0;
-    const QString first = more ? m_text.left(lineEnd) : m_text;
+    QString first = more ? m_text.left(lineEnd) : m_text;
     if (!m_truncates)
         return first;
     const QFontMetrics metrics(font());

@@ -35,7 +35,7 @@ QString resolved(const QString& path) {
     if (!real) {
         return QString();
     }
-    const QString out = QFile::decodeName(real);
+    QString out = QFile::decodeName(real);
     std::free(real);
     return out;
 }

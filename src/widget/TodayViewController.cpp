@@ -84,7 +84,8 @@ void TodayViewController::dismissViewController(ViewController* controller) {
     ViewController::dismissViewController(controller);
 }
 
-void TodayViewController::widgetPerformUpdateWithCompletionHandler(CompletionHandler completionHandler) {
+void TodayViewController::widgetPerformUpdateWithCompletionHandler(
+    const CompletionHandler& completionHandler) {
     const std::optional<QUrl> container = ExtensionUtilities::GroupPath();
     // Missing only when there is no location at all: a location whose folder is not on disk still
     // goes on to the read below (which then finds nothing). Deliberately so.

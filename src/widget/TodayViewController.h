@@ -54,7 +54,7 @@ public:
     // the handler hears 1 (no data) at once; then, in every case, the snapshot is read on the main
     // queue, shown, and the handler hears 0 (new data). So with no container it is called twice,
     // with 1 and then 0: deliberate, the host relies on the final 0 to stop waiting.
-    void widgetPerformUpdateWithCompletionHandler(CompletionHandler completionHandler);
+    void widgetPerformUpdateWithCompletionHandler(const CompletionHandler& completionHandler);
     // The proposed insets with the left one 0: the rows use the full width.
     EdgeInsets widgetMarginInsetsForProposedMarginInsets(EdgeInsets proposed) const;
     bool widgetAllowsEditing() const { return false; }

@@ -40,7 +40,8 @@ QString containerFor(qint64 messages) {
 
 QStringList snapshotFiles(const QString& root) {
     QStringList files;
-    QDirIterator it(root + "/SharedData/" + corvina::ConstVars::todayFolder, QDir::Files, QDirIterator::Subdirectories);
+    QDirIterator it(root + "/SharedData/" + corvina::ConstVars::todayFolder, QDir::Files,
+                    QDirIterator::Subdirectories);
     while (it.hasNext()) {
         files << it.next();
     }

@@ -220,9 +220,9 @@ int ListCommand::run(const Options& options, QTextStream& out, QTextStream& err)
             rows = dataFromDisk;
         } else {
             // a stored choice without a list shows nothing, as the widget's first screen would
-            rows = SegmentFilter::dataToShow(dataFromDisk,
-                                             UserDefaults::integerForKey(ConstVars::segmentedKey))
-                       .value_or(ExtensionMessageList());
+            rows =
+                SegmentFilter::dataToShow(dataFromDisk, UserDefaults::integerForKey(ConstVars::segmentedKey))
+                    .value_or(ExtensionMessageList());
         }
     }
     // streamed: the text of a hundred thousand rows is never held whole

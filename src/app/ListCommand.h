@@ -40,9 +40,10 @@ public:
         static inline const QString dateString = QStringLiteral("dateString");
         static inline const QString hasAvatar = QStringLiteral("hasAvatar");
     };
-    static inline const QStringList jsonKeys{JsonKey::subject,  JsonKey::from,       JsonKey::account,
-                                             JsonKey::messageId, JsonKey::folderPath,
-                                             JsonKey::folderStandardId, JsonKey::unread, JsonKey::date,
+    static inline const QStringList jsonKeys{JsonKey::subject,    JsonKey::from,
+                                             JsonKey::account,    JsonKey::messageId,
+                                             JsonKey::folderPath, JsonKey::folderStandardId,
+                                             JsonKey::unread,     JsonKey::date,
                                              JsonKey::dateString, JsonKey::hasAvatar};
 
     // A JSON array of objects, one per message, each with every key of jsonKeys.

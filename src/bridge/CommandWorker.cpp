@@ -59,7 +59,8 @@ void CommandWorker::enqueue(MessageCommand::Action action, const QString& messag
             if (!idle) {
                 idle = new QTimer(m_context.get());
                 idle->setSingleShot(true);
-                connect(idle, &QTimer::timeout, m_context.get(), [command = m_command.get()] { command->close(); });
+                connect(idle, &QTimer::timeout, m_context.get(),
+                        [command = m_command.get()] { command->close(); });
             }
             idle->start(IdleCloseMs);
         },

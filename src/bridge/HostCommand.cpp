@@ -95,7 +95,8 @@ std::optional<HostCommand> HostCommand::parse(const QString& url, QString* error
     if (!parsed)
         return refuse(QStringLiteral("not a URL: %1").arg(shortened(url)));
     if (parsed->scheme().compare(CommandURL::scheme, Qt::CaseInsensitive) != 0)
-        return refuse((QStringLiteral("not a ") + CommandURL::scheme + QStringLiteral(": URL: %1")).arg(shortened(url)));
+        return refuse((QStringLiteral("not a ") + CommandURL::scheme + QStringLiteral(": URL: %1"))
+                          .arg(shortened(url)));
     if (!url.mid(CommandURL::scheme.size()).startsWith(QLatin1String("://")))
         return refuse(QStringLiteral("no command where the host stands in %1").arg(shortened(url)));
     // The command stands where a host would, alone: no user, password, port or path beside it.

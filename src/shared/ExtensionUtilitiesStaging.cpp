@@ -400,7 +400,8 @@ std::optional<QString> ExtensionUtilities::StagingFolderNameProblem(const QStrin
     if (folder.startsWith(QLatin1Char('.')))
         return QStringLiteral("a hidden name, kept for lock files and temporary files: \"%1\"").arg(folder);
     // Without regard to case: on a file system that ignores it, "today" is the snapshots' folder.
-    for (const QString& reserved : {ConstVars::todayFolder, ConstVars::accountsFile, ConstVars::contactsFolder}) {
+    for (const QString& reserved :
+         {ConstVars::todayFolder, ConstVars::accountsFile, ConstVars::contactsFolder}) {
         if (folder.compare(reserved, Qt::CaseInsensitive) == 0)
             return QStringLiteral("the mail application's own \"%1\" is no staging folder: \"%2\"")
                 .arg(reserved, folder);

@@ -170,9 +170,8 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
         TableRowView* view = row.rowView.get();
         view->raise();
         m_leaving.push_back(std::move(row.rowView));
-        connect(out, &QVariantAnimation::valueChanged, view, [view](const QVariant& v) {
-            view->setGeometry(v.toRect());
-        });
+        connect(out, &QVariantAnimation::valueChanged, view,
+                [view](const QVariant& v) { view->setGeometry(v.toRect()); });
         // Also when the table stops its animations on the way out.
         connect(out, &QVariantAnimation::finished, this, [this, view] {
             std::erase_if(m_leaving, [view](const auto& leaving) { return leaving.get() == view; });

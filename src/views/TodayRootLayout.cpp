@@ -46,7 +46,8 @@ QSize TodayRootLayout::sizeHint() const {
 void TodayRootLayout::setGeometry(const QRect& rect) {
     QLayout::setGeometry(rect);
     m_header->setGeometry(0, 0, TodayMetrics::width, TodayMetrics::headerHeight);
-    m_table->setGeometry(0, TodayMetrics::headerHeight + TodayMetrics::headerGap, TodayMetrics::width, qRound(m_shown));
+    m_table->setGeometry(0, TodayMetrics::headerHeight + TodayMetrics::headerGap, TodayMetrics::width,
+                         qRound(m_shown));
 }
 
 } // namespace corvina

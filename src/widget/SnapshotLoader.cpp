@@ -193,7 +193,8 @@ ExtensionMessageList SnapshotLoader::updateData() {
     m_status = UpdateResult::NoData;
     const std::optional<QUrl> data = ExtensionUtilities::GroupDataPath();
     if (data) {
-        const QUrl today = QUrl::fromLocalFile(data->toLocalFile() + QLatin1Char('/') + ConstVars::todayFolder);
+        const QUrl today =
+            QUrl::fromLocalFile(data->toLocalFile() + QLatin1Char('/') + ConstVars::todayFolder);
         FileCoordinator coordinator;
         QString error;
         const bool coordinated = coordinator.coordinateReadingItemAtURL(

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "model/ExtensionMessage.h"
 #include "UpdateResult.h"
+#include "model/ExtensionMessage.h"
 #include "platform/PropertyList.h"
 
 #include <QByteArray>

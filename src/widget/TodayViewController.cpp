@@ -62,7 +62,8 @@ void TodayViewController::loadView() {
     m_myHeaderView->setDelegate(this);
 
     // The table's own height constraint; the root view's layout reads it.
-    auto* height = new LayoutConstraint(LayoutConstraint::Height, 1.0, TodayMetrics::initialTableHeight, m_myTableView);
+    auto* height =
+        new LayoutConstraint(LayoutConstraint::Height, 1.0, TodayMetrics::initialTableHeight, m_myTableView);
     setViewHeightContraint(height);
     m_rootLayout = new TodayRootLayout(m_rootView, m_myHeaderView, m_myTableView, height);
 

@@ -1,10 +1,10 @@
 // One account read from a real Dovecot and written into the shared folder, then read back with the
 // widget's own loader.
 #include "bridge/AccountSync.h"
-#include "shared/ConstVars.h"
 
 #include "BridgeTesting.h"
 #include "bridge/SnapshotWriter.h"
+#include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 
 #include <QDeadlineTimer>
@@ -325,8 +325,8 @@ TEST_F(AccountSyncTest, UnchangedContentIsNotRewritten) {
     int written = 0;
     ASSERT_TRUE(sync(account(), &written).ok);
     EXPECT_EQ(written, 3); // Accounts.plist, inbox.plist, todo.plist
-    const QString inbox =
-        container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail + QStringLiteral("/inbox.plist");
+    const QString inbox = container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail +
+                          QStringLiteral("/inbox.plist");
     struct stat before {};
     ASSERT_EQ(::stat(QFile::encodeName(inbox).constData(), &before), 0);
 

@@ -91,8 +91,8 @@ ExtensionMessageList BridgeServerTest::widgetMessages() {
 }
 
 QVariantMap BridgeServerTest::snapshot(const QString& file) const {
-    const PropertyList::Result parsed =
-        PropertyList::readFile(container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail + u'/' + file);
+    const PropertyList::Result parsed = PropertyList::readFile(
+        container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail + u'/' + file);
     EXPECT_TRUE(parsed.ok()) << parsed.error.toStdString();
     return parsed.value.toMap();
 }

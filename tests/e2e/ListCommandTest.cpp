@@ -112,7 +112,8 @@ TEST(ListCommand, JsonAllPrintsEveryRecordNewestFirst) {
     const QStringList documented = corvina::ListCommand::jsonKeys;
     for (const QJsonValue& row : rows) {
         const QStringList keys = row.toObject().keys();
-        EXPECT_EQ(QSet<QString>(keys.begin(), keys.end()), QSet<QString>(documented.begin(), documented.end()));
+        EXPECT_EQ(QSet<QString>(keys.begin(), keys.end()),
+                  QSet<QString>(documented.begin(), documented.end()));
     }
     EXPECT_EQ(rows[1]["messageId"], "a1");
     EXPECT_EQ(rows[1]["date"], 1700000000);

@@ -177,7 +177,8 @@ TEST(ExtensionUtilities, APlainFileNamedContactsGivesEmptyListsSilently) {
 TEST(ExtensionUtilities, AContactsFolderThatCannotBeMadeIsLogged) {
     TempContainer container;
     // a dangling link: nothing "exists" there, yet nothing can be made there either
-    ASSERT_TRUE(QFile::link(container.root() + "/nowhere", container.data() + "/" + ConstVars::contactsFolder));
+    ASSERT_TRUE(
+        QFile::link(container.root() + "/nowhere", container.data() + "/" + ConstVars::contactsFolder));
     LogCapture capture;
     const auto contacts = ExtensionUtilities::AddressesAndGroups();
     EXPECT_TRUE(contacts.addresses.isEmpty());

@@ -53,12 +53,14 @@ QStringList stagedNames(const QString& folder) {
 // A data folder as the mail application keeps it: accounts, snapshots of two accounts, contacts,
 // the three lock sidecars, a writer's temporary file and an earlier share.
 void writeMailApplicationItems(const QString& data) {
-    writeFile(data + "/" + ConstVars::accountsFile, "<?xml version=\"1.0\"?><plist><array><dict><key>mail</key>"
-                                        "<string>ada@example.org</string></dict></array></plist>");
+    writeFile(data + "/" + ConstVars::accountsFile,
+              "<?xml version=\"1.0\"?><plist><array><dict><key>mail</key>"
+              "<string>ada@example.org</string></dict></array></plist>");
     writeFile(data + "/" + ConstVars::todayFolder + "/ada@example.org/inbox.plist", "inbox of ada");
     writeFile(data + "/" + ConstVars::todayFolder + "/ada@example.org/todo", "to do of ada");
     writeFile(data + "/" + ConstVars::todayFolder + "/ada@example.org/.inbox.plist.k3J9.tmp", "half written");
-    writeFile(data + "/" + ConstVars::todayFolder + "/bob@example.org/inbox.plist", QByteArray("bplist00\0\1\2", 11));
+    writeFile(data + "/" + ConstVars::todayFolder + "/bob@example.org/inbox.plist",
+              QByteArray("bplist00\0\1\2", 11));
     writeFile(data + "/" + ConstVars::contactsFolder + "/Addresses.plist", "addresses");
     writeFile(data + "/" + ConstVars::contactsFolder + "/Groups.plist", "groups");
     writeFile(data + "/.Today.lock", "");

@@ -2,8 +2,8 @@
 
 #include "platform/UserDefaults.h"
 #include "shared/ConstVars.h"
-#include "views/TodayMetrics.h"
 #include "support/WidgetTesting.h"
+#include "views/TodayMetrics.h"
 
 #include <QTest>
 #include <gtest/gtest.h>

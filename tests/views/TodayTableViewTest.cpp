@@ -123,5 +123,6 @@ TEST(TodayTableView, RemovingRowsKeepsItsOwnCountAndMovesRowsUp) {
     table.removeRowsAtIndexes({1}, TableView::AnimationEffectNone);
     EXPECT_EQ(table.numberOfRows(), 4);
     EXPECT_EQ(table.rowViewAtRow(2), fourth);
-    EXPECT_EQ(fourth->geometry(), QRect(0, 2 * TodayMetrics::rowHeight, TodayMetrics::width, TodayMetrics::rowHeight));
+    EXPECT_EQ(fourth->geometry(),
+              QRect(0, 2 * TodayMetrics::rowHeight, TodayMetrics::width, TodayMetrics::rowHeight));
 }

@@ -120,7 +120,8 @@ TEST(SnapshotLoader, DataThatIsATextAbandonsTheRestButKeepsWhatWasRead) {
     }
     container.writePlist(kToday + "/" + ada + "/bad", envelope("not a list"));
     // the files read before the bad one are those the listing gives before it
-    const QStringList listing = *SnapshotLoader::directoryContent(container.data() + "/" + kToday + "/" + ada);
+    const QStringList listing =
+        *SnapshotLoader::directoryContent(container.data() + "/" + kToday + "/" + ada);
     QStringList before;
     for (const QString& path : listing) {
         if (path.endsWith("/bad")) {
@@ -183,7 +184,8 @@ TEST(SnapshotLoader, AnEnvelopeMissingAKeyContributesNothingSilently) {
     container.writeAccounts({TempContainer::account(ada)});
     const QVariantList data{TempContainer::message("x", ada, 1)};
     container.writePlist(kToday + "/" + ada + "/no-folder", QVariantMap{{"account", ada}, {"data", data}});
-    container.writePlist(kToday + "/" + ada + "/no-account", QVariantMap{{"folder", "INBOX"}, {"data", data}});
+    container.writePlist(kToday + "/" + ada + "/no-account",
+                         QVariantMap{{"folder", "INBOX"}, {"data", data}});
     container.writePlist(kToday + "/" + ada + "/no-data", QVariantMap{{"folder", "INBOX"}, {"account", ada}});
     LogCapture capture;
     SnapshotLoader loader;

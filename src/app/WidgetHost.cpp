@@ -13,6 +13,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QLayout>
+#include <QSet>
 
 namespace corvina {
 
@@ -84,37 +85,53 @@ bool WidgetHost::isSettled() const {
 }
 
 void WidgetHost::watchFolders() {
-    QStringList folders;
-    QStringList files;
+    QSet<QString> wanted;
     if (const auto data = ExtensionUtilities::GroupDataPath()) {
         const QString dataPath = data->toLocalFile();
         const QString today = dataPath + QLatin1Char('/') + ConstVars::todayFolder;
+        if (!QFileInfo(dataPath).isDir()) {
+            // The mail application has not made its shared folder yet: watch the nearest folder above
+            // it that exists, so that the folder is seen as soon as it is made, not at the next
+            // periodic update.
+            QDir above = QFileInfo(dataPath).absoluteDir();
+            while (!above.exists() && !above.isRoot())
+                above.setPath(QFileInfo(above.absolutePath()).absolutePath());
+            if (above.exists())
+                wanted.insert(above.absolutePath());
+        }
         // The data folder (the account list, the snapshot folder appearing), the snapshot folder
         // (account folders appearing) and each account's folder (snapshot files replaced, as the
         // mail application does, by renaming a new file over the old).
         for (const QString& folder : {dataPath, today})
             if (QFileInfo(folder).isDir())
-                folders << folder;
+                wanted.insert(folder);
         const QDir todayDir(today);
         for (const QString& name : todayDir.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
             const QDir account(todayDir.filePath(name));
-            folders << account.path();
+            wanted.insert(account.path());
             // A writer that rewrites a file in place changes no folder: watch the files as well.
             for (const QString& file : account.entryList(QDir::Files))
-                files << account.filePath(file);
+                wanted.insert(account.filePath(file));
         }
         const QString accounts = dataPath + QLatin1Char('/') + ConstVars::accountsFile;
         if (QFileInfo(accounts).isFile())
-            files << accounts;
+            wanted.insert(accounts);
     }
-    const QStringList wanted = folders + files;
-    const QStringList current = m_watcher.directories() + m_watcher.files();
+    // Sets on both sides: the bookkeeping stays linear in the number of watched paths.
+    const QStringList currentList = m_watcher.directories() + m_watcher.files();
+    const QSet<QString> current(currentList.cbegin(), currentList.cend());
+    QStringList gone;
     for (const QString& path : current)
         if (!wanted.contains(path))
-            m_watcher.removePath(path);
+            gone << path;
+    QStringList added;
     for (const QString& path : wanted)
         if (!current.contains(path))
-            m_watcher.addPath(path);
+            added << path;
+    if (!gone.isEmpty())
+        m_watcher.removePaths(gone);
+    if (!added.isEmpty())
+        m_watcher.addPaths(added);
 }
 
 } // namespace corvina

@@ -6,6 +6,7 @@
 #include "support/XServer.h"
 
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QFile>
 #include <QImage>
 #include <QProcess>
@@ -143,4 +144,48 @@ TEST_F(WidgetProgram, FollowsTheMailAppsFilesAndClosesWithEscape) {
     const QSettings settings(config.filePath(QStringLiteral("corvina/org.corvina.mail.today.conf")),
                              QSettings::IniFormat);
     EXPECT_TRUE(settings.value(QStringLiteral("window/position")).isValid());
+}
+
+// The widget started before the mail application ever made its shared folder: the folder is seen
+// as soon as it is made (the folder above it is watched), not at the next periodic update, which
+// here is an hour away.
+TEST(WidgetProgramWithoutSharedFolder, SeesTheSharedFolderMadeAfterItStarted) {
+    XServer x;
+    ASSERT_TRUE(x.start()) << "Xvfb could not be started";
+    QTemporaryDir base;
+    QTemporaryDir config;
+    const QString group = base.path() + QStringLiteral("/later/group");
+    QProcess widget;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("DISPLAY"), x.display());
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
+    widget.setProcessEnvironment(env);
+    widget.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    widget.start(
+        QStringLiteral(CORVINA_TODAY_BINARY),
+        {QStringLiteral("--container"), group, QStringLiteral("--interval"), QStringLiteral("3600")});
+    ASSERT_TRUE(widget.waitForStarted(5000));
+    const QString windowId = x.findWindow(QStringLiteral("Corvina Today"));
+    ASSERT_FALSE(windowId.isEmpty()) << "the widget's window did not appear";
+    const QPoint origin = x.windowOrigin(windowId);
+    // Let the first (empty) update finish before the folder comes.
+    QThread::msleep(500);
+    EXPECT_EQ(inkInRow(x.screen(), origin, 0), 0);
+
+    // The mail application makes the whole shared folder at once: made aside, then moved in place.
+    {
+        TempContainer made;
+        made.writeAccounts({TempContainer::account(kAccount)});
+        made.writeSnapshot(kAccount, QStringLiteral("inbox.plist"), messages({QStringLiteral("m0")}));
+        ASSERT_TRUE(QDir().mkpath(base.path() + QStringLiteral("/later")));
+        ASSERT_EQ(
+            std::rename(QFile::encodeName(made.root()).constData(), QFile::encodeName(group).constData()), 0);
+    }
+    // The folder "later" appeared under the watched base first, then "group" in it: both steps are
+    // followed, within a second of the second.
+    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 0) > 50; }, 1500))
+        << "the shared folder made after the start was not seen";
+    widget.terminate();
+    widget.waitForFinished(3000);
 }

@@ -21,6 +21,15 @@ QDate DateFormatter::calendarDay(const QDateTime& date) const {
     return (m_utc ? date.toUTC() : date.toLocalTime()).date();
 }
 
+QString DateFormatter::shortTime(const QTime& time) const {
+    // The C locale (no locale set, LANG=C or POSIX) writes its short time with seconds, "14:05:00":
+    // a list of messages shows hours and minutes, as every other locale's short form does.
+    if (m_locale.language() == QLocale::C) {
+        return time.toString(QStringLiteral("HH:mm"));
+    }
+    return m_locale.toString(time, QLocale::ShortFormat);
+}
+
 QString DateFormatter::stringFromDate(const QDateTime& date) const {
     if (!date.isValid()) {
         return Object::emptyString(); // deliberately empty, not null
@@ -39,8 +48,7 @@ QString DateFormatter::stringFromDate(const QDateTime& date) const {
             if (known != m_texts->byKey.constEnd()) {
                 return *known;
             }
-            const QString text = hasDate ? m_locale.toString(day, QLocale::ShortFormat)
-                                         : m_locale.toString(time, QLocale::ShortFormat);
+            const QString text = hasDate ? m_locale.toString(day, QLocale::ShortFormat) : shortTime(time);
             if (m_texts->byKey.size() >= MostTexts) {
                 m_texts->byKey.clear();
             }
@@ -59,7 +67,7 @@ QString DateFormatter::stringFromDate(const QDateTime& date) const {
         return m_locale.toString(at.date(), QLocale::ShortFormat);
     }
     if (hasTime) {
-        return m_locale.toString(at.time(), QLocale::ShortFormat);
+        return shortTime(at.time());
     }
     return Object::emptyString();
 }

@@ -52,6 +52,8 @@ public:
     QDateTime dateFromString(const QString& text) const;
 
 private:
+    // A time alone in the short style; see the .cpp for the C locale.
+    QString shortTime(const QTime& time) const;
     // The texts already made by a formatter of a date alone or a time alone, by calendar day or by
     // time of day: messages come by the thousand and share a few days, and the locale's formatting
     // is far costlier than a look-up. A text is shared, not copied. Bounded; emptied by any setter.

@@ -98,6 +98,19 @@ TEST(ExtensionDate, TodayShowsTheTimeInTheUsersClock) {
     });
 }
 
+// With no locale set (LANG=C or POSIX) the time is hours and minutes, as everywhere else, not the
+// C locale's own form with seconds ("14:05:00").
+TEST(ExtensionDate, TodayInTheCLocaleShowsHoursAndMinutes) {
+    onOneDay([] {
+        auto c = serviceFor(QLocale::c());
+        auto posix = serviceFor(QLocale(QStringLiteral("POSIX")));
+        ScopedTimeZone zone("Europe/Berlin");
+        EXPECT_EQ(c->centralDate(todayAt(14, 5)), QStringLiteral("14:05"));
+        EXPECT_EQ(posix->centralDate(todayAt(14, 5)), QStringLiteral("14:05"));
+        EXPECT_EQ(c->centralDate(todayAt(0, 0)), QStringLiteral("00:00"));
+    });
+}
+
 TEST(ExtensionDate, MidnightTodayShowsItsTimeAndOneSecondEarlierIsYesterday) {
     onOneDay([] {
         auto us = serviceFor(enUS);

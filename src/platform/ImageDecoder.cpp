@@ -75,21 +75,41 @@ bool readPixels(png_structp png, png_infop info, png_uint_32 width, png_bytep* r
     return true;
 }
 
+// One libpng read of `bytes`: its reader and info made and set up once, destroyed with it.
+class PngRead {
+public:
+    explicit PngRead(const QByteArray& bytes) : m_source{&bytes} {
+        m_png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, quietError, quietWarning);
+        m_info = m_png ? png_create_info_struct(m_png) : nullptr;
+        if (m_info) {
+            png_set_read_fn(m_png, &m_source, readFromSource);
+            // ancillary chunks (texts, colour profiles) are not what a picture of a sender needs
+            png_set_chunk_malloc_max(m_png, 1024 * 1024);
+        }
+    }
+    ~PngRead() { png_destroy_read_struct(&m_png, &m_info, nullptr); }
+    PngRead(const PngRead&) = delete;
+    PngRead& operator=(const PngRead&) = delete;
+
+    bool ok() const { return m_info != nullptr; }
+    bool header(png_uint_32* width, png_uint_32* height) { return readHeader(m_png, m_info, width, height); }
+    bool pixels(png_uint_32 width, png_bytep* rows) { return readPixels(m_png, m_info, width, rows); }
+
+private:
+    PngSource m_source;
+    png_structp m_png = nullptr;
+    png_infop m_info = nullptr;
+};
+
 ImageDecoder::Result decodePng(const QByteArray& bytes, qint64 maximumPixels) {
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, quietError, quietWarning);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    if (!info) {
-        png_destroy_read_struct(&png, nullptr, nullptr);
+    PngRead read(bytes);
+    if (!read.ok()) {
         return {};
     }
-    PngSource source{&bytes};
-    png_set_read_fn(png, &source, readFromSource);
-    // ancillary chunks (texts, colour profiles) are not what a picture of a sender needs
-    png_set_chunk_malloc_max(png, 1024 * 1024);
     ImageDecoder::Result result;
     png_uint_32 width = 0;
     png_uint_32 height = 0;
-    if (readHeader(png, info, &width, &height)) {
+    if (read.header(&width, &height)) {
         if (qint64(width) * qint64(height) > maximumPixels) {
             result.refusal = tooManyPixels(width, height, maximumPixels);
         } else {
@@ -98,36 +118,29 @@ ImageDecoder::Result decodePng(const QByteArray& bytes, qint64 maximumPixels) {
             for (png_uint_32 y = 0; y < rows.size(); ++y) {
                 rows[y] = image.scanLine(static_cast<int>(y));
             }
-            if (!image.isNull() && readPixels(png, info, width, rows.data())) {
+            if (!image.isNull() && read.pixels(width, rows.data())) {
                 result.image = image.convertToFormat(QImage::Format_ARGB32);
             }
         }
     }
-    png_destroy_read_struct(&png, &info, nullptr);
     return result;
 }
 
 ImageDecoder::Header inspectPng(const QByteArray& bytes, qint64 maximumPixels) {
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, quietError, quietWarning);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    if (!info) {
-        png_destroy_read_struct(&png, nullptr, nullptr);
+    PngRead read(bytes);
+    if (!read.ok()) {
         return {};
     }
-    PngSource source{&bytes};
-    png_set_read_fn(png, &source, readFromSource);
-    png_set_chunk_malloc_max(png, 1024 * 1024);
     ImageDecoder::Header header;
     png_uint_32 width = 0;
     png_uint_32 height = 0;
-    if (readHeader(png, info, &width, &height)) {
+    if (read.header(&width, &height)) {
         if (qint64(width) * qint64(height) > maximumPixels) {
             header.refusal = tooManyPixels(width, height, maximumPixels);
         } else {
             header.readable = width > 0 && height > 0;
         }
     }
-    png_destroy_read_struct(&png, &info, nullptr);
     return header;
 }
 

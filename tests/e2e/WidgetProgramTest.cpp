@@ -30,16 +30,7 @@ constexpr int kRowHeight = 60;
 const QColor kPanel(0x24, 0x26, 0x2b);
 
 QVariantList messages(const QStringList& ids) {
-    QVariantList out;
-    qint64 date = 1795000000;
-    for (const QString& id : ids) {
-        QVariantMap m = TempContainer::message(id, kAccount, date, 1);
-        m.insert(QStringLiteral("subject"), QStringLiteral("Subject ") + id);
-        m.insert(QStringLiteral("from"), QStringLiteral("Sender ") + id);
-        out << m;
-        date -= 600;
-    }
-    return out;
+    return TempContainer::inboxMessages(kAccount, ids);
 }
 
 bool waitFor(const std::function<bool()>& condition, int timeoutMs) {

@@ -59,4 +59,17 @@ QVariantMap TempContainer::message(const QString& id, const QString& account, qi
             {QStringLiteral("folderStid"), folderStid}};
 }
 
+QVariantList TempContainer::inboxMessages(const QString& account, const QStringList& ids) {
+    QVariantList out;
+    qint64 date = 1795000000;
+    for (const QString& id : ids) {
+        QVariantMap m = message(id, account, date, 1);
+        m.insert(QStringLiteral("subject"), QStringLiteral("Subject ") + id);
+        m.insert(QStringLiteral("from"), QStringLiteral("Sender ") + id);
+        out << m;
+        date -= 600;
+    }
+    return out;
+}
+
 } // namespace corvina::test

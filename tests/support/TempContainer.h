@@ -33,6 +33,9 @@ public:
     static QVariantMap account(const QString& mail, bool enabled = true);
     // A message dictionary with an identifier, an account, a subject and a date.
     static QVariantMap message(const QString& id, const QString& account, qint64 date, qint64 folderStid = 1);
+    // Inbox messages of `account`, newest first, ten minutes apart from 1795000000 down, each with
+    // the subject "Subject <id>" and the sender "Sender <id>": what the whole-program tests draw.
+    static QVariantList inboxMessages(const QString& account, const QStringList& ids);
 
 private:
     QTemporaryDir m_dir;

@@ -32,16 +32,7 @@ namespace {
 const QString kAccount = QStringLiteral("ann@example.org");
 
 QVariantList snapshot(const QStringList& ids) {
-    QVariantList out;
-    qint64 date = 1795000000;
-    for (const QString& id : ids) {
-        QVariantMap m = TempContainer::message(id, kAccount, date, 1);
-        m.insert(QStringLiteral("subject"), QStringLiteral("Subject ") + id);
-        m.insert(QStringLiteral("from"), QStringLiteral("Sender ") + id);
-        out << m;
-        date -= 600;
-    }
-    return out;
+    return TempContainer::inboxMessages(kAccount, ids);
 }
 
 class NewMailFlow : public ::testing::Test {

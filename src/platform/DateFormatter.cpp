@@ -48,7 +48,7 @@ QString DateFormatter::stringFromDate(const QDateTime& date) const {
             if (known != m_texts->byKey.constEnd()) {
                 return *known;
             }
-            const QString text = hasDate ? m_locale.toString(day, QLocale::ShortFormat) : shortTime(time);
+            QString text = hasDate ? m_locale.toString(day, QLocale::ShortFormat) : shortTime(time);
             if (m_texts->byKey.size() >= MostTexts) {
                 m_texts->byKey.clear();
             }

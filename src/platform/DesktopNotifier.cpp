@@ -28,7 +28,7 @@ void DesktopNotifier::notify(const QString& summary, const QString& body) {
 }
 
 void DesktopNotifier::notify(const QString& summary, const QString& body, const QStringList& actions,
-                             uint replacesId, const QVariantMap& hints, Answer answered) {
+                             uint replacesId, const QVariantMap& hints, const Answer& answered) {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
         const QString error = QStringLiteral("no session bus: %1").arg(bus.lastError().message());

@@ -34,7 +34,7 @@ public:
     // actionInvoked() and closed() then say what became of it.
     using Answer = std::function<void(uint id, const QString& error)>;
     void notify(const QString& summary, const QString& body, const QStringList& actions, uint replacesId,
-                const QVariantMap& hints, Answer answered = {});
+                const QVariantMap& hints, const Answer& answered = {});
     // Asks the service to take notification `id` away; closed() follows when it did.
     void close(uint id);
 

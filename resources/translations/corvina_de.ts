@@ -71,5 +71,17 @@
         <source>Delete</source>
         <translation>Löschen</translation>
     </message>
+    <message>
+        <source>No messages</source>
+        <translation>Keine Nachrichten</translation>
+    </message>
+    <message>
+        <source>No shared folder: is the mail application (or corvina-mail-bridge) running?</source>
+        <translation>Kein gemeinsamer Ordner: Läuft das Mailprogramm (oder corvina-mail-bridge)?</translation>
+    </message>
+    <message>
+        <source>As of %1: %2</source>
+        <translation>Stand %1: %2</translation>
+    </message>
 </context>
 </TS>

@@ -71,5 +71,17 @@
         <source>Delete</source>
         <translation>Supprimer</translation>
     </message>
+    <message>
+        <source>No messages</source>
+        <translation>Aucun message</translation>
+    </message>
+    <message>
+        <source>No shared folder: is the mail application (or corvina-mail-bridge) running?</source>
+        <translation>Aucun dossier partagé : l’application de messagerie (ou corvina-mail-bridge) est-elle lancée ?</translation>
+    </message>
+    <message>
+        <source>As of %1: %2</source>
+        <translation>À %1 : %2</translation>
+    </message>
 </context>
 </TS>

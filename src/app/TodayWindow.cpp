@@ -2,6 +2,7 @@
 
 #include "platform/UserDefaults.h"
 #include "ui/SystemColors.h"
+#include "views/TodayStatusView.h"
 
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -19,10 +20,21 @@ TodayWindow::TodayWindow(QWidget* content) {
     // The window is exactly as large as its content asks: 320 wide, as high as the table.
     layout->setSizeConstraint(QLayout::SetFixedSize);
     layout->addWidget(content);
+    // Around the widget, not in it: the widget's own view keeps its size and layout.
+    m_status = new TodayStatusView(this);
+    layout->addWidget(m_status);
+    applyColors();
+}
+
+void TodayWindow::applyColors() {
     QPalette p = palette();
     p.setColor(QPalette::Window, SystemColors::panelBackground());
     p.setColor(QPalette::WindowText, SystemColors::labelColor());
     setPalette(p);
+    m_status->applyColors();
+    update();
+    for (QWidget* child : findChildren<QWidget*>())
+        child->update();
 }
 
 void TodayWindow::restorePosition() {

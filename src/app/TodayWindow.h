@@ -4,8 +4,11 @@
 
 namespace corvina {
 
-// The small window the widget lives in: a dark panel as wide as the widget and as high as its
-// content, closed with Escape, at the place where the user last left it.
+class TodayStatusView;
+
+// The small window the widget lives in: a panel (dark, or light on a light desktop) as wide as the
+// widget and as high as its content, closed with Escape, at the place where the user last left it.
+// Below the widget, the status line says in words why the list is empty or may be old.
 class TodayWindow : public QWidget {
     Q_OBJECT
 
@@ -16,12 +19,19 @@ public:
     void restorePosition();
     void savePosition() const;
 
+    TodayStatusView* statusView() const { return m_status; }
+    // The panel's colours from the current appearance, and everything drawn again.
+    void applyColors();
+
     static inline const QString positionKey = QStringLiteral("window/position");
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
+
+private:
+    TodayStatusView* m_status = nullptr;
 };
 
 } // namespace corvina

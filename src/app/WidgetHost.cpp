@@ -1,12 +1,17 @@
 #include "WidgetHost.h"
 
 #include "TodayWindow.h"
+#include "platform/ColorScheme.h"
 #include "platform/Dispatch.h"
 #include "platform/Log.h"
+#include "shared/BridgeStatusFile.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
+#include "ui/SystemColors.h"
+#include "views/TodayStatusView.h"
 #include "widget/MailNotifier.h"
 #include "widget/NewMailTracker.h"
+#include "widget/TodayStatus.h"
 #include "widget/TrayIcon.h"
 #include "widget/UpdateResult.h"
 
@@ -33,6 +38,18 @@ WidgetHost::WidgetHost(int intervalSeconds) : m_controller(std::make_unique<Toda
     // A look at the window takes the markers off (or leaves them for its length): draw the rows again.
     connect(m_newMail, &NewMailTracker::markersChanged, this, [this] { m_controller->ReloadData(); });
     m_mailNotifier = new MailNotifier(m_newMail, nullptr, this);
+    m_bridgeStatusPath = BridgeStatusFile::defaultPath();
+    connect(m_controller.get(), &TodayViewController::shownRowsChanged, this, &WidgetHost::updateStatus);
+    connect(&m_bridgeStatusWatcher, &QFileSystemWatcher::directoryChanged, this, [this] {
+        watchBridgeStatus();
+        updateStatus();
+    });
+    connect(&m_bridgeStatusWatcher, &QFileSystemWatcher::fileChanged, this, [this] {
+        watchBridgeStatus();
+        updateStatus();
+    });
+    m_colorScheme = new ColorScheme(this);
+    connect(m_colorScheme, &ColorScheme::changed, this, &WidgetHost::applyAppearance);
 }
 
 WidgetHost::~WidgetHost() {
@@ -44,6 +61,10 @@ WidgetHost::~WidgetHost() {
 }
 
 void WidgetHost::start(bool inTray) {
+    // Before anything is made: the rows take their colours when they are made.
+    if (m_appearance == Appearance::Auto)
+        m_colorScheme->start();
+    applyAppearance();
     QWidget* root = m_controller->view();
     m_window = std::make_unique<TodayWindow>(root);
     const EdgeInsets margins = m_controller->widgetMarginInsetsForProposedMarginInsets(proposedMargins);
@@ -69,6 +90,7 @@ void WidgetHost::start(bool inTray) {
     if (showWindow)
         m_window->show();
     watchFolders();
+    watchBridgeStatus();
     performUpdate();
     m_interval.start();
 }
@@ -77,11 +99,58 @@ void WidgetHost::performUpdate() {
     m_controller->widgetPerformUpdateWithCompletionHandler([this](int result) {
         if (result == UpdateResult::NewData)
             ++m_completedUpdates;
+        // The bridge's state folder may have been made since the start.
+        if (m_bridgeStatusWatcher.directories().isEmpty())
+            watchBridgeStatus();
+        updateStatus();
     });
 }
 
+void WidgetHost::updateStatus() {
+    if (!m_window)
+        return;
+    const auto rows = m_controller->dataToShow();
+    m_window->statusView()->setLines(
+        TodayStatus::lines(TodayStatus::sharedFolderExists(), rows ? rows->size() : 0,
+                           BridgeStatusFile::failures(m_bridgeStatusPath), QDateTime::currentDateTime()));
+}
+
+void WidgetHost::watchBridgeStatus() {
+    // The folder (the file made or replaced) and the file (rewritten in place); neither may be there
+    // yet, and then the next periodic update still reads it.
+    const QFileInfo file(m_bridgeStatusPath);
+    QStringList wanted;
+    if (file.absoluteDir().exists())
+        wanted << file.absolutePath();
+    if (file.isFile())
+        wanted << file.absoluteFilePath();
+    const QStringList current = m_bridgeStatusWatcher.directories() + m_bridgeStatusWatcher.files();
+    if (!current.isEmpty())
+        m_bridgeStatusWatcher.removePaths(current);
+    if (!wanted.isEmpty())
+        m_bridgeStatusWatcher.addPaths(wanted);
+}
+
+void WidgetHost::applyAppearance() {
+    SystemColors::Appearance wanted = SystemColors::Appearance::Dark;
+    if (m_appearance == Appearance::Light ||
+        (m_appearance == Appearance::Auto && m_colorScheme->preference() == ColorScheme::Preference::Light))
+        wanted = SystemColors::Appearance::Light;
+    if (wanted == SystemColors::appearance())
+        return;
+    SystemColors::setAppearance(wanted);
+    if (m_window)
+        m_window->applyColors();
+    // The rows take their colours when they are made: make them again, once there are real ones
+    // (an early reload of nothing would tell the new-mail tracker that the list was empty).
+    if (m_completedUpdates > 0)
+        m_controller->ReloadData();
+}
+
 bool WidgetHost::isSettled() const {
-    return m_completedUpdates > 0 && Dispatch::pendingMainBlocks() == 0 && !m_controller->isAnimating();
+    // The desktop's light or dark answered too, so that a picture is taken in the colours it keeps.
+    return m_completedUpdates > 0 && Dispatch::pendingMainBlocks() == 0 && !m_controller->isAnimating() &&
+           !m_colorScheme->isWaiting();
 }
 
 void WidgetHost::watchFolders() {

@@ -10,6 +10,7 @@
 
 namespace corvina {
 
+class ColorScheme;
 class MailNotifier;
 class NewMailTracker;
 class TodayWindow;
@@ -28,8 +29,17 @@ public:
     // How long file changes are gathered before one update runs.
     static constexpr int debounceMs = 250;
 
+    // Light or dark: as the desktop is (Auto), or as the user said.
+    enum class Appearance { Auto, Light, Dark };
+
     explicit WidgetHost(int intervalSeconds);
     ~WidgetHost() override;
+
+    // Before start(); Auto by default.
+    void setAppearance(Appearance appearance) { m_appearance = appearance; }
+    // The bridge's status file read for the status line; BridgeStatusFile::defaultPath() by default.
+    void setBridgeStatusPath(const QString& path) { m_bridgeStatusPath = path; }
+    ColorScheme* colorScheme() const { return m_colorScheme; }
 
     // Shows the widget's window; `inTray`: puts the widget in the desktop's tray instead, its window
     // hidden until asked for (and shown at once, with a line saying why, when there is no tray).
@@ -44,13 +54,18 @@ public:
     void performUpdate();
     // Updates that completed (the final "new data" of each).
     int completedUpdates() const { return m_completedUpdates; }
-    // Nothing queued, no animation running, at least one update completed.
+    // Nothing queued, no animation running, at least one update completed, the desktop's look known.
     bool isSettled() const;
     // The folders and files watched now.
     QStringList watchedPaths() const { return m_watcher.directories() + m_watcher.files(); }
 
+    // Says in the window's status line what the list alone does not (see TodayStatus).
+    void updateStatus();
+
 private:
     void watchFolders();
+    void watchBridgeStatus();
+    void applyAppearance();
 
     std::unique_ptr<TodayViewController> m_controller;
     // Declared after the controller, so it goes first: the controller's view goes with it.
@@ -63,6 +78,11 @@ private:
     NewMailTracker* m_newMail = nullptr;
     MailNotifier* m_mailNotifier = nullptr;
     TrayIcon* m_tray = nullptr;
+    Appearance m_appearance = Appearance::Auto;
+    ColorScheme* m_colorScheme = nullptr;
+    QString m_bridgeStatusPath;
+    // The bridge's status file and its folder: it is replaced by renaming a new file over it.
+    QFileSystemWatcher m_bridgeStatusWatcher;
 };
 
 } // namespace corvina

@@ -30,7 +30,8 @@ bool needsNoDisplay(int argc, char* argv[]) {
 }
 
 int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
-              const QCommandLineOption& screenshot, const QCommandLineOption& tray) {
+              const QCommandLineOption& screenshot, const QCommandLineOption& tray,
+              const QCommandLineOption& appearance) {
     QTextStream err(stderr);
     bool ok = true;
     const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
@@ -38,7 +39,18 @@ int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
         err << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
         return 2;
     }
+    const QString look = parser.isSet(appearance) ? parser.value(appearance) : QStringLiteral("auto");
+    corvina::WidgetHost::Appearance chosen = corvina::WidgetHost::Appearance::Auto;
+    if (look == QLatin1String("light")) {
+        chosen = corvina::WidgetHost::Appearance::Light;
+    } else if (look == QLatin1String("dark")) {
+        chosen = corvina::WidgetHost::Appearance::Dark;
+    } else if (look != QLatin1String("auto")) {
+        err << "corvina-today: --appearance is auto, light or dark, not " << look << "\n";
+        return 2;
+    }
     corvina::WidgetHost host(seconds);
+    host.setAppearance(chosen);
     host.start(parser.isSet(tray));
     if (parser.isSet(tray) && parser.isSet(screenshot)) {
         // The tray's picture as after a start in a desktop's tray: the window closed (where there
@@ -133,7 +145,11 @@ int main(int argc, char* argv[]) {
         QStringLiteral("tray"),
         QStringLiteral("Start in the desktop's tray: the count of new Inbox messages, a click shows or hides "
                        "the window."));
-    parser.addOptions({list, json, all, container, interval, screenshot, tray});
+    const QCommandLineOption appearance(
+        QStringLiteral("appearance"),
+        QStringLiteral("auto (as the desktop is: light or dark; the default), light or dark."),
+        QStringLiteral("LOOK"));
+    parser.addOptions({list, json, all, container, interval, screenshot, tray, appearance});
     parser.process(*app);
 
     if (parser.isSet(container)) {
@@ -146,11 +162,13 @@ int main(int argc, char* argv[]) {
         return 2;
     }
     if (parser.isSet(list)) {
-        if (parser.isSet(interval) || parser.isSet(screenshot) || parser.isSet(tray)) {
-            err << "corvina-today: --interval, --screenshot and --tray go with the widget, not with --list\n";
+        if (parser.isSet(interval) || parser.isSet(screenshot) || parser.isSet(tray) ||
+            parser.isSet(appearance)) {
+            err << "corvina-today: --interval, --screenshot, --tray and --appearance go with the widget, not "
+                   "with --list\n";
             return 2;
         }
         return corvina::ListCommand::run({parser.isSet(json), parser.isSet(all)}, out, err);
     }
-    return runWidget(parser, interval, screenshot, tray);
+    return runWidget(parser, interval, screenshot, tray, appearance);
 }

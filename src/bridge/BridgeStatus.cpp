@@ -1,5 +1,7 @@
 #include "BridgeStatus.h"
 
+#include "shared/BridgeStatusFile.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -19,11 +21,8 @@ QString isoTime(const QDateTime& when) {
 } // namespace
 
 QString BridgeStatus::defaultPath() {
-    // Qt 6.4 knows no state location of its own; the XDG rule is simple enough to follow here.
-    QString state = qEnvironmentVariable("XDG_STATE_HOME");
-    if (state.isEmpty() || !QDir::isAbsolutePath(state))
-        state = QDir::homePath() + QStringLiteral("/.local/state");
-    return state + QStringLiteral("/corvina/bridge-status.json");
+    // The widget reads the file where the shared reader says it is.
+    return BridgeStatusFile::defaultPath();
 }
 
 BridgeStatus::BridgeStatus(QString path) : m_path(std::move(path)) {

@@ -1,6 +1,7 @@
 #include "ImageButton.h"
 
 #include "Images.h"
+#include "SystemColors.h"
 
 #include <QPainter>
 
@@ -31,7 +32,11 @@ void ImageButton::paintEvent(QPaintEvent*) {
     if (m_background.alpha() > 0)
         painter.fillRect(rect(), m_background);
     // The image is drawn at the button's size for the screen's pixel ratio, so it stays sharp.
-    const QPixmap pixmap = Images::imageNamed(m_imageName, size(), devicePixelRatioF());
+    QPixmap pixmap = Images::imageNamed(m_imageName, size(), devicePixelRatioF());
+    // The buttons' glyphs are white, made for the dark panel; on the light one they are drawn in
+    // the text colour instead.
+    if (SystemColors::isLight())
+        pixmap = Images::tinted(pixmap, SystemColors::labelColor());
     if (isDown()) {
         painter.setOpacity(m_alpha * 0.6);
     } else if (underMouse()) {

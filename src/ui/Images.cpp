@@ -27,4 +27,14 @@ QPixmap Images::imageNamed(const QString& name, QSize size, qreal devicePixelRat
     return pixmap;
 }
 
+QPixmap Images::tinted(const QPixmap& pixmap, const QColor& color) {
+    if (pixmap.isNull())
+        return pixmap;
+    QPixmap result = pixmap;
+    QPainter painter(&result);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(QRect(QPoint(0, 0), result.size()), QColor(color.red(), color.green(), color.blue()));
+    return result;
+}
+
 } // namespace corvina

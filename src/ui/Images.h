@@ -15,6 +15,9 @@ public:
     // is no such resource.
     static QPixmap imageNamed(const QString& name, QSize size, qreal devicePixelRatio);
     static QString resourcePath(const QString& name);
+    // `pixmap` with every painted pixel in `color`, its shape (alpha) kept: the white glyphs drawn
+    // for the dark panel, made dark for a light one.
+    static QPixmap tinted(const QPixmap& pixmap, const QColor& color);
 };
 
 } // namespace corvina

@@ -121,7 +121,7 @@ void SegmentedControl::paintEvent(QPaintEvent*) {
         if (s == m_selected)
             painter.fillRect(r, SystemColors::selectedContentBackground());
         else if (s == m_pressed)
-            painter.fillRect(r, SystemColors::whiteColor(0.12));
+            painter.fillRect(r, SystemColors::contentColor(0.12));
     }
     painter.restore();
 

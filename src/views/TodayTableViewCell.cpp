@@ -42,7 +42,7 @@ TodayTableViewCell::TodayTableViewCell(const QRect& frame, QWidget* parent) : QW
     m_avatarIMview = new ImageView(m_swipingView);
     m_avatarIMview->setImageNamed(QStringLiteral("prof10"));
     m_fromField = makeField(m_swipingView, SystemColors::labelColor());
-    m_dateField = makeField(m_swipingView, SystemColors::whiteColor(0.4));
+    m_dateField = makeField(m_swipingView, SystemColors::contentColor(0.4));
     m_subjectField = makeField(m_swipingView, SystemColors::secondaryLabelColor());
     // Set although never painted: the field draws no background.
     m_subjectField->setBackgroundColor(SystemColors::labelColor());
@@ -56,7 +56,7 @@ TodayTableViewCell::TodayTableViewCell(const QRect& frame, QWidget* parent) : QW
     m_horizontalSeparator1 = new FlippedView(QRect(), m_swipingView);
     m_horizontalSeparator1->setDrawingBlock([](const QRectF& rect, FlippedView* view) {
         QPainter painter(view);
-        painter.fillRect(rect, SystemColors::whiteColor(double(0.2f)));
+        painter.fillRect(rect, SystemColors::contentColor(double(0.2f)));
     });
     layoutContent();
 }

@@ -131,6 +131,7 @@ void TodayViewController::ReloadData() {
         setDataToShow(std::move(*rows));
     if (m_newMail)
         m_newMail->update(dataFromDisk());
+    emit shownRowsChanged();
     Dispatch::dispatchAsyncMain(this, [this] {
         m_myTableView->reloadData();
         Resize();
@@ -213,6 +214,7 @@ void TodayViewController::removeMessage(const ExtensionMessagePtr& message) {
     setDataToShow(shown);
     if (m_newMail)
         m_newMail->update(fromDisk);
+    emit shownRowsChanged();
 }
 
 ExtensionMessageList TodayViewController::updateData() {

@@ -102,6 +102,11 @@ public:
     CORVINA_ATOMIC_PROPERTY(std::optional<ExtensionMessageList>, dataToShow, setDataToShow)
     CORVINA_ATOMIC_PROPERTY(QPointer<LayoutConstraint>, viewHeightContraint, setViewHeightContraint)
 
+signals:
+    // The rows to show may have changed: a reload, another list, a message taken out. Sent from the
+    // thread that changed them (a command's thread, for a message taken out).
+    void shownRowsChanged();
+
 private:
     void reloadFromDisk();
 

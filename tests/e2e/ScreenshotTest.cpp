@@ -1,6 +1,8 @@
 // corvina-today --screenshot: the widget rendered without a display, as the docs' picture is made.
 #include "support/TempContainer.h"
 
+#include <QDir>
+#include <QFile>
 #include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -44,4 +46,124 @@ TEST(Screenshot, BadIntervalIsAUsageError) {
     ASSERT_TRUE(p.waitForFinished(30000));
     EXPECT_EQ(p.exitCode(), 2);
     EXPECT_TRUE(p.readAllStandardError().contains("--interval wants a whole number of seconds"));
+}
+
+namespace {
+
+// corvina-today --screenshot with `arguments` after the container and the file; the image, null when
+// the program failed. `state`: the XDG state folder (the bridge's status file), a fresh one if empty.
+QImage shoot(const QString& container, const QStringList& arguments, const QString& state = QString()) {
+    QTemporaryDir out;
+    QTemporaryDir config;
+    QTemporaryDir freshState;
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
+    env.insert(QStringLiteral("XDG_STATE_HOME"), state.isEmpty() ? freshState.path() : state);
+    // No desktop session and no portal answering: the widget's own look unless told otherwise.
+    env.remove(QStringLiteral("XDG_CURRENT_DESKTOP"));
+    p.setProcessEnvironment(env);
+    const QString file = out.filePath(QStringLiteral("shot.png"));
+    p.start(QStringLiteral(CORVINA_TODAY_BINARY),
+            QStringList{QStringLiteral("--container"), container, QStringLiteral("--screenshot"), file} +
+                arguments);
+    if (!p.waitForFinished(30000) || p.exitCode() != 0) {
+        ADD_FAILURE() << p.readAllStandardError().toStdString();
+        return {};
+    }
+    return QImage(file);
+}
+
+// Pixels in the rows y0..y1 that differ clearly from the panel colour at (2, y0).
+int inkBetween(const QImage& image, int y0, int y1) {
+    const QColor panel = image.pixelColor(2, y0);
+    int ink = 0;
+    for (int y = y0; y < std::min(y1, image.height()); ++y)
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            if (std::abs(c.lightness() - panel.lightness()) > 40)
+                ++ink;
+        }
+    return ink;
+}
+
+TempContainer* fourMessages(TempContainer& container) {
+    const QString account = QStringLiteral("ann@example.org");
+    container.writeAccounts({TempContainer::account(account)});
+    QVariantList rows;
+    for (int i = 0; i < 4; ++i)
+        rows << TempContainer::message(QStringLiteral("m%1").arg(i), account, 1795000000 - i * 600, 1);
+    container.writeSnapshot(account, QStringLiteral("inbox.plist"), rows);
+    return &container;
+}
+
+constexpr int kFourRowsHeight = 8 + 30 + 5 + 4 * 60 + 8;
+constexpr int kBareHeaderHeight = 8 + 30 + 5 + 8;
+
+} // namespace
+
+TEST(Screenshot, LightAndDarkPanels) {
+    TempContainer container;
+    fourMessages(container);
+    const QImage dark = shoot(container.root(), {});
+    const QImage light = shoot(container.root(), {QStringLiteral("--appearance"), QStringLiteral("light")});
+    ASSERT_FALSE(dark.isNull());
+    ASSERT_FALSE(light.isNull());
+    EXPECT_EQ(dark.size(), light.size());
+    EXPECT_EQ(dark.pixelColor(2, 2), QColor(0x24, 0x26, 0x2b));
+    EXPECT_GT(light.pixelColor(2, 2).lightness(), 200);
+    // The rows' text is light on the dark panel and dark on the light one, and there is some.
+    EXPECT_GT(inkBetween(dark, 60, kFourRowsHeight - 8), 500);
+    EXPECT_GT(inkBetween(light, 60, kFourRowsHeight - 8), 500);
+    QProcess bad;
+    bad.start(QStringLiteral(CORVINA_TODAY_BINARY),
+              {QStringLiteral("--appearance"), QStringLiteral("sepia")});
+    ASSERT_TRUE(bad.waitForFinished(30000));
+    EXPECT_EQ(bad.exitCode(), 2);
+    EXPECT_TRUE(bad.readAllStandardError().contains("--appearance is auto, light or dark, not sepia"));
+}
+
+TEST(Screenshot, AnEmptyListSaysSoBelowTheHeader) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(QStringLiteral("ann@example.org"))});
+    const QImage shot = shoot(container.root(), {});
+    ASSERT_FALSE(shot.isNull());
+    // The bare header, and one line of words below it.
+    EXPECT_GT(shot.height(), kBareHeaderHeight + 10);
+    EXPECT_LT(shot.height(), kBareHeaderHeight + 50);
+    EXPECT_GT(inkBetween(shot, kBareHeaderHeight - 8, shot.height()), 50);
+}
+
+TEST(Screenshot, AMissingSharedFolderIsSaidInWords) {
+    QTemporaryDir nowhere;
+    const QImage shot = shoot(nowhere.filePath(QStringLiteral("not-made")), {});
+    ASSERT_FALSE(shot.isNull());
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(QStringLiteral("ann@example.org"))});
+    const QImage empty = shoot(container.root(), {});
+    ASSERT_FALSE(empty.isNull());
+    // Longer words than "No messages": two lines, where the empty list takes one.
+    EXPECT_GT(shot.height(), empty.height() + 8);
+    EXPECT_GT(inkBetween(shot, kBareHeaderHeight - 8, shot.height()), 150);
+}
+
+TEST(Screenshot, ABridgeFailureIsSaidBelowAFullList) {
+    TempContainer container;
+    fourMessages(container);
+    QTemporaryDir state;
+    QDir().mkpath(state.filePath(QStringLiteral("corvina")));
+    QFile status(state.filePath(QStringLiteral("corvina/bridge-status.json")));
+    ASSERT_TRUE(status.open(QIODevice::WriteOnly));
+    status.write(R"({"version": 1, "accounts": {"work": {"mail": "work@example.org", "ok": false,
+        "lastError": "login refused for work@example.org", "lastErrorTime": "2026-11-25T10:42:00Z"}}})");
+    status.close();
+    const QImage shot = shoot(container.root(), {}, state.path());
+    ASSERT_FALSE(shot.isNull());
+    EXPECT_GT(shot.height(), kFourRowsHeight + 10);
+    EXPECT_GT(inkBetween(shot, kFourRowsHeight - 8, shot.height()), 50);
+    // A fresh state folder: the list alone, at its exact height.
+    const QImage fresh = shoot(container.root(), {});
+    ASSERT_FALSE(fresh.isNull());
+    EXPECT_EQ(fresh.height(), kFourRowsHeight);
 }

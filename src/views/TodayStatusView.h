@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QStringList>
+#include <QWidget>
+
+class QLabel;
+
+namespace corvina {
+
+// The widget's word below its list: why it is empty, or that it may be old (see TodayStatus).
+// As wide as the widget, as high as its lines (wrapped), and hidden while it has nothing to say,
+// so that a full, fresh list looks exactly as it does without it.
+class TodayStatusView : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit TodayStatusView(QWidget* parent = nullptr);
+
+    void setLines(const QStringList& lines);
+    QStringList lines() const { return m_lines; }
+    // What is shown: the lines, one per line.
+    QString text() const;
+
+    // Colours come from the current appearance: called when it changes.
+    void applyColors();
+
+private:
+    QLabel* m_label = nullptr;
+    QStringList m_lines;
+};
+
+} // namespace corvina

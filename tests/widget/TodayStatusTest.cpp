@@ -1,0 +1,128 @@
+#include "widget/TodayStatus.h"
+
+#include "platform/GroupContainer.h"
+#include "support/ScopedEnvironment.h"
+#include "support/ScopedZone.h"
+#include "support/TempContainer.h"
+#include "widget/TodayViewController.h"
+
+#include <QDir>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace corvina;
+using corvina::test::ScopedEnvironment;
+using corvina::test::TempContainer;
+
+namespace {
+
+const QString kNoFolder =
+    QStringLiteral("No shared folder: is the mail application (or corvina-mail-bridge) running?");
+
+BridgeStatusFile::Failure failure(const QString& error, const QDateTime& time) {
+    BridgeStatusFile::Failure f;
+    f.account = QStringLiteral("work");
+    f.mail = QStringLiteral("work@example.org");
+    f.error = error;
+    f.time = time;
+    return f;
+}
+
+} // namespace
+
+TEST(TodayStatus, TheTextsAreTheWidgetsOwn) {
+    EXPECT_EQ(TodayStatus::noMessages(), QStringLiteral("No messages"));
+    EXPECT_EQ(TodayStatus::noSharedFolder(), kNoFolder);
+}
+
+TEST(TodayStatus, AFullFreshListNeedsNoWords) {
+    EXPECT_TRUE(TodayStatus::lines(true, 3, {}, QDateTime::currentDateTime()).isEmpty());
+}
+
+TEST(TodayStatus, AnEmptyListSaysSo) {
+    EXPECT_EQ(TodayStatus::lines(true, 0, {}, QDateTime::currentDateTime()),
+              QStringList{QStringLiteral("No messages")});
+}
+
+TEST(TodayStatus, AMissingFolderIsSaidInsteadOfNoMessages) {
+    EXPECT_EQ(TodayStatus::lines(false, 0, {}, QDateTime::currentDateTime()), QStringList{kNoFolder});
+}
+
+TEST(TodayStatus, ABridgeFailureOfTodayGivesItsTime) {
+    // The test program runs in UTC with the C locale: a time of today is hours and minutes.
+    const QDateTime now(QDate(2026, 11, 25), QTime(11, 5), Qt::UTC);
+    const QDateTime failed(QDate(2026, 11, 25), QTime(10, 42), Qt::UTC);
+    const QStringList lines = TodayStatus::lines(
+        true, 4, {failure(QStringLiteral("login refused for work@example.org"), failed)}, now);
+    EXPECT_EQ(lines, QStringList{QStringLiteral("As of 10:42: login refused for work@example.org")});
+}
+
+TEST(TodayStatus, AFailureInTheLocalZoneGivesTheLocalTime) {
+    corvina::test::ScopedTimeZone zone("Europe/Berlin");
+    const QDateTime now(QDate(2026, 11, 25), QTime(11, 5), Qt::UTC);
+    const QDateTime failed(QDate(2026, 11, 25), QTime(10, 42), Qt::UTC);
+    EXPECT_EQ(TodayStatus::failureLine(failure(QStringLiteral("unreachable"), failed), now),
+              QStringLiteral("As of 11:42: unreachable"));
+}
+
+TEST(TodayStatus, AnOlderFailureNamesItsDay) {
+    const QDateTime now(QDate(2026, 11, 25), QTime(11, 5), Qt::UTC);
+    const QDateTime failed(QDate(2026, 11, 23), QTime(10, 42), Qt::UTC);
+    const QString line = TodayStatus::failureLine(failure(QStringLiteral("unreachable"), failed), now);
+    EXPECT_TRUE(line.startsWith(QStringLiteral("As of "))) << line.toStdString();
+    EXPECT_TRUE(line.contains(QStringLiteral("10:42"))) << line.toStdString();
+    EXPECT_TRUE(line.contains(QStringLiteral("23"))) << line.toStdString();
+    EXPECT_TRUE(line.endsWith(QStringLiteral(": unreachable"))) << line.toStdString();
+}
+
+TEST(TodayStatus, AFailureWithoutTimeIsSaidAsItIs) {
+    EXPECT_EQ(TodayStatus::failureLine(failure(QStringLiteral("unreachable"), QDateTime()),
+                                       QDateTime::currentDateTime()),
+              QStringLiteral("unreachable"));
+}
+
+TEST(TodayStatus, TheEmptyListAndEachFailureAreSaidTogether) {
+    const QDateTime now(QDate(2026, 11, 25), QTime(11, 5), Qt::UTC);
+    const QStringList lines = TodayStatus::lines(
+        false, 0,
+        {failure(QStringLiteral("a"), QDateTime(QDate(2026, 11, 25), QTime(9, 0), Qt::UTC)),
+         failure(QStringLiteral("b"), QDateTime(QDate(2026, 11, 25), QTime(9, 30), Qt::UTC))},
+        now);
+    EXPECT_EQ(lines,
+              (QStringList{kNoFolder, QStringLiteral("As of 09:00: a"), QStringLiteral("As of 09:30: b")}));
+}
+
+TEST(TodayStatus, TheSharedFolderIsThereOnlyWhenItsDataFolderIs) {
+    {
+        TempContainer container;
+        EXPECT_TRUE(TodayStatus::sharedFolderExists());
+        QDir(container.data()).removeRecursively();
+        EXPECT_FALSE(TodayStatus::sharedFolderExists());
+    }
+    QTemporaryDir dir;
+    ScopedEnvironment env(GroupContainer::EnvironmentVariable,
+                          dir.filePath(QStringLiteral("not-yet")).toUtf8());
+    EXPECT_FALSE(TodayStatus::sharedFolderExists());
+}
+
+TEST(TodayStatus, TheControllerSaysWhenItsRowsChange) {
+    TempContainer container;
+    const QString account = QStringLiteral("ann@example.org");
+    container.writeAccounts({TempContainer::account(account)});
+    container.writeSnapshot(
+        account, QStringLiteral("inbox.plist"),
+        TempContainer::inboxMessages(account, {QStringLiteral("a"), QStringLiteral("b")}));
+    TodayViewController controller;
+    controller.view();
+    QSignalSpy changed(&controller, &TodayViewController::shownRowsChanged);
+    controller.setDataFromDisk(controller.updateData());
+    controller.ReloadData();
+    EXPECT_EQ(changed.size(), 1);
+    ASSERT_TRUE(controller.dataToShow());
+    ASSERT_EQ(controller.dataToShow()->size(), 2);
+    // A message taken out (an archive or a delete) changes the rows too.
+    controller.removeMessage(controller.dataToShow()->at(0));
+    EXPECT_EQ(changed.size(), 2);
+    EXPECT_EQ(controller.dataToShow()->size(), 1);
+}

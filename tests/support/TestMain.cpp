@@ -1,4 +1,6 @@
 #include <QApplication>
+#include <QFile>
+#include <QTemporaryDir>
 #include <ctime>
 #include <gtest/gtest.h>
 
@@ -25,6 +27,12 @@ int main(int argc, char** argv) {
     qputenv("LANG", "C.UTF-8");
     qputenv("LC_ALL", "C.UTF-8");
     ::tzset();
+    // A state folder of the run's own: the widget reads the bridge's status file from there, and a
+    // bridge run by a test writes it there; the user's own never leaks into a test, nor a test's
+    // into the user's. Tests that need their own set it again.
+    QTemporaryDir state;
+    if (state.isValid())
+        qputenv("XDG_STATE_HOME", QFile::encodeName(state.path()));
     g_previous = qInstallMessageHandler(quietOffscreen);
     ::testing::InitGoogleTest(&argc, argv);
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {

@@ -1,5 +1,7 @@
 #include "PlistNode.h"
 
+#include "PlistDictionary.h"
+
 #include <QDateTime>
 #include <QTimeZone>
 #include <QVariantList>
@@ -27,29 +29,16 @@ bool toVariant(plist_t node, int depth, QVariant& out) {
     switch (plist_get_node_type(node)) {
     case PLIST_DICT: {
         QVariantMap map;
-        plist_dict_iter iter = nullptr;
-        plist_dict_new_iter(node, &iter);
-        bool ok = true;
-        for (;;) {
-            plist_t value = nullptr;
-            // the key is fetched apart from the value: libplist aborts on a key of the wrong kind
-            plist_dict_next_item(node, iter, nullptr, &value);
-            if (!value) {
-                break;
-            }
-            const plist_t keyNode = plist_dict_item_get_key(value);
+        const bool ok = PlistDictionary::forEachItem(node, [&](plist_t keyNode, plist_t value) {
             QVariant element;
-            if (!keyNode || plist_get_node_type(keyNode) != PLIST_KEY ||
-                !toVariant(value, depth + 1, element)) {
-                ok = false;
-                break;
-            }
+            if (!keyNode || !toVariant(value, depth + 1, element))
+                return false;
             char* key = nullptr;
             plist_get_key_val(keyNode, &key);
             map.insert(QString::fromUtf8(key ? key : ""), element);
             std::free(key);
-        }
-        std::free(iter);
+            return true;
+        });
         out = map;
         return ok;
     }
@@ -154,20 +143,10 @@ void PlistNode::valuesForKeys(const char* const* keys, int count, PlistNode* val
     if (!isDictionary()) {
         return;
     }
-    const auto node = static_cast<plist_t>(m_node);
-    plist_dict_iter iter = nullptr;
-    plist_dict_new_iter(node, &iter);
     int next = 0;
-    for (;;) {
-        plist_t value = nullptr;
-        plist_dict_next_item(node, iter, nullptr, &value);
-        if (!value) {
-            break;
-        }
-        const plist_t keyNode = plist_dict_item_get_key(value);
-        if (!keyNode || plist_get_node_type(keyNode) != PLIST_KEY) {
-            continue;
-        }
+    PlistDictionary::forEachItem(static_cast<plist_t>(m_node), [&](plist_t keyNode, plist_t value) {
+        if (!keyNode)
+            return true;
         // compared in place: no copy of the key is made. Dictionaries mostly hold their keys in
         // the order of `keys`, so the one after the last found is tried first.
         for (int tried = 0; tried < count; ++tried) {
@@ -178,8 +157,8 @@ void PlistNode::valuesForKeys(const char* const* keys, int count, PlistNode* val
                 break;
             }
         }
-    }
-    std::free(iter);
+        return true;
+    });
 }
 
 qsizetype PlistNode::arraySize() const {

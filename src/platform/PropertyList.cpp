@@ -1,5 +1,6 @@
 #include "PropertyList.h"
 
+#include "PlistDictionary.h"
 #include "RegularFile.h"
 
 #include <QDateTime>
@@ -439,26 +440,9 @@ bool wellFormed(plist_t node, int depth) {
         return false;
     }
     switch (plist_get_node_type(node)) {
-    case PLIST_DICT: {
-        plist_dict_iter iter = nullptr;
-        plist_dict_new_iter(node, &iter);
-        bool ok = true;
-        for (;;) {
-            plist_t value = nullptr;
-            // the key is fetched apart from the value: libplist aborts on a key of the wrong kind
-            plist_dict_next_item(node, iter, nullptr, &value);
-            if (!value) {
-                break;
-            }
-            const plist_t keyNode = plist_dict_item_get_key(value);
-            if (!keyNode || plist_get_node_type(keyNode) != PLIST_KEY || !wellFormed(value, depth + 1)) {
-                ok = false;
-                break;
-            }
-        }
-        std::free(iter);
-        return ok;
-    }
+    case PLIST_DICT:
+        return PlistDictionary::forEachItem(
+            node, [depth](plist_t key, plist_t value) { return key && wellFormed(value, depth + 1); });
     case PLIST_ARRAY: {
         const uint32_t size = plist_array_get_size(node);
         // through the iterator: fetching element i by index walks the i elements before it

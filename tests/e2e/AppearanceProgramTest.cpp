@@ -2,7 +2,10 @@
 #include "support/PrivateSessionBus.h"
 #include "support/SettingsPortal.h"
 #include "support/TempContainer.h"
+#include "support/XServer.h"
 
+#include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QImage>
 #include <QProcess>
@@ -13,6 +16,7 @@
 using corvina::test::PrivateSessionBus;
 using corvina::test::SettingsPortal;
 using corvina::test::TempContainer;
+using corvina::test::XServer;
 
 namespace {
 
@@ -67,4 +71,58 @@ TEST(AppearanceProgram, ALightDesktopGetsTheLightWidgetAndADarkOneTheDark) {
     const QImage dark = shootOnBus(container.root());
     ASSERT_FALSE(dark.isNull());
     EXPECT_EQ(dark.pixelColor(2, 2), QColor(0x24, 0x26, 0x2b));
+}
+
+TEST(AppearanceProgram, TheRunningWidgetFollowsTheDesktopWhenItChanges) {
+    PrivateSessionBus* bus = PrivateSessionBus::instance();
+    ASSERT_NE(bus, nullptr);
+    XServer x;
+    ASSERT_TRUE(x.start()) << "Xvfb could not be started";
+    TempContainer container;
+    const QString account = QStringLiteral("ann@example.org");
+    container.writeAccounts({TempContainer::account(account)});
+    container.writeSnapshot(account, QStringLiteral("inbox.plist"),
+                            TempContainer::inboxMessages(account, {QStringLiteral("a")}));
+    SettingsPortal portal(bus->address(), 1);
+    ASSERT_TRUE(portal.isRegistered());
+
+    QTemporaryDir config;
+    QTemporaryDir state;
+    QProcess widget;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("DISPLAY"), x.display());
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
+    env.insert(QStringLiteral("XDG_STATE_HOME"), state.path());
+    env.remove(QStringLiteral("XDG_CURRENT_DESKTOP"));
+    widget.setProcessEnvironment(env);
+    widget.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    widget.start(QStringLiteral(CORVINA_TODAY_BINARY), {QStringLiteral("--container"), container.root()});
+    ASSERT_TRUE(widget.waitForStarted(5000));
+    // The portal lives in this process: its answers go out while the test waits here.
+    const auto panelAt = [&](const QPoint& origin) { return x.screen().pixelColor(origin + QPoint(2, 2)); };
+    const auto waitFor = [](const std::function<bool()>& condition, int timeoutMs) {
+        QDeadlineTimer deadline(timeoutMs);
+        while (!condition()) {
+            if (deadline.hasExpired())
+                return false;
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+        }
+        return true;
+    };
+    QString windowId;
+    ASSERT_TRUE(
+        waitFor([&] { return !(windowId = x.findWindow(QStringLiteral("Corvina Today"))).isEmpty(); }, 10000))
+        << "the widget's window did not appear";
+    const QPoint origin = x.windowOrigin(windowId);
+    EXPECT_TRUE(waitFor([&] { return panelAt(origin) == QColor(0x24, 0x26, 0x2b); }, 5000));
+
+    portal.setColorScheme(2);
+    EXPECT_TRUE(waitFor([&] { return panelAt(origin).lightness() > 200; }, 3000))
+        << "the window stayed dark after the desktop turned light";
+    portal.setColorScheme(1);
+    EXPECT_TRUE(waitFor([&] { return panelAt(origin) == QColor(0x24, 0x26, 0x2b); }, 3000))
+        << "the window stayed light after the desktop turned dark";
+    widget.terminate();
+    widget.waitForFinished(3000);
 }

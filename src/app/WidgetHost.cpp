@@ -1,5 +1,6 @@
 #include "WidgetHost.h"
 
+#include "FirstFrameWatch.h"
 #include "TodayWindow.h"
 #include "platform/Dispatch.h"
 #include "platform/Log.h"
@@ -66,8 +67,11 @@ void WidgetHost::start(bool inTray) {
             QApplication::setQuitOnLastWindowClosed(true);
         }
     }
-    if (showWindow)
+    if (showWindow) {
+        m_firstFrame = new FirstFrameWatch(m_window.get(), this);
+        connect(m_firstFrame, &FirstFrameWatch::painted, this, &WidgetHost::firstFramePainted);
         m_window->show();
+    }
     watchFolders();
     performUpdate();
     m_interval.start();

@@ -10,6 +10,7 @@
 
 namespace corvina {
 
+class FirstFrameWatch;
 class MailNotifier;
 class NewMailTracker;
 class TodayWindow;
@@ -49,6 +50,11 @@ public:
     // The folders and files watched now.
     QStringList watchedPaths() const { return m_watcher.directories() + m_watcher.files(); }
 
+signals:
+    // The window's first frame is on the screen (after its first paint and one more turn of the
+    // event loop). Not sent when the window starts hidden (in the tray).
+    void firstFramePainted();
+
 private:
     void watchFolders();
 
@@ -59,6 +65,7 @@ private:
     QTimer m_debounce;
     QFileSystemWatcher m_watcher;
     int m_completedUpdates = 0;
+    FirstFrameWatch* m_firstFrame = nullptr;
     // New mail: the rows' marker, the notifications and, in the tray, the count.
     NewMailTracker* m_newMail = nullptr;
     MailNotifier* m_mailNotifier = nullptr;

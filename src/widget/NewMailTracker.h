@@ -71,10 +71,14 @@ protected:
 
 private:
     using Ids = QSet<QString>;
+    // A message's account and id; null for a record that lacks either.
+    using Key = QPair<QString, QString>;
     void store(const QString& account) const;
-    // Everything held now is seen, and what was new keeps its marker for this look.
-    void takeLook();
-    QString signature() const;
+    bool isNew(const Key& key) const;
+    // Everything held now is seen, and what was new keeps its marker for this look. `keys`: those
+    // of m_messages, in its order.
+    void takeLook(const QList<Key>& keys);
+    QString signature(const QList<Key>& keys) const;
 
     ExtensionMessageList m_messages;
     QHash<QString, Ids> m_held;           // per account, what the last update held

@@ -59,7 +59,8 @@ bool NewMailTracker::isInbox(const ExtensionMessagePtr& message) {
 }
 
 void NewMailTracker::update(const ExtensionMessageList& messages) {
-    const QString before = signature(keysOf(m_messages));
+    const QString before = m_signature;
+    ++m_changes;
     m_messages = messages;
     const QList<Key> keys = keysOf(messages);
     QHash<QString, Ids> held;
@@ -125,23 +126,31 @@ void NewMailTracker::update(const ExtensionMessageList& messages) {
     if (m_looking)
         takeLook(keys);
 
+    const quint64 changes = refreshSignature(messages, keys);
     if (!gone.isEmpty())
         emit left(gone);
     if (!arrivals.isEmpty())
         emit arrived(arrivals);
-    if (signature(keys) != before)
+    if (changes != m_changes)
+        refreshSignature(m_messages, keysOf(m_messages));
+    if (m_signature != before)
         emit changed();
 }
 
 void NewMailTracker::beginLook() {
-    const QList<Key> keys = keysOf(m_messages);
-    const QString before = signature(keys);
+    const ExtensionMessageList messages = m_messages;
+    const QList<Key> keys = keysOf(messages);
+    const QString before = m_signature;
+    ++m_changes;
     const QSet<Key> marked = m_markedAtLook;
     m_looking = true;
     takeLook(keys);
+    const quint64 changes = refreshSignature(messages, keys);
     if (m_markedAtLook != marked)
         emit markersChanged();
-    if (signature(keys) != before)
+    if (changes != m_changes)
+        refreshSignature(m_messages, keysOf(m_messages));
+    if (m_signature != before)
         emit changed();
 }
 
@@ -158,14 +167,17 @@ void NewMailTracker::takeLook(const QList<Key>& keys) {
 }
 
 void NewMailTracker::endLook() {
-    const QList<Key> keys = keysOf(m_messages);
-    const QString before = signature(keys);
+    const QString before = m_signature;
+    ++m_changes;
     const bool hadMarkers = !m_markedAtLook.isEmpty();
     m_looking = false;
     m_markedAtLook.clear();
+    const quint64 changes = refreshSignature(m_messages, keysOf(m_messages));
     if (hadMarkers)
         emit markersChanged();
-    if (signature(keys) != before)
+    if (changes != m_changes)
+        refreshSignature(m_messages, keysOf(m_messages));
+    if (m_signature != before)
         emit changed();
 }
 
@@ -232,6 +244,12 @@ void NewMailTracker::store(const QString& account) const {
     QStringList ids(m_seen.value(account).cbegin(), m_seen.value(account).cend());
     ids.sort();
     UserDefaults::setValue(ids, seenKey(account));
+}
+
+quint64 NewMailTracker::refreshSignature(const ExtensionMessageList& messages, const QList<Key>& keys) {
+    const bool same = messages.constData() == m_messages.constData() && messages.size() == m_messages.size();
+    m_signature = signature(same ? keys : keysOf(m_messages));
+    return m_changes;
 }
 
 QString NewMailTracker::signature(const QList<Key>& keys) const {

@@ -69,10 +69,13 @@ void NewMailTracker::update(const ExtensionMessageList& messages) {
             held[key.first].insert(key.second);
 
     QList<Key> gone;
-    for (auto it = m_held.cbegin(); it != m_held.cend(); ++it)
+    for (auto it = m_held.cbegin(); it != m_held.cend(); ++it) {
+        // The account's set looked up once, not once per id.
+        const Ids now = held.value(it.key());
         for (const QString& id : it.value())
-            if (!held.value(it.key()).contains(id))
+            if (!now.contains(id))
                 gone << Key(it.key(), id);
+    }
     m_held = held;
 
     QSet<Key> came;

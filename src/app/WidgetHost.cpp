@@ -1,5 +1,6 @@
 #include "WidgetHost.h"
 
+#include "FirstFrameWatch.h"
 #include "TodayWindow.h"
 #include "platform/ColorScheme.h"
 #include "platform/Dispatch.h"
@@ -71,7 +72,6 @@ void WidgetHost::start(bool inTray) {
     m_window->layout()->setContentsMargins(int(margins.left), int(margins.top), int(margins.right),
                                            int(margins.bottom));
     m_window->restorePosition();
-    m_controller->viewWillAppear();
     m_newMail->watchWindow(m_window.get());
     bool showWindow = true;
     if (inTray) {
@@ -87,8 +87,25 @@ void WidgetHost::start(bool inTray) {
             QApplication::setQuitOnLastWindowClosed(true);
         }
     }
-    if (showWindow)
-        m_window->show();
+    if (!showWindow) {
+        appear();
+        return;
+    }
+    // The header and the empty table go on the screen first; the reads follow in the turn after.
+    m_firstFrame = new FirstFrameWatch(m_window.get(), this);
+    connect(m_firstFrame, &FirstFrameWatch::painted, this, [this] {
+        emit firstFramePainted();
+        appear();
+    });
+    QTimer::singleShot(firstFrameWaitMs, this, &WidgetHost::appear);
+    m_window->show();
+}
+
+void WidgetHost::appear() {
+    if (m_appeared)
+        return;
+    m_appeared = true;
+    m_controller->viewWillAppear();
     watchFolders();
     watchBridgeStatus();
     performUpdate();

@@ -11,6 +11,7 @@
 namespace corvina {
 
 class ColorScheme;
+class FirstFrameWatch;
 class MailNotifier;
 class NewMailTracker;
 class TodayWindow;
@@ -20,6 +21,10 @@ class TrayIcon;
 // window with the margins the controller answers, calls the will-appear step, and asks for an
 // update every `interval` and soon after the mail application changed its files (the snapshot
 // folder, an account's folder or the account list).
+//
+// The will-appear step, the first update and the folder watch start only once the window's first
+// frame is on the screen: the controller reads the snapshot on the main thread, and a large
+// shared folder would otherwise keep the window blank for as long as the read takes.
 class WidgetHost : public QObject {
     Q_OBJECT
 
@@ -28,6 +33,9 @@ public:
     static constexpr EdgeInsets proposedMargins{8, 16, 8, 0};
     // How long file changes are gathered before one update runs.
     static constexpr int debounceMs = 250;
+    // How long the widget waits for its window's first frame before it reads all the same (a
+    // window mapped where it cannot be seen is never painted).
+    static constexpr int firstFrameWaitMs = 500;
 
     // Light or dark: as the desktop is (Auto), or as the user said.
     enum class Appearance { Auto, Light, Dark };
@@ -43,6 +51,8 @@ public:
 
     // Shows the widget's window; `inTray`: puts the widget in the desktop's tray instead, its window
     // hidden until asked for (and shown at once, with a line saying why, when there is no tray).
+    // The controller is asked for its content after the window's first frame (at once when the
+    // window starts hidden).
     void start(bool inTray = false);
     TodayViewController* controller() const { return m_controller.get(); }
     NewMailTracker* newMail() const { return m_newMail; }
@@ -61,8 +71,14 @@ public:
 
     // Says in the window's status line what the list alone does not (see TodayStatus).
     void updateStatus();
+signals:
+    // The window's first frame is on the screen (after its first paint and one more turn of the
+    // event loop). Not sent when the window starts hidden (in the tray).
+    void firstFramePainted();
 
 private:
+    // The will-appear step, the folder watch, the first update and the periodic ones; once.
+    void appear();
     void watchFolders();
     void watchBridgeStatus();
     void applyAppearance();
@@ -74,6 +90,8 @@ private:
     QTimer m_debounce;
     QFileSystemWatcher m_watcher;
     int m_completedUpdates = 0;
+    FirstFrameWatch* m_firstFrame = nullptr;
+    bool m_appeared = false;
     // New mail: the rows' marker, the notifications and, in the tray, the count.
     NewMailTracker* m_newMail = nullptr;
     MailNotifier* m_mailNotifier = nullptr;

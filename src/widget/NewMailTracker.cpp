@@ -28,6 +28,26 @@ Key keyOf(const ExtensionMessagePtr& message) {
     return {message->account(), message->messageId()};
 }
 
+// Each record's account and id, read once: a record's getters lock and copy, and a list is walked
+// several times per update. A record without both has a null key.
+QList<Key> keysOf(const ExtensionMessageList& messages) {
+    QList<Key> keys;
+    keys.reserve(messages.size());
+    for (const ExtensionMessagePtr& message : messages) {
+        if (!message) {
+            keys.append(Key());
+            continue;
+        }
+        Key key = keyOf(message);
+        keys.append(key.first.isNull() || key.second.isNull() ? Key() : std::move(key));
+    }
+    return keys;
+}
+
+bool isKey(const Key& key) {
+    return !key.first.isNull();
+}
+
 } // namespace
 
 NewMailTracker::NewMailTracker(QObject* parent) : QObject(parent) {}
@@ -39,18 +59,23 @@ bool NewMailTracker::isInbox(const ExtensionMessagePtr& message) {
 }
 
 void NewMailTracker::update(const ExtensionMessageList& messages) {
-    const QString before = signature();
+    const QString before = m_signature;
+    ++m_changes;
     m_messages = messages;
+    const QList<Key> keys = keysOf(messages);
     QHash<QString, Ids> held;
-    for (const ExtensionMessagePtr& message : messages)
-        if (hasKey(message))
-            held[message->account()].insert(message->messageId());
+    for (const Key& key : keys)
+        if (isKey(key))
+            held[key.first].insert(key.second);
 
     QList<Key> gone;
-    for (auto it = m_held.cbegin(); it != m_held.cend(); ++it)
+    for (auto it = m_held.cbegin(); it != m_held.cend(); ++it) {
+        // The account's set looked up once, not once per id.
+        const Ids now = held.value(it.key());
         for (const QString& id : it.value())
-            if (!held.value(it.key()).contains(id))
+            if (!now.contains(id))
                 gone << Key(it.key(), id);
+    }
     m_held = held;
 
     QSet<Key> came;
@@ -90,42 +115,52 @@ void NewMailTracker::update(const ExtensionMessageList& messages) {
 
     ExtensionMessageList arrivals;
     QSet<Key> announced;
-    for (const ExtensionMessagePtr& message : messages) {
-        if (!hasKey(message) || !isInbox(message))
+    // Only what came can arrive: with nothing come, no record needs a look.
+    for (qsizetype i = 0; !came.isEmpty() && i < messages.size(); ++i) {
+        const Key& key = keys.at(i);
+        if (!isKey(key) || !came.contains(key) || !isInbox(messages.at(i)))
             continue;
-        const Key key = keyOf(message);
-        if (came.contains(key) && isNew(message) && !announced.contains(key)) {
+        if (isNew(key) && !announced.contains(key)) {
             announced.insert(key);
-            arrivals << message;
+            arrivals << messages.at(i);
         }
     }
     // What comes in while the user looks is seen as it comes, and keeps its marker for this look.
     if (m_looking)
-        takeLook();
+        takeLook(keys);
 
+    const quint64 changes = refreshSignature(messages, keys);
     if (!gone.isEmpty())
         emit left(gone);
     if (!arrivals.isEmpty())
         emit arrived(arrivals);
-    if (signature() != before)
+    if (changes != m_changes)
+        refreshSignature(m_messages, keysOf(m_messages));
+    if (m_signature != before)
         emit changed();
 }
 
 void NewMailTracker::beginLook() {
-    const QString before = signature();
+    const ExtensionMessageList messages = m_messages;
+    const QList<Key> keys = keysOf(messages);
+    const QString before = m_signature;
+    ++m_changes;
     const QSet<Key> marked = m_markedAtLook;
     m_looking = true;
-    takeLook();
+    takeLook(keys);
+    const quint64 changes = refreshSignature(messages, keys);
     if (m_markedAtLook != marked)
         emit markersChanged();
-    if (signature() != before)
+    if (changes != m_changes)
+        refreshSignature(m_messages, keysOf(m_messages));
+    if (m_signature != before)
         emit changed();
 }
 
-void NewMailTracker::takeLook() {
-    for (const ExtensionMessagePtr& message : m_messages)
-        if (hasKey(message) && isNew(message))
-            m_markedAtLook.insert(keyOf(message));
+void NewMailTracker::takeLook(const QList<Key>& keys) {
+    for (const Key& key : keys)
+        if (isKey(key) && isNew(key))
+            m_markedAtLook.insert(key);
     for (auto it = m_held.cbegin(); it != m_held.cend(); ++it) {
         if (m_seen.value(it.key()) != it.value()) {
             m_seen.insert(it.key(), it.value());
@@ -135,13 +170,17 @@ void NewMailTracker::takeLook() {
 }
 
 void NewMailTracker::endLook() {
-    const QString before = signature();
+    const QString before = m_signature;
+    ++m_changes;
     const bool hadMarkers = !m_markedAtLook.isEmpty();
     m_looking = false;
     m_markedAtLook.clear();
+    const quint64 changes = refreshSignature(m_messages, keysOf(m_messages));
     if (hadMarkers)
         emit markersChanged();
-    if (signature() != before)
+    if (changes != m_changes)
+        refreshSignature(m_messages, keysOf(m_messages));
+    if (m_signature != before)
         emit changed();
 }
 
@@ -172,11 +211,13 @@ bool NewMailTracker::eventFilter(QObject* watched, QEvent* event) {
 }
 
 bool NewMailTracker::isNew(const ExtensionMessagePtr& message) const {
-    if (!hasKey(message))
-        return false;
-    const auto seen = m_seen.constFind(message->account());
+    return hasKey(message) && isNew(keyOf(message));
+}
+
+bool NewMailTracker::isNew(const Key& key) const {
+    const auto seen = m_seen.constFind(key.first);
     // An account not yet read has nothing new.
-    return seen != m_seen.cend() && !seen->contains(message->messageId());
+    return seen != m_seen.cend() && !seen->contains(key.second);
 }
 
 bool NewMailTracker::isMarked(const ExtensionMessagePtr& message) const {
@@ -208,16 +249,25 @@ void NewMailTracker::store(const QString& account) const {
     UserDefaults::setValue(ids, seenKey(account));
 }
 
-QString NewMailTracker::signature() const {
-    // What the views show of this object: the marked rows and the new Inbox messages.
+quint64 NewMailTracker::refreshSignature(const ExtensionMessageList& messages, const QList<Key>& keys) {
+    const bool same = messages.constData() == m_messages.constData() && messages.size() == m_messages.size();
+    m_signature = signature(same ? keys : keysOf(m_messages));
+    return m_changes;
+}
+
+QString NewMailTracker::signature(const QList<Key>& keys) const {
+    // What the views show of this object: the marked rows and the new Inbox messages. `keys` are
+    // those of m_messages, in its order.
     QStringList parts;
-    for (const ExtensionMessagePtr& message : m_messages) {
-        if (!hasKey(message))
+    for (qsizetype i = 0; i < keys.size(); ++i) {
+        const Key& key = keys.at(i);
+        if (!isKey(key))
             continue;
-        if (isMarked(message))
-            parts << QStringLiteral("m") + message->account() + u'\n' + message->messageId();
-        if (isInbox(message) && isNew(message))
-            parts << QStringLiteral("n") + message->account() + u'\n' + message->messageId();
+        const bool isNewOne = isNew(key);
+        if (isNewOne || m_markedAtLook.contains(key))
+            parts << QStringLiteral("m") + key.first + u'\n' + key.second;
+        if (isNewOne && isInbox(m_messages.at(i)))
+            parts << QStringLiteral("n") + key.first + u'\n' + key.second;
     }
     return parts.join(QChar(0));
 }

@@ -71,10 +71,17 @@ protected:
 
 private:
     using Ids = QSet<QString>;
+    // A message's account and id; null for a record that lacks either.
+    using Key = QPair<QString, QString>;
     void store(const QString& account) const;
-    // Everything held now is seen, and what was new keeps its marker for this look.
-    void takeLook();
-    QString signature() const;
+    bool isNew(const Key& key) const;
+    // Everything held now is seen, and what was new keeps its marker for this look. `keys`: those
+    // of m_messages, in its order.
+    void takeLook(const QList<Key>& keys);
+    QString signature(const QList<Key>& keys) const;
+    // Makes m_signature again for what is held now, from `keys` when they are still those of
+    // m_messages (read from `messages`); answers m_changes as of then.
+    quint64 refreshSignature(const ExtensionMessageList& messages, const QList<Key>& keys);
 
     ExtensionMessageList m_messages;
     QHash<QString, Ids> m_held;           // per account, what the last update held
@@ -82,6 +89,14 @@ private:
     QHash<QString, Ids> m_presentThisRun; // per account, every id held since this program started
     QSet<QPair<QString, QString>> m_markedAtLook;
     bool m_looking = false;
+    // signature() as of the last change: every change of what it depends on (the list, what was
+    // seen, the markers of a look) makes it again before it tells anyone, so the next change
+    // compares with it instead of walking the list once more. Records do not change their account,
+    // id or folder once read. m_changes counts the changes begun, so that a change can tell
+    // whether a slot of its signals made another one meanwhile (markersChanged reloads the widget,
+    // which updates this object), and then make the signature again.
+    QString m_signature;
+    quint64 m_changes = 0;
 };
 
 } // namespace corvina

@@ -19,6 +19,8 @@ TodayWindow::TodayWindow(QWidget* content) {
     // The window is exactly as large as its content asks: 320 wide, as high as the table.
     layout->setSizeConstraint(QLayout::SetFixedSize);
     layout->addWidget(content);
+    // Focusing the window focuses its content (and the content's own focus widget, its rows).
+    setFocusProxy(content);
     QPalette p = palette();
     p.setColor(QPalette::Window, SystemColors::panelBackground());
     p.setColor(QPalette::WindowText, SystemColors::labelColor());
@@ -48,6 +50,14 @@ void TodayWindow::keyPressEvent(QKeyEvent* event) {
         return;
     }
     QWidget::keyPressEvent(event);
+}
+
+void TodayWindow::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    // The keys reach the content also when the desktop does not activate the window (no window
+    // manager): without a focus widget they would stop at the window, which takes only Escape.
+    if (!focusWidget())
+        setFocus(Qt::OtherFocusReason);
 }
 
 void TodayWindow::closeEvent(QCloseEvent* event) {

@@ -5,7 +5,8 @@
 namespace corvina {
 
 // The small window the widget lives in: a dark panel as wide as the widget and as high as its
-// content, closed with Escape, at the place where the user last left it.
+// content, closed with Escape, at the place where the user last left it. Its focus is its
+// content's, given when it is shown.
 class TodayWindow : public QWidget {
     Q_OBJECT
 
@@ -20,6 +21,7 @@ public:
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
+    void showEvent(QShowEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 };

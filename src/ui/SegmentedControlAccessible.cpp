@@ -43,7 +43,8 @@ QAccessibleInterface* SegmentedControlAccessible::child(int index) const {
 int SegmentedControlAccessible::indexOfChild(const QAccessibleInterface* child) const {
     if (!child)
         return -1;
-    const int index = int(m_children.indexOf(QAccessible::uniqueId(const_cast<QAccessibleInterface*>(child))));
+    const int index =
+        int(m_children.indexOf(QAccessible::uniqueId(const_cast<QAccessibleInterface*>(child))));
     return index < childCount() ? index : -1;
 }
 

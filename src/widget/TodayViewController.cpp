@@ -64,6 +64,8 @@ void TodayViewController::loadView() {
     m_myHeaderView->setDelegate(this);
 
     m_myTableView->setAccessibleName(Localization::text(QStringLiteral("Messages")));
+    // Whoever focuses the widget focuses its rows, where the keys move.
+    m_rootView->setFocusProxy(m_myTableView);
     // The widget's keys (reply, archive, delete, the lists), beside the table's own; it goes with
     // the root view.
     new TodayKeyboard(m_rootView, m_myTableView, m_myHeaderView->control());

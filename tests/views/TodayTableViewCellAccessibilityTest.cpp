@@ -1,4 +1,6 @@
 // A message row as a screen reader reads it: the cell's and its buttons' accessible texts.
+#include "platform/Localization.h"
+#include "views/TodayHeaderView.h"
 #include "views/TodayTableViewCell.h"
 
 #include <QAccessible>
@@ -61,4 +63,29 @@ TEST(TodayTableViewCellAccessibility, AnEmptyCellStillHasNames) {
     TodayTableViewCell cell(QRect(0, 0, 320, 60));
     EXPECT_FALSE(text(&cell, QAccessible::Name).isEmpty());
     EXPECT_EQ(text(cell.replyButton(), QAccessible::Name), QStringLiteral("Reply"));
+}
+
+TEST(TodayTableViewCellAccessibility, TextsInTheUsersLanguage) {
+    const QLocale before = Localization::locale();
+    Localization::setLocale(QLocale(QLocale::German, QLocale::Germany));
+    {
+        TodayTableViewCell cell(QRect(0, 0, 320, 60));
+        cell.PopulateExtensionMessage(jonas(true));
+        EXPECT_EQ(text(cell.replyButton(), QAccessible::Name), QStringLiteral("Antworten"));
+        EXPECT_TRUE(text(&cell, QAccessible::Description).startsWith(QStringLiteral("Ungelesen. ")));
+        TodayHeaderView header;
+        QAccessibleInterface* lists = QAccessible::queryAccessibleInterface(header.control());
+        EXPECT_EQ(lists->text(QAccessible::Name), QStringLiteral("Liste"));
+        EXPECT_EQ(lists->child(1)->text(QAccessible::Description),
+                  QStringLiteral("Zeigt die Liste %1 (Taste 2)").arg(header.control()->labelForSegment(1)));
+    }
+    Localization::setLocale(QLocale(QLocale::French, QLocale::France));
+    {
+        TodayTableViewCell cell(QRect(0, 0, 320, 60));
+        cell.PopulateExtensionMessage(jonas(false));
+        EXPECT_EQ(text(cell.archiveButton(), QAccessible::Name), QStringLiteral("Archiver"));
+        EXPECT_EQ(text(cell.trashButton(), QAccessible::Description),
+                  QStringLiteral("Le message de Jonas Brandt : Draft agenda"));
+    }
+    Localization::setLocale(before);
 }

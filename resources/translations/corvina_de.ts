@@ -83,5 +83,45 @@
         <source>As of %1: %2</source>
         <translation>Stand %1: %2</translation>
     </message>
+    <message>
+        <source>Reply</source>
+        <translation>Antworten</translation>
+    </message>
+    <message>
+        <source>Unread</source>
+        <translation>Ungelesen</translation>
+    </message>
+    <message>
+        <source>Read</source>
+        <translation>Gelesen</translation>
+    </message>
+    <message>
+        <source>New since you last looked</source>
+        <translation>Neu seit dem letzten Blick</translation>
+    </message>
+    <message>
+        <source>Enter opens, R replies, A archives, Delete deletes</source>
+        <translation>Eingabe öffnet, R antwortet, A archiviert, Entf löscht</translation>
+    </message>
+    <message>
+        <source>The message from %1: %2</source>
+        <translation>Die Nachricht von %1: %2</translation>
+    </message>
+    <message>
+        <source>List</source>
+        <translation>Liste</translation>
+    </message>
+    <message>
+        <source>Which messages are shown; keys 1, 2 and 3</source>
+        <translation>Welche Nachrichten gezeigt werden; Tasten 1, 2 und 3</translation>
+    </message>
+    <message>
+        <source>Shows the list %1 (key %2)</source>
+        <translation>Zeigt die Liste %1 (Taste %2)</translation>
+    </message>
+    <message>
+        <source>Messages</source>
+        <translation>Nachrichten</translation>
+    </message>
 </context>
 </TS>

@@ -83,5 +83,45 @@
         <source>As of %1: %2</source>
         <translation>À %1 : %2</translation>
     </message>
+    <message>
+        <source>Reply</source>
+        <translation>Répondre</translation>
+    </message>
+    <message>
+        <source>Unread</source>
+        <translation>Non lu</translation>
+    </message>
+    <message>
+        <source>Read</source>
+        <translation>Lu</translation>
+    </message>
+    <message>
+        <source>New since you last looked</source>
+        <translation>Nouveau depuis votre dernier coup d’œil</translation>
+    </message>
+    <message>
+        <source>Enter opens, R replies, A archives, Delete deletes</source>
+        <translation>Entrée ouvre, R répond, A archive, Suppr supprime</translation>
+    </message>
+    <message>
+        <source>The message from %1: %2</source>
+        <translation>Le message de %1 : %2</translation>
+    </message>
+    <message>
+        <source>List</source>
+        <translation>Liste</translation>
+    </message>
+    <message>
+        <source>Which messages are shown; keys 1, 2 and 3</source>
+        <translation>Quels messages sont affichés ; touches 1, 2 et 3</translation>
+    </message>
+    <message>
+        <source>Shows the list %1 (key %2)</source>
+        <translation>Affiche la liste %1 (touche %2)</translation>
+    </message>
+    <message>
+        <source>Messages</source>
+        <translation>Messages</translation>
+    </message>
 </context>
 </TS>

@@ -24,6 +24,8 @@ TodayWindow::TodayWindow(QWidget* content) {
     m_status = new TodayStatusView(this);
     layout->addWidget(m_status);
     applyColors();
+    // Focusing the window focuses its content (and the content's own focus widget, its rows).
+    setFocusProxy(content);
 }
 
 void TodayWindow::applyColors() {
@@ -60,6 +62,14 @@ void TodayWindow::keyPressEvent(QKeyEvent* event) {
         return;
     }
     QWidget::keyPressEvent(event);
+}
+
+void TodayWindow::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    // The keys reach the content also when the desktop does not activate the window (no window
+    // manager): without a focus widget they would stop at the window, which takes only Escape.
+    if (!focusWidget())
+        setFocus(Qt::OtherFocusReason);
 }
 
 void TodayWindow::closeEvent(QCloseEvent* event) {

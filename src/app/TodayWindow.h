@@ -8,7 +8,8 @@ class TodayStatusView;
 
 // The small window the widget lives in: a panel (dark, or light on a light desktop) as wide as the
 // widget and as high as its content, closed with Escape, at the place where the user last left it.
-// Below the widget, the status line says in words why the list is empty or may be old.
+// Below the widget, the status line says in words why the list is empty or may be old. Its
+// focus is its content's, given when it is shown.
 class TodayWindow : public QWidget {
     Q_OBJECT
 
@@ -27,6 +28,7 @@ public:
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
+    void showEvent(QShowEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 

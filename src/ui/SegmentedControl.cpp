@@ -1,7 +1,9 @@
 #include "SegmentedControl.h"
 
+#include "SegmentedControlAccessible.h"
 #include "SystemColors.h"
 
+#include <QAccessible>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -10,6 +12,13 @@
 namespace corvina {
 
 SegmentedControl::SegmentedControl(QWidget* parent) : QWidget(parent) {
+    // The segments are drawn, not widgets: screen readers learn of them from this factory's
+    // interface. Once per program.
+    static const bool factoryInstalled = [] {
+        QAccessible::installFactory(&SegmentedControlAccessible::create);
+        return true;
+    }();
+    Q_UNUSED(factoryInstalled);
     setFocusPolicy(Qt::TabFocus);
     QFont f = font();
     f.setPixelSize(12);
@@ -33,6 +42,14 @@ void SegmentedControl::setLabel(const QString& label, int segment) {
     m_labels[segment] = label;
     updateGeometry();
     update();
+}
+
+void SegmentedControl::setDescription(const QString& description, int segment) {
+    if (segment < 0 || segment >= m_labels.size())
+        return;
+    while (m_descriptions.size() <= segment)
+        m_descriptions << QString();
+    m_descriptions[segment] = description;
 }
 
 void SegmentedControl::setSelectedSegment(int segment) {
@@ -66,7 +83,7 @@ QSize SegmentedControl::sizeHint() const {
 }
 
 void SegmentedControl::choose(int segment) {
-    if (segment < 0)
+    if (segment < 0 || segment >= segmentCount())
         return;
     // Like any segmented control, picking the selected segment again still sends the action.
     m_selected = segment;

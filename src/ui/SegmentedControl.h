@@ -21,12 +21,18 @@ public:
     void setSegmentCount(int count);
     QString labelForSegment(int segment) const { return m_labels.value(segment); }
     void setLabel(const QString& label, int segment);
+    // What a screen reader says of a segment besides its label (its accessible description).
+    QString descriptionForSegment(int segment) const { return m_descriptions.value(segment); }
+    void setDescription(const QString& description, int segment);
 
     // -1 when none is selected.
     int selectedSegment() const { return m_selected; }
     void setSelectedSegment(int segment);
 
     void setAction(Action action) { m_action = std::move(action); }
+    // Picks `segment` as the user does with a click: selects it and sends the action (also when it
+    // is the selected one already). For keys that pick a segment, and for screen readers.
+    void choose(int segment);
 
     // Where a segment is drawn, in the control's coordinates: equal widths, left to right.
     QRect segmentRect(int segment) const;
@@ -42,9 +48,9 @@ protected:
 
 private:
     int segmentAt(const QPoint& point) const;
-    void choose(int segment);
 
     QStringList m_labels;
+    QStringList m_descriptions;
     int m_selected = -1;
     int m_pressed = -1;
     bool m_keyboardFocus = false;

@@ -28,11 +28,28 @@ void TableRowView::drawSelectionInRect(QPainter& painter, const QRect& rect) {
     painter.fillPath(path, highlight);
 }
 
+void TableRowView::setShowsFocusRing(bool shown) {
+    if (shown == m_focusRing)
+        return;
+    m_focusRing = shown;
+    update();
+}
+
+void TableRowView::drawFocusRingInRect(QPainter& painter, const QRect& rect) {
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(SystemColors::selectedContentBackground().lighter(140), 1.5));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRoundedRect(QRectF(rect).adjusted(4.75, 1.75, -4.75, -1.75), 5, 5);
+}
+
 void TableRowView::paintEvent(QPaintEvent*) {
-    if (!m_selected)
+    if (!m_selected && !m_focusRing)
         return;
     QPainter painter(this);
-    drawSelectionInRect(painter, rect());
+    if (m_selected)
+        drawSelectionInRect(painter, rect());
+    if (m_focusRing)
+        drawFocusRingInRect(painter, rect());
 }
 
 } // namespace corvina

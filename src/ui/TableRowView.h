@@ -5,7 +5,7 @@
 namespace corvina {
 
 // The view behind one row of a TableView: it holds the row's cell and draws the selection
-// highlight when the row is selected.
+// highlight when the row is selected, and a focus ring when it is the keyboard's current row.
 class TableRowView : public QWidget {
     Q_OBJECT
 
@@ -18,11 +18,18 @@ public:
     // Draws the highlight of a selected row into `rect`.
     virtual void drawSelectionInRect(QPainter& painter, const QRect& rect);
 
+    // The ring around the keyboard's current row, apart from the selection: moving through the
+    // rows with the keys selects nothing.
+    bool showsFocusRing() const { return m_focusRing; }
+    void setShowsFocusRing(bool shown);
+    virtual void drawFocusRingInRect(QPainter& painter, const QRect& rect);
+
 protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
     bool m_selected = false;
+    bool m_focusRing = false;
 };
 
 } // namespace corvina

@@ -1,5 +1,7 @@
 #include "TableView.h"
 
+#include <QAccessible>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPainter>
@@ -17,6 +19,8 @@ constexpr int kAnimationMs = 250; // the desktop's usual length for a short tran
 
 TableView::TableView(const QRect& frame, QWidget* parent) : QWidget(parent) {
     setGeometry(frame);
+    // Focus from a click as well as from Tab: the keys move through the rows from the row clicked.
+    setFocusPolicy(Qt::StrongFocus);
     // A table comes with a header row naming its columns until its owner removes it.
     auto header = std::make_unique<QLabel>(this);
     header->setIndent(4);
@@ -81,14 +85,21 @@ void TableView::reloadData() {
             rowView = std::make_unique<TableRowView>();
         rowView->setParent(this);
         QWidget* cell = m_delegate ? m_delegate->viewForTableColumn(this, column, i) : nullptr;
-        if (cell)
+        if (cell) {
             cell->setParent(rowView.get());
+            // The row reads as its cell to a screen reader: the row is what the keys move to.
+            rowView->setAccessibleName(cell->accessibleName());
+            rowView->setAccessibleDescription(cell->accessibleDescription());
+        }
         m_rows.push_back(Row{std::move(rowView), cell});
     }
     if (m_selectedRow >= count)
         m_selectedRow = -1;
     for (qint64 i = 0; i < count; ++i)
         m_rows[size_t(i)].rowView->setSelected(i == m_selectedRow);
+    // The current row keeps its place in the list; past the end it is the last row.
+    m_currentRow = std::min(m_currentRow, count - 1);
+    updateFocusRing();
     placeRows(false);
     for (const Row& row : m_rows)
         row.rowView->show();
@@ -140,6 +151,26 @@ void TableView::selectRow(qint64 row) {
         m_delegate->tableViewSelectionDidChange();
 }
 
+void TableView::setCurrentRow(qint64 row) {
+    if (row < -1 || row >= numberOfRows())
+        row = -1;
+    if (row == m_currentRow)
+        return;
+    m_currentRow = row;
+    updateFocusRing();
+    if (row >= 0 && hasFocus()) {
+        // A screen reader follows the focus: the current row is where it is, for the keys.
+        QAccessibleEvent event(m_rows[size_t(row)].rowView.get(), QAccessible::Focus);
+        QAccessible::updateAccessibility(&event);
+    }
+}
+
+void TableView::updateFocusRing() {
+    const bool shown = m_keyboardFocus && hasFocus();
+    for (qint64 i = 0; i < numberOfRows(); ++i)
+        m_rows[size_t(i)].rowView->setShowsFocusRing(shown && i == m_currentRow);
+}
+
 void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 options) {
     QList<qint64> sorted = indexes;
     std::sort(sorted.begin(), sorted.end(), std::greater<>());
@@ -154,6 +185,10 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
             m_selectedRow = -1;
         else if (m_selectedRow > index)
             --m_selectedRow;
+        // The current row stays where it was, on the row that moves up into the removed one's
+        // place, so that the keys go on with the next message.
+        if (m_currentRow > index || m_currentRow >= numberOfRows())
+            --m_currentRow;
         if (slide != AnimationSlideLeft && slide != AnimationSlideRight && !(options & AnimationEffectFade)) {
             continue; // gone with `row`
         }
@@ -179,6 +214,7 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
         m_animations << out;
         out->start(QAbstractAnimation::DeleteWhenStopped);
     }
+    updateFocusRing();
     // Rows below move up with the same kind of animation, or at once when none was asked for.
     placeRows(options != AnimationEffectNone);
 }
@@ -217,8 +253,66 @@ void TableView::mousePressEvent(QMouseEvent* event) {
         return;
     }
     const qint64 row = rowAtPoint(event->position().toPoint());
-    if (row >= 0)
+    m_keyboardFocus = false;
+    if (row >= 0) {
+        setCurrentRow(row);
         selectRow(row);
+    }
+    updateFocusRing();
+}
+
+void TableView::keyPressEvent(QKeyEvent* event) {
+    if (event->modifiers() & ~Qt::KeypadModifier) {
+        QWidget::keyPressEvent(event);
+        return;
+    }
+    const qint64 count = numberOfRows();
+    qint64 row = m_currentRow;
+    switch (event->key()) {
+    case Qt::Key_Down:
+        row = m_currentRow >= 0 ? std::min(m_currentRow + 1, count - 1) : std::max<qint64>(m_selectedRow, 0);
+        break;
+    case Qt::Key_Up:
+        row = m_currentRow >= 0 ? std::max<qint64>(m_currentRow - 1, 0)
+                                : (m_selectedRow >= 0 ? m_selectedRow : count - 1);
+        break;
+    case Qt::Key_Home:
+        row = 0;
+        break;
+    case Qt::Key_End:
+        row = count - 1;
+        break;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        if (m_currentRow < 0) {
+            QWidget::keyPressEvent(event);
+            return;
+        }
+        // Exactly a click on the row: selecting the selected row again changes nothing.
+        selectRow(m_currentRow);
+        return;
+    default:
+        QWidget::keyPressEvent(event);
+        return;
+    }
+    m_keyboardFocus = true;
+    setCurrentRow(count > 0 ? row : -1);
+    updateFocusRing();
+}
+
+void TableView::focusInEvent(QFocusEvent* event) {
+    QWidget::focusInEvent(event);
+    if (event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason) {
+        m_keyboardFocus = true;
+        if (m_currentRow < 0)
+            setCurrentRow(m_selectedRow >= 0 ? m_selectedRow : 0);
+    }
+    updateFocusRing();
+}
+
+void TableView::focusOutEvent(QFocusEvent* event) {
+    QWidget::focusOutEvent(event);
+    updateFocusRing();
 }
 
 void TableView::resizeEvent(QResizeEvent* event) {

@@ -44,6 +44,10 @@ public:
 // A click on a row (outside any button of its view) selects it and tells the delegate; clicking
 // the selected row again changes nothing. Removing rows slides them out and moves the rows below
 // up; the table's own height is left to its owner.
+//
+// The keyboard has a current row of its own, apart from the selection: Up, Down, Home and End move
+// it (with a focus ring on it) and select nothing; Enter or Return selects it, as a click on it
+// does. A click makes the clicked row the current one as well. Other keys are left to the parents.
 class TableView : public QWidget {
     Q_OBJECT
 
@@ -86,6 +90,10 @@ public:
     qint64 selectedRow() const { return m_selectedRow; }
     // Selects `row` (or nothing for -1) and, when that changes the selection, tells the delegate.
     void selectRow(qint64 row);
+    // The keyboard's current row, -1 for none. Setting it selects nothing and tells no one.
+    qint64 currentRow() const { return m_currentRow; }
+    void setCurrentRow(qint64 row);
+
     // Removes the rows at `indexes`, animated as `options` says.
     void removeRowsAtIndexes(const QList<qint64>& indexes, quint32 options);
 
@@ -101,6 +109,9 @@ public:
 protected:
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:
@@ -110,6 +121,8 @@ private:
     };
     void clearRows();
     void placeRows(bool animated);
+    // The ring goes on the current row while the table has focus that the keyboard gave or used.
+    void updateFocusRing();
 
     TableViewDataSource* m_dataSource = nullptr;
     TableViewDelegate* m_delegate = nullptr;
@@ -124,6 +137,8 @@ private:
     std::vector<Row> m_rows;
     std::vector<std::unique_ptr<TableRowView>> m_leaving;
     qint64 m_selectedRow = -1;
+    qint64 m_currentRow = -1;
+    bool m_keyboardFocus = false;
     QList<QPointer<QVariantAnimation>> m_animations;
 };
 

@@ -12,6 +12,14 @@ TodayHeaderView::TodayHeaderView(QWidget* parent)
     m_control->setLabel(Localization::text(QStringLiteral("Inbox")), 0);
     m_control->setLabel(Localization::text(QStringLiteral("To Do")), 1);
     m_control->setLabel(Localization::text(QStringLiteral("Memo")), 2);
+    m_control->setAccessibleName(Localization::text(QStringLiteral("List")));
+    m_control->setAccessibleDescription(
+        Localization::text(QStringLiteral("Which messages are shown; keys 1, 2 and 3")));
+    for (int segment = 0; segment < 3; ++segment)
+        m_control->setDescription(Localization::text(QStringLiteral("Shows the list %1 (key %2)"))
+                                      .arg(m_control->labelForSegment(segment))
+                                      .arg(segment + 1),
+                                  segment);
     m_control->setAction([this](SegmentedControl* sender) { selectedSegment(sender); });
 
     qint64 segment = UserDefaults::integerForKey(ConstVars::segmentedKey) - 1;

@@ -1,5 +1,6 @@
 #include "TodayTableViewCell.h"
 
+#include "platform/Localization.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 #include "ui/Images.h"
@@ -59,6 +60,7 @@ TodayTableViewCell::TodayTableViewCell(const QRect& frame, QWidget* parent) : QW
         painter.fillRect(rect, SystemColors::contentColor(double(0.2f)));
     });
     layoutContent();
+    updateAccessibleTexts();
 }
 
 void TodayTableViewCell::resizeEvent(QResizeEvent* event) {
@@ -94,7 +96,31 @@ void TodayTableViewCell::setMarkedNew(bool marked) {
     if (marked == m_markedNew)
         return;
     m_markedNew = marked;
+    updateAccessibleTexts();
     update();
+}
+
+void TodayTableViewCell::updateAccessibleTexts() {
+    const ExtensionMessagePtr current = message();
+    const QString from = current ? current->from() : QString();
+    const QString subject = current ? current->subject() : QString();
+    const QString date = current ? current->dateString() : QString();
+    setAccessibleName(QStringLiteral("%1, %2, %3").arg(from, subject, date));
+    QStringList description;
+    const bool unread = current && current->unread().toBool();
+    description << (unread ? Localization::text(QStringLiteral("Unread"))
+                           : Localization::text(QStringLiteral("Read")));
+    if (m_markedNew)
+        description << Localization::text(QStringLiteral("New since you last looked"));
+    description << Localization::text(QStringLiteral("Enter opens, R replies, A archives, Delete deletes"));
+    setAccessibleDescription(description.join(QStringLiteral(". ")));
+    const QString about = Localization::text(QStringLiteral("The message from %1: %2")).arg(from, subject);
+    m_replyButton->setAccessibleName(Localization::text(QStringLiteral("Reply")));
+    m_replyButton->setAccessibleDescription(about);
+    m_archiveButton->setAccessibleName(Localization::text(QStringLiteral("Archive")));
+    m_archiveButton->setAccessibleDescription(about);
+    m_trashButton->setAccessibleName(Localization::text(QStringLiteral("Delete")));
+    m_trashButton->setAccessibleDescription(about);
 }
 
 void TodayTableViewCell::paintEvent(QPaintEvent* event) {
@@ -120,6 +146,7 @@ void TodayTableViewCell::PopulateExtensionMessage(const ExtensionMessagePtr& mes
     if (!image.isNull())
         m_avatarIMview->setImage(image);
     layoutContent();
+    updateAccessibleTexts();
 }
 
 void TodayTableViewCell::send(const QString& command, bool background) {

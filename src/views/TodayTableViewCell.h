@@ -44,6 +44,10 @@ public:
 
     // A small dot before the sender: the message came in since the user last looked.
     void setMarkedNew(bool marked);
+    // The row as a screen reader reads it (the cell's accessible name and description, and the
+    // buttons'): sender, subject and date; read or unread, new or not, and what the keys do.
+    // Set with the message and the marker.
+    void updateAccessibleTexts();
     bool isMarkedNew() const { return m_markedNew; }
 
     // The buttons' actions: "reply" in the foreground, "archive" and "delete" in the background.

@@ -2,7 +2,9 @@
 
 #include "NewMailTracker.h"
 #include "SegmentFilter.h"
+#include "TodayKeyboard.h"
 #include "platform/Dispatch.h"
+#include "platform/Localization.h"
 #include "platform/UserDefaults.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
@@ -60,6 +62,13 @@ void TodayViewController::loadView() {
 
     m_myHeaderView = new TodayHeaderView(m_rootView);
     m_myHeaderView->setDelegate(this);
+
+    m_myTableView->setAccessibleName(Localization::text(QStringLiteral("Messages")));
+    // Whoever focuses the widget focuses its rows, where the keys move.
+    m_rootView->setFocusProxy(m_myTableView);
+    // The widget's keys (reply, archive, delete, the lists), beside the table's own; it goes with
+    // the root view.
+    new TodayKeyboard(m_rootView, m_myTableView, m_myHeaderView->control());
 
     // The table's own height constraint; the root view's layout reads it.
     auto* height =

@@ -32,6 +32,9 @@ class TodayRootLayout;
 // The root view is 320 wide: the header (30 high) at the top, 5 below it the table, whose height
 // is `viewHeightContraint` (50 at first, then 60 x rows), the root's bottom flush with the table's
 // (the numbers are TodayMetrics).
+//
+// The keys (TodayKeyboard, and the table's own) do what clicks do: focusing the widget focuses
+// its table, whose current row the arrow keys move without opening anything.
 class TodayViewController : public ViewController,
                             public TodayHeaderViewDelegate,
                             public TableViewDataSource,

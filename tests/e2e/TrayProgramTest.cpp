@@ -184,3 +184,21 @@ TEST(TrayProgramWithoutTray, ShowsTheWindowAndSaysWhyAndEscapeStillQuits) {
     EXPECT_TRUE(QString::fromUtf8(widget.readAllStandardError())
                     .contains(QStringLiteral("the desktop shows no tray; the window is shown instead")));
 }
+
+TEST_F(TrayProgram, EscapeHidesTheWindowKeepsItsPlaceAndTheProgramStaysInTheTray) {
+    ASSERT_TRUE(tray->activate(item));
+    const QString window = x.findWindow(kTitle);
+    ASSERT_FALSE(window.isEmpty()) << "the window did not open";
+    x.xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), window});
+    x.xdotool({QStringLiteral("key"), QStringLiteral("--window"), window, QStringLiteral("Escape")});
+    ASSERT_TRUE(drain([&] { return !windowShown(); }, 10000)) << "Escape did not hide the window";
+    EXPECT_EQ(widget.state(), QProcess::Running);
+    const QString settings = config.filePath(QStringLiteral("corvina/org.corvina.mail.today.conf"));
+    EXPECT_TRUE(drain(
+        [&] { return QSettings(settings, QSettings::IniFormat).contains(QStringLiteral("window/position")); },
+        10000))
+        << "the window's place was not kept";
+    // The tray brings it back.
+    ASSERT_TRUE(tray->activate(item));
+    EXPECT_FALSE(x.findWindow(kTitle).isEmpty()) << "the window did not open again";
+}

@@ -137,6 +137,33 @@ TEST_F(WidgetProgram, FollowsTheMailAppsFilesAndClosesWithEscape) {
     EXPECT_TRUE(settings.value(QStringLiteral("window/position")).isValid());
 }
 
+TEST_F(WidgetProgram, TheKeyboardAloneOpensAndArchivesARow) {
+    x.xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), windowId});
+    // Down twice: the second row is current, and nothing is sent for moving there.
+    x.xdotool({QStringLiteral("key"), QStringLiteral("--window"), windowId, QStringLiteral("Down"),
+               QStringLiteral("Down")});
+    EXPECT_TRUE(host.waitForLaunches(1, 500).isEmpty());
+    x.xdotool({QStringLiteral("key"), QStringLiteral("--window"), windowId, QStringLiteral("Return")});
+    auto launches = host.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(
+        launches.at(0).arguments,
+        QStringList{QStringLiteral("corvina://open?mail=ann%40example.org&messageid=m1&folderstandardid=1")});
+    x.xdotool({QStringLiteral("key"), QStringLiteral("--window"), windowId, QStringLiteral("a")});
+    launches = host.waitForLaunches(2);
+    ASSERT_EQ(launches.size(), 2);
+    EXPECT_EQ(launches.at(1).arguments,
+              QStringList{QStringLiteral(
+                  "corvina://archive?mail=ann%40example.org&messageid=m1&folderstandardid=1")});
+    // The row left: two rows remain, the third row's place is empty until the next reload.
+    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 2) == 0; }, 5000));
+    EXPECT_GT(inkInRow(x.screen(), origin, 1), 50);
+    // "2" picks the To Do list, where none of these inbox messages is: no rows.
+    x.xdotool({QStringLiteral("key"), QStringLiteral("--window"), windowId, QStringLiteral("2")});
+    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 0) == 0; }, 5000));
+    EXPECT_EQ(host.launches().size(), 2);
+}
+
 // The widget started before the mail application ever made its shared folder: the folder is seen
 // as soon as it is made (the folder above it is watched), not at the next periodic update, which
 // here is an hour away.

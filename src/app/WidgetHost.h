@@ -2,9 +2,7 @@
 
 #include "widget/TodayViewController.h"
 
-#include <QFileSystemWatcher>
 #include <QObject>
-#include <QTimer>
 #include <functional>
 #include <memory>
 
@@ -12,6 +10,7 @@ namespace corvina {
 
 class MailNotifier;
 class NewMailTracker;
+class SharedFolderWatch;
 class TodayWindow;
 class TrayIcon;
 
@@ -25,9 +24,6 @@ class WidgetHost : public QObject {
 public:
     // The margins the host proposes; the widget answers with its own (left 0).
     static constexpr EdgeInsets proposedMargins{8, 16, 8, 0};
-    // How long file changes are gathered before one update runs.
-    static constexpr int debounceMs = 250;
-
     explicit WidgetHost(int intervalSeconds);
     ~WidgetHost() override;
 
@@ -46,18 +42,13 @@ public:
     int completedUpdates() const { return m_completedUpdates; }
     // Nothing queued, no animation running, at least one update completed.
     bool isSettled() const;
-    // The folders and files watched now.
-    QStringList watchedPaths() const { return m_watcher.directories() + m_watcher.files(); }
 
 private:
-    void watchFolders();
-
     std::unique_ptr<TodayViewController> m_controller;
     // Declared after the controller, so it goes first: the controller's view goes with it.
     std::unique_ptr<TodayWindow> m_window;
-    QTimer m_interval;
-    QTimer m_debounce;
-    QFileSystemWatcher m_watcher;
+    // Asks for an update every interval and soon after the shared folder changed.
+    SharedFolderWatch* m_watch = nullptr;
     int m_completedUpdates = 0;
     // New mail: the rows' marker, the notifications and, in the tray, the count.
     NewMailTracker* m_newMail = nullptr;

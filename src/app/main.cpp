@@ -1,4 +1,6 @@
 #include "ListCommand.h"
+#include "ListWatch.h"
+#include "StatusLine.h"
 #include "TodayWindow.h"
 #include "WidgetHost.h"
 #include "platform/Bundle.h"
@@ -16,17 +18,51 @@
 
 namespace {
 
-// --list (with --json and --all), --help and --version need no display: a status bar or a script can call
-// them from anywhere. Everything else shows the widget and needs a GUI application object.
+// --list (with --json, --all, --watch and --format), --help and --version need no display: a status
+// bar or a script can call them from anywhere, and --list --watch runs its event loop without one.
+// Everything else shows the widget and needs a GUI application object.
 bool needsNoDisplay(int argc, char* argv[]) {
     for (int i = 1; i < argc; ++i) {
         const QByteArray a(argv[i]);
-        if (a == "--list" || a == "--json" || a == "--all" || a == "--help" || a == "-h" ||
-            a == "--help-all" || a == "--version" || a == "-v") {
+        if (a == "--list" || a == "--json" || a == "--all" || a == "--watch" || a == "--format" ||
+            a.startsWith("--format=") || a == "--help" || a == "-h" || a == "--help-all" ||
+            a == "--version" || a == "-v") {
             return true;
         }
     }
     return false;
+}
+
+// --list with --watch or --format: one line per change, or the one line now.
+int runStatusLine(QCommandLineParser& parser, const QCommandLineOption& all, const QCommandLineOption& watch,
+                  const QCommandLineOption& format, const QCommandLineOption& interval) {
+    QTextStream err(stderr);
+    // --watch alone prints the --json array, one line each time
+    const QString name = parser.isSet(format) ? parser.value(format) : QStringLiteral("json");
+    const std::optional<corvina::StatusLine::Format> chosen = corvina::StatusLine::formatNamed(name);
+    if (!chosen) {
+        err << "corvina-today: unknown --format \"" << name << "\"; the formats are "
+            << corvina::StatusLine::formatNames.join(QStringLiteral(", ")) << "\n";
+        return 2;
+    }
+    if (!parser.isSet(watch)) {
+        const corvina::ListCommand::Reading reading = corvina::ListCommand::read(parser.isSet(all));
+        if (!reading.missingFolder.isEmpty()) {
+            err << "corvina-today: " << reading.missingFolder << "\n";
+            err.flush();
+        }
+        QTextStream out(stdout);
+        out << corvina::StatusLine::line(*chosen, reading);
+        return 0;
+    }
+    bool ok = true;
+    const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
+    if (!ok || seconds < 1) {
+        err << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
+        return 2;
+    }
+    corvina::ListWatch listWatch(parser.isSet(all), *chosen, seconds);
+    return listWatch.exec();
 }
 
 int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
@@ -133,7 +169,19 @@ int main(int argc, char* argv[]) {
         QStringLiteral("tray"),
         QStringLiteral("Start in the desktop's tray: the count of new Inbox messages, a click shows or hides "
                        "the window."));
-    parser.addOptions({list, json, all, container, interval, screenshot, tray});
+    const QCommandLineOption watch(
+        QStringLiteral("watch"),
+        QStringLiteral("With --list: keep running, and print the list again as one line (the --json array,\n"
+                       "or --format) at once and whenever it changes, within about a second of a change\n"
+                       "in the shared folder. SIGTERM, SIGINT or a closed output end it (status 0)."));
+    const QCommandLineOption format(
+        QStringLiteral("format"),
+        QStringLiteral(
+            "With --list: print one line in the format NAME: json (the --json array on one line),\n"
+            "waybar (a Waybar custom module's JSON: text, tooltip, class, alt) or text (the count,\n"
+            "the newest sender and subject: Polybar, i3blocks)."),
+        QStringLiteral("NAME"));
+    parser.addOptions({list, json, all, watch, format, container, interval, screenshot, tray});
     parser.process(*app);
 
     if (parser.isSet(container)) {
@@ -145,10 +193,25 @@ int main(int argc, char* argv[]) {
         err << "corvina-today: --json and --all go with --list\n";
         return 2;
     }
+    if ((parser.isSet(watch) || parser.isSet(format)) && !parser.isSet(list)) {
+        err << "corvina-today: --watch and --format go with --list (corvina-today --list --watch "
+               "[--format NAME])\n";
+        return 2;
+    }
     if (parser.isSet(list)) {
-        if (parser.isSet(interval) || parser.isSet(screenshot) || parser.isSet(tray)) {
-            err << "corvina-today: --interval, --screenshot and --tray go with the widget, not with --list\n";
+        if (parser.isSet(screenshot) || parser.isSet(tray) ||
+            (parser.isSet(interval) && !parser.isSet(watch))) {
+            err << "corvina-today: --interval, --screenshot and --tray go with the widget, not with --list "
+                   "(--interval also goes with --list --watch)\n";
             return 2;
+        }
+        if (parser.isSet(json) && parser.isSet(format)) {
+            err << "corvina-today: --json and --format: choose one (--format json is the --json array on one "
+                   "line)\n";
+            return 2;
+        }
+        if (parser.isSet(watch) || parser.isSet(format)) {
+            return runStatusLine(parser, all, watch, format, interval);
         }
         return corvina::ListCommand::run({parser.isSet(json), parser.isSet(all)}, out, err);
     }

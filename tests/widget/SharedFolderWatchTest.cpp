@@ -19,12 +19,17 @@ namespace {
 
 const QString ada = QStringLiteral("ada@example.org");
 
+// One enabled account whose Inbox snapshot holds the messages `ids`.
+void writeInbox(TempContainer& container, const QStringList& ids) {
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeSnapshot(ada, QStringLiteral("inbox"), TempContainer::inboxMessages(ada, ids));
+}
+
 } // namespace
 
 TEST(SharedFolderWatch, WatchesTheDataFolderTheSnapshotFolderAndEachSnapshot) {
     TempContainer container;
-    container.writeAccounts({TempContainer::account(ada)});
-    container.writeSnapshot(ada, QStringLiteral("inbox"), TempContainer::inboxMessages(ada, {"1"}));
+    writeInbox(container, {"1"});
     SharedFolderWatch watch(3600);
     watch.start();
     const QString today = container.data() + QLatin1Char('/') + ConstVars::todayFolder;
@@ -38,12 +43,11 @@ TEST(SharedFolderWatch, WatchesTheDataFolderTheSnapshotFolderAndEachSnapshot) {
 
 TEST(SharedFolderWatch, ASnapshotRewrittenInPlaceIsOneChange) {
     TempContainer container;
-    container.writeAccounts({TempContainer::account(ada)});
-    container.writeSnapshot(ada, QStringLiteral("inbox"), TempContainer::inboxMessages(ada, {"1"}));
+    writeInbox(container, {"1"});
     SharedFolderWatch watch(3600);
     watch.start();
     QSignalSpy changed(&watch, &SharedFolderWatch::changed);
-    container.writeSnapshot(ada, QStringLiteral("inbox"), TempContainer::inboxMessages(ada, {"2", "1"}));
+    writeInbox(container, {"2", "1"});
     ASSERT_TRUE(changed.wait(10000));
     // the writes of one rewrite are gathered into one
     EXPECT_FALSE(changed.wait(2 * SharedFolderWatch::debounceMs));

@@ -15,6 +15,7 @@
 #include <QTextStream>
 #include <QTimer>
 #include <memory>
+#include <optional>
 
 namespace {
 
@@ -31,6 +32,18 @@ bool needsNoDisplay(int argc, char* argv[]) {
         }
     }
     return false;
+}
+
+// The periodic update of the widget and of --list --watch: --interval, 60 s by default; nothing
+// (and the reason on stderr) when it is not a whole number of seconds, 1 or more.
+std::optional<int> intervalSeconds(const QCommandLineParser& parser, const QCommandLineOption& interval) {
+    bool ok = true;
+    const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
+    if (!ok || seconds < 1) {
+        QTextStream(stderr) << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
+        return std::nullopt;
+    }
+    return seconds;
 }
 
 // --list with --watch or --format: one line per change, or the one line now.
@@ -55,26 +68,22 @@ int runStatusLine(QCommandLineParser& parser, const QCommandLineOption& all, con
         out << corvina::StatusLine::line(*chosen, reading);
         return 0;
     }
-    bool ok = true;
-    const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
-    if (!ok || seconds < 1) {
-        err << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
+    const std::optional<int> seconds = intervalSeconds(parser, interval);
+    if (!seconds) {
         return 2;
     }
-    corvina::ListWatch listWatch(parser.isSet(all), *chosen, seconds);
+    corvina::ListWatch listWatch(parser.isSet(all), *chosen, *seconds);
     return listWatch.exec();
 }
 
 int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
               const QCommandLineOption& screenshot, const QCommandLineOption& tray) {
     QTextStream err(stderr);
-    bool ok = true;
-    const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
-    if (!ok || seconds < 1) {
-        err << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
+    const std::optional<int> seconds = intervalSeconds(parser, interval);
+    if (!seconds) {
         return 2;
     }
-    corvina::WidgetHost host(seconds);
+    corvina::WidgetHost host(*seconds);
     host.start(parser.isSet(tray));
     if (parser.isSet(tray) && parser.isSet(screenshot)) {
         // The tray's picture as after a start in a desktop's tray: the window closed (where there

@@ -203,6 +203,9 @@ TEST(ListWatch, AClosedOutputEndsTheWatchCleanly) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada)});
     container.writeSnapshot(ada, QStringLiteral("inbox"), TempContainer::inboxMessages(ada, {"1"}));
+    // A first reading makes the lock files, whose making would otherwise be a change the watch reads
+    // the folder for (and finds the output closed then): here nothing changes after the start.
+    ASSERT_EQ(run({"--list"}).exitCode, 0);
     QProcess shell;
     shell.start(
         QStringLiteral("bash"),
@@ -250,6 +253,9 @@ TEST(ListWatch, AnUnknownFormatIsAUsageErrorNamingTheKnownOnes) {
     EXPECT_TRUE(both.err.contains("--json and --format")) << both.err.toStdString();
     const Outcome interval = run({"--list", "--interval", "5"});
     EXPECT_EQ(interval.exitCode, 2) << "--interval goes with --list only when it watches";
+    const Outcome zero = run({"--list", "--watch", "--interval", "0"});
+    EXPECT_EQ(zero.exitCode, 2);
+    EXPECT_EQ(zero.err, "corvina-today: --interval wants a whole number of seconds, 1 or more\n");
 }
 
 TEST(ListWatch, HelpAndTheManualPageNameTheOptionsAndFormats) {

@@ -23,6 +23,13 @@ SharedFolderWatch::SharedFolderWatch(int intervalSeconds, QObject* parent) : QOb
     connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, [this] { m_debounce.start(); });
 }
 
+QString SharedFolderWatch::nearestFolderAbove(const QString& path) {
+    QDir above = QFileInfo(path).absoluteDir();
+    while (!above.exists() && !above.isRoot())
+        above.setPath(QFileInfo(above.absolutePath()).absolutePath());
+    return above.exists() ? above.absolutePath() : QString();
+}
+
 void SharedFolderWatch::start() {
     watchFolders();
     m_interval.start();
@@ -37,11 +44,9 @@ void SharedFolderWatch::watchFolders() {
             // The mail application has not made its shared folder yet: watch the nearest folder above
             // it that exists, so that the folder is seen as soon as it is made, not at the next
             // periodic update.
-            QDir above = QFileInfo(dataPath).absoluteDir();
-            while (!above.exists() && !above.isRoot())
-                above.setPath(QFileInfo(above.absolutePath()).absolutePath());
-            if (above.exists())
-                wanted.insert(above.absolutePath());
+            const QString above = nearestFolderAbove(dataPath);
+            if (!above.isEmpty())
+                wanted.insert(above);
         }
         // The data folder (the account list, the snapshot folder appearing), the snapshot folder
         // (account folders appearing) and each account's folder (snapshot files replaced, as the

@@ -24,6 +24,9 @@ public:
     // Watches the folders as they are now and starts the periodic update. Emits nothing by itself:
     // the caller reads the folder once at start.
     void start();
+    // The nearest folder above `path` that exists (its parent, when that exists); empty when none
+    // does. Watching it tells when `path` is made.
+    static QString nearestFolderAbove(const QString& path);
     // The folders and files watched now.
     QStringList watchedPaths() const { return m_watcher.directories() + m_watcher.files(); }
 

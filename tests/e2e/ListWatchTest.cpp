@@ -63,6 +63,8 @@ public:
     }
 
     QProcess& process() { return m_process; }
+    // Where the widget's settings are kept for this program (its XDG_CONFIG_HOME).
+    QString configFolder() const { return m_config.path(); }
 
 private:
     QTemporaryDir m_config;
@@ -130,6 +132,29 @@ TEST(ListWatch, WaybarPrintsALineAtOnceAndANewOneWithinASecondOrTwoOfARewrite) {
 
     program.process().terminate(); // SIGTERM, as a bar stops its module
     expectCleanEnd(program.process());
+}
+
+TEST(ListWatch, AListChosenInTheWidgetsHeaderIsANewLineAtOnce) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    QVariantList messages = TempContainer::inboxMessages(ada, {"1", "2"});
+    messages << TempContainer::message(QStringLiteral("memo"), ada, 1700000000, 12);
+    container.writeSnapshot(ada, QStringLiteral("inbox"), messages);
+    Program program({"--list", "--watch", "--format", "text", "--interval", "3600"});
+    // never chosen: every folder
+    EXPECT_EQ(program.nextLine(startBoundMs), "3 · Sender 1: Subject 1\n");
+    // the widget keeps the choice of Memo (3) in its settings file, made now
+    ASSERT_TRUE(QDir().mkpath(program.configFolder() + QStringLiteral("/corvina")));
+    QFile settings(program.configFolder() + QStringLiteral("/corvina/org.corvina.mail.today.conf"));
+    ASSERT_TRUE(settings.open(QIODevice::WriteOnly));
+    settings.write("[General]\nsegmented=3\n");
+    settings.close();
+    EXPECT_EQ(program.nextLine(changeBoundMs), "1 · Sender of memo: Subject of memo\n");
+    // and changed in place: Inbox (1)
+    ASSERT_TRUE(settings.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    settings.write("[General]\nsegmented=1\n");
+    settings.close();
+    EXPECT_EQ(program.nextLine(changeBoundMs), "2 · Sender 1: Subject 1\n");
 }
 
 TEST(ListWatch, TheTooltipNamesTheFiveNewestAndIsSafeMarkup) {

@@ -23,7 +23,9 @@ bool breaksLine(QChar c) {
            c == QChar::ParagraphSeparator;
 }
 
-QString oneLine(const QString& text) {
+} // namespace
+
+QString ListCommand::oneLine(const QString& text) {
     // most texts have nothing to replace, and are shared rather than copied
     if (std::none_of(text.cbegin(), text.cend(), breaksLine)) {
         return text;
@@ -36,6 +38,8 @@ QString oneLine(const QString& text) {
     }
     return out;
 }
+
+namespace {
 
 // ---- the JSON of a list, written row by row ---------------------------------------------------
 // The bytes are exactly those of QJsonDocument::toJson(Indented) for an array of QJsonObjects with
@@ -106,69 +110,87 @@ void appendJsonNumber(QByteArray& out, const QVariant& boxed) {
     }
 }
 
+// The white space between the parts of the JSON: indented as QJsonDocument::Indented writes it, or
+// none at all, as QJsonDocument::Compact writes it (one line for `--list --watch`).
+struct JsonLayout {
+    const char* open;       // the array's opening bracket
+    const char* rowOpen;    // a row's opening brace
+    const char* firstKey;   // before a row's first key
+    const char* nextKey;    // between two members of a row
+    const char* colon;      // between a key and its value
+    const char* rowClose;   // a row's closing brace
+    const char* rowBetween; // between two rows
+    const char* closeEmpty; // the closing bracket of an empty array
+    const char* close;      // the closing bracket after the last row
+};
+constexpr JsonLayout Indented{
+    "[\n", "    {\n", "        \"", ",\n        \"", "\": ", "\n    }", ",\n", "]\n", "\n]\n"};
+constexpr JsonLayout Compact{"[", "{", "\"", ",\"", "\":", "}", ",", "]", "]"};
+
 // Starts one member of a row: the separator and indent, the key and its colon.
-void appendJsonKey(QByteArray& out, const QString& key, bool first = false) {
-    out += first ? "        \"" : ",\n        \"";
+void appendJsonKey(QByteArray& out, const JsonLayout& layout, const QString& key, bool first = false) {
+    out += first ? layout.firstKey : layout.nextKey;
     out += key.toLatin1();
-    out += "\": ";
+    out += layout.colon;
 }
 
 // One message as an element of the indented array, without the separator before it. The keys come
 // in the order of their names, as a JSON document of Qt writes them: the output stays byte for byte
 // what it was before it was streamed.
-void appendJsonRow(QByteArray& out, const ExtensionMessage& message) {
+void appendJsonRow(QByteArray& out, const JsonLayout& layout, const ExtensionMessage& message) {
     using Key = ListCommand::JsonKey;
     const QDateTime date = message.date();
     const QVariant unread = PlistValue::numberValue(message.unread());
-    out += "    {\n";
-    appendJsonKey(out, Key::account, true);
+    out += layout.rowOpen;
+    appendJsonKey(out, layout, Key::account, true);
     appendJsonText(out, message.account());
-    appendJsonKey(out, Key::date);
+    appendJsonKey(out, layout, Key::date);
     if (date.isValid()) {
         appendJsonDouble(out, static_cast<double>(date.toMSecsSinceEpoch()) / 1000.0);
     } else {
         out += "null";
     }
-    appendJsonKey(out, Key::dateString);
+    appendJsonKey(out, layout, Key::dateString);
     appendJsonText(out, message.dateString());
-    appendJsonKey(out, Key::folderPath);
+    appendJsonKey(out, layout, Key::folderPath);
     appendJsonText(out, message.folderPath());
-    appendJsonKey(out, Key::folderStandardId);
+    appendJsonKey(out, layout, Key::folderStandardId);
     appendJsonNumber(out, message.folderStandardId());
-    appendJsonKey(out, Key::from);
+    appendJsonKey(out, layout, Key::from);
     appendJsonText(out, message.from());
-    appendJsonKey(out, Key::hasAvatar);
+    appendJsonKey(out, layout, Key::hasAvatar);
     out += message.hasAvatar() ? "true" : "false";
-    appendJsonKey(out, Key::messageId);
+    appendJsonKey(out, layout, Key::messageId);
     appendJsonText(out, message.messageId());
-    appendJsonKey(out, Key::subject);
+    appendJsonKey(out, layout, Key::subject);
     appendJsonText(out, message.subject());
-    appendJsonKey(out, Key::unread);
+    appendJsonKey(out, layout, Key::unread);
     out += unread.isValid() ? (unread.toDouble() != 0 ? "true" : "false") : "null";
-    out += "\n    }";
+    out += layout.rowClose;
 }
 
 // About this many bytes are gathered before they are handed to the output.
 constexpr qsizetype ChunkBytes = 64 * 1024;
 
 // Writes the JSON of `messages`, handing it to `hand` in pieces that end between rows.
-template <typename Emit> void writeJson(const ExtensionMessageList& messages, Emit hand) {
+template <typename Emit>
+void writeJson(const ExtensionMessageList& messages, const JsonLayout& layout, Emit hand) {
     QByteArray chunk;
     chunk.reserve(ChunkBytes + 4096);
-    chunk += "[\n";
+    chunk += layout.open;
     bool first = true;
     for (const ExtensionMessagePtr& message : messages) {
         if (!first) {
-            chunk += ",\n";
+            chunk += layout.rowBetween;
         }
         first = false;
-        appendJsonRow(chunk, *message);
+        appendJsonRow(chunk, layout, *message);
         if (chunk.size() >= ChunkBytes) {
             hand(chunk);
             chunk.clear();
         }
     }
-    chunk += first ? "]\n" : "\n]\n";
+    chunk += first ? layout.closeEmpty : layout.close;
     hand(chunk);
 }
 
@@ -177,11 +199,11 @@ template <typename Emit> void writePlain(const ExtensionMessageList& messages, E
     QString chunk;
     chunk.reserve(ChunkBytes + 1024);
     for (const ExtensionMessagePtr& message : messages) {
-        chunk += oneLine(message->dateString());
+        chunk += ListCommand::oneLine(message->dateString());
         chunk += QLatin1Char('\t');
-        chunk += oneLine(message->from());
+        chunk += ListCommand::oneLine(message->from());
         chunk += QLatin1Char('\t');
-        chunk += oneLine(message->subject());
+        chunk += ListCommand::oneLine(message->subject());
         chunk += QLatin1Char('\n');
         if (chunk.size() >= ChunkBytes) {
             hand(chunk);
@@ -199,36 +221,46 @@ QString ListCommand::plainText(const ExtensionMessageList& messages) {
     return out;
 }
 
-QByteArray ListCommand::json(const ExtensionMessageList& messages) {
+QByteArray ListCommand::json(const ExtensionMessageList& messages, bool compact) {
     QByteArray out;
-    writeJson(messages, [&out](const QByteArray& chunk) { out += chunk; });
+    writeJson(messages, compact ? Compact : Indented, [&out](const QByteArray& chunk) { out += chunk; });
     return out;
 }
 
-int ListCommand::run(const Options& options, QTextStream& out, QTextStream& err) {
+ListCommand::Reading ListCommand::read(bool all) {
+    Reading reading;
     const std::optional<QUrl> container = ExtensionUtilities::GroupPath();
     if (!container) {
-        err << "corvina-today: no shared container (CORVINA_GROUP_CONTAINER is set but empty)\n";
-    } else if (!QFileInfo(container->toLocalFile()).isDir()) {
-        err << "corvina-today: no shared container at " << container->toLocalFile() << "\n";
+        reading.missingFolder =
+            QStringLiteral("no shared container (CORVINA_GROUP_CONTAINER is set but empty)");
+        return reading;
     }
-    ExtensionMessageList rows;
-    if (container) {
-        SnapshotLoader loader;
-        const ExtensionMessageList dataFromDisk = loader.updateData();
-        if (options.all) {
-            rows = dataFromDisk;
-        } else {
-            // a stored choice without a list shows nothing, as the widget's first screen would
-            rows =
-                SegmentFilter::dataToShow(dataFromDisk, UserDefaults::integerForKey(ConstVars::segmentedKey))
-                    .value_or(ExtensionMessageList());
-        }
+    if (!QFileInfo(container->toLocalFile()).isDir()) {
+        reading.missingFolder = QStringLiteral("no shared container at ") + container->toLocalFile();
     }
+    SnapshotLoader loader;
+    const ExtensionMessageList dataFromDisk = loader.updateData();
+    if (all) {
+        reading.rows = dataFromDisk;
+    } else {
+        // a stored choice without a list shows nothing, as the widget's first screen would
+        reading.rows =
+            SegmentFilter::dataToShow(dataFromDisk, UserDefaults::integerForKey(ConstVars::segmentedKey))
+                .value_or(ExtensionMessageList());
+    }
+    return reading;
+}
+
+int ListCommand::run(const Options& options, QTextStream& out, QTextStream& err) {
+    const Reading reading = read(options.all);
+    if (!reading.missingFolder.isEmpty()) {
+        err << "corvina-today: " << reading.missingFolder << "\n";
+    }
+    const ExtensionMessageList& rows = reading.rows;
     // streamed: the text of a hundred thousand rows is never held whole
     if (options.json) {
         QIODevice* device = out.device();
-        writeJson(rows, [&out, device](const QByteArray& chunk) {
+        writeJson(rows, Indented, [&out, device](const QByteArray& chunk) {
             if (device) {
                 // the bytes as they are: the stream would only decode and encode them again
                 out.flush();

@@ -19,6 +19,17 @@ public:
         bool all = false;
     };
 
+    // What `--list` shows now: the rows, and why there are none when the shared folder is missing.
+    struct Reading {
+        ExtensionMessageList rows;
+        // Empty when the shared folder exists, else a line saying it does not ("no shared container
+        // at DIR"), without the program's name.
+        QString missingFolder;
+    };
+    // Loads the shared folder as the widget does: the stored list choice and the ten-row cut, or
+    // with `all` every message read, newest first.
+    static Reading read(bool all);
+
     // Loads, prints to `out`, explains a missing shared folder on `err`. Always 0: an empty or
     // missing mailbox is an empty list, not a failure.
     static int run(const Options& options, QTextStream& out, QTextStream& err);
@@ -26,6 +37,8 @@ public:
     // One line per message: date text, sender and subject, separated by tabs; line breaks and tabs
     // inside the texts become spaces so that each message stays on one line.
     static QString plainText(const ExtensionMessageList& messages);
+    // `text` with line breaks, tabs and other control characters turned into spaces.
+    static QString oneLine(const QString& text);
     // The keys of each object of the JSON listing, a script's interface: date is in seconds since
     // 1970, as stored. jsonKeys lists them in this order.
     struct JsonKey {
@@ -46,8 +59,9 @@ public:
                                              JsonKey::unread,     JsonKey::date,
                                              JsonKey::dateString, JsonKey::hasAvatar};
 
-    // A JSON array of objects, one per message, each with every key of jsonKeys.
-    static QByteArray json(const ExtensionMessageList& messages);
+    // A JSON array of objects, one per message, each with every key of jsonKeys: indented, as
+    // `--json` prints it, or `compact`, on one line without white space (`--list --watch`).
+    static QByteArray json(const ExtensionMessageList& messages, bool compact = false);
 };
 
 } // namespace corvina

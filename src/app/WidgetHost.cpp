@@ -6,34 +6,25 @@
 #include "platform/Dispatch.h"
 #include "platform/Log.h"
 #include "shared/BridgeStatusFile.h"
-#include "shared/ConstVars.h"
-#include "shared/ExtensionUtilities.h"
 #include "ui/SystemColors.h"
 #include "views/TodayStatusView.h"
 #include "widget/MailNotifier.h"
 #include "widget/NewMailTracker.h"
+#include "widget/SharedFolderWatch.h"
 #include "widget/TodayStatus.h"
 #include "widget/TrayIcon.h"
 #include "widget/UpdateResult.h"
 
 #include <QApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QLayout>
-#include <QSet>
 
 namespace corvina {
 
 WidgetHost::WidgetHost(int intervalSeconds) : m_controller(std::make_unique<TodayViewController>()) {
-    m_interval.setInterval(std::max(1, intervalSeconds) * 1000);
-    connect(&m_interval, &QTimer::timeout, this, &WidgetHost::performUpdate);
-    m_debounce.setSingleShot(true);
-    m_debounce.setInterval(debounceMs);
-    connect(&m_debounce, &QTimer::timeout, this, [this] {
-        watchFolders(); // an account folder may have come or gone
-        performUpdate();
-    });
-    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, [this] { m_debounce.start(); });
-    connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, [this] { m_debounce.start(); });
+    m_watch = new SharedFolderWatch(intervalSeconds, this);
+    connect(m_watch, &SharedFolderWatch::changed, this, &WidgetHost::performUpdate);
     m_newMail = new NewMailTracker(this);
     m_controller->setNewMailTracker(m_newMail);
     // A look at the window takes the markers off (or leaves them for its length): draw the rows again.
@@ -106,10 +97,9 @@ void WidgetHost::appear() {
         return;
     m_appeared = true;
     m_controller->viewWillAppear();
-    watchFolders();
+    m_watch->start();
     watchBridgeStatus();
     performUpdate();
-    m_interval.start();
 }
 
 void WidgetHost::performUpdate() {
@@ -168,56 +158,6 @@ bool WidgetHost::isSettled() const {
     // The desktop's light or dark answered too, so that a picture is taken in the colours it keeps.
     return m_completedUpdates > 0 && Dispatch::pendingMainBlocks() == 0 && !m_controller->isAnimating() &&
            !m_colorScheme->isWaiting();
-}
-
-void WidgetHost::watchFolders() {
-    QSet<QString> wanted;
-    if (const auto data = ExtensionUtilities::GroupDataPath()) {
-        const QString dataPath = data->toLocalFile();
-        const QString today = dataPath + QLatin1Char('/') + ConstVars::todayFolder;
-        if (!QFileInfo(dataPath).isDir()) {
-            // The mail application has not made its shared folder yet: watch the nearest folder above
-            // it that exists, so that the folder is seen as soon as it is made, not at the next
-            // periodic update.
-            QDir above = QFileInfo(dataPath).absoluteDir();
-            while (!above.exists() && !above.isRoot())
-                above.setPath(QFileInfo(above.absolutePath()).absolutePath());
-            if (above.exists())
-                wanted.insert(above.absolutePath());
-        }
-        // The data folder (the account list, the snapshot folder appearing), the snapshot folder
-        // (account folders appearing) and each account's folder (snapshot files replaced, as the
-        // mail application does, by renaming a new file over the old).
-        for (const QString& folder : {dataPath, today})
-            if (QFileInfo(folder).isDir())
-                wanted.insert(folder);
-        const QDir todayDir(today);
-        for (const QString& name : todayDir.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-            const QDir account(todayDir.filePath(name));
-            wanted.insert(account.path());
-            // A writer that rewrites a file in place changes no folder: watch the files as well.
-            for (const QString& file : account.entryList(QDir::Files))
-                wanted.insert(account.filePath(file));
-        }
-        const QString accounts = dataPath + QLatin1Char('/') + ConstVars::accountsFile;
-        if (QFileInfo(accounts).isFile())
-            wanted.insert(accounts);
-    }
-    // Sets on both sides: the bookkeeping stays linear in the number of watched paths.
-    const QStringList currentList = m_watcher.directories() + m_watcher.files();
-    const QSet<QString> current(currentList.cbegin(), currentList.cend());
-    QStringList gone;
-    for (const QString& path : current)
-        if (!wanted.contains(path))
-            gone << path;
-    QStringList added;
-    for (const QString& path : wanted)
-        if (!current.contains(path))
-            added << path;
-    if (!gone.isEmpty())
-        m_watcher.removePaths(gone);
-    if (!added.isEmpty())
-        m_watcher.addPaths(added);
 }
 
 } // namespace corvina

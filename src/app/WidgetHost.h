@@ -4,7 +4,6 @@
 
 #include <QFileSystemWatcher>
 #include <QObject>
-#include <QTimer>
 #include <functional>
 #include <memory>
 
@@ -14,6 +13,7 @@ class ColorScheme;
 class FirstFrameWatch;
 class MailNotifier;
 class NewMailTracker;
+class SharedFolderWatch;
 class TodayWindow;
 class TrayIcon;
 
@@ -31,8 +31,6 @@ class WidgetHost : public QObject {
 public:
     // The margins the host proposes; the widget answers with its own (left 0).
     static constexpr EdgeInsets proposedMargins{8, 16, 8, 0};
-    // How long file changes are gathered before one update runs.
-    static constexpr int debounceMs = 250;
     // How long the widget waits for its window's first frame before it reads all the same (a
     // window mapped where it cannot be seen is never painted).
     static constexpr int firstFrameWaitMs = 500;
@@ -66,8 +64,6 @@ public:
     int completedUpdates() const { return m_completedUpdates; }
     // Nothing queued, no animation running, at least one update completed, the desktop's look known.
     bool isSettled() const;
-    // The folders and files watched now.
-    QStringList watchedPaths() const { return m_watcher.directories() + m_watcher.files(); }
 
     // Says in the window's status line what the list alone does not (see TodayStatus).
     void updateStatus();
@@ -79,16 +75,14 @@ signals:
 private:
     // The will-appear step, the folder watch, the first update and the periodic ones; once.
     void appear();
-    void watchFolders();
     void watchBridgeStatus();
     void applyAppearance();
 
     std::unique_ptr<TodayViewController> m_controller;
     // Declared after the controller, so it goes first: the controller's view goes with it.
     std::unique_ptr<TodayWindow> m_window;
-    QTimer m_interval;
-    QTimer m_debounce;
-    QFileSystemWatcher m_watcher;
+    // Asks for an update every interval and soon after the shared folder changed.
+    SharedFolderWatch* m_watch = nullptr;
     int m_completedUpdates = 0;
     FirstFrameWatch* m_firstFrame = nullptr;
     bool m_appeared = false;

@@ -1,4 +1,6 @@
 #include "ListCommand.h"
+#include "ListWatch.h"
+#include "StatusLine.h"
 #include "TodayWindow.h"
 #include "WidgetHost.h"
 #include "platform/Bundle.h"
@@ -16,30 +18,73 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <optional>
 
 namespace {
 
-// --list (with --json and --all), --help and --version need no display: a status bar or a script can call
-// them from anywhere. Everything else shows the widget and needs a GUI application object.
+// --list (with --json, --all, --watch and --format), --help and --version need no display: a status
+// bar or a script can call them from anywhere, and --list --watch runs its event loop without one.
+// Everything else shows the widget and needs a GUI application object.
 bool needsNoDisplay(int argc, char* argv[]) {
     for (int i = 1; i < argc; ++i) {
         const QByteArray a(argv[i]);
-        if (a == "--list" || a == "--json" || a == "--all" || a == "--help" || a == "-h" ||
-            a == "--help-all" || a == "--version" || a == "-v") {
+        if (a == "--list" || a == "--json" || a == "--all" || a == "--watch" || a == "--format" ||
+            a.startsWith("--format=") || a == "--help" || a == "-h" || a == "--help-all" ||
+            a == "--version" || a == "-v") {
             return true;
         }
     }
     return false;
 }
 
+// The periodic update of the widget and of --list --watch: --interval, 60 s by default; nothing
+// (and the reason on stderr) when it is not a whole number of seconds, 1 or more.
+std::optional<int> intervalSeconds(const QCommandLineParser& parser, const QCommandLineOption& interval) {
+    bool ok = true;
+    const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
+    if (!ok || seconds < 1) {
+        QTextStream(stderr) << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
+        return std::nullopt;
+    }
+    return seconds;
+}
+
+// --list with --watch or --format: one line per change, or the one line now.
+int runStatusLine(QCommandLineParser& parser, const QCommandLineOption& all, const QCommandLineOption& watch,
+                  const QCommandLineOption& format, const QCommandLineOption& interval) {
+    QTextStream err(stderr);
+    // --watch alone prints the --json array, one line each time
+    const QString name = parser.isSet(format) ? parser.value(format) : QStringLiteral("json");
+    const std::optional<corvina::StatusLine::Format> chosen = corvina::StatusLine::formatNamed(name);
+    if (!chosen) {
+        err << "corvina-today: unknown --format \"" << name << "\"; the formats are "
+            << corvina::StatusLine::formatNames.join(QStringLiteral(", ")) << "\n";
+        return 2;
+    }
+    if (!parser.isSet(watch)) {
+        const corvina::ListCommand::Reading reading = corvina::ListCommand::read(parser.isSet(all));
+        if (!reading.missingFolder.isEmpty()) {
+            err << "corvina-today: " << reading.missingFolder << "\n";
+            err.flush();
+        }
+        QTextStream out(stdout);
+        out << corvina::StatusLine::line(*chosen, reading);
+        return 0;
+    }
+    const std::optional<int> seconds = intervalSeconds(parser, interval);
+    if (!seconds) {
+        return 2;
+    }
+    corvina::ListWatch listWatch(parser.isSet(all), *chosen, *seconds);
+    return listWatch.exec();
+}
+
 int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
               const QCommandLineOption& screenshot, const QCommandLineOption& tray,
               const QCommandLineOption& appearance) {
     QTextStream err(stderr);
-    bool ok = true;
-    const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
-    if (!ok || seconds < 1) {
-        err << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
+    const std::optional<int> seconds = intervalSeconds(parser, interval);
+    if (!seconds) {
         return 2;
     }
     const QString look = parser.isSet(appearance) ? parser.value(appearance) : QStringLiteral("auto");
@@ -52,7 +97,7 @@ int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
         err << "corvina-today: --appearance is auto, light or dark, not " << look << "\n";
         return 2;
     }
-    corvina::WidgetHost host(seconds);
+    corvina::WidgetHost host(*seconds);
     host.setAppearance(chosen);
     if (qEnvironmentVariable("CORVINA_BENCH_FIRST_FRAME") == QLatin1String("1")) {
         // A benchmark's hook (bench/first_frame_bench.py), inert unless set: at the window's first
@@ -164,7 +209,19 @@ int main(int argc, char* argv[]) {
         QStringLiteral("appearance"),
         QStringLiteral("auto (as the desktop is: light or dark; the default), light or dark."),
         QStringLiteral("LOOK"));
-    parser.addOptions({list, json, all, container, interval, screenshot, tray, appearance});
+    const QCommandLineOption watch(
+        QStringLiteral("watch"),
+        QStringLiteral("With --list: keep running, and print the list again as one line (the --json array,\n"
+                       "or --format) at once and whenever it changes, within about a second of a change\n"
+                       "in the shared folder. SIGTERM, SIGINT or a closed output end it (status 0)."));
+    const QCommandLineOption format(
+        QStringLiteral("format"),
+        QStringLiteral(
+            "With --list: print one line in the format NAME: json (the --json array on one line),\n"
+            "waybar (a Waybar custom module's JSON: text, tooltip, class, alt) or text (the count,\n"
+            "the newest sender and subject: Polybar, i3blocks)."),
+        QStringLiteral("NAME"));
+    parser.addOptions({list, json, all, watch, format, container, interval, screenshot, tray, appearance});
     parser.process(*app);
 
     if (parser.isSet(container)) {
@@ -176,12 +233,26 @@ int main(int argc, char* argv[]) {
         err << "corvina-today: --json and --all go with --list\n";
         return 2;
     }
+    if ((parser.isSet(watch) || parser.isSet(format)) && !parser.isSet(list)) {
+        err << "corvina-today: --watch and --format go with --list (corvina-today --list --watch "
+               "[--format NAME])\n";
+        return 2;
+    }
     if (parser.isSet(list)) {
-        if (parser.isSet(interval) || parser.isSet(screenshot) || parser.isSet(tray) ||
-            parser.isSet(appearance)) {
+        if (parser.isSet(screenshot) || parser.isSet(tray) || parser.isSet(appearance) ||
+            (parser.isSet(interval) && !parser.isSet(watch))) {
             err << "corvina-today: --interval, --screenshot, --tray and --appearance go with the widget, not "
-                   "with --list\n";
+                   "with "
+                   "--list (--interval also goes with --list --watch)\n";
             return 2;
+        }
+        if (parser.isSet(json) && parser.isSet(format)) {
+            err << "corvina-today: --json and --format: choose one (--format json is the --json array on one "
+                   "line)\n";
+            return 2;
+        }
+        if (parser.isSet(watch) || parser.isSet(format)) {
+            return runStatusLine(parser, all, watch, format, interval);
         }
         return corvina::ListCommand::run({parser.isSet(json), parser.isSet(all)}, out, err);
     }

@@ -42,6 +42,8 @@ TodayTableViewCell::TodayTableViewCell(const QRect& frame, QWidget* parent) : QW
     m_avatarIMview = new ImageView(m_swipingView);
     m_avatarIMview->setImageNamed(QStringLiteral("prof10"));
     m_fromField = makeField(m_swipingView, SystemColors::labelColor());
+    // A sender too long for the room the date leaves ends in "…" rather than being cut mid-letter.
+    m_fromField->setTruncatesLastVisibleLine(true);
     m_dateField = makeField(m_swipingView, SystemColors::whiteColor(0.4));
     m_subjectField = makeField(m_swipingView, SystemColors::secondaryLabelColor());
     // Set although never painted: the field draws no background.

@@ -18,7 +18,7 @@ namespace corvina {
 //
 //   separator      x 35 .. W, y 0, 1 high
 //   avatar         (35, 20), 20 x 20
-//   sender         x 70, y 10, 20 high, as wide as its text
+//   sender         x 70, y 10, 20 high, as wide as its text (ending in "…" where the date leaves less)
 //   date           y 10, 20 high, as wide as its text, ending 20 before W, at least 10 after the sender
 //   subject        x 70, y 30, 20 high, W - 169 wide, one line cut at the end
 //   reply, archive, trash   20 x 20 at y 30, x W-96, W-68, W-40

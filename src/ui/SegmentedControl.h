@@ -28,8 +28,15 @@ public:
 
     void setAction(Action action) { m_action = std::move(action); }
 
-    // Where a segment is drawn, in the control's coordinates: equal widths, left to right.
+    // Where a segment is drawn, in the control's coordinates, left to right: equal widths, unless a
+    // label would not fit its equal share; then wider segments for longer labels (and a smaller
+    // font when the labels need more than the control's width).
     QRect segmentRect(int segment) const;
+
+    // A segment's label as drawn: whole, or cut with "…" when its segment is too narrow for it.
+    QString displayedLabelForSegment(int segment) const;
+    // The room kept free on each side of a label inside its segment.
+    static constexpr int labelInset = 3;
 
     QSize sizeHint() const override;
 
@@ -39,10 +46,12 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     int segmentAt(const QPoint& point) const;
     void choose(int segment);
+    void fitFont();
 
     QStringList m_labels;
     int m_selected = -1;

@@ -110,6 +110,7 @@ private:
     };
     void clearRows();
     void placeRows(bool animated);
+    void clipLeavingRows();
 
     TableViewDataSource* m_dataSource = nullptr;
     TableViewDelegate* m_delegate = nullptr;

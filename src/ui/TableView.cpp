@@ -170,6 +170,10 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
         out->setEndValue(start.translated(dx, 0));
         TableRowView* view = row.rowView.get();
         view->raise();
+        // A removed row takes no more clicks while it slides: not its buttons, and a click on it
+        // is not one on the row that is moving up into its place either.
+        view->setEnabled(false);
+        view->setAttribute(Qt::WA_NoMousePropagation);
         m_leaving.push_back(std::move(row.rowView));
         connect(out, &QVariantAnimation::valueChanged, view, [this, view](const QVariant& v) {
             view->setGeometry(v.toRect());

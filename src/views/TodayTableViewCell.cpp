@@ -129,6 +129,10 @@ void TodayTableViewCell::send(const QString& command, bool background) {
     // A cell never filled has no message to send: nothing happens.
     if (!current)
         return;
+    // A row on its way out (its message archived or deleted) sends nothing more: a second click,
+    // or one while it slides, would send its command twice.
+    if (m_leaving)
+        return;
     ExtensionUtilities::LaunchCommandForMessages({current}, command, background);
 }
 

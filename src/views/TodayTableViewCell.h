@@ -46,6 +46,12 @@ public:
     void setMarkedNew(bool marked);
     bool isMarkedNew() const { return m_markedNew; }
 
+    // A row whose message was archived or deleted is on its way out: its buttons send nothing more.
+    // The controller marks it when it takes the message out of its lists; a cell alone sends every
+    // click.
+    bool isLeaving() const { return m_leaving; }
+    void setLeaving(bool leaving) { m_leaving = leaving; }
+
     // The buttons' actions: "reply" in the foreground, "archive" and "delete" in the background.
     void reply(ImageButton* sender);
     void trash(ImageButton* sender);
@@ -94,6 +100,7 @@ private:
     FlippedView* m_horizontalSeparator1 = nullptr;
     double m_deltax = 0;
     bool m_markedNew = false;
+    bool m_leaving = false;
 };
 
 } // namespace corvina

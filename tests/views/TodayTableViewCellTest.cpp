@@ -288,3 +288,18 @@ TEST(TodayTableViewCell, TheNewMarkerIsADotLeftOfTheAvatarAndMovesNothing) {
     cell.setMarkedNew(false);
     EXPECT_EQ(test::renderTransparent(cell), plain);
 }
+
+TEST(TodayTableViewCell, ARowOnItsWayOutSendsNothing) {
+    FakeHostApp host;
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    Commands commands;
+    TodayTableViewCell cell(kRowFrame);
+    cell.show();
+    cell.PopulateExtensionMessage(message(QStringLiteral("s")));
+    EXPECT_FALSE(cell.isLeaving()); // a cell alone sends every click (see the buttons' test)
+    cell.setLeaving(true);
+    for (ImageButton* b : {cell.archiveButton(), cell.trashButton(), cell.replyButton()})
+        QTest::mouseClick(b, Qt::LeftButton);
+    EXPECT_TRUE(commands.names.isEmpty());
+    EXPECT_TRUE(host.waitForLaunches(1, 300).isEmpty());
+}

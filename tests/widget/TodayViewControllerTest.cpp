@@ -527,3 +527,53 @@ TEST_F(TodayViewControllerTest, ARemovedMessageStillOnDiskComesBackOnTheNextRelo
     EXPECT_EQ(c.myTableView()->rowViewAtRow(0), row);
     EXPECT_EQ(heightConstant(), 180); // still the old height: the table was not reloaded
 }
+
+TEST_F(TodayViewControllerTest, ARowWhoseArchiveWasSentTakesNoMoreClicks) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    TodayTableViewCell* first = cellAt(0);
+    ASSERT_NE(first, nullptr);
+    QPointer<TableRowView> row = c.myTableView()->rowViewAtRow(0);
+    // Two quick clicks on the archive button, then one on the row itself before it starts moving.
+    QTest::mouseClick(first->archiveButton(), Qt::LeftButton);
+    QTest::mouseClick(first->archiveButton(), Qt::LeftButton);
+    QTest::mouseClick(first, Qt::LeftButton, {}, QPoint(150, 12));
+    // While it slides out: its buttons and the row once more.
+    ASSERT_TRUE(drain([&] { return row && row->x() < -20; }, 2000)) << "the row slides out to the left";
+    QTest::mouseClick(first->trashButton(), Qt::LeftButton);
+    QTest::mouseClick(first, Qt::LeftButton, {}, QPoint(150, 12));
+    settle();
+    EXPECT_FALSE(row);
+    const auto launches = host.waitForLaunches(2, 500);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(launches.at(0).arguments,
+              QStringList{QStringLiteral(
+                  "corvina://archive?mail=ann%40example.org&messageid=m0&folderstandardid=1")});
+    EXPECT_EQ(ids(c.dataFromDisk()), (QStringList{"m1", "m2"}));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
+    // The rows that stay answer as before.
+    QTest::mouseClick(cellAt(0), Qt::LeftButton, {}, QPoint(150, 12));
+    ASSERT_EQ(host.waitForLaunches(2).size(), 2);
+    EXPECT_EQ(
+        host.launches().at(1).arguments,
+        QStringList{QStringLiteral("corvina://open?mail=ann%40example.org&messageid=m1&folderstandardid=1")});
+}
+
+TEST_F(TodayViewControllerTest, ARowArchivedFromElsewhereTakesNoMoreClicksEither) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    TodayTableViewCell* second = cellAt(1);
+    ASSERT_NE(second, nullptr);
+    // As a new-mail notification's "Archive" does: the command's notification, not the row's button.
+    post(equalTo(QStringLiteral("m1")), ConstVars::commandArchive);
+    EXPECT_TRUE(second->isLeaving());
+    EXPECT_FALSE(cellAt(0)->isLeaving());
+    EXPECT_FALSE(cellAt(2)->isLeaving());
+    QTest::mouseClick(second->trashButton(), Qt::LeftButton);
+    QTest::mouseClick(second, Qt::LeftButton, {}, QPoint(150, 12));
+    settle();
+    EXPECT_TRUE(host.waitForLaunches(1, 300).isEmpty());
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
+}

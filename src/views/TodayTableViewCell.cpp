@@ -133,7 +133,9 @@ void TodayTableViewCell::send(const QString& command, bool background) {
     // or one while it slides, would send its command twice.
     if (m_leaving)
         return;
-    ExtensionUtilities::LaunchCommandForMessages({current}, command, background);
+    // Without waiting for the mail application: one that is slow to answer must not hold the window.
+    // The command's notification still goes out here, before this returns.
+    ExtensionUtilities::LaunchCommandForMessagesWithoutWaiting({current}, command, background);
 }
 
 void TodayTableViewCell::reply(ImageButton*) {

@@ -187,7 +187,8 @@ void TodayViewController::tableViewSelectionDidChange() {
         cell && cell->isLeaving())
         return;
     if (const ExtensionMessagePtr message = rows->at(selected))
-        ExtensionUtilities::LaunchCommandForMessages({message}, ConstVars::commandOpen, false);
+        // As the row's buttons do: the window never waits for the mail application.
+        ExtensionUtilities::LaunchCommandForMessagesWithoutWaiting({message}, ConstVars::commandOpen, false);
 }
 
 void TodayViewController::actionCalled(const Notification& notification) {

@@ -62,24 +62,17 @@ SegmentedControl::SegmentedControl(QWidget* parent) : QWidget(parent) {
     setFont(f);
 }
 
-void SegmentedControl::fitFont() {
-    // The usual size when the labels fit side by side, else the largest smaller one at which they
-    // do (translations run longer than the English labels the control was sized for).
+QFont SegmentedControl::labelFont() const {
+    // The control's own size when the labels fit side by side, else the largest smaller one at
+    // which they do (translations run longer than the English labels the control was sized for).
     QFont f = font();
-    int size = kPixelSize;
-    for (; size > kSmallestPixelSize; --size) {
+    const int usual = f.pixelSize() > 0 ? f.pixelSize() : kPixelSize;
+    for (int size = usual; size >= kSmallestPixelSize; --size) {
         f.setPixelSize(size);
-        if (sum(labelNeeds(m_labels, QFontMetrics(f))) <= width())
+        if (size == kSmallestPixelSize || sum(labelNeeds(m_labels, QFontMetrics(f))) <= width())
             break;
     }
-    f.setPixelSize(size);
-    if (f != font())
-        setFont(f);
-}
-
-void SegmentedControl::resizeEvent(QResizeEvent* event) {
-    QWidget::resizeEvent(event);
-    fitFont();
+    return f;
 }
 
 void SegmentedControl::setSegmentCount(int count) {
@@ -97,7 +90,6 @@ void SegmentedControl::setLabel(const QString& label, int segment) {
     if (segment < 0 || segment >= m_labels.size())
         return;
     m_labels[segment] = label;
-    fitFont();
     updateGeometry();
     update();
 }
@@ -111,13 +103,13 @@ QRect SegmentedControl::segmentRect(int segment) const {
     const int n = segmentCount();
     if (n == 0 || segment < 0 || segment >= n)
         return {};
-    const QList<int> edges = segmentEdges(m_labels, fontMetrics(), width());
+    const QList<int> edges = segmentEdges(m_labels, QFontMetrics(labelFont()), width());
     return QRect(edges.at(segment), 0, edges.at(segment + 1) - edges.at(segment), height());
 }
 
 QString SegmentedControl::displayedLabelForSegment(int segment) const {
-    return fontMetrics().elidedText(m_labels.value(segment), Qt::ElideRight,
-                                    segmentRect(segment).width() - 2 * labelInset);
+    return QFontMetrics(labelFont())
+        .elidedText(m_labels.value(segment), Qt::ElideRight, segmentRect(segment).width() - 2 * labelInset);
 }
 
 int SegmentedControl::segmentAt(const QPoint& point) const {
@@ -206,7 +198,7 @@ void SegmentedControl::paintEvent(QPaintEvent*) {
         painter.drawLine(QPointF(x, 4), QPointF(x, height() - 4));
     }
 
-    painter.setFont(font());
+    painter.setFont(labelFont());
     for (int s = 0; s < segmentCount(); ++s) {
         painter.setPen(s == m_selected ? SystemColors::whiteColor() : SystemColors::labelColor());
         const QRect r = segmentRect(s);

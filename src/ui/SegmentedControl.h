@@ -37,6 +37,9 @@ public:
     QString displayedLabelForSegment(int segment) const;
     // The room kept free on each side of a label inside its segment.
     static constexpr int labelInset = 3;
+    // The font the labels are drawn in: the control's, made smaller (down to 9 pixels) when the
+    // labels would not fit side by side in its width.
+    QFont labelFont() const;
 
     QSize sizeHint() const override;
 
@@ -46,12 +49,10 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
-    void resizeEvent(QResizeEvent* event) override;
 
 private:
     int segmentAt(const QPoint& point) const;
     void choose(int segment);
-    void fitFont();
 
     QStringList m_labels;
     int m_selected = -1;

@@ -134,7 +134,7 @@ TEST(TodayHeaderView, EverySegmentLabelShowsWholeInEveryShippedLanguage) {
         header.show();
         const SegmentedControl* control = header.control();
         EXPECT_EQ(control->geometry(), QRect(40, 1, 260, 20));
-        const QFontMetrics metrics(control->font());
+        const QFontMetrics metrics(control->labelFont());
         int right = 0;
         for (int s = 0; s < control->segmentCount(); ++s) {
             const QString label = control->labelForSegment(s);
@@ -151,7 +151,7 @@ TEST(TodayHeaderView, EverySegmentLabelShowsWholeInEveryShippedLanguage) {
             right = segment.right() + 1;
         }
         EXPECT_EQ(right, control->width()) << language.name().toStdString();
-        EXPECT_GE(control->font().pixelSize(), 9) << language.name().toStdString(); // still legible
+        EXPECT_GE(control->labelFont().pixelSize(), 9) << language.name().toStdString(); // still legible
     }
     Localization::setLocale(before);
 }
@@ -160,12 +160,12 @@ TEST(TodayHeaderView, LabelsTooLongEvenSideBySideGetASmallerFontThatFitsThem) {
     SegmentedControl control;
     control.setSegmentCount(3);
     control.resize(260, 20);
-    const int usual = control.font().pixelSize();
+    const int usual = control.labelFont().pixelSize();
     control.setLabel(QStringLiteral("Eingegangene Nachrichten"), 0);
     control.setLabel(QStringLiteral("Noch zu erledigen"), 1);
     control.setLabel(QStringLiteral("Notizen"), 2);
-    EXPECT_LT(control.font().pixelSize(), usual);
-    const QFontMetrics metrics(control.font());
+    EXPECT_LT(control.labelFont().pixelSize(), usual);
+    const QFontMetrics metrics(control.labelFont());
     for (int s = 0; s < 3; ++s) {
         EXPECT_EQ(control.displayedLabelForSegment(s), control.labelForSegment(s)) << s;
         EXPECT_LE(metrics.horizontalAdvance(control.labelForSegment(s)) + 2 * SegmentedControl::labelInset,
@@ -176,7 +176,7 @@ TEST(TodayHeaderView, LabelsTooLongEvenSideBySideGetASmallerFontThatFitsThem) {
     control.setLabel(QStringLiteral("A"), 0);
     control.setLabel(QStringLiteral("B"), 1);
     control.setLabel(QStringLiteral("C"), 2);
-    EXPECT_EQ(control.font().pixelSize(), usual);
+    EXPECT_EQ(control.labelFont().pixelSize(), usual);
     EXPECT_EQ(control.segmentRect(0).width(), 86);
     EXPECT_EQ(control.segmentRect(2).width(), 87);
 }

@@ -1,6 +1,7 @@
 #include "Workspace.h"
 
 #include "DesktopEntry.h"
+#include "Handoff.h"
 
 #include <QAtomicInt>
 #include <QCoreApplication>
@@ -11,6 +12,7 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QThreadPool>
 #include <QVariantMap>
 
 namespace corvina {
@@ -96,6 +98,36 @@ bool Workspace::openURLs(const QStringList& urls, const QString& identifier, qui
     if (entry->boolValue(QStringLiteral("DBusActivatable")))
         return openOverDBus(urls, identifier, options);
     return runExec(*entry, urls, options);
+}
+
+namespace {
+
+// One thread, so that launches keep their order.
+QThreadPool& launchPool() {
+    static QThreadPool* pool = [] {
+        auto* p = new QThreadPool;
+        p->setMaxThreadCount(1);
+        // A launch still running when the program ends would have the D-Bus connection and the
+        // application torn down under it.
+        qAddPostRoutine([] { launchPool().waitForDone(Workspace::callTimeout() + 1000); });
+        return p;
+    }();
+    return *pool;
+}
+
+} // namespace
+
+void Workspace::openURLsInBackground(const QStringList& urls, const QString& identifier, quint32 options,
+                                     std::function<void(bool)> done) {
+    launchPool().start(Handoff::runnable([urls, identifier, options, done = std::move(done)] {
+        const bool ok = openURLs(urls, identifier, options);
+        if (done)
+            done(ok);
+    }));
+}
+
+bool Workspace::waitForBackgroundLaunches(int milliseconds) {
+    return launchPool().waitForDone(milliseconds);
 }
 
 int Workspace::callTimeout() {

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringList>
 #include <QtGlobal>
+#include <functional>
 
 namespace corvina {
 
@@ -34,6 +35,17 @@ public:
     // False when no desktop file is found, the Exec line is unusable or cannot be started, or the
     // D-Bus call fails or is not answered in time. True when every start or the call succeeded.
     static bool openURLs(const QStringList& urls, const QString& identifier, quint32 options);
+
+    // openURLs on the workspace's own thread, so that an application slow to answer (up to
+    // callTimeout()) keeps no window waiting. Returns at once; `done`, when given, gets openURLs'
+    // answer on that thread. Launches run one at a time, in the order asked for, so the mail
+    // application gets the commands in the order they were given.
+    static void openURLsInBackground(const QStringList& urls, const QString& identifier, quint32 options,
+                                     std::function<void(bool)> done = {});
+    // Waits up to `milliseconds` until every launch asked for in the background is over; false
+    // when some is still running. At the program's end it is done for the program (bounded by
+    // callTimeout()), so a launch in progress is not cut off by the exit.
+    static bool waitForBackgroundLaunches(int milliseconds);
 
     // How long a D-Bus call may keep the caller waiting, in milliseconds (default 3000).
     static int callTimeout();

@@ -161,21 +161,58 @@ std::optional<Url> ExtensionUtilities::CommandURLForMessage(const ExtensionMessa
     return Url::URLWithString(text);
 }
 
-bool ExtensionUtilities::LaunchCommandForMessages(const ExtensionMessageList& messages,
-                                                  const QString& commandName, bool background) {
+namespace {
+
+// The command URLs of `messages`, each announced by ACTION_CALLED_EXTENSION as it is kept.
+QList<Url> announcedCommandURLs(const ExtensionMessageList& messages, const QString& commandName) {
     QList<Url> urls;
     for (const ExtensionMessagePtr& message : messages) {
         if (!message)
             continue;
-        std::optional<Url> url = CommandURLForMessage(message, commandName);
+        std::optional<Url> url = ExtensionUtilities::CommandURLForMessage(message, commandName);
         if (!url)
             continue;
         NotificationCenter::defaultCenter().postNotificationName(
-            ACTION_CALLED_EXTENSION, QVariantMap{{QStringLiteral("message"), QVariant::fromValue(message)},
-                                                 {QStringLiteral("command"), commandName}});
+            ExtensionUtilities::ACTION_CALLED_EXTENSION,
+            QVariantMap{{QStringLiteral("message"), QVariant::fromValue(message)},
+                        {QStringLiteral("command"), commandName}});
         urls << *url;
     }
-    return LaunchCommands(urls, background);
+    return urls;
+}
+
+struct LaunchRequest {
+    QStringList urls;
+    QString target;
+    quint32 options;
+};
+
+LaunchRequest launchRequest(const QList<Url>& urls, bool background) {
+    LaunchRequest request;
+    request.target = ExtensionUtilities::LaunchTargetForBundleIdentifier(Bundle::identifier());
+    request.options =
+        background ? Workspace::LaunchWithoutActivation : Workspace::LaunchAllowingClassicStartup;
+    for (const Url& url : urls)
+        request.urls << url.absoluteString();
+    return request;
+}
+
+} // namespace
+
+bool ExtensionUtilities::LaunchCommandForMessages(const ExtensionMessageList& messages,
+                                                  const QString& commandName, bool background) {
+    return LaunchCommands(announcedCommandURLs(messages, commandName), background);
+}
+
+bool ExtensionUtilities::LaunchCommandForMessagesWithoutWaiting(const ExtensionMessageList& messages,
+                                                                const QString& commandName, bool background,
+                                                                std::function<void(bool)> done) {
+    const QList<Url> urls = announcedCommandURLs(messages, commandName);
+    if (urls.isEmpty())
+        return false;
+    LaunchRequest request = launchRequest(urls, background);
+    Workspace::openURLsInBackground(request.urls, request.target, request.options, std::move(done));
+    return true;
 }
 
 QString ExtensionUtilities::LaunchTargetForBundleIdentifier(const QString& bundleIdentifier) {
@@ -192,13 +229,8 @@ QString ExtensionUtilities::LaunchTargetForBundleIdentifier(const QString& bundl
 bool ExtensionUtilities::LaunchCommands(const QList<Url>& urls, bool background) {
     if (urls.isEmpty())
         return false;
-    const QString target = LaunchTargetForBundleIdentifier(Bundle::identifier());
-    const quint32 options =
-        background ? Workspace::LaunchWithoutActivation : Workspace::LaunchAllowingClassicStartup;
-    QStringList texts;
-    for (const Url& url : urls)
-        texts << url.absoluteString();
-    return Workspace::openURLs(texts, target, options);
+    const LaunchRequest request = launchRequest(urls, background);
+    return Workspace::openURLs(request.urls, request.target, request.options);
 }
 
 } // namespace corvina

@@ -73,6 +73,15 @@ public:
     // build included, sends to the base identifier. Options: 0x200 (without activation) when
     // `background`, 0x20000 otherwise. Answers what the workspace reports.
     static bool LaunchCommands(const QList<Url>& urls, bool background);
+    // LaunchCommandForMessages for the user interface, which must never wait on another program:
+    // the notifications go out on this thread, all before this returns, exactly as there; the
+    // URLs are then opened on the workspace's own thread (Workspace::openURLsInBackground, in the
+    // order sent, each bounded as the workspace bounds it). `done`, when given, gets the launch's
+    // answer on that thread. Returns whether there was a URL to send; false means nothing was
+    // posted or launched and `done` is not called.
+    static bool LaunchCommandForMessagesWithoutWaiting(const ExtensionMessageList& messages,
+                                                       const QString& commandName, bool background,
+                                                       std::function<void(bool)> done = {});
     // The identifier LaunchCommands sends to, for a given bundle identifier of this program.
     static QString LaunchTargetForBundleIdentifier(const QString& bundleIdentifier);
 

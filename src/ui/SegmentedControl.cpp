@@ -8,8 +8,54 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <numeric>
 
 namespace corvina {
+
+namespace {
+
+constexpr int kPixelSize = 12;
+// Below this a label is no longer read at a glance; a label still too long is cut with "…".
+constexpr int kSmallestPixelSize = 9;
+
+// The room each label needs: its text and the inset on both sides.
+QList<int> labelNeeds(const QStringList& labels, const QFontMetrics& metrics) {
+    QList<int> needs;
+    for (const QString& label : labels)
+        needs << metrics.horizontalAdvance(label) + 2 * SegmentedControl::labelInset;
+    return needs;
+}
+
+int sum(const QList<int>& values) {
+    return std::accumulate(values.begin(), values.end(), 0);
+}
+
+// The left edge of each segment, then the control's width. Equal widths when every label fits its
+// equal share (the usual case, English); otherwise each segment as wide as its label with the room
+// left shared equally, so that a long translation ("Boîte de réception") takes what its short
+// neighbours do not need; and when even that is too little, widths in proportion to the labels.
+QList<int> segmentEdges(const QStringList& labels, const QFontMetrics& metrics, int width) {
+    const int n = int(labels.size());
+    const QList<int> needs = labelNeeds(labels, metrics);
+    bool equalFits = true;
+    for (int s = 0; s < n; ++s)
+        equalFits = equalFits && needs.at(s) <= (s + 1) * width / n - s * width / n;
+    const int total = sum(needs);
+    QList<int> edges{0};
+    int x = 0;
+    for (int s = 0; s < n; ++s) {
+        x += needs.at(s);
+        if (equalFits || total <= 0)
+            edges << (s + 1) * width / n;
+        else if (total <= width)
+            edges << x + (s + 1) * (width - total) / n;
+        else
+            edges << int(qint64(x) * width / total);
+    }
+    return edges;
+}
+
+} // namespace
 
 SegmentedControl::SegmentedControl(QWidget* parent) : QWidget(parent) {
     // The segments are drawn, not widgets: screen readers learn of them from this factory's
@@ -21,8 +67,21 @@ SegmentedControl::SegmentedControl(QWidget* parent) : QWidget(parent) {
     Q_UNUSED(factoryInstalled);
     setFocusPolicy(Qt::TabFocus);
     QFont f = font();
-    f.setPixelSize(12);
+    f.setPixelSize(kPixelSize);
     setFont(f);
+}
+
+QFont SegmentedControl::labelFont() const {
+    // The control's own size when the labels fit side by side, else the largest smaller one at
+    // which they do (translations run longer than the English labels the control was sized for).
+    QFont f = font();
+    const int usual = f.pixelSize() > 0 ? f.pixelSize() : kPixelSize;
+    for (int size = usual; size >= kSmallestPixelSize; --size) {
+        f.setPixelSize(size);
+        if (size == kSmallestPixelSize || sum(labelNeeds(m_labels, QFontMetrics(f))) <= width())
+            break;
+    }
+    return f;
 }
 
 void SegmentedControl::setSegmentCount(int count) {
@@ -61,9 +120,13 @@ QRect SegmentedControl::segmentRect(int segment) const {
     const int n = segmentCount();
     if (n == 0 || segment < 0 || segment >= n)
         return {};
-    const int left = segment * width() / n;
-    const int right = (segment + 1) * width() / n;
-    return QRect(left, 0, right - left, height());
+    const QList<int> edges = segmentEdges(m_labels, QFontMetrics(labelFont()), width());
+    return QRect(edges.at(segment), 0, edges.at(segment + 1) - edges.at(segment), height());
+}
+
+QString SegmentedControl::displayedLabelForSegment(int segment) const {
+    return QFontMetrics(labelFont())
+        .elidedText(m_labels.value(segment), Qt::ElideRight, segmentRect(segment).width() - 2 * labelInset);
 }
 
 int SegmentedControl::segmentAt(const QPoint& point) const {
@@ -152,12 +215,11 @@ void SegmentedControl::paintEvent(QPaintEvent*) {
         painter.drawLine(QPointF(x, 4), QPointF(x, height() - 4));
     }
 
-    painter.setFont(font());
+    painter.setFont(labelFont());
     for (int s = 0; s < segmentCount(); ++s) {
         painter.setPen(s == m_selected ? SystemColors::whiteColor() : SystemColors::labelColor());
         const QRect r = segmentRect(s);
-        const QString text = fontMetrics().elidedText(m_labels.at(s), Qt::ElideRight, r.width() - 6);
-        painter.drawText(r, Qt::AlignCenter, text);
+        painter.drawText(r, Qt::AlignCenter, displayedLabelForSegment(s));
     }
     // The ring shows only for focus that came from the keyboard, not for the window's first focus.
     if (hasFocus() && m_keyboardFocus) {

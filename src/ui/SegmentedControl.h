@@ -34,8 +34,18 @@ public:
     // is the selected one already). For keys that pick a segment, and for screen readers.
     void choose(int segment);
 
-    // Where a segment is drawn, in the control's coordinates: equal widths, left to right.
+    // Where a segment is drawn, in the control's coordinates, left to right: equal widths, unless a
+    // label would not fit its equal share; then wider segments for longer labels (and a smaller
+    // font when the labels need more than the control's width).
     QRect segmentRect(int segment) const;
+
+    // A segment's label as drawn: whole, or cut with "…" when its segment is too narrow for it.
+    QString displayedLabelForSegment(int segment) const;
+    // The room kept free on each side of a label inside its segment.
+    static constexpr int labelInset = 3;
+    // The font the labels are drawn in: the control's, made smaller (down to 9 pixels) when the
+    // labels would not fit side by side in its width.
+    QFont labelFont() const;
 
     QSize sizeHint() const override;
 

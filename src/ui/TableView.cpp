@@ -130,9 +130,10 @@ void TableView::placeRows(bool animated) {
         move->setEndValue(target);
         move->setEasingCurve(QEasingCurve::OutCubic);
         QPointer<TableRowView> view = row.rowView.get();
-        connect(move, &QVariantAnimation::valueChanged, this, [view](const QVariant& v) {
+        connect(move, &QVariantAnimation::valueChanged, this, [this, view](const QVariant& v) {
             if (view)
                 view->setGeometry(v.toRect());
+            clipLeavingRows();
         });
         m_animations << move;
         move->start(QAbstractAnimation::DeleteWhenStopped);
@@ -204,9 +205,15 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
         out->setEndValue(start.translated(dx, 0));
         TableRowView* view = row.rowView.get();
         view->raise();
+        // A removed row takes no more clicks while it slides: not its buttons, and a click on it
+        // is not one on the row that is moving up into its place either.
+        view->setEnabled(false);
+        view->setAttribute(Qt::WA_NoMousePropagation);
         m_leaving.push_back(std::move(row.rowView));
-        connect(out, &QVariantAnimation::valueChanged, view,
-                [view](const QVariant& v) { view->setGeometry(v.toRect()); });
+        connect(out, &QVariantAnimation::valueChanged, view, [this, view](const QVariant& v) {
+            view->setGeometry(v.toRect());
+            clipLeavingRows();
+        });
         // Also when the table stops its animations on the way out.
         connect(out, &QVariantAnimation::finished, this, [this, view] {
             std::erase_if(m_leaving, [view](const auto& leaving) { return leaving.get() == view; });
@@ -217,6 +224,27 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
     updateFocusRing();
     // Rows below move up with the same kind of animation, or at once when none was asked for.
     placeRows(options != AnimationEffectNone);
+    clipLeavingRows();
+}
+
+void TableView::clipLeavingRows() {
+    // A row sliding out is drawn above the rows, and the rows below move up into its place at the
+    // same time: without this its text would show through theirs. It keeps only the part of its
+    // rect that no row covers, so the rows moving up cover it as they come.
+    for (const auto& leaving : m_leaving) {
+        const QRegion whole(leaving->rect());
+        QRegion visible = whole;
+        for (const Row& row : m_rows)
+            visible -= row.rowView->geometry().translated(-leaving->pos());
+        if (visible.isEmpty()) {
+            leaving->hide(); // an empty mask would mean no mask at all
+            continue;
+        }
+        if (visible == whole)
+            leaving->clearMask();
+        else
+            leaving->setMask(visible);
+    }
 }
 
 TableRowView* TableView::rowViewAtRow(qint64 row) const {

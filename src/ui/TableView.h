@@ -123,6 +123,7 @@ private:
     void placeRows(bool animated);
     // The ring goes on the current row while the table has focus that the keyboard gave or used.
     void updateFocusRing();
+    void clipLeavingRows();
 
     TableViewDataSource* m_dataSource = nullptr;
     TableViewDelegate* m_delegate = nullptr;

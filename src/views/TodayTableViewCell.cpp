@@ -43,6 +43,8 @@ TodayTableViewCell::TodayTableViewCell(const QRect& frame, QWidget* parent) : QW
     m_avatarIMview = new ImageView(m_swipingView);
     m_avatarIMview->setImageNamed(QStringLiteral("prof10"));
     m_fromField = makeField(m_swipingView, SystemColors::labelColor());
+    // A sender too long for the room the date leaves ends in "…" rather than being cut mid-letter.
+    m_fromField->setTruncatesLastVisibleLine(true);
     m_dateField = makeField(m_swipingView, SystemColors::contentColor(0.4));
     m_subjectField = makeField(m_swipingView, SystemColors::secondaryLabelColor());
     // Set although never painted: the field draws no background.
@@ -154,7 +156,13 @@ void TodayTableViewCell::send(const QString& command, bool background) {
     // A cell never filled has no message to send: nothing happens.
     if (!current)
         return;
-    ExtensionUtilities::LaunchCommandForMessages({current}, command, background);
+    // A row on its way out (its message archived or deleted) sends nothing more: a second click,
+    // or one while it slides, would send its command twice.
+    if (m_leaving)
+        return;
+    // Without waiting for the mail application: one that is slow to answer must not hold the window.
+    // The command's notification still goes out here, before this returns.
+    ExtensionUtilities::LaunchCommandForMessagesWithoutWaiting({current}, command, background);
 }
 
 void TodayTableViewCell::reply(ImageButton*) {

@@ -18,7 +18,7 @@ namespace corvina {
 //
 //   separator      x 35 .. W, y 0, 1 high
 //   avatar         (35, 20), 20 x 20
-//   sender         x 70, y 10, 20 high, as wide as its text
+//   sender         x 70, y 10, 20 high, as wide as its text (ending in "…" where the date leaves less)
 //   date           y 10, 20 high, as wide as its text, ending 20 before W, at least 10 after the sender
 //   subject        x 70, y 30, 20 high, W - 169 wide, one line cut at the end
 //   reply, archive, trash   20 x 20 at y 30, x W-96, W-68, W-40
@@ -49,6 +49,12 @@ public:
     // Set with the message and the marker.
     void updateAccessibleTexts();
     bool isMarkedNew() const { return m_markedNew; }
+
+    // A row whose message was archived or deleted is on its way out: its buttons send nothing more.
+    // The controller marks it when it takes the message out of its lists; a cell alone sends every
+    // click.
+    bool isLeaving() const { return m_leaving; }
+    void setLeaving(bool leaving) { m_leaving = leaving; }
 
     // The buttons' actions: "reply" in the foreground, "archive" and "delete" in the background.
     void reply(ImageButton* sender);
@@ -98,6 +104,7 @@ private:
     FlippedView* m_horizontalSeparator1 = nullptr;
     double m_deltax = 0;
     bool m_markedNew = false;
+    bool m_leaving = false;
 };
 
 } // namespace corvina

@@ -174,13 +174,15 @@ void MailNotifier::actionInvoked(uint id, const QString& key) {
     }
     const ExtensionMessagePtr message = shown->messages.constFirst();
     // The same calls as the row: a click on it opens in the foreground, its archive and trash
-    // buttons work in the background.
+    // buttons work in the background; and like the row's, they never hold the event loop while the
+    // mail application answers.
     if (key == actionDefault || key == ConstVars::commandOpen)
-        ExtensionUtilities::LaunchCommandForMessages({message}, ConstVars::commandOpen, false);
+        ExtensionUtilities::LaunchCommandForMessagesWithoutWaiting({message}, ConstVars::commandOpen, false);
     else if (key == ConstVars::commandArchive)
-        ExtensionUtilities::LaunchCommandForMessages({message}, ConstVars::commandArchive, true);
+        ExtensionUtilities::LaunchCommandForMessagesWithoutWaiting({message}, ConstVars::commandArchive,
+                                                                   true);
     else if (key == ConstVars::commandDelete)
-        ExtensionUtilities::LaunchCommandForMessages({message}, ConstVars::commandDelete, true);
+        ExtensionUtilities::LaunchCommandForMessagesWithoutWaiting({message}, ConstVars::commandDelete, true);
 }
 
 void MailNotifier::closed(uint id) {

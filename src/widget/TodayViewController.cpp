@@ -13,6 +13,8 @@
 #include "views/TodayRootLayout.h"
 #include "views/TodayTableViewCell.h"
 
+#include <QThread>
+
 namespace corvina {
 
 namespace {
@@ -188,8 +190,15 @@ void TodayViewController::tableViewSelectionDidChange() {
     // Compared unsigned, so "no selection" (-1) never passes.
     if (!rows || quint64(selected) >= quint64(rows->size()))
         return;
+    // A row whose archive or delete was just sent is still in the table until its removal runs on
+    // the main queue, while the lists have already dropped its message: a click on it then opens
+    // nothing, rather than the message that took its index.
+    if (const auto* cell = dynamic_cast<const TodayTableViewCell*>(m_myTableView->viewAtColumn(0, selected));
+        cell && cell->isLeaving())
+        return;
     if (const ExtensionMessagePtr message = rows->at(selected))
-        ExtensionUtilities::LaunchCommandForMessages({message}, ConstVars::commandOpen, false);
+        // As the row's buttons do: the window never waits for the mail application.
+        ExtensionUtilities::LaunchCommandForMessagesWithoutWaiting({message}, ConstVars::commandOpen, false);
 }
 
 void TodayViewController::actionCalled(const Notification& notification) {
@@ -205,6 +214,21 @@ void TodayViewController::actionCalled(const Notification& notification) {
     if (index < 0)
         return;
     removeMessage(message);
+    // Its row takes no more clicks from now on, although it leaves the table only in a later turn
+    // of the main queue: the first row still showing an equal message that is not already leaving.
+    auto markLeaving = [this, message] {
+        for (qint64 row = 0; row < m_myTableView->numberOfRows(); ++row) {
+            auto* cell = dynamic_cast<TodayTableViewCell*>(m_myTableView->viewAtColumn(0, row));
+            if (cell && !cell->isLeaving() && cell->message() && cell->message()->isEqual(message.get())) {
+                cell->setLeaving(true);
+                return;
+            }
+        }
+    };
+    if (QThread::currentThread() == thread())
+        markLeaving();
+    else
+        Dispatch::dispatchAsyncMain(this, markLeaving);
     // One row leaves the table, the first equal one, even when several equal messages left the
     // lists: the table keeps its own count until the next reload. Deliberate, and kept.
     Dispatch::dispatchAsyncMain(this, [this, command, index] {

@@ -4,6 +4,7 @@
 #include "support/PrivateSessionBus.h"
 #include "support/ScopedEnvironment.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
 
 using namespace corvina;
@@ -157,4 +158,40 @@ TEST(Workspace, ObjectPathOfAnIdentifier) {
               QStringLiteral("/org/corvina/mail"));
     EXPECT_EQ(Workspace::objectPathForIdentifier(QStringLiteral("org.corvina-mail.beta8")),
               QStringLiteral("/org/corvina_mail/beta8"));
+}
+
+TEST(Workspace, BackgroundLaunchReturnsAtOnceAndKeepsTheBound) {
+    PrivateSessionBus* bus = PrivateSessionBus::instance();
+    ASSERT_NE(bus, nullptr) << "dbus-daemon could not be started";
+    FakeHostApp host;
+    const QString slow = QStringLiteral("org.corvina.slower");
+    host.installDBusService(slow, 3000);
+    const int saved = Workspace::callTimeout();
+    Workspace::setCallTimeout(300);
+    std::atomic<int> answer{-1};
+    Workspace::openURLsInBackground(kUrls, slow, Workspace::LaunchWithoutActivation,
+                                    [&answer](bool ok) { answer = ok ? 1 : 0; });
+    // Back before the application could have answered, or the call could have timed out.
+    EXPECT_EQ(answer.load(), -1);
+    ASSERT_TRUE(Workspace::waitForBackgroundLaunches(10000));
+    EXPECT_EQ(answer.load(), 0); // not answered within the bound: false, as openURLs says
+    Workspace::setCallTimeout(saved);
+}
+
+TEST(Workspace, BackgroundLaunchesReachTheApplicationInTheOrderAsked) {
+    PrivateSessionBus* bus = PrivateSessionBus::instance();
+    ASSERT_NE(bus, nullptr) << "dbus-daemon could not be started";
+    FakeHostApp host;
+    const QString id = QStringLiteral("org.corvina.ordered");
+    host.installDBusService(id, 100);
+    std::atomic<int> succeeded{0};
+    for (const QString& url : kUrls)
+        Workspace::openURLsInBackground({url}, id, Workspace::LaunchWithoutActivation,
+                                        [&succeeded](bool ok) { succeeded += ok; });
+    ASSERT_TRUE(Workspace::waitForBackgroundLaunches(10000));
+    EXPECT_EQ(succeeded.load(), 3);
+    const auto launches = host.launches();
+    ASSERT_EQ(launches.size(), 3);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(launches.at(i).arguments, QStringList{kUrls.at(i)}) << i;
 }

@@ -1,10 +1,13 @@
 #include "views/TodayHeaderView.h"
 
+#include "platform/Localization.h"
 #include "platform/UserDefaults.h"
 #include "shared/ConstVars.h"
 #include "support/WidgetTesting.h"
 #include "views/TodayMetrics.h"
 
+#include <QDir>
+#include <QFontMetrics>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -112,4 +115,68 @@ TEST(TodayHeaderView, SelectingFromCodeSendsNoAction) {
     header.control()->setSelectedSegment(2);
     EXPECT_TRUE(delegate.calls.empty());
     EXPECT_FALSE(UserDefaults::valueForKey(kKey).isValid());
+}
+
+TEST(TodayHeaderView, EverySegmentLabelShowsWholeInEveryShippedLanguage) {
+    test::ScopedSettings settings;
+    // The languages the program ships, found as the program finds its tables: English (no table)
+    // and one compiled string table per language.
+    QList<QLocale> languages{QLocale(QLocale::English, QLocale::UnitedStates)};
+    const QStringList tables = QDir(QStringLiteral(":/i18n")).entryList({QStringLiteral("corvina_*.qm")});
+    for (const QString& table : tables)
+        languages << QLocale(table.mid(8, table.size() - 8 - 3));
+    ASSERT_GE(languages.size(), 3) << tables.join(u' ').toStdString(); // English, German, French
+    const QLocale before = Localization::locale();
+    for (const QLocale& language : languages) {
+        Localization::setLocale(language);
+        TodayHeaderView header;
+        header.resize(TodayMetrics::width, TodayMetrics::headerHeight);
+        header.show();
+        const SegmentedControl* control = header.control();
+        EXPECT_EQ(control->geometry(), QRect(40, 1, 260, 20));
+        const QFontMetrics metrics(control->labelFont());
+        int right = 0;
+        for (int s = 0; s < control->segmentCount(); ++s) {
+            const QString label = control->labelForSegment(s);
+            const QRect segment = control->segmentRect(s);
+            const std::string where = (language.name() + u' ' + label).toStdString();
+            // The key itself would mean the table was not used.
+            if (language.language() == QLocale::French && s == 0) {
+                EXPECT_EQ(label, QStringLiteral("Boîte de réception"));
+            }
+            EXPECT_EQ(control->displayedLabelForSegment(s), label) << where;
+            EXPECT_LE(metrics.horizontalAdvance(label) + 2 * SegmentedControl::labelInset, segment.width())
+                << where;
+            EXPECT_EQ(segment.left(), right) << where; // side by side, filling the control
+            right = segment.right() + 1;
+        }
+        EXPECT_EQ(right, control->width()) << language.name().toStdString();
+        EXPECT_GE(control->labelFont().pixelSize(), 9) << language.name().toStdString(); // still legible
+    }
+    Localization::setLocale(before);
+}
+
+TEST(TodayHeaderView, LabelsTooLongEvenSideBySideGetASmallerFontThatFitsThem) {
+    SegmentedControl control;
+    control.setSegmentCount(3);
+    control.resize(260, 20);
+    const int usual = control.labelFont().pixelSize();
+    control.setLabel(QStringLiteral("Eingegangene Nachrichten"), 0);
+    control.setLabel(QStringLiteral("Noch zu erledigen"), 1);
+    control.setLabel(QStringLiteral("Notizen"), 2);
+    EXPECT_LT(control.labelFont().pixelSize(), usual);
+    const QFontMetrics metrics(control.labelFont());
+    for (int s = 0; s < 3; ++s) {
+        EXPECT_EQ(control.displayedLabelForSegment(s), control.labelForSegment(s)) << s;
+        EXPECT_LE(metrics.horizontalAdvance(control.labelForSegment(s)) + 2 * SegmentedControl::labelInset,
+                  control.segmentRect(s).width())
+            << s;
+    }
+    // Short labels again: the usual size and equal widths.
+    control.setLabel(QStringLiteral("A"), 0);
+    control.setLabel(QStringLiteral("B"), 1);
+    control.setLabel(QStringLiteral("C"), 2);
+    EXPECT_EQ(control.labelFont().pixelSize(), usual);
+    EXPECT_EQ(control.segmentRect(0).width(), 86);
+    EXPECT_EQ(control.segmentRect(2).width(), 87);
 }

@@ -91,6 +91,23 @@ TEST(TodayTableViewCell, SenderAndDateTakeTheirTextsWidthWithAtLeastTenBetween) 
     EXPECT_LT(cell.fromField()->width(), cell.fromField()->sizeHint().width());
 }
 
+TEST(TodayTableViewCell, ALongSenderEndsInAnEllipsisWithinItsFieldAndTheDateStaysWhole) {
+    TodayTableViewCell cell(kRowFrame);
+    cell.show();
+    const QString longName = QStringLiteral("Bartholomew Maximilian Featherstonehaugh-Wolfeschlegel");
+    const QString date = QStringLiteral("22 Nov 2026");
+    cell.PopulateExtensionMessage(message(QStringLiteral("s"), longName, date));
+    const QString shown = cell.fromField()->displayedText();
+    EXPECT_TRUE(shown.endsWith(QChar(0x2026))) << shown.toStdString();
+    EXPECT_TRUE(longName.startsWith(shown.chopped(1))) << shown.toStdString();
+    EXPECT_GT(shown.size(), 1); // some of the name shows, not the ellipsis alone
+    EXPECT_LE(QFontMetrics(cell.fromField()->font()).horizontalAdvance(shown), cell.fromField()->width());
+    EXPECT_EQ(cell.dateField()->displayedText(), date);
+    // A name that fits shows whole, without an ellipsis.
+    cell.PopulateExtensionMessage(message(QStringLiteral("s"), QStringLiteral("Ann Lee"), date));
+    EXPECT_EQ(cell.fromField()->displayedText(), QStringLiteral("Ann Lee"));
+}
+
 TEST(TodayTableViewCell, LongSubjectShowsOneLineCutAtTheEnd) {
     TodayTableViewCell cell(kRowFrame);
     cell.show();
@@ -270,4 +287,19 @@ TEST(TodayTableViewCell, TheNewMarkerIsADotLeftOfTheAvatarAndMovesNothing) {
 
     cell.setMarkedNew(false);
     EXPECT_EQ(test::renderTransparent(cell), plain);
+}
+
+TEST(TodayTableViewCell, ARowOnItsWayOutSendsNothing) {
+    FakeHostApp host;
+    host.installRecorder(QStringLiteral("org.corvina.mail"));
+    Commands commands;
+    TodayTableViewCell cell(kRowFrame);
+    cell.show();
+    cell.PopulateExtensionMessage(message(QStringLiteral("s")));
+    EXPECT_FALSE(cell.isLeaving()); // a cell alone sends every click (see the buttons' test)
+    cell.setLeaving(true);
+    for (ImageButton* b : {cell.archiveButton(), cell.trashButton(), cell.replyButton()})
+        QTest::mouseClick(b, Qt::LeftButton);
+    EXPECT_TRUE(commands.names.isEmpty());
+    EXPECT_TRUE(host.waitForLaunches(1, 300).isEmpty());
 }

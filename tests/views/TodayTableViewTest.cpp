@@ -6,6 +6,8 @@
 #include "views/TodayTableRowView.h"
 
 #include <QImage>
+#include <QPalette>
+#include <QVariantAnimation>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -125,4 +127,57 @@ TEST(TodayTableView, RemovingRowsKeepsItsOwnCountAndMovesRowsUp) {
     EXPECT_EQ(table.rowViewAtRow(2), fourth);
     EXPECT_EQ(fourth->geometry(),
               QRect(0, 2 * TodayMetrics::rowHeight, TodayMetrics::width, TodayMetrics::rowHeight));
+}
+
+namespace {
+
+// Rows that fill their whole rect with a colour: the removed one red, the others blue.
+class PaintedRows : public Rows {
+public:
+    qint64 redRow = 1;
+    QWidget* viewForTableColumn(TableView* table, TableColumn* column, qint64 row) override {
+        QWidget* w = Rows::viewForTableColumn(table, column, row);
+        QPalette palette = w->palette();
+        palette.setColor(QPalette::Window, row == redRow ? QColor(Qt::red) : QColor(Qt::blue));
+        w->setPalette(palette);
+        w->setAutoFillBackground(true);
+        return w;
+    }
+};
+
+} // namespace
+
+TEST(TodayTableView, ASlidingRowIsNeverDrawnOverTheRowsMovingUp) {
+    for (const quint32 slide :
+         {quint32(TableView::AnimationSlideLeft), quint32(TableView::AnimationSlideRight)}) {
+        PaintedRows rows;
+        rows.count = 4;
+        auto loaded = loadedTable(rows, 4 * TodayMetrics::rowHeight);
+        TodayTableView& table = *loaded;
+        table.show();
+        table.removeRowsAtIndexes({1}, slide);
+        const QList<QVariantAnimation*> animations = table.findChildren<QVariantAnimation*>();
+        ASSERT_EQ(animations.size(), 3); // the removed row out, the two below it up
+        // Several moments of the animation, each set on every animation at once.
+        for (const double part : {0.1, 0.3, 0.5}) {
+            for (QVariantAnimation* animation : animations)
+                animation->setCurrentTime(int(animation->duration() * part));
+            const QRect below = table.rowViewAtRow(1)->geometry();
+            ASSERT_LT(below.top(), 2 * TodayMetrics::rowHeight) << "the row below has begun to move up";
+            ASSERT_GT(below.top(), TodayMetrics::rowHeight);
+            const QImage picture = test::renderTransparent(table);
+            int red = 0;
+            int redOverOthers = 0;
+            for (int y = 0; y < picture.height(); ++y)
+                for (int x = 0; x < picture.width(); ++x) {
+                    if (picture.pixelColor(x, y) != QColor(Qt::red))
+                        continue;
+                    ++red;
+                    for (qint64 r = 0; r < table.numberOfRows(); ++r)
+                        redOverOthers += table.rowViewAtRow(r)->geometry().contains(x, y);
+                }
+            EXPECT_GT(red, 0) << part << ": the removed row is still seen while it slides";
+            EXPECT_EQ(redOverOthers, 0) << part;
+        }
+    }
 }

@@ -3,9 +3,11 @@
 #include "platform/Dispatch.h"
 #include "platform/NotificationCenter.h"
 #include "platform/UserDefaults.h"
+#include "platform/Workspace.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 #include "support/FakeHostApp.h"
+#include "support/PrivateSessionBus.h"
 #include "support/TempContainer.h"
 #include "support/WidgetTesting.h"
 #include "ui/FlippedView.h"
@@ -16,6 +18,7 @@
 #include <QLayout>
 #include <QPointer>
 #include <QTest>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <gtest/gtest.h>
 
@@ -526,4 +529,83 @@ TEST_F(TodayViewControllerTest, ARemovedMessageStillOnDiskComesBackOnTheNextRelo
     settle();
     EXPECT_EQ(c.myTableView()->rowViewAtRow(0), row);
     EXPECT_EQ(heightConstant(), 180); // still the old height: the table was not reloaded
+}
+
+TEST_F(TodayViewControllerTest, ARowWhoseArchiveWasSentTakesNoMoreClicks) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    TodayTableViewCell* first = cellAt(0);
+    ASSERT_NE(first, nullptr);
+    QPointer<TableRowView> row = c.myTableView()->rowViewAtRow(0);
+    // Two quick clicks on the archive button, then one on the row itself before it starts moving.
+    QTest::mouseClick(first->archiveButton(), Qt::LeftButton);
+    QTest::mouseClick(first->archiveButton(), Qt::LeftButton);
+    QTest::mouseClick(first, Qt::LeftButton, {}, QPoint(150, 12));
+    // While it slides out: its buttons and the row once more.
+    ASSERT_TRUE(drain([&] { return row && row->x() < -20; }, 2000)) << "the row slides out to the left";
+    QTest::mouseClick(first->trashButton(), Qt::LeftButton);
+    QTest::mouseClick(first, Qt::LeftButton, {}, QPoint(150, 12));
+    settle();
+    EXPECT_FALSE(row);
+    const auto launches = host.waitForLaunches(2, 500);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(launches.at(0).arguments,
+              QStringList{QStringLiteral(
+                  "corvina://archive?mail=ann%40example.org&messageid=m0&folderstandardid=1")});
+    EXPECT_EQ(ids(c.dataFromDisk()), (QStringList{"m1", "m2"}));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
+    // The rows that stay answer as before.
+    QTest::mouseClick(cellAt(0), Qt::LeftButton, {}, QPoint(150, 12));
+    ASSERT_EQ(host.waitForLaunches(2).size(), 2);
+    EXPECT_EQ(
+        host.launches().at(1).arguments,
+        QStringList{QStringLiteral("corvina://open?mail=ann%40example.org&messageid=m1&folderstandardid=1")});
+}
+
+TEST_F(TodayViewControllerTest, ARowArchivedFromElsewhereTakesNoMoreClicksEither) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    TodayTableViewCell* second = cellAt(1);
+    ASSERT_NE(second, nullptr);
+    // As a new-mail notification's "Archive" does: the command's notification, not the row's button.
+    post(equalTo(QStringLiteral("m1")), ConstVars::commandArchive);
+    EXPECT_TRUE(second->isLeaving());
+    EXPECT_FALSE(cellAt(0)->isLeaving());
+    EXPECT_FALSE(cellAt(2)->isLeaving());
+    QTest::mouseClick(second->trashButton(), Qt::LeftButton);
+    QTest::mouseClick(second, Qt::LeftButton, {}, QPoint(150, 12));
+    settle();
+    EXPECT_TRUE(host.waitForLaunches(1, 300).isEmpty());
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
+}
+
+TEST_F(TodayViewControllerTest, AMailApplicationSlowToAnswerNeverHoldsTheWindow) {
+    ASSERT_NE(test::PrivateSessionBus::instance(), nullptr) << "dbus-daemon could not be started";
+    // The mail application over D-Bus, answering each call 1.5 s after it came: within the time the
+    // launch waits for an answer (3 s), so the command arrives as it always did.
+    host.installDBusService(ConstVars::appIdentifier, 1500);
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    QPointer<TableRowView> row = c.myTableView()->rowViewAtRow(0);
+    QTest::mouseClick(cellAt(0)->archiveButton(), Qt::LeftButton);
+    // The click is over before the mail application answered; the lists changed at once.
+    EXPECT_TRUE(host.launches().isEmpty()) << "the click waited for the mail application";
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"m1", "m2"}));
+    // Meanwhile the event loop turns: a timer fires, the row slides out.
+    bool fired = false;
+    QTimer::singleShot(0, [&fired] { fired = true; });
+    ASSERT_TRUE(drain([&] { return fired && (!row || row->x() < -20); }));
+    // The command reaches the mail application as before.
+    const auto launches = host.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(launches.at(0).method, QStringLiteral("Open"));
+    EXPECT_EQ(launches.at(0).arguments,
+              QStringList{QStringLiteral(
+                  "corvina://archive?mail=ann%40example.org&messageid=m0&folderstandardid=1")});
+    EXPECT_TRUE(Workspace::waitForBackgroundLaunches(5000));
+    settle();
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
 }

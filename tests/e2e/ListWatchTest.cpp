@@ -12,6 +12,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSaveFile>
 #include <QSet>
 #include <QTemporaryDir>
 #include <algorithm>
@@ -145,15 +146,20 @@ TEST(ListWatch, AListChosenInTheWidgetsHeaderIsANewLineAtOnce) {
     EXPECT_EQ(program.nextLine(startBoundMs), "3 · Sender 1: Subject 1\n");
     // the widget keeps the choice of Memo (3) in its settings file, made now
     ASSERT_TRUE(QDir().mkpath(program.configFolder() + QStringLiteral("/corvina")));
-    QFile settings(program.configFolder() + QStringLiteral("/corvina/org.corvina.mail.today.conf"));
-    ASSERT_TRUE(settings.open(QIODevice::WriteOnly));
-    settings.write("[General]\nsegmented=3\n");
-    settings.close();
+    // Written as the widget writes it (QSettings saves a whole new file over the old one): a file
+    // emptied in place could be read, by bad luck, between its truncation and its new content.
+    const QString settingsPath =
+        program.configFolder() + QStringLiteral("/corvina/org.corvina.mail.today.conf");
+    const auto save = [&](const QByteArray& content) {
+        QSaveFile settings(settingsPath);
+        ASSERT_TRUE(settings.open(QIODevice::WriteOnly));
+        settings.write(content);
+        ASSERT_TRUE(settings.commit());
+    };
+    save("[General]\nsegmented=3\n");
     EXPECT_EQ(program.nextLine(changeBoundMs), "1 · Sender of memo: Subject of memo\n");
-    // and changed in place: Inbox (1)
-    ASSERT_TRUE(settings.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    settings.write("[General]\nsegmented=1\n");
-    settings.close();
+    // and changed again: Inbox (1)
+    save("[General]\nsegmented=1\n");
     EXPECT_EQ(program.nextLine(changeBoundMs), "2 · Sender 1: Subject 1\n");
 }
 

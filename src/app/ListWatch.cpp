@@ -2,11 +2,10 @@
 
 #include "UnixSignals.h"
 #include "platform/UserDefaults.h"
+#include "widget/FileWatch.h"
 #include "widget/SharedFolderWatch.h"
 
 #include <QCoreApplication>
-#include <QFileInfo>
-#include <QFileSystemWatcher>
 #include <QSocketNotifier>
 #include <QTextStream>
 #include <cerrno>
@@ -27,18 +26,8 @@ ListWatch::ListWatch(bool all, StatusLine::Format format, int intervalSeconds, Q
     if (!m_all) {
         // The rows shown depend on the list chosen in the widget's header, kept in its settings file:
         // a new choice is a new line at once, not at the next periodic update.
-        m_settings = new QFileSystemWatcher(this);
-        // Gathered as the shared folder's changes are: a file written in place is read once it is
-        // whole, not when it was just emptied.
-        m_settingsSettle.setSingleShot(true);
-        m_settingsSettle.setInterval(SharedFolderWatch::debounceMs);
-        connect(&m_settingsSettle, &QTimer::timeout, this, [this] {
-            watchSettings(); // a settings file replaced by a new one is a new file to watch
-            update();
-        });
-        const auto settingsChanged = [this] { m_settingsSettle.start(); };
-        connect(m_settings, &QFileSystemWatcher::directoryChanged, this, settingsChanged);
-        connect(m_settings, &QFileSystemWatcher::fileChanged, this, settingsChanged);
+        m_settings = new FileWatch(UserDefaults::filePath(), this);
+        connect(m_settings, &FileWatch::changed, this, &ListWatch::update);
     }
 }
 
@@ -62,7 +51,9 @@ int ListWatch::exec() {
         });
     }
     m_watch->start();
-    watchSettings();
+    if (m_settings) {
+        m_settings->start();
+    }
     update();
     if (!m_printed) {
         return 0; // the output was closed before the first line
@@ -89,37 +80,6 @@ void ListWatch::update() {
     }
     m_last = line;
     m_printed = true;
-}
-
-void ListWatch::watchSettings() {
-    if (!m_settings) {
-        return;
-    }
-    const QString file = UserDefaults::filePath();
-    const QString folder = QFileInfo(file).absolutePath();
-    // The folder: the file made or replaced (settings are saved by writing a new file over the old);
-    // the file: the file written in place. Before the widget made its settings folder, the nearest
-    // folder above it, until it comes (and no longer: that may be a busy folder such as ~/.config).
-    QStringList wanted;
-    if (QFileInfo(folder).isDir()) {
-        wanted << folder;
-    } else if (const QString above = SharedFolderWatch::nearestFolderAbove(folder); !above.isEmpty()) {
-        wanted << above;
-    }
-    if (QFileInfo(file).isFile()) {
-        wanted << file;
-    }
-    const QStringList watched = m_settings->directories() + m_settings->files();
-    for (const QString& path : watched) {
-        if (!wanted.contains(path)) {
-            m_settings->removePath(path);
-        }
-    }
-    for (const QString& path : wanted) {
-        if (!watched.contains(path)) {
-            m_settings->addPath(path);
-        }
-    }
 }
 
 bool ListWatch::writeOut(const QByteArray& bytes) {

@@ -5,12 +5,10 @@
 
 #include <QByteArray>
 #include <QObject>
-#include <QTimer>
-
-class QFileSystemWatcher;
 
 namespace corvina {
 
+class FileWatch;
 class SharedFolderWatch;
 class UnixSignals;
 
@@ -35,8 +33,6 @@ public:
 
 private:
     void update();
-    // Watches the widget's settings file (and its folder), where the list choice is kept.
-    void watchSettings();
     // Writes `bytes` whole to the standard output; false when it is closed or cannot be written.
     static bool writeOut(const QByteArray& bytes);
     // The reader of the standard output has gone (a pipe whose far end is closed).
@@ -47,8 +43,8 @@ private:
     SharedFolderWatch* m_watch = nullptr;
     UnixSignals* m_signals = nullptr;
     // The settings file's watch; none with --all, whose rows depend on no choice.
-    QFileSystemWatcher* m_settings = nullptr;
-    QTimer m_settingsSettle;
+    // The widget's settings file, where the list the rows come from is chosen (not with --all).
+    FileWatch* m_settings = nullptr;
     // The last line printed: a line equal to it is not printed again.
     QByteArray m_last;
     bool m_printed = false;

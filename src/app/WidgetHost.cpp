@@ -8,6 +8,7 @@
 #include "shared/BridgeStatusFile.h"
 #include "ui/SystemColors.h"
 #include "views/TodayStatusView.h"
+#include "widget/FileWatch.h"
 #include "widget/MailNotifier.h"
 #include "widget/NewMailTracker.h"
 #include "widget/SharedFolderWatch.h"
@@ -16,8 +17,6 @@
 #include "widget/UpdateResult.h"
 
 #include <QApplication>
-#include <QDir>
-#include <QFileInfo>
 #include <QLayout>
 
 namespace corvina {
@@ -30,16 +29,9 @@ WidgetHost::WidgetHost(int intervalSeconds) : m_controller(std::make_unique<Toda
     // A look at the window takes the markers off (or leaves them for its length): draw the rows again.
     connect(m_newMail, &NewMailTracker::markersChanged, this, [this] { m_controller->ReloadData(); });
     m_mailNotifier = new MailNotifier(m_newMail, nullptr, this);
-    m_bridgeStatusPath = BridgeStatusFile::defaultPath();
     connect(m_controller.get(), &TodayViewController::shownRowsChanged, this, &WidgetHost::updateStatus);
-    connect(&m_bridgeStatusWatcher, &QFileSystemWatcher::directoryChanged, this, [this] {
-        watchBridgeStatus();
-        updateStatus();
-    });
-    connect(&m_bridgeStatusWatcher, &QFileSystemWatcher::fileChanged, this, [this] {
-        watchBridgeStatus();
-        updateStatus();
-    });
+    m_bridgeStatus = new FileWatch(BridgeStatusFile::defaultPath(), this);
+    connect(m_bridgeStatus, &FileWatch::changed, this, &WidgetHost::updateStatus);
     m_colorScheme = new ColorScheme(this);
     connect(m_colorScheme, &ColorScheme::changed, this, &WidgetHost::applyAppearance);
 }
@@ -98,7 +90,7 @@ void WidgetHost::appear() {
     m_appeared = true;
     m_controller->viewWillAppear();
     m_watch->start();
-    watchBridgeStatus();
+    m_bridgeStatus->start();
     performUpdate();
 }
 
@@ -106,9 +98,6 @@ void WidgetHost::performUpdate() {
     m_controller->widgetPerformUpdateWithCompletionHandler([this](int result) {
         if (result == UpdateResult::NewData)
             ++m_completedUpdates;
-        // The bridge's state folder may have been made since the start.
-        if (m_bridgeStatusWatcher.directories().isEmpty())
-            watchBridgeStatus();
         updateStatus();
     });
 }
@@ -119,23 +108,7 @@ void WidgetHost::updateStatus() {
     const auto rows = m_controller->dataToShow();
     m_window->statusView()->setLines(
         TodayStatus::lines(TodayStatus::sharedFolderExists(), rows ? rows->size() : 0,
-                           BridgeStatusFile::failures(m_bridgeStatusPath), QDateTime::currentDateTime()));
-}
-
-void WidgetHost::watchBridgeStatus() {
-    // The folder (the file made or replaced) and the file (rewritten in place); neither may be there
-    // yet, and then the next periodic update still reads it.
-    const QFileInfo file(m_bridgeStatusPath);
-    QStringList wanted;
-    if (file.absoluteDir().exists())
-        wanted << file.absolutePath();
-    if (file.isFile())
-        wanted << file.absoluteFilePath();
-    const QStringList current = m_bridgeStatusWatcher.directories() + m_bridgeStatusWatcher.files();
-    if (!current.isEmpty())
-        m_bridgeStatusWatcher.removePaths(current);
-    if (!wanted.isEmpty())
-        m_bridgeStatusWatcher.addPaths(wanted);
+                           BridgeStatusFile::failures(m_bridgeStatus->path()), QDateTime::currentDateTime()));
 }
 
 void WidgetHost::applyAppearance() {

@@ -2,7 +2,6 @@
 
 #include "widget/TodayViewController.h"
 
-#include <QFileSystemWatcher>
 #include <QObject>
 #include <functional>
 #include <memory>
@@ -10,6 +9,7 @@
 namespace corvina {
 
 class ColorScheme;
+class FileWatch;
 class FirstFrameWatch;
 class MailNotifier;
 class NewMailTracker;
@@ -43,8 +43,6 @@ public:
 
     // Before start(); Auto by default.
     void setAppearance(Appearance appearance) { m_appearance = appearance; }
-    // The bridge's status file read for the status line; BridgeStatusFile::defaultPath() by default.
-    void setBridgeStatusPath(const QString& path) { m_bridgeStatusPath = path; }
     ColorScheme* colorScheme() const { return m_colorScheme; }
 
     // Shows the widget's window; `inTray`: puts the widget in the desktop's tray instead, its window
@@ -75,7 +73,6 @@ signals:
 private:
     // The will-appear step, the folder watch, the first update and the periodic ones; once.
     void appear();
-    void watchBridgeStatus();
     void applyAppearance();
 
     std::unique_ptr<TodayViewController> m_controller;
@@ -92,9 +89,8 @@ private:
     TrayIcon* m_tray = nullptr;
     Appearance m_appearance = Appearance::Auto;
     ColorScheme* m_colorScheme = nullptr;
-    QString m_bridgeStatusPath;
-    // The bridge's status file and its folder: it is replaced by renaming a new file over it.
-    QFileSystemWatcher m_bridgeStatusWatcher;
+    // The bridge's status file, read for the status line (BridgeStatusFile::defaultPath()).
+    FileWatch* m_bridgeStatus = nullptr;
 };
 
 } // namespace corvina

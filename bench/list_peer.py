@@ -7,7 +7,7 @@ outputs are identical and compares time and memory). Standard library only.
 
 It does the same job for the snapshots the mail application writes, not every refusal of hostile
 input the program makes. Dates are shown as the program shows them under LC_ALL=C.UTF-8 (the
-benchmark's setting): "HH:mm:ss" for a message of today, "d MMM yyyy" otherwise, local time.
+benchmark's setting): "HH:mm" for a message of today, "d MMM yyyy" otherwise, local time.
 """
 import base64
 import datetime
@@ -124,7 +124,7 @@ class Dates:
     def text(self, milliseconds):
         at = time.localtime(milliseconds // 1000)
         if self.today[0] <= milliseconds < self.today[1]:
-            return "%02d:%02d:%02d" % (at.tm_hour, at.tm_min, at.tm_sec)
+            return "%02d:%02d" % (at.tm_hour, at.tm_min)
         return "%d %s %d" % (at.tm_mday, MONTHS[at.tm_mon - 1], at.tm_year)
 
 

@@ -40,7 +40,7 @@ QDateTime dateFromSeconds(const QVariant& value) {
 }
 
 // Why an avatar text over its bound is not decoded; null when within it.
-QString avatarTextRefusal(const QString& text) {
+QString avatarTextRefusal(const QByteArray& text) {
     if (text.size() > ExtensionMessage::MaximumAvatarTextBytes) {
         return QStringLiteral("text of %1 characters is longer than %2")
             .arg(text.size())
@@ -151,6 +151,43 @@ QString joinedRecipients(const MutableList<ExtensionAddressPtr>& recipients) {
 
 } // namespace
 
+struct ExtensionMessage::Composing {
+    AtomicProperty<QString> plainBody;
+    AtomicProperty<QString> htmlBody;
+    AtomicProperty<MutableList<ExtensionAddressPtr>> to;
+    AtomicProperty<MutableList<ExtensionAddressPtr>> cc;
+    AtomicProperty<MutableList<ExtensionAddressPtr>> bcc;
+    AtomicProperty<QString> toString;
+    AtomicProperty<QString> ccString;
+    AtomicProperty<QString> bccString;
+    AtomicProperty<MutableList<QVariant>> attachments;
+};
+
+ExtensionMessage::ExtensionMessage() = default;
+ExtensionMessage::~ExtensionMessage() = default;
+
+// A getter answers the null value while no setter has made the part.
+#define CORVINA_COMPOSING_FIELD(Type, getter, setter)                                                        \
+    Type ExtensionMessage::getter() const {                                                                  \
+        const Composing* part = m_composing.ifMade();                                                        \
+        return part != nullptr ? part->getter.get() : Type();                                                \
+    }                                                                                                        \
+    void ExtensionMessage::setter(Type value) {                                                              \
+        m_composing.made().getter.set(std::move(value));                                                     \
+    }
+
+CORVINA_COMPOSING_FIELD(QString, plainBody, setPlainBody)
+CORVINA_COMPOSING_FIELD(QString, htmlBody, setHtmlBody)
+CORVINA_COMPOSING_FIELD(MutableList<ExtensionAddressPtr>, to, setTo)
+CORVINA_COMPOSING_FIELD(MutableList<ExtensionAddressPtr>, cc, setCc)
+CORVINA_COMPOSING_FIELD(MutableList<ExtensionAddressPtr>, bcc, setBcc)
+CORVINA_COMPOSING_FIELD(QString, toString, setToString)
+CORVINA_COMPOSING_FIELD(QString, ccString, setCcString)
+CORVINA_COMPOSING_FIELD(QString, bccString, setBccString)
+CORVINA_COMPOSING_FIELD(MutableList<QVariant>, attachments, setAttachments)
+
+#undef CORVINA_COMPOSING_FIELD
+
 ExtensionMessagePtr ExtensionMessage::init() {
     auto message = std::make_shared<ExtensionMessage>();
     message->setHtmlBody(emptyString());
@@ -163,7 +200,8 @@ ExtensionMessagePtr ExtensionMessage::init() {
 }
 
 void ExtensionMessage::appendHtmlBody(const QString& html) {
-    m_htmlBody.update([&html](const QString& body) { return (body.isNull() ? emptyString() : body) + html; });
+    m_composing.made().htmlBody.update(
+        [&html](const QString& body) { return (body.isNull() ? emptyString() : body) + html; });
 }
 
 ExtensionMessagePtr ExtensionMessage::initWithDictonary(const QVariant& dictionary) {
@@ -176,6 +214,35 @@ ExtensionMessagePtr ExtensionMessage::initWithDictonary(const QVariant& dictiona
 }
 
 ExtensionMessagePtr ExtensionMessage::initWithNode(const PlistNode& dictionary) {
+    RepeatedTexts none;
+    return initWithNode(dictionary, none);
+}
+
+namespace {
+
+// The value of a text node, shared with a recent one of the same bytes. Empty texts and other
+// kinds of value take the ordinary way (nothing to share, or an error to raise there).
+QVariant repeatedText(const PlistNode& node, ExtensionMessage::RepeatedTexts::Recent& recent) {
+    const QByteArrayView bytes = node.textBytes();
+    if (bytes.isEmpty()) {
+        return node.toVariant();
+    }
+    for (const ExtensionMessage::RepeatedTexts::Text& kept : recent.texts) {
+        if (kept.bytes == bytes) {
+            return kept.text;
+        }
+    }
+    QVariant value = node.toVariant();
+    ExtensionMessage::RepeatedTexts::Text& slot = recent.texts[recent.next];
+    slot.bytes = bytes.toByteArray();
+    slot.text = value.toString();
+    recent.next = (recent.next + 1) % ExtensionMessage::RepeatedTexts::Kept;
+    return value;
+}
+
+} // namespace
+
+ExtensionMessagePtr ExtensionMessage::initWithNode(const PlistNode& dictionary, RepeatedTexts& repeated) {
     if (!dictionary.isDictionary()) {
         // no dictionary: the error names the kind of value, as the Qt form's does
         return initWithDictonary(dictionary.toVariant());
@@ -183,71 +250,92 @@ ExtensionMessagePtr ExtensionMessage::initWithNode(const PlistNode& dictionary) 
     PlistNode values[KeyCount];
     dictionary.valuesForKeys(MessageKeys, KeyCount, values);
     auto message = std::make_shared<ExtensionMessage>();
-    fillFromDictionary(*message, [&values](MessageKey key) { return values[key].toVariant(); });
+    fillFromDictionary(*message, [&values, &repeated](MessageKey key) {
+        switch (key) {
+        case Account:
+            return repeatedText(values[key], repeated.account);
+        case Folder:
+            return repeatedText(values[key], repeated.folder);
+        default:
+            return values[key].toVariant();
+        }
+    });
     return message;
 }
 
 void ExtensionMessage::setAvatarText(const QString& text) {
-    QMutexLocker lock(&m_avatarLock);
-    m_avatarText = text;
-    m_avatarState = AvatarState::Unchecked;
-    m_image = QImage();
+    Avatar& avatar = m_avatar.made();
+    QMutexLocker lock(&avatar.lock);
+    // only the Base64 alphabet counts, and every character keeps its place: the same bytes as
+    // converting when decoding
+    avatar.text = text.toLatin1();
+    avatar.state = AvatarState::Unchecked;
+    avatar.image = QImage();
 }
 
-ExtensionMessage::AvatarState ExtensionMessage::checkAvatarLocked() const {
-    if (m_avatarState != AvatarState::Unchecked) {
-        return m_avatarState;
+ExtensionMessage::AvatarState ExtensionMessage::checkAvatarLocked(Avatar& avatar) {
+    if (avatar.state != AvatarState::Unchecked) {
+        return avatar.state;
     }
-    const QString refusal = avatarTextRefusal(m_avatarText);
+    const QString refusal = avatarTextRefusal(avatar.text);
     if (!refusal.isNull()) {
         Log::write(QStringLiteral("ExtensionMessage avatar %@"), {refusal});
-        m_avatarText.clear();
-        return m_avatarState = AvatarState::Refused;
+        avatar.text.clear();
+        return avatar.state = AvatarState::Refused;
     }
     // characters outside the Base64 alphabet (line breaks and the like) are skipped
-    const QByteArray bytes = QByteArray::fromBase64(m_avatarText.toLatin1());
+    const QByteArray bytes = QByteArray::fromBase64(avatar.text);
     if (bytes.isEmpty()) {
-        m_avatarText.clear();
-        return m_avatarState = AvatarState::Refused;
+        avatar.text.clear();
+        return avatar.state = AvatarState::Refused;
     }
     const ImageDecoder::Header header = ImageDecoder::inspect(bytes, MaximumAvatarPixels);
     if (!header.refusal.isEmpty()) {
         Log::write(QStringLiteral("ExtensionMessage avatar %@"), {header.refusal});
-        m_avatarText.clear();
-        return m_avatarState = AvatarState::Refused;
+        avatar.text.clear();
+        return avatar.state = AvatarState::Refused;
     }
-    return m_avatarState = header.readable ? AvatarState::Plausible : AvatarState::Unclear;
+    return avatar.state = header.readable ? AvatarState::Plausible : AvatarState::Unclear;
 }
 
 QImage ExtensionMessage::image() const {
-    QMutexLocker lock(&m_avatarLock);
-    const AvatarState state = checkAvatarLocked();
-    if (state == AvatarState::Plausible || state == AvatarState::Unclear) {
-        m_image = avatarImage(QByteArray::fromBase64(m_avatarText.toLatin1()));
-        m_avatarText.clear();
-        m_avatarState = AvatarState::Decoded;
+    Avatar* avatar = m_avatar.ifMade();
+    if (avatar == nullptr) {
+        return QImage(); // no avatar was ever given
     }
-    return m_image;
+    QMutexLocker lock(&avatar->lock);
+    const AvatarState state = checkAvatarLocked(*avatar);
+    if (state == AvatarState::Plausible || state == AvatarState::Unclear) {
+        avatar->image = avatarImage(QByteArray::fromBase64(avatar->text));
+        avatar->text.clear();
+        avatar->state = AvatarState::Decoded;
+    }
+    return avatar->image;
 }
 
 void ExtensionMessage::setImage(QImage image) {
-    QMutexLocker lock(&m_avatarLock);
-    std::swap(m_image, image);
-    m_avatarText.clear();
-    m_avatarState = AvatarState::Decoded;
+    Avatar& avatar = m_avatar.made();
+    QMutexLocker lock(&avatar.lock);
+    std::swap(avatar.image, image);
+    avatar.text.clear();
+    avatar.state = AvatarState::Decoded;
     // the old picture is released after the lock
     lock.unlock();
 }
 
 bool ExtensionMessage::hasAvatar() const {
+    Avatar* avatar = m_avatar.ifMade();
+    if (avatar == nullptr) {
+        return false;
+    }
     {
-        QMutexLocker lock(&m_avatarLock);
-        const AvatarState state = checkAvatarLocked();
+        QMutexLocker lock(&avatar->lock);
+        const AvatarState state = checkAvatarLocked(*avatar);
         if (state == AvatarState::Plausible) {
             return true;
         }
         if (state != AvatarState::Unclear) {
-            return !m_image.isNull();
+            return !avatar->image.isNull();
         }
     }
     // a header that tells no size (a format that learns it only by decoding): decoded to know

@@ -2,10 +2,12 @@
 
 #include "ExtensionAddress.h"
 #include "platform/AtomicProperty.h"
+#include "platform/LazyPart.h"
 #include "platform/MutableList.h"
 #include "platform/Object.h"
 #include "requestutils/Url.h"
 
+#include <QByteArray>
 #include <QDateTime>
 #include <QImage>
 #include <QList>
@@ -48,6 +50,29 @@ public:
     // converted, the rest of the dictionary is never copied. Any value, null or wrong type gives
     // what the QVariant form of the same node gives.
     static ExtensionMessagePtr initWithNode(const PlistNode& dictionary);
+
+    // The "account" and "folder" texts of the last messages read, for the next ones to share when
+    // their bytes are the same (a snapshot file holds one account's messages, from a few folders):
+    // one text for many messages instead of one each.
+    // A few texts per key, replaced in turn, so the look-up stays short whatever the file holds.
+    // One per reader, used by one thread.
+    class RepeatedTexts {
+    public:
+        static constexpr int Kept = 8;
+        struct Text {
+            QByteArray bytes;
+            QString text;
+        };
+        struct Recent {
+            Text texts[Kept];
+            int next = 0;
+        };
+        Recent account;
+        Recent folder;
+    };
+    // initWithNode, sharing the repeated texts of `repeated` (and keeping this message's there).
+    // The record is the one initWithNode(dictionary) gives.
+    static ExtensionMessagePtr initWithNode(const PlistNode& dictionary, RepeatedTexts& repeated);
 
     // Bounds of the "avatar" of a message dictionary. A sender's picture is shown 20 points wide,
     // so anything far larger is either a mistake or an attack: an avatar text longer than
@@ -104,20 +129,32 @@ public:
     CORVINA_ATOMIC_PROPERTY(QString, messageId, setMessageId)
     CORVINA_ATOMIC_PROPERTY(QString, folderPath, setFolderPath)
     CORVINA_ATOMIC_PROPERTY(QString, dateString, setDateString)
-    CORVINA_ATOMIC_PROPERTY(QString, plainBody, setPlainBody)
-    CORVINA_ATOMIC_PROPERTY(QString, htmlBody, setHtmlBody)
     CORVINA_ATOMIC_PROPERTY(QDateTime, date, setDate)
     CORVINA_ATOMIC_PROPERTY(QVariant, unread, setUnread)
     CORVINA_ATOMIC_PROPERTY(QVariant, folderStandardId, setFolderStandardId)
-    CORVINA_ATOMIC_PROPERTY(MutableList<ExtensionAddressPtr>, to, setTo)
-    CORVINA_ATOMIC_PROPERTY(MutableList<ExtensionAddressPtr>, cc, setCc)
-    CORVINA_ATOMIC_PROPERTY(MutableList<ExtensionAddressPtr>, bcc, setBcc)
-    CORVINA_ATOMIC_PROPERTY(QString, toString, setToString)
-    CORVINA_ATOMIC_PROPERTY(QString, ccString, setCcString)
-    CORVINA_ATOMIC_PROPERTY(QString, bccString, setBccString)
-    CORVINA_ATOMIC_PROPERTY(MutableList<QVariant>, attachments, setAttachments)
 
 public:
+    // The composing fields: each getter and setter is atomic, as the properties above are. Null
+    // (texts and lists alike) until set.
+    QString plainBody() const;
+    void setPlainBody(QString value);
+    QString htmlBody() const;
+    void setHtmlBody(QString value);
+    MutableList<ExtensionAddressPtr> to() const;
+    void setTo(MutableList<ExtensionAddressPtr> value);
+    MutableList<ExtensionAddressPtr> cc() const;
+    void setCc(MutableList<ExtensionAddressPtr> value);
+    MutableList<ExtensionAddressPtr> bcc() const;
+    void setBcc(MutableList<ExtensionAddressPtr> value);
+    QString toString() const;
+    void setToString(QString value);
+    QString ccString() const;
+    void setCcString(QString value);
+    QString bccString() const;
+    void setBccString(QString value);
+    MutableList<QVariant> attachments() const;
+    void setAttachments(MutableList<QVariant> value);
+
     // The sender's picture. A record read from a snapshot keeps the "avatar" text and decodes it
     // here, on the first call, so that only the rows that are drawn pay for their pictures; the
     // result (a null image for bytes that are no readable picture, or a refused one) is kept.
@@ -133,16 +170,31 @@ public:
     // Keeps a snapshot's Base64 avatar text, to be looked at by image() and hasAvatar() when asked.
     void setAvatarText(const QString& text);
 
-private:
-    // The avatar text of the snapshot, and what was learned of it so far (Unclear: a header that
-    // declares no size, so only decoding tells). Under m_avatarLock.
-    enum class AvatarState { None, Unchecked, Refused, Plausible, Unclear, Decoded };
+    // out of line, as the parts they make and release are known only there
+    ExtensionMessage();
+    ~ExtensionMessage() override;
+    ExtensionMessage(const ExtensionMessage&) = delete;
+    ExtensionMessage& operator=(const ExtensionMessage&) = delete;
 
-    AvatarState checkAvatarLocked() const;
-    mutable QMutex m_avatarLock;
-    mutable QString m_avatarText;
-    mutable AvatarState m_avatarState = AvatarState::None;
-    mutable QImage m_image;
+private:
+    // The composing fields and the avatar live apart, each made by the first setter: a record read
+    // from a snapshot never composes and mostly has no avatar, and without them it is about half
+    // the size (a listing or a reload holds a hundred thousand records at once).
+    struct Composing;
+    LazyPart<Composing> m_composing;
+
+    // The avatar text of the snapshot, and what was learned of it so far (Unclear: a header that
+    // declares no size, so only decoding tells). Under the part's lock.
+    enum class AvatarState { None, Unchecked, Refused, Plausible, Unclear, Decoded };
+    struct Avatar {
+        QMutex lock;
+        // Base64 is ASCII: kept in one byte a character, half what the text takes
+        QByteArray text;
+        AvatarState state = AvatarState::None;
+        QImage image;
+    };
+    static AvatarState checkAvatarLocked(Avatar& avatar);
+    LazyPart<Avatar> m_avatar;
 };
 
 } // namespace corvina

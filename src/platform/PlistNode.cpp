@@ -136,6 +136,15 @@ QVariant PlistNode::toVariant() const {
     return out;
 }
 
+QByteArrayView PlistNode::textBytes() const {
+    if (m_node == nullptr || plist_get_node_type(static_cast<plist_t>(m_node)) != PLIST_STRING) {
+        return {};
+    }
+    uint64_t length = 0;
+    const char* text = plist_get_string_ptr(static_cast<plist_t>(m_node), &length);
+    return text != nullptr ? QByteArrayView(text, static_cast<qsizetype>(length)) : QByteArrayView();
+}
+
 void PlistNode::valuesForKeys(const char* const* keys, int count, PlistNode* values) const {
     for (int i = 0; i < count; ++i) {
         values[i] = PlistNode();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArrayView>
 #include <QVariant>
 
 namespace corvina {
@@ -22,6 +23,10 @@ public:
     // The value as PropertyList::read gives it (QVariantMap, QVariantList, QString, qint64, double,
     // bool, QDateTime in UTC, QByteArray); null for no value.
     QVariant toVariant() const;
+    // The UTF-8 bytes of a text value, in place (valid as long as the document); an empty view for
+    // an empty text and for any other kind of value. For a caller that recognises a text it has
+    // converted before: the same bytes always give the same toVariant.
+    QByteArrayView textBytes() const;
 
     // For each of the `count` keys, the value a dictionary holds under it, or no value; a key that
     // occurs twice gives its last value, as the Qt form (a QVariantMap) keeps the last one. One pass

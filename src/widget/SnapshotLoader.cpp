@@ -81,13 +81,27 @@ ExtensionMessageList newestFirst(ExtensionMessageList messages) {
         }
         return a.msecs > b.msecs;
     });
-    ExtensionMessageList sorted;
-    sorted.reserve(messages.size());
-    // moved, not copied: a copy would touch every record's count twice, in no order the cache likes
-    for (const Keyed& key : keys) {
-        sorted.append(std::move(messages[key.index]));
+    // Put in order where they are, one cycle of the permutation at a time (position i takes the
+    // record at keys[i].index): no second list of a hundred thousand entries, and moved, not
+    // copied, as a copy would touch every record's count twice, in no order the cache likes.
+    constexpr qsizetype Placed = -1;
+    for (qsizetype start = 0; start < messages.size(); ++start) {
+        if (keys[static_cast<size_t>(start)].index == Placed) {
+            continue;
+        }
+        ExtensionMessagePtr first = std::move(messages[start]);
+        qsizetype at = start;
+        for (;;) {
+            const qsizetype from = std::exchange(keys[static_cast<size_t>(at)].index, Placed);
+            if (from == start) {
+                messages[at] = std::move(first);
+                break;
+            }
+            messages[at] = std::move(messages[from]);
+            at = from;
+        }
     }
-    return sorted;
+    return messages;
 }
 
 } // namespace
@@ -126,9 +140,10 @@ bool SnapshotLoader::takeEnvelope(const PlistDocument& parsed, ExtensionMessageL
         void* at = nullptr;
         ~Cursor() { PlistNode::endElements(at); }
     } cursor;
+    ExtensionMessage::RepeatedTexts repeated;
     for (PlistNode element = data.nextElement(cursor.at); !element.isNull();
          element = data.nextElement(cursor.at)) {
-        collected.append(ExtensionMessage::initWithNode(element));
+        collected.append(ExtensionMessage::initWithNode(element, repeated));
     }
     return true;
 }

@@ -8,9 +8,12 @@
 #include <QBuffer>
 #include <QColor>
 #include <QUrl>
+#include <atomic>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
+#include <thread>
+#include <vector>
 
 using namespace corvina;
 using corvina::test::LogCapture;
@@ -463,4 +466,75 @@ TEST(ExtensionMessage, ABrokenAvatarStaysSilent) {
         ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", QString::fromLatin1(bytes.toBase64())}});
     EXPECT_TRUE(m->image().isNull());
     EXPECT_TRUE(capture.lines().isEmpty());
+}
+
+// Base64 noise beyond Latin-1 is skipped as any other noise is, and the bound counts the text's
+// characters as it is given (a character outside the basic plane counts twice).
+TEST(ExtensionMessage, AvatarNoiseBeyondLatin1IsSkippedAndCounted) {
+    const QString plain = QString::fromLatin1(avatarBase64());
+    QString noisy;
+    for (int i = 0; i < plain.size(); i += 7) {
+        noisy += plain.mid(i, 7) + QString::fromUtf8("\xc3\xa9\xe2\x86\x92\xf0\x9f\x98\x80");
+    }
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", noisy}});
+    EXPECT_TRUE(m->hasAvatar());
+    ASSERT_FALSE(m->image().isNull());
+    EXPECT_EQ(m->image().size(), QSize(1, 1));
+
+    QString text = plain;
+    text += QString(ExtensionMessage::MaximumAvatarTextBytes - 1 - text.size(), QLatin1Char('\n'));
+    text += QString::fromUtf8("\xf0\x9f\x98\x80"); // two characters: one over the bound
+    LogCapture capture;
+    EXPECT_TRUE(ExtensionMessage::initWithDictonary(QVariantMap{{"avatar", text}})->image().isNull());
+    EXPECT_EQ(capture.lines(),
+              QStringList{"ExtensionMessage avatar text of 1048577 characters is longer than 1048576"});
+}
+
+// A record read from a snapshot has its composing fields null; setting one leaves the others null.
+TEST(ExtensionMessage, ComposingFieldsStayNullUntilSetOneByOne) {
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"subject", "s"}});
+    const auto allNull = [&m] {
+        return m->plainBody().isNull() && m->htmlBody().isNull() && !m->to() && !m->cc() && !m->bcc() &&
+               m->toString().isNull() && m->ccString().isNull() && m->bccString().isNull() &&
+               !m->attachments();
+    };
+    EXPECT_TRUE(allNull());
+    m->setCcString(QStringLiteral("c@example.org;"));
+    EXPECT_EQ(m->ccString(), QStringLiteral("c@example.org;"));
+    EXPECT_TRUE(m->plainBody().isNull());
+    EXPECT_FALSE(m->to());
+    m->setCcString(QString());
+    EXPECT_TRUE(allNull());
+    EXPECT_FALSE(m->hasAvatar());
+    EXPECT_TRUE(m->image().isNull());
+}
+
+// Threads appending to a record that has never composed (the first append makes the composing
+// part, maybe in several threads at once) keep every piece.
+TEST(ExtensionMessage, AppendsFromThreadsOnAFreshRecordAreSynchronized) {
+    for (int round = 0; round < 20; ++round) {
+        const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"subject", "s"}});
+        constexpr int Threads = 4;
+        constexpr int Appends = 200;
+        std::atomic<int> ready{0};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < Threads; ++t) {
+            threads.emplace_back([&m, &ready, t] {
+                ready.fetch_add(1);
+                while (ready.load() < Threads) {
+                }
+                for (int i = 0; i < Appends; ++i) {
+                    m->appendHtmlBody(QString(QChar(u'a' + t)));
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        const QString body = m->htmlBody();
+        ASSERT_EQ(body.size(), Threads * Appends);
+        for (int t = 0; t < Threads; ++t) {
+            EXPECT_EQ(body.count(QChar(u'a' + t)), Appends);
+        }
+    }
 }

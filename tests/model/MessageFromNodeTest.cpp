@@ -62,11 +62,14 @@ void expectBothWaysAlike(const QByteArray& bytes, const std::string& what) {
     ASSERT_TRUE(array.isArray()) << what;
     ASSERT_EQ(array.arraySize(), elements.size()) << what;
     void* cursor = nullptr;
+    // as the loader reads a file: one set of repeated texts for all its messages
+    ExtensionMessage::RepeatedTexts repeated;
     for (const QVariant& element : elements) {
         const PlistNode node = array.nextElement(cursor);
         ASSERT_FALSE(node.isNull()) << what;
         Built fromNode;
         Built fromVariant;
+        Built sharing;
         {
             LogCapture capture;
             fromNode.message = ExtensionMessage::initWithNode(node);
@@ -75,11 +78,18 @@ void expectBothWaysAlike(const QByteArray& bytes, const std::string& what) {
         }
         {
             LogCapture capture;
+            sharing.message = ExtensionMessage::initWithNode(node, repeated);
+            (void)sharing.message->image();
+            sharing.lines = capture.lines();
+        }
+        {
+            LogCapture capture;
             fromVariant.message = ExtensionMessage::initWithDictonary(element);
             (void)fromVariant.message->image();
             fromVariant.lines = capture.lines();
         }
         expectSameRecord(fromNode, fromVariant, what);
+        expectSameRecord(sharing, fromVariant, what + " (sharing repeated texts)");
     }
     PlistNode::endElements(cursor);
 }
@@ -135,4 +145,73 @@ TEST(MessageFromNode, WrongTypesAndOddShapes) {
         "<key>messageId</key><string>m</string><key>from</key><string>f</string></dict>"
         "<dict/>";
     expectBothWaysAlike(xmlList(elements), "odd shapes");
+}
+
+namespace {
+
+QByteArray messageElement(const QByteArray& account, const QByteArray& folder) {
+    return "<dict><key>subject</key><string>s</string><key>account</key><string>" + account +
+           "</string><key>folder</key><string>" + folder + "</string></dict>";
+}
+
+} // namespace
+
+// A file's messages share their account's and folders' texts (one text instead of one a message),
+// and the records are the ones made without sharing: also when more folders come by than are kept,
+// for bytes that differ only past a common start, and for texts beyond ASCII.
+TEST(MessageFromNode, RepeatedAccountAndFolderTextsAreShared) {
+    using Entry = std::pair<QByteArray, QByteArray>;
+    QList<Entry> plan = {{"a@example.org", "INBOX"},
+                         {"a@example.org", "INBOX"},
+                         {"a@example.org", "Archive"},
+                         {"a@example.org", "INBOX"}};
+    for (int i = 0; i < ExtensionMessage::RepeatedTexts::Kept + 2; ++i) {
+        plan.append(Entry("a@example.org", "Folder " + QByteArray::number(i)));
+    }
+    const qsizetype inboxAgain = plan.size();
+    plan.append(Entry("a@example.org", "INBOX"));
+    plan.append(Entry("b@example.org", "Folder 1x"));
+    plan.append(Entry("b@example.org", "caf\xc3\xa9"));
+    plan.append(Entry("b@example.org", "caf\xc3\xa9"));
+    QByteArray elements;
+    for (const auto& [account, folder] : plan) {
+        elements += messageElement(account, folder);
+    }
+    const QByteArray xml = xmlList(elements);
+    expectBothWaysAlike(xml, "repeated texts");
+
+    const PlistDocument document = PropertyList::parse(xml);
+    ASSERT_TRUE(document.ok());
+    ExtensionMessage::RepeatedTexts repeated;
+    QList<ExtensionMessagePtr> records;
+    void* cursor = nullptr;
+    for (PlistNode node = document.root().nextElement(cursor); !node.isNull();
+         node = document.root().nextElement(cursor)) {
+        records.append(ExtensionMessage::initWithNode(node, repeated));
+    }
+    PlistNode::endElements(cursor);
+    ASSERT_EQ(records.size(), plan.size());
+    const auto account = [&records](qsizetype i) { return records[i]->account().constData(); };
+    const auto folder = [&records](qsizetype i) { return records[i]->folderPath().constData(); };
+    // one text for one account, its own for another
+    EXPECT_EQ(account(0), account(inboxAgain));
+    EXPECT_NE(account(inboxAgain), account(inboxAgain + 1));
+    EXPECT_EQ(account(inboxAgain + 1), account(inboxAgain + 3));
+    // a folder seen shortly before is shared, also across another one
+    EXPECT_EQ(folder(0), folder(1));
+    EXPECT_EQ(folder(0), folder(3));
+    EXPECT_NE(folder(0), folder(2));
+    // ten other folders later it is no longer kept (eight are): made again, the same text
+    EXPECT_NE(folder(0), folder(inboxAgain));
+    EXPECT_EQ(records[0]->folderPath(), records[inboxAgain]->folderPath());
+    // "Folder 1x" is not "Folder 1"; the text beyond ASCII is shared and reads as it should
+    EXPECT_EQ(records[inboxAgain + 1]->folderPath(), QStringLiteral("Folder 1x"));
+    EXPECT_EQ(records[inboxAgain + 2]->folderPath(), QString::fromUtf8("caf\xc3\xa9"));
+    EXPECT_EQ(folder(inboxAgain + 2), folder(inboxAgain + 3));
+    // without sharing, every record has texts of its own
+    cursor = nullptr;
+    const ExtensionMessagePtr alone = ExtensionMessage::initWithNode(document.root().nextElement(cursor));
+    PlistNode::endElements(cursor);
+    EXPECT_NE(alone->account().constData(), account(0));
+    EXPECT_EQ(alone->account(), records[0]->account());
 }

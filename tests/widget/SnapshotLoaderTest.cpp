@@ -11,6 +11,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <algorithm>
 #include <fcntl.h>
 #include <future>
 #include <gtest/gtest.h>
@@ -406,4 +407,34 @@ TEST(SnapshotLoader, UpdateResultsAreTheHostsNumbers) {
     EXPECT_EQ(int(UpdateResult::NewData), 0);
     EXPECT_EQ(int(UpdateResult::NoData), 1);
     EXPECT_EQ(int(UpdateResult::Failed), 2);
+}
+
+// Newest first over many messages in cycles of every length: equal dates keep the order of the
+// file, and a message whose date could not be read comes last.
+TEST(SnapshotLoader, ManyMessagesComeNewestFirstEqualDatesInFileOrder) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    QVariantList messages;
+    QList<std::pair<qint64, QString>> expected;
+    quint32 seed = 12345;
+    for (int i = 0; i < 300; ++i) {
+        seed = seed * 1103515245u + 12345u;
+        const qint64 date = (seed >> 16) % 120; // many equal dates
+        const QString id = QStringLiteral("m%1").arg(i);
+        messages.append(TempContainer::message(id, ada, date));
+        expected.append({date, id});
+    }
+    QVariantMap undated = TempContainer::message(QStringLiteral("undated"), ada, 0);
+    undated.insert(QStringLiteral("date"), 1e300); // out of range: the record keeps no date
+    messages.insert(17, undated);
+    container.writeSnapshot(ada, "s", messages, PropertyList::Format::Binary);
+    std::stable_sort(expected.begin(), expected.end(),
+                     [](const auto& a, const auto& b) { return a.first > b.first; });
+    QStringList order;
+    for (const auto& entry : expected) {
+        order.append(entry.second);
+    }
+    order.append(QStringLiteral("undated"));
+    LogCapture capture;
+    EXPECT_EQ(ids(SnapshotLoader().updateData()), order);
 }

@@ -12,6 +12,7 @@ tools/container_writer.py under BUILD/bench/bench-data, as bench_loader writes t
 medians of paired runs (the two programs alternate), so a busy machine slows both alike.
 
     list_bench.py BUILD_DIR [--rounds N] [--program PATH]
+    list_bench.py BUILD_DIR --check-peer   (only: is the peer's output the program's? a test runs it)
 """
 import argparse
 import os
@@ -78,6 +79,8 @@ def main():
     parser.add_argument("build")
     parser.add_argument("--rounds", type=int, default=0, help="paired runs per size (default: by size)")
     parser.add_argument("--program", help="another corvina-today to measure (an older build, say)")
+    parser.add_argument("--check-peer", action="store_true",
+                        help="only check, on a small container of its own, that the peer prints what the program does")
     args = parser.parse_args()
     build = os.path.abspath(args.build)
     program = args.program or os.path.join(build, "src", "app", "corvina-today")
@@ -87,6 +90,23 @@ def main():
     # the peer prints dates as the program does in the C locale
     env = dict(os.environ, LC_ALL="C.UTF-8", QT_QPA_PLATFORM="offscreen")
     sizes = [1000, 10000, 100000] + ([1000000] if os.environ.get("BENCH_HUGE") == "1" else [])
+
+    if args.check_peer:
+        with tempfile.TemporaryDirectory() as root:
+            # dates count back from now, a few minutes apart, so today's rows (times) are among them
+            subprocess.run([sys.executable, os.path.join(SOURCE, "tools", "container_writer.py"), "generate",
+                            "--container", root, "--messages", "400", "--accounts", "2", "--avatars", "0.1",
+                            "--mixed-formats"], check=True)
+            as_json = [program, "--list", "--json", "--all", "--container", root]
+            ours = subprocess.run(as_json, env=env, capture_output=True, check=True).stdout
+            theirs = subprocess.run(peer + [root], env=env, capture_output=True, check=True).stdout
+            if ours != theirs:
+                for a, b in zip(ours.decode().splitlines(), theirs.decode().splitlines()):
+                    if a != b:
+                        sys.exit("the Python peer's JSON differs from corvina-today's:\n  %s\n  %s" % (a, b))
+                sys.exit("the Python peer's JSON differs from corvina-today's in length")
+            print("the Python peer prints what corvina-today prints (%d bytes)" % len(ours))
+        return
 
     rows = []
     for messages in sizes:

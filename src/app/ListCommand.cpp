@@ -12,7 +12,9 @@
 #include <QJsonDocument>
 #include <QLocale>
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <iterator>
 
 namespace corvina {
 
@@ -49,6 +51,23 @@ namespace {
 
 // `text` as a JSON string, as QJsonDocument writes it: UTF-8, with '"', '\\' and control
 // characters escaped; a text with a lone surrogate half goes through QJsonDocument itself.
+// Appends a text known to be ASCII, one byte a character, without a converted copy of it.
+void appendAscii(QByteArray& out, const QString& text) {
+    const qsizetype at = out.size();
+    out.resize(at + text.size());
+    char* to = out.data() + at;
+    for (const QChar c : text) {
+        *to++ = static_cast<char>(c.unicode());
+    }
+}
+
+// A whole number in decimal, as QByteArray::number writes it, without a text made for it.
+void appendInteger(QByteArray& out, qint64 value) {
+    char digits[24];
+    const std::to_chars_result end = std::to_chars(std::begin(digits), std::end(digits), value);
+    out.append(digits, end.ptr - digits);
+}
+
 void appendJsonString(QByteArray& out, const QString& text) {
     bool plain = true;
     bool ascii = true;
@@ -63,12 +82,7 @@ void appendJsonString(QByteArray& out, const QString& text) {
     if (plain) {
         out += '"';
         if (ascii) {
-            const qsizetype at = out.size();
-            out.resize(at + text.size());
-            char* to = out.data() + at;
-            for (const QChar c : text) {
-                *to++ = static_cast<char>(c.unicode());
-            }
+            appendAscii(out, text);
         } else {
             out += text.toUtf8();
         }
@@ -85,7 +99,7 @@ void appendJsonDouble(QByteArray& out, double value) {
     if (!std::isfinite(value)) {
         out += "null";
     } else if (value == std::floor(value) && std::fabs(value) <= 9007199254740992.0) {
-        out += QByteArray::number(static_cast<qint64>(value));
+        appendInteger(out, static_cast<qint64>(value));
     } else {
         out += QByteArray::number(value, 'g', QLocale::FloatingPointShortest);
     }
@@ -106,7 +120,7 @@ void appendJsonNumber(QByteArray& out, const QVariant& boxed) {
     } else if (value.typeId() == QMetaType::Double) {
         appendJsonDouble(out, value.toDouble());
     } else {
-        out += QByteArray::number(value.toLongLong());
+        appendInteger(out, value.toLongLong());
     }
 }
 
@@ -130,7 +144,7 @@ constexpr JsonLayout Compact{"[", "{", "\"", ",\"", "\":", "}", ",", "]", "]"};
 // Starts one member of a row: the separator and indent, the key and its colon.
 void appendJsonKey(QByteArray& out, const JsonLayout& layout, const QString& key, bool first = false) {
     out += first ? layout.firstKey : layout.nextKey;
-    out += key.toLatin1();
+    appendAscii(out, key); // the keys are ASCII
     out += layout.colon;
 }
 
@@ -187,7 +201,7 @@ void writeJson(const ExtensionMessageList& messages, const JsonLayout& layout, E
         appendJsonRow(chunk, layout, *message);
         if (chunk.size() >= ChunkBytes) {
             hand(chunk);
-            chunk.clear();
+            chunk.resize(0); // keeps its room for the next piece, where clear() would free it
         }
     }
     chunk += first ? layout.closeEmpty : layout.close;
@@ -207,7 +221,7 @@ template <typename Emit> void writePlain(const ExtensionMessageList& messages, E
         chunk += QLatin1Char('\n');
         if (chunk.size() >= ChunkBytes) {
             hand(chunk);
-            chunk.clear();
+            chunk.resize(0); // keeps its room for the next piece, where clear() would free it
         }
     }
     hand(chunk);

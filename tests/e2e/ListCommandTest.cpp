@@ -47,10 +47,10 @@ QJsonObject message(const QString& id, const QString& account, qint64 date, int 
     QJsonObject m{{"messageId", id},      {"account", account}, {"subject", "Subject " + id},
                   {"from", "From " + id}, {"folder", "INBOX"},  {"folderStid", stid},
                   {"isUnread", 1},        {"date", date}};
-    if (extra.isObject()) {
-        for (auto it = extra.toObject().begin(); it != extra.toObject().end(); ++it) {
-            m.insert(it.key(), it.value());
-        }
+    // one copy of the object: iterators of two temporaries would never meet
+    const QJsonObject more = extra.toObject();
+    for (auto it = more.begin(); it != more.end(); ++it) {
+        m.insert(it.key(), it.value());
     }
     return m;
 }
@@ -251,4 +251,37 @@ TEST(ListCommand, TheDemoMailboxListsItsEnabledAccounts) {
     }
     EXPECT_GT(withAvatar, 3);
     EXPECT_TRUE(kinds.contains(1) && kinds.contains(11) && kinds.contains(12));
+}
+
+// The JSON is written row by row, yet its bytes are those Qt's JSON writer makes of the same
+// document: negative and fractional numbers, dates before 1970, texts with quotes, backslashes,
+// control characters and characters beyond ASCII (compact, for a status bar, as well).
+TEST(ListCommand, JsonIsByteForByteWhatQtsWriterMakesOfIt) {
+    QTemporaryDir root;
+    const QString ada = "ada@example.org";
+    QJsonArray messages;
+    messages.append(message("neg", ada, -100000, -7));
+    messages.append(message("frac", ada, 1600000000, 0, QJsonObject{{"isUnread", 2.5}, {"folderStid", 2.5}}));
+    messages.append(message("big", ada, 1500000000, 0, QJsonObject{{"folderStid", 4611686018427387904.0}}));
+    messages.append(
+        message("odd", ada, 1400000000, 3,
+                QJsonObject{{"subject", QString::fromUtf8("\"quoted\" \\ tab\t bell\x07 caf\xc3\xa9 "
+                                                          "\xf0\x9f\x98\x80")},
+                            {"from", ""}}));
+    const QJsonObject spec{
+        {"accounts", QJsonArray{QJsonObject{{"mail", ada}, {"enabled", 1}}}},
+        {"snapshots", QJsonArray{QJsonObject{
+                          {"account", ada}, {"file", "s"}, {"format", "binary"}, {"messages", messages}}}}};
+    writeContainer(root.path(), spec);
+    const Outcome indented = run({"--list", "--json", "--all", "--container", root.path()});
+    ASSERT_EQ(indented.exitCode, 0) << indented.err.toStdString();
+    const QJsonDocument document = QJsonDocument::fromJson(indented.out);
+    ASSERT_EQ(document.array().size(), 4) << indented.out.toStdString();
+    EXPECT_EQ(indented.out.toStdString(), document.toJson(QJsonDocument::Indented).toStdString());
+    EXPECT_TRUE(indented.out.contains("\"folderStandardId\": -7")) << indented.out.toStdString();
+
+    const Outcome compact = run({"--list", "--format", "json", "--container", root.path()});
+    ASSERT_EQ(compact.exitCode, 0) << compact.err.toStdString();
+    EXPECT_EQ(compact.out.toStdString(),
+              (QJsonDocument::fromJson(compact.out).toJson(QJsonDocument::Compact) + "\n").toStdString());
 }

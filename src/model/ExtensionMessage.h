@@ -123,15 +123,18 @@ public:
     // link that arrive at the same moment from different threads are both kept.
     void appendHtmlBody(const QString& html);
 
-    CORVINA_ATOMIC_PROPERTY(QString, subject, setSubject)
-    CORVINA_ATOMIC_PROPERTY(QString, account, setAccount)
-    CORVINA_ATOMIC_PROPERTY(QString, from, setFrom)
-    CORVINA_ATOMIC_PROPERTY(QString, messageId, setMessageId)
-    CORVINA_ATOMIC_PROPERTY(QString, folderPath, setFolderPath)
-    CORVINA_ATOMIC_PROPERTY(QString, dateString, setDateString)
-    CORVINA_ATOMIC_PROPERTY(QDateTime, date, setDate)
-    CORVINA_ATOMIC_PROPERTY(QVariant, unread, setUnread)
-    CORVINA_ATOMIC_PROPERTY(QVariant, folderStandardId, setFolderStandardId)
+private:
+    // One lock for the fields a snapshot fills (a hundred thousand records are held at once).
+    mutable QMutex m_fieldsLock;
+    CORVINA_ATOMIC_PROPERTY_UNDER(m_fieldsLock, QString, subject, setSubject)
+    CORVINA_ATOMIC_PROPERTY_UNDER(m_fieldsLock, QString, account, setAccount)
+    CORVINA_ATOMIC_PROPERTY_UNDER(m_fieldsLock, QString, from, setFrom)
+    CORVINA_ATOMIC_PROPERTY_UNDER(m_fieldsLock, QString, messageId, setMessageId)
+    CORVINA_ATOMIC_PROPERTY_UNDER(m_fieldsLock, QString, folderPath, setFolderPath)
+    CORVINA_ATOMIC_PROPERTY_UNDER(m_fieldsLock, QString, dateString, setDateString)
+    CORVINA_ATOMIC_PROPERTY_UNDER(m_fieldsLock, QDateTime, date, setDate)
+    CORVINA_ATOMIC_PROPERTY_UNDER(m_fieldsLock, QVariant, unread, setUnread)
+    CORVINA_ATOMIC_PROPERTY_UNDER(m_fieldsLock, QVariant, folderStandardId, setFolderStandardId)
 
 public:
     // The composing fields: each getter and setter is atomic, as the properties above are. Null

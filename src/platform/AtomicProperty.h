@@ -2,6 +2,7 @@
 
 #include <QMutex>
 #include <QMutexLocker>
+#include <utility>
 
 namespace corvina {
 
@@ -49,3 +50,21 @@ public:                                                                         
                                                                                                              \
 private:                                                                                                     \
     ::corvina::AtomicProperty<Type> m_##getter;
+
+// The same kind of property, guarded by `lock`, a QMutex the class shares among several such
+// properties: each getter and setter is still one step of its own (nothing guards several fields
+// together), and a record of many small fields does not carry a lock for each of them.
+#define CORVINA_ATOMIC_PROPERTY_UNDER(lock, Type, getter, setter)                                            \
+public:                                                                                                      \
+    Type getter() const {                                                                                    \
+        QMutexLocker locker(&(lock));                                                                        \
+        return m_##getter;                                                                                   \
+    }                                                                                                        \
+    void setter(Type value) {                                                                                \
+        QMutexLocker locker(&(lock));                                                                        \
+        std::swap(m_##getter, value);                                                                        \
+        /* the old value is released after the lock, with the parameter */                                   \
+    }                                                                                                        \
+                                                                                                             \
+private:                                                                                                     \
+    Type m_##getter{};

@@ -538,3 +538,30 @@ TEST(ExtensionMessage, AppendsFromThreadsOnAFreshRecordAreSynchronized) {
         }
     }
 }
+
+// The fields a snapshot fills share one lock: setters and getters of the same and of different
+// fields, from several threads at once, each see a whole value (TSan runs this too).
+TEST(ExtensionMessage, FieldsSharingALockFromThreadsAreSynchronized) {
+    const auto m = ExtensionMessage::initWithDictonary(QVariantMap{{"subject", "s"}});
+    const QStringList subjects{QString(300, QLatin1Char('a')), QString(5, QLatin1Char('b'))};
+    std::atomic<bool> torn{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 2000; ++i) {
+                m->setSubject(subjects[(i + t) % 2]);
+                m->setFrom(QString::number(i));
+                m->setUnread(QVariant::fromValue<qint64>(i % 2));
+                const QString subject = m->subject();
+                if (!subjects.contains(subject) || m->from().isEmpty() || !m->unread().isValid()) {
+                    torn = true;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_FALSE(torn.load());
+    EXPECT_TRUE(subjects.contains(m->subject()));
+}

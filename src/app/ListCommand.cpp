@@ -49,8 +49,6 @@ namespace {
 // in memory; scripts may compare outputs byte for byte. Rows are written one at a time, so the
 // output is never held whole.
 
-// `text` as a JSON string, as QJsonDocument writes it: UTF-8, with '"', '\\' and control
-// characters escaped; a text with a lone surrogate half goes through QJsonDocument itself.
 // Appends a text known to be ASCII, one byte a character, without a converted copy of it.
 void appendAscii(QByteArray& out, const QString& text) {
     const qsizetype at = out.size();
@@ -68,6 +66,8 @@ void appendInteger(QByteArray& out, qint64 value) {
     out.append(digits, end.ptr - digits);
 }
 
+// `text` as a JSON string, as QJsonDocument writes it: UTF-8, with '"', '\\' and control
+// characters escaped; a text with a lone surrogate half goes through QJsonDocument itself.
 void appendJsonString(QByteArray& out, const QString& text) {
     bool plain = true;
     bool ascii = true;

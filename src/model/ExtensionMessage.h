@@ -53,9 +53,8 @@ public:
 
     // The "account" and "folder" texts of the last messages read, for the next ones to share when
     // their bytes are the same (a snapshot file holds one account's messages, from a few folders):
-    // one text for many messages instead of one each.
-    // A few texts per key, replaced in turn, so the look-up stays short whatever the file holds.
-    // One per reader, used by one thread.
+    // one text for many messages instead of one each. A few texts per key, replaced in turn, so
+    // the look-up stays short whatever the file holds. One per reader, used by one thread.
     class RepeatedTexts {
     public:
         static constexpr int Kept = 8;
@@ -181,8 +180,9 @@ public:
 
 private:
     // The composing fields and the avatar live apart, each made by the first setter: a record read
-    // from a snapshot never composes and mostly has no avatar, and without them it is about half
-    // the size (a listing or a reload holds a hundred thousand records at once).
+    // from a snapshot never composes and mostly has no avatar, and without them (and with one lock
+    // for its fields) it is 248 bytes instead of 616 (a listing or a reload holds a hundred
+    // thousand records at once).
     struct Composing;
     LazyPart<Composing> m_composing;
 

@@ -81,27 +81,13 @@ ExtensionMessageList newestFirst(ExtensionMessageList messages) {
         }
         return a.msecs > b.msecs;
     });
-    // Put in order where they are, one cycle of the permutation at a time (position i takes the
-    // record at keys[i].index): no second list of a hundred thousand entries, and moved, not
-    // copied, as a copy would touch every record's count twice, in no order the cache likes.
-    constexpr qsizetype Placed = -1;
-    for (qsizetype start = 0; start < messages.size(); ++start) {
-        if (keys[static_cast<size_t>(start)].index == Placed) {
-            continue;
-        }
-        ExtensionMessagePtr first = std::move(messages[start]);
-        qsizetype at = start;
-        for (;;) {
-            const qsizetype from = std::exchange(keys[static_cast<size_t>(at)].index, Placed);
-            if (from == start) {
-                messages[at] = std::move(first);
-                break;
-            }
-            messages[at] = std::move(messages[from]);
-            at = from;
-        }
+    ExtensionMessageList sorted;
+    sorted.reserve(messages.size());
+    // moved, not copied: a copy would touch every record's count twice, in no order the cache likes
+    for (const Keyed& key : keys) {
+        sorted.append(std::move(messages[key.index]));
     }
-    return messages;
+    return sorted;
 }
 
 } // namespace

@@ -62,13 +62,36 @@ void NewMailTracker::update(const ExtensionMessageList& messages) {
     const QString before = m_signature;
     ++m_changes;
     m_messages = messages;
-    const QList<Key> keys = keysOf(messages);
+    QList<Key> keys = keysOf(messages);
+    QList<Key> gone;
+    ExtensionMessageList arrivals;
+    // A read that found the same messages in the same order as the last one (the periodic update,
+    // most of the time) holds what that one held: nothing left or came, what was seen is already
+    // within it, and a look going on has already taken it. The per-id set work is skipped then; a
+    // record can still say something new besides its key (an Inbox message moved to another list
+    // keeps its key), which the signature below is made again for.
+    if (keys != m_keys)
+        compare(messages, keys, gone, arrivals);
+    m_keys = std::move(keys);
+
+    const quint64 changes = refreshSignature(messages, m_keys);
+    if (!gone.isEmpty())
+        emit left(gone);
+    if (!arrivals.isEmpty())
+        emit arrived(arrivals);
+    if (changes != m_changes)
+        refreshSignature(m_messages, keysOf(m_messages));
+    if (m_signature != before)
+        emit changed();
+}
+
+void NewMailTracker::compare(const ExtensionMessageList& messages, const QList<Key>& keys, QList<Key>& gone,
+                             ExtensionMessageList& arrivals) {
     QHash<QString, Ids> held;
     for (const Key& key : keys)
         if (isKey(key))
             held[key.first].insert(key.second);
 
-    QList<Key> gone;
     for (auto it = m_held.cbegin(); it != m_held.cend(); ++it) {
         // The account's set looked up once, not once per id.
         const Ids now = held.value(it.key());
@@ -113,7 +136,6 @@ void NewMailTracker::update(const ExtensionMessageList& messages) {
             store(account);
     }
 
-    ExtensionMessageList arrivals;
     QSet<Key> announced;
     // Only what came can arrive: with nothing come, no record needs a look.
     for (qsizetype i = 0; !came.isEmpty() && i < messages.size(); ++i) {
@@ -128,16 +150,6 @@ void NewMailTracker::update(const ExtensionMessageList& messages) {
     // What comes in while the user looks is seen as it comes, and keeps its marker for this look.
     if (m_looking)
         takeLook(keys);
-
-    const quint64 changes = refreshSignature(messages, keys);
-    if (!gone.isEmpty())
-        emit left(gone);
-    if (!arrivals.isEmpty())
-        emit arrived(arrivals);
-    if (changes != m_changes)
-        refreshSignature(m_messages, keysOf(m_messages));
-    if (m_signature != before)
-        emit changed();
 }
 
 void NewMailTracker::beginLook() {

@@ -74,6 +74,10 @@ private:
     // A message's account and id; null for a record that lacks either.
     using Key = QPair<QString, QString>;
     void store(const QString& account) const;
+    // What `messages` (with their `keys`) hold against the last read: what left, what arrived, and
+    // the sets of held, seen and present ids brought up to date.
+    void compare(const ExtensionMessageList& messages, const QList<Key>& keys, QList<Key>& gone,
+                 ExtensionMessageList& arrivals);
     bool isNew(const Key& key) const;
     // Everything held now is seen, and what was new keeps its marker for this look. `keys`: those
     // of m_messages, in its order.
@@ -84,6 +88,7 @@ private:
     quint64 refreshSignature(const ExtensionMessageList& messages, const QList<Key>& keys);
 
     ExtensionMessageList m_messages;
+    QList<Key> m_keys;                    // those of m_messages, in its order
     QHash<QString, Ids> m_held;           // per account, what the last update held
     QHash<QString, Ids> m_seen;           // per account, seen at the last look (stored)
     QHash<QString, Ids> m_presentThisRun; // per account, every id held since this program started

@@ -91,6 +91,38 @@ TEST_F(NewMailTrackerTest, OnlyTheInboxCountsAndIsAnnouncedButEveryListIsMarked)
     EXPECT_FALSE(tracker.isNew(message("m0", kAnn, 12)));
 }
 
+TEST_F(NewMailTrackerTest, TheSameMessagesReadAgainStillTellAMoveOutOfTheInbox) {
+    NewMailTracker tracker;
+    tracker.update(messages({"m0"}));
+    tracker.update(messages({"n1", "m0"}));
+    ASSERT_EQ(tracker.newInboxCount(), 1);
+    QSignalSpy changed(&tracker, &NewMailTracker::changed);
+    QSignalSpy arrived(&tracker, &NewMailTracker::arrived);
+    QSignalSpy left(&tracker, &NewMailTracker::left);
+    // The same accounts and ids in the same order, but n1 now in another list: not in the count
+    // any more, still marked, nothing arrived or left.
+    tracker.update(messages({"n1"}, kAnn, 11) + messages({"m0"}));
+    EXPECT_EQ(tracker.newInboxCount(), 0);
+    EXPECT_TRUE(tracker.isMarked(message("n1", kAnn, 11)));
+    EXPECT_EQ(changed.size(), 1);
+    EXPECT_EQ(arrived.size(), 0);
+    EXPECT_EQ(left.size(), 0);
+    // And back into the Inbox: counted again, not announced again.
+    tracker.update(messages({"n1", "m0"}));
+    EXPECT_EQ(tracker.newInboxCount(), 1);
+    EXPECT_EQ(changed.size(), 2);
+    EXPECT_EQ(arrived.size(), 0);
+    // Read again unchanged while the window is looked at: the look has taken it, the marker stays.
+    tracker.beginLook();
+    tracker.update(messages({"n1", "m0"}));
+    EXPECT_EQ(tracker.newInboxCount(), 0);
+    EXPECT_TRUE(tracker.isMarked(message("n1")));
+    tracker.endLook();
+    tracker.update(messages({"n1", "m0"}));
+    EXPECT_FALSE(tracker.isMarked(message("n1")));
+    EXPECT_EQ(tracker.newInboxCount(), 0);
+}
+
 TEST_F(NewMailTrackerTest, ALookClearsTheCountAndKeepsTheMarkersForItsLength) {
     NewMailTracker tracker;
     tracker.update(messages({"m0"}));

@@ -88,16 +88,30 @@ void NewMailTracker::update(const ExtensionMessageList& messages) {
 void NewMailTracker::compare(const ExtensionMessageList& messages, const QList<Key>& keys, QList<Key>& gone,
                              ExtensionMessageList& arrivals) {
     QHash<QString, Ids> held;
-    for (const Key& key : keys)
-        if (isKey(key))
-            held[key.first].insert(key.second);
+    for (const Key& key : keys) {
+        if (!isKey(key))
+            continue;
+        auto ids = held.find(key.first);
+        if (ids == held.end()) {
+            // Made at about the size it will have (that of the last read), not grown step by step:
+            // each step of growth would hash every id again.
+            ids = held.insert(key.first, Ids());
+            ids->reserve(m_held.value(key.first).size());
+        }
+        ids->insert(key.second);
+    }
 
+    // The accounts of the last read none of whose messages left.
+    QSet<QString> keptWhole;
     for (auto it = m_held.cbegin(); it != m_held.cend(); ++it) {
         // The account's set looked up once, not once per id.
         const Ids now = held.value(it.key());
+        const qsizetype goneBefore = gone.size();
         for (const QString& id : it.value())
             if (!now.contains(id))
                 gone << Key(it.key(), id);
+        if (gone.size() == goneBefore)
+            keptWhole.insert(it.key());
     }
     m_held = held;
 
@@ -128,7 +142,11 @@ void NewMailTracker::compare(const ExtensionMessageList& messages, const QList<K
         }
         // Forget what left, so the stored lists stay as long as the snapshots. An account that
         // holds nothing in this read keeps its list: a read that found nothing for a moment must
-        // not make everything new afterwards.
+        // not make everything new afterwards. What was seen is always within what the last read
+        // held (this makes it so, and a look sets it to what is held): where nothing of that
+        // left, there is nothing to forget.
+        if (keptWhole.contains(account))
+            continue;
         Ids& seen = m_seen[account];
         const qsizetype size = seen.size();
         seen.intersect(it.value());
@@ -170,14 +188,20 @@ void NewMailTracker::beginLook() {
 }
 
 void NewMailTracker::takeLook(const QList<Key>& keys) {
+    // What was seen is always within what is held (every update makes it so), so an account whose
+    // two sets are as large has nothing new; where no account has, no record needs a look.
+    QStringList behind;
+    for (auto it = m_held.cbegin(); it != m_held.cend(); ++it)
+        if (m_seen.value(it.key()).size() != it.value().size())
+            behind << it.key();
+    if (behind.isEmpty())
+        return;
     for (const Key& key : keys)
         if (isKey(key) && isNew(key))
             m_markedAtLook.insert(key);
-    for (auto it = m_held.cbegin(); it != m_held.cend(); ++it) {
-        if (m_seen.value(it.key()) != it.value()) {
-            m_seen.insert(it.key(), it.value());
-            store(it.key());
-        }
+    for (const QString& account : behind) {
+        m_seen.insert(account, m_held.value(account));
+        store(account);
     }
 }
 

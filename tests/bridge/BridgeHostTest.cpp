@@ -316,6 +316,10 @@ TEST_F(BridgeHostTest, ACommandThatFailsIsShownAsANotificationAndKeptInTheStatus
     const auto shown = notifications.notifications().first();
     EXPECT_EQ(shown.summary, QStringLiteral("Could not archive the message"));
     EXPECT_FALSE(shown.body.isEmpty());
+    // The notification and the status file are two writes: on a busy machine the second may come a
+    // moment after the first is seen.
+    ASSERT_TRUE(waitFor([&] { return status().contains(QStringLiteral("lastCommandFailure")); }))
+        << log().toStdString();
     const QJsonObject failure = status().value(QStringLiteral("lastCommandFailure")).toObject();
     EXPECT_EQ(failure.value(QStringLiteral("command")), QStringLiteral("archive"));
     EXPECT_EQ(failure.value(QStringLiteral("account")), Mail);

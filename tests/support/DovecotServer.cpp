@@ -398,17 +398,24 @@ QString DovecotServer::deliver(const QString& user, const QString& folder, const
                              .arg(m_delivered)
                              .arg(QCoreApplication::applicationPid())
                              .arg(flags);
+    // Written whole in tmp/ and then renamed into cur/, as a mail server delivers: a file made in
+    // cur/ and written after could be seen by the server while still empty (it is told of the new
+    // name at once, and on a busy machine the write can come much later), and what it read of the
+    // empty file would stay in its cache.
+    const QString written = dir + QStringLiteral("/tmp/") + name;
     const QString path = dir + QStringLiteral("/cur/") + name;
-    QFile file(path);
+    QFile file(written);
     if (!file.open(QIODevice::WriteOnly) || file.write(message) != message.size())
         return QString();
     file.close();
     if (received.isValid()) {
         utimbuf times{};
         times.actime = times.modtime = static_cast<time_t>(received.toSecsSinceEpoch());
-        ::utime(QFile::encodeName(path).constData(), &times);
+        ::utime(QFile::encodeName(written).constData(), &times);
     }
-    giveToMailOwner(path);
+    giveToMailOwner(written);
+    if (::rename(QFile::encodeName(written).constData(), QFile::encodeName(path).constData()) != 0)
+        return QString();
     return path;
 }
 

@@ -72,18 +72,24 @@ def lists_of(accessible, depth=0):
 
 
 def wait_for_tree(app_name, rows, deadline):
+    """The application's tree once it shows a list of `rows` items. At the deadline, the tree as
+    it is then (when there is one) and the reason."""
     last_error = "no application named %r" % app_name
+    app = None
     while time.monotonic() < deadline:
         try:
             app = find_application(app_name)
             if app is not None:
                 if any(lst.childCount == rows for lst in lists_of(app)):
-                    return node(app)
+                    return node(app), None
                 last_error = "no list of %d items yet" % rows
         except Exception as error:  # the tree changes under the walk while the program starts
             last_error = str(error)
         time.sleep(0.05)
-    raise TimeoutError(last_error)
+    try:
+        return (node(app) if app is not None else None), last_error
+    except Exception:
+        return None, last_error
 
 
 class FocusWatch:
@@ -174,7 +180,11 @@ def main():
     args = parser.parse_args()
     deadline = time.monotonic() + args.timeout
     try:
-        print(json.dumps({"tree": wait_for_tree(args.app, args.rows, deadline)}), flush=True)
+        tree, error = wait_for_tree(args.app, args.rows, deadline)
+        if tree is not None:
+            print(json.dumps({"tree": tree}), flush=True)
+        if error:
+            raise TimeoutError(error)
         if args.window:
             keys = [k for k in args.keys.split(",") if k]
             results = work_keys(args.window, keys, max(1.0, deadline - time.monotonic()))

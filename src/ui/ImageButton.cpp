@@ -1,13 +1,22 @@
 #include "ImageButton.h"
 
+#include "ImageButtonAccessible.h"
 #include "Images.h"
 #include "SystemColors.h"
 
+#include <QAccessible>
 #include <QPainter>
 
 namespace corvina {
 
 ImageButton::ImageButton(QWidget* parent) : QAbstractButton(parent) {
+    // In a table row the button belongs to the row's list item for a screen reader; its interface
+    // says so. Once per program.
+    static const bool factoryInstalled = [] {
+        QAccessible::installFactory(&ImageButtonAccessible::create);
+        return true;
+    }();
+    Q_UNUSED(factoryInstalled);
     setFocusPolicy(Qt::NoFocus);
     setCursor(Qt::PointingHandCursor);
     connect(this, &QAbstractButton::clicked, this, [this] {

@@ -1,5 +1,8 @@
 #include "TableView.h"
 
+#include "TableRowAccessible.h"
+#include "TableViewAccessible.h"
+
 #include <QAccessible>
 #include <QKeyEvent>
 #include <QLabel>
@@ -18,6 +21,14 @@ constexpr int kAnimationMs = 250; // the desktop's usual length for a short tran
 } // namespace
 
 TableView::TableView(const QRect& frame, QWidget* parent) : QWidget(parent) {
+    // A screen reader hears the table as a list of its rows, each a list item with its buttons:
+    // without these factories it would get a filler of anonymous fillers. Once per program.
+    static const bool factoriesInstalled = [] {
+        QAccessible::installFactory(&TableViewAccessible::create);
+        QAccessible::installFactory(&TableRowAccessible::create);
+        return true;
+    }();
+    Q_UNUSED(factoriesInstalled);
     setGeometry(frame);
     // Focus from a click as well as from Tab: the keys move through the rows from the row clicked.
     setFocusPolicy(Qt::StrongFocus);
@@ -85,12 +96,9 @@ void TableView::reloadData() {
             rowView = std::make_unique<TableRowView>();
         rowView->setParent(this);
         QWidget* cell = m_delegate ? m_delegate->viewForTableColumn(this, column, i) : nullptr;
-        if (cell) {
+        // The row reads as its cell to a screen reader (TableRowAccessible asks the cell each time).
+        if (cell)
             cell->setParent(rowView.get());
-            // The row reads as its cell to a screen reader: the row is what the keys move to.
-            rowView->setAccessibleName(cell->accessibleName());
-            rowView->setAccessibleDescription(cell->accessibleDescription());
-        }
         m_rows.push_back(Row{std::move(rowView), cell});
     }
     if (m_selectedRow >= count)
@@ -103,6 +111,7 @@ void TableView::reloadData() {
     placeRows(false);
     for (const Row& row : m_rows)
         row.rowView->show();
+    tellChildrenChanged();
 }
 
 QRect TableView::rectOfRow(qint64 row) const {
@@ -159,11 +168,16 @@ void TableView::setCurrentRow(qint64 row) {
         return;
     m_currentRow = row;
     updateFocusRing();
-    if (row >= 0 && hasFocus()) {
-        // A screen reader follows the focus: the current row is where it is, for the keys.
-        QAccessibleEvent event(m_rows[size_t(row)].rowView.get(), QAccessible::Focus);
-        QAccessible::updateAccessibility(&event);
-    }
+    if (hasFocus())
+        tellFocusedRow();
+}
+
+void TableView::tellFocusedRow() {
+    // A screen reader follows the focus: the current row is where it is, for the keys.
+    if (m_currentRow < 0 || !hasFocus())
+        return;
+    QAccessibleEvent event(m_rows[size_t(m_currentRow)].rowView.get(), QAccessible::Focus);
+    QAccessible::updateAccessibility(&event);
 }
 
 void TableView::updateFocusRing() {
@@ -225,6 +239,15 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
     // Rows below move up with the same kind of animation, or at once when none was asked for.
     placeRows(options != AnimationEffectNone);
     clipLeavingRows();
+    tellChildrenChanged();
+}
+
+void TableView::tellChildrenChanged() {
+    // A screen reader that keeps the list's items learns that they are other ones now.
+    if (!QAccessible::isActive())
+        return;
+    QAccessibleEvent event(this, QAccessible::ObjectReorder);
+    QAccessible::updateAccessibility(&event);
 }
 
 void TableView::clipLeavingRows() {
@@ -249,6 +272,14 @@ void TableView::clipLeavingRows() {
 
 TableRowView* TableView::rowViewAtRow(qint64 row) const {
     return row >= 0 && row < numberOfRows() ? m_rows[size_t(row)].rowView.get() : nullptr;
+}
+
+qint64 TableView::rowOfView(const TableRowView* rowView) const {
+    for (qint64 i = 0; i < numberOfRows(); ++i) {
+        if (m_rows[size_t(i)].rowView.get() == rowView)
+            return i;
+    }
+    return -1;
 }
 
 QWidget* TableView::viewAtColumn(qint64 column, qint64 row) const {
@@ -334,6 +365,9 @@ void TableView::focusInEvent(QFocusEvent* event) {
         m_keyboardFocus = true;
         if (m_currentRow < 0)
             setCurrentRow(m_selectedRow >= 0 ? m_selectedRow : 0);
+        // Deliberately later: the focus event Qt sends for the table itself comes after this
+        // handler, and a screen reader would read the list instead of the row the keys act on.
+        QMetaObject::invokeMethod(this, &TableView::tellFocusedRow, Qt::QueuedConnection);
     }
     updateFocusRing();
 }

@@ -98,6 +98,8 @@ public:
     void removeRowsAtIndexes(const QList<qint64>& indexes, quint32 options);
 
     TableRowView* rowViewAtRow(qint64 row) const;
+    // The row a row view shows, -1 for none (a removed row still sliding out, or another table's).
+    qint64 rowOfView(const TableRowView* rowView) const;
     QWidget* viewAtColumn(qint64 column, qint64 row) const;
     // The row under a point of the table, or -1.
     qint64 rowAtPoint(const QPoint& point) const;
@@ -124,6 +126,9 @@ private:
     // The ring goes on the current row while the table has focus that the keyboard gave or used.
     void updateFocusRing();
     void clipLeavingRows();
+    void tellChildrenChanged();
+    // Tells a screen reader that the keyboard's current row has the focus (when the table has it).
+    void tellFocusedRow();
 
     TableViewDataSource* m_dataSource = nullptr;
     TableViewDelegate* m_delegate = nullptr;

@@ -1,0 +1,279 @@
+// corvina-today as a screen reader gets it: a real X server (Xvfb), a private session bus with the
+// desktop's accessibility bus on it (at-spi-bus-launcher, and the registry that tells applications
+// who listens), the real program with Qt's AT-SPI bridge on, and a Python client of the
+// accessibility bus (tests/e2e/atspi_tree.py, with pyatspi, as screen readers use it) that prints
+// the program's tree and the focus events the keys cause.
+#include "support/PrivateSessionBus.h"
+#include "support/ProcessStop.h"
+#include "support/TempContainer.h"
+#include "support/XServer.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusReply>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QThread>
+#include <functional>
+#include <gtest/gtest.h>
+
+using namespace corvina::test;
+
+namespace {
+
+const QString kAccount = QStringLiteral("ann@example.org");
+const QString kKeys = QStringLiteral("Enter opens, R replies, A archives, Delete deletes");
+// Bounds for a machine kept busy: every wait ends as soon as what it waits for is there.
+constexpr int kStartMs = 20000;
+constexpr int kScriptSeconds = 60;
+
+bool waitFor(const std::function<bool()>& condition, int timeoutMs) {
+    QDeadlineTimer deadline(timeoutMs);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return false;
+        QThread::msleep(20);
+    }
+    return true;
+}
+
+QStringList roles(const QJsonArray& nodes) {
+    QStringList out;
+    for (const QJsonValue& n : nodes)
+        out << n[QLatin1String("role")].toString();
+    return out;
+}
+
+QStringList names(const QJsonArray& nodes) {
+    QStringList out;
+    for (const QJsonValue& n : nodes)
+        out << n[QLatin1String("name")].toString();
+    return out;
+}
+
+// A list as one line, so that a failure reads as text.
+std::string line(const QStringList& list) {
+    return list.join(QStringLiteral(" | ")).toStdString();
+}
+
+bool hasState(const QJsonValue& node, const QString& state) {
+    return node[QLatin1String("states")].toArray().contains(state);
+}
+
+// Every node of `tree` with `role` (and `name`, when given), depth first.
+void collect(const QJsonValue& tree, const QString& role, const QString& name, QList<QJsonObject>& out) {
+    if (tree[QLatin1String("role")].toString() == role &&
+        (name.isNull() || tree[QLatin1String("name")].toString() == name))
+        out << tree.toObject();
+    for (const QJsonValue& child : tree[QLatin1String("children")].toArray())
+        collect(child, role, name, out);
+}
+
+QList<QJsonObject> find(const QJsonValue& tree, const QString& role, const QString& name = QString()) {
+    QList<QJsonObject> out;
+    collect(tree, role, name, out);
+    return out;
+}
+
+class ScreenReaderProgram : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(runtime.isValid());
+        ASSERT_TRUE(x.start()) << "Xvfb could not be started";
+        bus = PrivateSessionBus::instance();
+        ASSERT_NE(bus, nullptr);
+
+        // The accessibility bus of this session, as a desktop starts it. Its socket goes in a
+        // runtime folder of the test's own, not in the user's, so that tests beside it keep theirs.
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus->address());
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
+        env.remove(QStringLiteral("DISPLAY"));
+        env.remove(QStringLiteral("AT_SPI_BUS_ADDRESS"));
+        launcher.setProcessEnvironment(env);
+        launcher.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        launcher.start(QStringLiteral(CORVINA_ATSPI_BUS_LAUNCHER),
+                       {QStringLiteral("--launch-immediately"), QStringLiteral("--a11y=1"),
+                        QStringLiteral("--screen-reader=1")});
+        ASSERT_TRUE(launcher.waitForStarted(5000));
+        QDBusConnectionInterface* sessionBus = QDBusConnection::sessionBus().interface();
+        ASSERT_TRUE(waitFor([&] { return sessionBus->isServiceRegistered(QStringLiteral("org.a11y.Bus")); },
+                            kStartMs))
+            << "the accessibility bus launcher did not come";
+        const QDBusReply<QString> address = QDBusConnection::sessionBus().call(
+            QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
+                                           QStringLiteral("org.a11y.Bus"), QStringLiteral("GetAddress")));
+        ASSERT_TRUE(address.isValid()) << address.error().message().toStdString();
+        a11yAddress = address.value();
+        ASSERT_TRUE(a11yAddress.contains(runtime.path())) << a11yAddress.toStdString();
+
+        // The registry, started here rather than by the accessibility bus, so that the test ends it.
+        registry.setProcessEnvironment(env);
+        registry.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        registry.start(QStringLiteral(CORVINA_ATSPI_REGISTRYD), {});
+        ASSERT_TRUE(registry.waitForStarted(5000));
+        {
+            QDBusConnection a11y = QDBusConnection::connectToBus(a11yAddress, QStringLiteral("a11y"));
+            ASSERT_TRUE(a11y.isConnected()) << a11y.lastError().message().toStdString();
+            ASSERT_TRUE(waitFor(
+                [&] {
+                    return a11y.interface()->isServiceRegistered(QStringLiteral("org.a11y.atspi.Registry"));
+                },
+                kStartMs))
+                << "the accessibility registry did not come";
+        }
+        QDBusConnection::disconnectFromBus(QStringLiteral("a11y"));
+
+        container.writeAccounts({TempContainer::account(kAccount)});
+        container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"),
+                                TempContainer::inboxMessages(kAccount, {"m0", "m1", "m2"}));
+        QProcessEnvironment widgetEnv = env;
+        widgetEnv.insert(QStringLiteral("DISPLAY"), x.display());
+        widgetEnv.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        widgetEnv.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
+        // The bridge is on when the bus says so (IsEnabled, set by --a11y=1); this says it once more.
+        widgetEnv.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
+        for (const char* name :
+             {"XDG_CURRENT_DESKTOP", "DESKTOP_SESSION", "QT_QPA_PLATFORMTHEME", "WAYLAND_DISPLAY"})
+            widgetEnv.remove(QString::fromLatin1(name));
+        widget.setProcessEnvironment(widgetEnv);
+        widget.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        widget.start(QStringLiteral(CORVINA_TODAY_BINARY),
+                     {QStringLiteral("--container"), container.root(), QStringLiteral("--interval"),
+                      QStringLiteral("3600")});
+        ASSERT_TRUE(widget.waitForStarted(5000));
+        windowId = x.findWindow(QStringLiteral("Corvina Today"));
+        ASSERT_FALSE(windowId.isEmpty()) << "the widget's window did not appear";
+        clientEnv = widgetEnv;
+    }
+
+    void TearDown() override {
+        stopProcess(widget, 3000);
+        stopProcess(registry, 3000);
+        stopProcess(launcher, 3000);
+    }
+
+    // Runs the client; its JSON lines by their first key.
+    QMap<QString, QJsonValue> runClient(int rows, const QStringList& keys = {}) {
+        QProcess client;
+        client.setProcessEnvironment(clientEnv);
+        QStringList arguments{QStringLiteral(CORVINA_SOURCE_DIR "/tests/e2e/atspi_tree.py"),
+                              QStringLiteral("--app"),
+                              QStringLiteral("corvina-today"),
+                              QStringLiteral("--rows"),
+                              QString::number(rows),
+                              QStringLiteral("--timeout"),
+                              QString::number(kScriptSeconds)};
+        if (!keys.isEmpty())
+            arguments << QStringLiteral("--window") << windowId << QStringLiteral("--keys")
+                      << keys.join(u',');
+        client.start(QStringLiteral(CORVINA_SYSTEM_PYTHON), arguments);
+        EXPECT_TRUE(client.waitForFinished((kScriptSeconds + 30) * 1000)) << "the client did not end";
+        const QByteArray err = client.readAllStandardError();
+        EXPECT_EQ(client.exitCode(), 0) << err.toStdString();
+        QMap<QString, QJsonValue> out;
+        for (const QByteArray& line : client.readAllStandardOutput().split('\n')) {
+            const QJsonObject object = QJsonDocument::fromJson(line).object();
+            if (!object.isEmpty())
+                out.insert(object.begin().key(), object.begin().value());
+        }
+        return out;
+    }
+
+    QTemporaryDir runtime;
+    XServer x;
+    PrivateSessionBus* bus = nullptr;
+    QProcess launcher;
+    QString a11yAddress;
+    QProcess registry;
+    TempContainer container;
+    QTemporaryDir config;
+    QProcess widget;
+    QString windowId;
+    QProcessEnvironment clientEnv;
+};
+
+} // namespace
+
+TEST_F(ScreenReaderProgram, HearsAListOfTheMessagesEachWithItsButtonsInTheOrderDrawn) {
+    const QMap<QString, QJsonValue> out = runClient(3);
+    ASSERT_TRUE(out.contains(QStringLiteral("tree")));
+    const QJsonValue tree = out.value(QStringLiteral("tree"));
+    EXPECT_EQ(tree[QLatin1String("role")].toString(), QStringLiteral("application"));
+    // The window, by its title.
+    EXPECT_EQ(line(names(tree[QLatin1String("children")].toArray())), "Corvina Today")
+        << QJsonDocument(tree.toObject()).toJson().toStdString();
+
+    const QList<QJsonObject> lists = find(tree, QStringLiteral("list"), QStringLiteral("Messages"));
+    ASSERT_EQ(lists.size(), 1) << QJsonDocument(tree.toObject()).toJson().toStdString();
+    const QJsonArray items = lists.at(0)[QLatin1String("children")].toArray();
+    ASSERT_EQ(items.size(), 3);
+    const QStringList ids{"m0", "m1", "m2"};
+    for (int i = 0; i < 3; ++i) {
+        const QJsonValue item = items.at(i);
+        EXPECT_EQ(item[QLatin1String("role")].toString(), QStringLiteral("list item")) << i;
+        // Sender, subject, date: the date as the row shows it, not checked here beyond being there.
+        const QString name = item[QLatin1String("name")].toString();
+        const QString start = QStringLiteral("Sender %1, Subject %1, ").arg(ids.at(i));
+        EXPECT_TRUE(name.startsWith(start) && name.size() > start.size()) << name.toStdString();
+        const QString description = item[QLatin1String("description")].toString();
+        EXPECT_TRUE(description.endsWith(kKeys)) << description.toStdString();
+        EXPECT_TRUE(description.startsWith(QStringLiteral("Read")) ||
+                    description.startsWith(QStringLiteral("Unread")))
+            << description.toStdString();
+        EXPECT_TRUE(hasState(item, QStringLiteral("selectable")));
+        const QJsonArray buttons = item[QLatin1String("children")].toArray();
+        EXPECT_EQ(line(roles(buttons)), "push button | push button | push button") << i;
+        // Left to right, as drawn.
+        EXPECT_EQ(line(names(buttons)), "Reply | Archive | Delete") << i;
+        for (const QJsonValue& button : buttons) {
+            EXPECT_EQ(button[QLatin1String("description")].toString(),
+                      QStringLiteral("The message from Sender %1: Subject %1").arg(ids.at(i)));
+            EXPECT_TRUE(button[QLatin1String("children")].toArray().isEmpty());
+        }
+    }
+    // The header's lists: a tab list of three tabs, the one shown selected.
+    const QList<QJsonObject> tabLists = find(tree, QStringLiteral("page tab list"), QStringLiteral("List"));
+    ASSERT_EQ(tabLists.size(), 1);
+    EXPECT_EQ(tabLists.at(0)[QLatin1String("description")].toString(),
+              QStringLiteral("Which messages are shown; keys 1, 2 and 3"));
+    const QJsonArray tabs = tabLists.at(0)[QLatin1String("children")].toArray();
+    EXPECT_EQ(line(roles(tabs)), "page tab | page tab | page tab");
+    EXPECT_EQ(line(names(tabs)), "Inbox | To Do | Memo");
+    ASSERT_EQ(tabs.size(), 3);
+    EXPECT_TRUE(hasState(tabs.at(0), QStringLiteral("selected")));
+    EXPECT_FALSE(hasState(tabs.at(1), QStringLiteral("selected")));
+    EXPECT_FALSE(hasState(tabs.at(2), QStringLiteral("selected")));
+    EXPECT_EQ(tabs.at(1)[QLatin1String("description")].toString(),
+              QStringLiteral("Shows the list To Do (key 2)"));
+}
+
+TEST_F(ScreenReaderProgram, TheKeysMoveTheFocusFromMessageToMessage) {
+    const QStringList steps{"Down", "Down", "Up", "End", "Tab+Tab"};
+    const QMap<QString, QJsonValue> out = runClient(3, steps);
+    ASSERT_TRUE(out.contains(QStringLiteral("results")));
+    const QJsonArray results = out.value(QStringLiteral("results")).toArray();
+    ASSERT_EQ(results.size(), steps.size());
+    // What each step made a screen reader hear: the role and the start of the name (sender, subject).
+    QList<QStringList> heard;
+    for (const QJsonValue& r : results) {
+        QStringList focus;
+        for (const QJsonValue& f : r[QLatin1String("focus")].toArray())
+            focus << f[QLatin1String("role")].toString() + QStringLiteral(": ") +
+                         f[QLatin1String("name")].toString().section(QStringLiteral(", "), 0, 1);
+        heard << focus;
+    }
+    EXPECT_EQ(line(heard.at(0)), "list item: Sender m1, Subject m1");
+    EXPECT_EQ(line(heard.at(1)), "list item: Sender m2, Subject m2");
+    EXPECT_EQ(line(heard.at(2)), "list item: Sender m1, Subject m1");
+    EXPECT_EQ(line(heard.at(3)), "list item: Sender m2, Subject m2");
+    // Tab to the header's lists and back: the focus ends on the row the keys act on, not on the
+    // list around it.
+    EXPECT_EQ(line(heard.at(4)), "page tab list: List | list: Messages | list item: Sender m2, Subject m2");
+}

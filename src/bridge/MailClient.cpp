@@ -136,7 +136,7 @@ void MailClient::openMessage(const QString& openCommand, const QString& file, co
             return;
         }
         const QString type = QStringLiteral("message/rfc822");
-        withDefaultApplication(type, QStringLiteral("openCommand"), std::move(done),
+        withDefaultApplication(type, QStringLiteral("openCommand"), done,
                                [this, type, file, activationToken](const DesktopEntry& entry,
                                                                    const QString& desktopId, Done next) {
                                    launch(entry, desktopId, type, file, activationToken, std::move(next));
@@ -183,7 +183,7 @@ void MailClient::compose(const QString& composeCommand, const MailDraft& draft,
         const bool attaches = !draft.attachments.isEmpty();
         // The handler is asked for first even when xdg-email does the rest: without one, xdg-email
         // would hand the URL to a web browser.
-        withDefaultApplication(type, QStringLiteral("composeCommand"), std::move(done),
+        withDefaultApplication(type, QStringLiteral("composeCommand"), done,
                                [this, type, url, arguments, action, attaches, activationToken](
                                    const DesktopEntry& entry, const QString& desktopId, Done next) {
                                    if (attaches)
@@ -220,7 +220,7 @@ void MailClient::compose(const QString& composeCommand, const MailDraft& draft,
         std::move(done));
 }
 
-void MailClient::withDefaultApplication(const QString& mimeType, const QString& setting, Done done,
+void MailClient::withDefaultApplication(const QString& mimeType, const QString& setting, const Done& done,
                                         Found found) {
     const QString asked = QStringLiteral("xdg-mime query default %1").arg(mimeType);
     if (QStandardPaths::findExecutable(QStringLiteral("xdg-mime")).isEmpty()) {

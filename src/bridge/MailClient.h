@@ -72,7 +72,8 @@ private:
     // `found`; `done` gets the failure when there is none or it cannot be started. `setting` names
     // the bridge.conf key that would do instead ("openCommand").
     using Found = std::function<void(const DesktopEntry& entry, const QString& desktopId, Done done)>;
-    void withDefaultApplication(const QString& mimeType, const QString& setting, Done done, Found found);
+    void withDefaultApplication(const QString& mimeType, const QString& setting, const Done& done,
+                                Found found);
     // Starts the desktop file `entry` with `argument` (a file's path or a URL).
     void launch(const DesktopEntry& entry, const QString& desktopId, const QString& mimeType,
                 const QString& argument, const QString& activationToken, Done done);

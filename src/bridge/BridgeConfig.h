@@ -34,8 +34,8 @@ public:
         // server marks \Archive or \Trash (SPECIAL-USE).
         QString archive;
         QString trash;
-        // How the person's mail client is reached; empty: the desktop's default handler
-        // (xdg-open for a message, xdg-email for a draft).
+        // How the person's mail client is reached; empty: the desktop's default application for
+        // message/rfc822 (a message) or x-scheme-handler/mailto (a draft), see MailClient.
         QString openCommand;
         QString composeCommand;
         QString passwordCommand;

@@ -6,8 +6,10 @@
 #include <QByteArrayList>
 #include <QCoreApplication>
 #include <QPointer>
+#include <QProcess>
 #include <QProcessEnvironment>
 #include <QSocketNotifier>
+#include <QStandardPaths>
 #include <QTimer>
 #include <cerrno>
 #include <csignal>
@@ -128,14 +130,17 @@ void MailClient::openMessage(const QString& openCommand, const QString& file, co
                              const QString& activationToken, Done done) {
     const QString action = QStringLiteral("to open the message");
     if (openCommand.trimmed().isEmpty()) {
-        // An absolute path never starts with "-", so xdg-open cannot take it for an option.
+        // An absolute path never starts with "-", so the client cannot take it for an option.
         if (!file.startsWith(u'/')) {
-            finish(done, false,
-                   QStringLiteral("xdg-open: the message file %1 is no absolute path").arg(file));
+            finish(done, false, QStringLiteral("the message file %1 is no absolute path").arg(file));
             return;
         }
-        run({QStringLiteral("xdg-open"), file}, QStringLiteral("xdg-open"), action, true, activationToken,
-            std::move(done));
+        const QString type = QStringLiteral("message/rfc822");
+        withDefaultApplication(type, QStringLiteral("openCommand"), done,
+                               [this, type, file, activationToken](const DesktopEntry& entry,
+                                                                   const QString& desktopId, Done next) {
+                                   launch(entry, desktopId, type, file, activationToken, std::move(next));
+                               });
         return;
     }
     QString error;
@@ -174,7 +179,19 @@ void MailClient::compose(const QString& composeCommand, const MailDraft& draft,
             arguments << QStringLiteral("--attach") << path;
         }
         arguments << url;
-        run(arguments, QStringLiteral("xdg-email"), action, true, activationToken, std::move(done));
+        const QString type = QStringLiteral("x-scheme-handler/mailto");
+        const bool attaches = !draft.attachments.isEmpty();
+        // The handler is asked for first even when xdg-email does the rest: without one, xdg-email
+        // would hand the URL to a web browser.
+        withDefaultApplication(type, QStringLiteral("composeCommand"), done,
+                               [this, type, url, arguments, action, attaches, activationToken](
+                                   const DesktopEntry& entry, const QString& desktopId, Done next) {
+                                   if (attaches)
+                                       run(arguments, QStringLiteral("xdg-email"), action, true,
+                                           activationToken, std::move(next));
+                                   else
+                                       launch(entry, desktopId, type, url, activationToken, std::move(next));
+                               });
         return;
     }
     QString error;
@@ -203,6 +220,109 @@ void MailClient::compose(const QString& composeCommand, const MailDraft& draft,
         std::move(done));
 }
 
+void MailClient::withDefaultApplication(const QString& mimeType, const QString& setting, const Done& done,
+                                        Found found) {
+    const QString asked = QStringLiteral("xdg-mime query default %1").arg(mimeType);
+    if (QStandardPaths::findExecutable(QStringLiteral("xdg-mime")).isEmpty()) {
+        finish(done, false,
+               QStringLiteral("%1: xdg-mime is not installed (it comes with xdg-utils)").arg(asked));
+        return;
+    }
+    auto* query = new QProcess(this);
+    query->setProgram(QStringLiteral("xdg-mime"));
+    query->setArguments({QStringLiteral("query"), QStringLiteral("default"), mimeType});
+    query->setStandardInputFile(QProcess::nullDevice());
+    // Whatever xdg-mime complains about belongs in the bridge's log.
+    query->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    auto* timer = new QTimer(query);
+    timer->setSingleShot(true);
+    // Answered once: by the query's end, its failure to start, or the timer.
+    auto answered = std::make_shared<bool>(false);
+    auto fail = [this, query, timer, answered, done](const QString& error) {
+        if (std::exchange(*answered, true))
+            return;
+        timer->stop();
+        query->deleteLater();
+        finish(done, false, error);
+    };
+    QObject::connect(timer, &QTimer::timeout, this, [fail, query, asked, this] {
+        query->kill();
+        fail(QStringLiteral("%1 did not answer within %2 s").arg(asked).arg(m_exitWaitMs / 1000.0));
+    });
+    QObject::connect(
+        query, &QProcess::errorOccurred, this, [fail, query, asked](QProcess::ProcessError error) {
+            if (error == QProcess::FailedToStart)
+                fail(QStringLiteral("%1 could not be started: %2").arg(asked, query->errorString()));
+        });
+    QObject::connect(
+        query, &QProcess::finished, this,
+        [this, query, timer, answered, fail, asked, mimeType, setting, done,
+         found = std::move(found)](int exitCode, QProcess::ExitStatus status) {
+            if (*answered)
+                return;
+            if (status != QProcess::NormalExit) {
+                fail(QStringLiteral("%1 was killed").arg(asked));
+                return;
+            }
+            if (exitCode != 0) {
+                fail(QStringLiteral("%1 failed with status %2").arg(asked).arg(exitCode));
+                return;
+            }
+            const QString desktopFile =
+                QString::fromLocal8Bit(query->readAllStandardOutput()).section(u'\n', 0, 0).trimmed();
+            if (desktopFile.isEmpty()) {
+                fail(QStringLiteral("no application is set for %1 (%2 names none): choose your mail client "
+                                    "for it, or set %3")
+                         .arg(mimeType, asked, setting));
+                return;
+            }
+            *answered = true;
+            timer->stop();
+            query->deleteLater();
+            QString desktopId = desktopFile;
+            if (desktopId.endsWith(QLatin1String(".desktop")))
+                desktopId.chop(8);
+            QString problem;
+            const std::optional<DesktopEntry> entry = DesktopEntry::application(desktopId, &problem);
+            if (!entry) {
+                finish(done, false,
+                       QStringLiteral("the default application for %1 cannot be started: %2")
+                           .arg(mimeType, problem));
+                return;
+            }
+            found(*entry, desktopFile, done);
+        });
+    timer->start(m_exitWaitMs);
+    query->start();
+}
+
+void MailClient::launch(const DesktopEntry& entry, const QString& desktopId, const QString& mimeType,
+                        const QString& argument, const QString& activationToken, Done done) {
+    const QString what = QStringLiteral("%1, the default application for %2,").arg(desktopId, mimeType);
+    const auto lines = entry.commandLines({argument});
+    if (!lines || lines->isEmpty()) {
+        // A desktop file that only a D-Bus call can start: xdg-open could not start it either.
+        finish(done, false,
+               QStringLiteral("%1 has no Exec line to start it with (%2)").arg(what, entry.path()));
+        return;
+    }
+    QStringList arguments = lines->first();
+    // A line without a field code for it gets the file or URL as its last word, as xdg-open does.
+    if (lines == entry.commandLines({}))
+        arguments << argument;
+    if (entry.boolValue(QStringLiteral("Terminal"))) {
+        // As xdg-open does: $TERMINAL, one word given "-e"; else Debian's terminal alternative.
+        QStringList terminal = CommandLine::words(qEnvironmentVariable("TERMINAL"));
+        if (terminal.isEmpty())
+            terminal = {QStringLiteral("x-terminal-emulator")};
+        if (terminal.size() == 1)
+            terminal << QStringLiteral("-e");
+        arguments = terminal + arguments;
+    }
+    run(arguments, what, QString(), false, activationToken, std::move(done),
+        entry.value(QStringLiteral("Path")));
+}
+
 void MailClient::finish(const Done& done, bool ok, const QString& error) {
     if (!done)
         return;
@@ -211,7 +331,7 @@ void MailClient::finish(const Done& done, bool ok, const QString& error) {
 }
 
 void MailClient::run(const QStringList& arguments, const QString& what, const QString& action, bool xdgStatus,
-                     const QString& activationToken, Done done) {
+                     const QString& activationToken, Done done, const QString& workingDirectory) {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.remove(QStringLiteral("XDG_ACTIVATION_TOKEN"));
     environment.remove(QStringLiteral("DESKTOP_STARTUP_ID"));
@@ -221,6 +341,7 @@ void MailClient::run(const QStringList& arguments, const QString& what, const QS
     }
     // Everything the child needs is prepared here: posix_spawn does the rest without running any
     // of our code between fork and exec.
+    const QByteArray directoryBytes = workingDirectory.toLocal8Bit();
     QByteArrayList argumentBytes;
     for (const QString& argument : arguments)
         argumentBytes << argument.toLocal8Bit();
@@ -243,6 +364,12 @@ void MailClient::run(const QStringList& arguments, const QString& what, const QS
     // The bridge's sockets and files are none of the mail client's business.
     posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 #endif
+    if (!directoryBytes.isEmpty()) {
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 29)
+        // A desktop file's Path: the folder the application is started in.
+        posix_spawn_file_actions_addchdir_np(&actions, directoryBytes.constData());
+#endif
+    }
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     // A session of its own: the client neither gets the bridge's terminal signals nor dies with it.

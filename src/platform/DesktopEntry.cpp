@@ -104,7 +104,11 @@ std::optional<QList<Argument>> splitExec(const QString& line) {
     return args;
 }
 
+// The path a %f or %F gets: that of a file URL, or an absolute path given as it is (the mail bridge
+// hands a message file over by its path, as xdg-open does).
 QString localPath(const QString& url) {
+    if (url.startsWith(u'/'))
+        return url;
     const QUrl u(url);
     return u.isLocalFile() ? u.toLocalFile() : QString();
 }

@@ -39,8 +39,9 @@ public:
 
     // The command lines to run to open `urls`, in order: one for all of them when the Exec line
     // takes a list (%U, %F) or no files at all, one per URL when it takes a single one (%u, %f).
-    // %f and %F receive the local paths of file URLs and skip other URLs; %i, %c and %k expand to
-    // the icon, the name and the desktop file's path; the deprecated codes vanish; %% is "%".
+    // %f and %F receive the local paths of file URLs, and absolute paths as they are, and skip
+    // other URLs; %i, %c and %k expand to the icon, the name and the desktop file's path; the
+    // deprecated codes vanish; %% is "%".
     // Nothing when the Exec line is unusable or holds a field code the specification does not know.
     std::optional<QList<QStringList>> commandLines(const QStringList& urls) const;
 

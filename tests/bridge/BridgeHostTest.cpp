@@ -259,6 +259,49 @@ TEST_F(BridgeHostTest, OpenHandsTheMessageToTheMailClientInFrontAndMarksItRead) 
     }));
 }
 
+TEST_F(BridgeHostTest, OpenReachesTheMailClientWhereATextEditorIsTheDefaultForText) {
+    // Much real mail starts with a DKIM signature, which a type sniffer takes for plain text.
+    desktop->installTextEditor();
+    installActivatableBridge();
+    server.deliver(User, QStringLiteral("INBOX"),
+                   "DKIM-Signature: v=1; a=rsa-sha256; d=example.org; s=mail; bh=AAAA; b=BBBB\r\n" +
+                       DovecotServer::message(QStringLiteral("Signed"),
+                                              QStringLiteral("Grace <grace@example.org>"),
+                                              QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"),
+                                              QStringLiteral("<signed@example.org>")));
+    const ExtensionMessagePtr message = shownMessage(QStringLiteral("Signed"));
+    ASSERT_TRUE(message);
+    ASSERT_TRUE(ExtensionUtilities::LaunchCommandForMessages({message}, ConstVars::commandOpen, false));
+    const QList<HostLaunch> launches = desktop->waitForLaunches(1, WaitMs);
+    ASSERT_EQ(launches.size(), 1) << log().toStdString();
+    ASSERT_EQ(launches.at(0).arguments.size(), 1)
+        << "not the mail client: " << launches.at(0).arguments.join(u' ').toStdString();
+    EXPECT_TRUE(launches.at(0).arguments.at(0).endsWith(QStringLiteral(".eml")));
+    EXPECT_TRUE(waitFor([&] { return log().contains(QStringLiteral("open for ada@example.org: done")); }))
+        << log().toStdString();
+}
+
+TEST_F(BridgeHostTest, AnOpenWithNoMailClientSetIsNotifiedSayingWhatToSet) {
+    NotificationRecorder notifications(bus->address());
+    ASSERT_TRUE(notifications.isRegistered());
+    desktop->setDefault(QStringLiteral("message/rfc822"), QString());
+    desktop->installTextEditor();
+    installActivatableBridge();
+    deliverWithId(QStringLiteral("Nowhere to open"), QStringLiteral("nowhere@example.org"));
+    const ExtensionMessagePtr message = shownMessage(QStringLiteral("Nowhere to open"));
+    ASSERT_TRUE(message);
+    ASSERT_TRUE(ExtensionUtilities::LaunchCommandForMessages({message}, ConstVars::commandOpen, false));
+    ASSERT_TRUE(waitFor([&] { return !notifications.notifications().isEmpty(); })) << log().toStdString();
+    const auto shown = notifications.notifications().first();
+    EXPECT_EQ(shown.summary, QStringLiteral("Could not open the message"));
+    const QString line = QStringLiteral(
+        "open: no application is set for message/rfc822 (xdg-mime query default message/rfc822 names none): "
+        "choose your mail client for it, or set openCommand");
+    EXPECT_EQ(shown.body, line);
+    EXPECT_TRUE(log().contains(line + u'\n')) << log().toStdString();
+    EXPECT_TRUE(desktop->launches().isEmpty()) << "started anyway";
+}
+
 TEST_F(BridgeHostTest, ReplyStartsADraftAnsweringTheMessageInTheMailClient) {
     installActivatableBridge();
     deliverWithId(QStringLiteral("Re: Lunch?"), QStringLiteral("lunch@example.org"));

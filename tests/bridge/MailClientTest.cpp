@@ -102,7 +102,7 @@ TEST(MailClient, MailtoUrlCarriesEveryField) {
     EXPECT_TRUE(Url::URLWithString(hostile)) << s(hostile);
 }
 
-TEST(MailClient, OpensAMessageInTheDefaultClientThroughXdgOpen) {
+TEST(MailClient, OpensAMessageInTheDesktopsDefaultApplicationForMessages) {
     MailDesktop desktop;
     desktop.installDefaultClient();
     const QString file = desktop.message(QStringLiteral("-n it's \"$(touch pwned)\"; `id` & x.eml"));
@@ -118,6 +118,89 @@ TEST(MailClient, OpensAMessageInTheDefaultClientThroughXdgOpen) {
     EXPECT_EQ(s(launches.first().values.value(QStringLiteral("XDG_ACTIVATION_TOKEN"))), "token-1_TIME1");
     EXPECT_EQ(s(launches.first().values.value(QStringLiteral("DESKTOP_STARTUP_ID"))), "token-1_TIME1");
     EXPECT_FALSE(QFileInfo::exists(desktop.path(QStringLiteral("pwned"))));
+}
+
+TEST(MailClient, AMessageGoesToTheMailClientWhereATextEditorIsTheDefaultForText) {
+    // A message whose first header a type sniffer does not know passes for text/plain: asked for
+    // by its type, which the bridge knows, it still goes to the mail client.
+    MailDesktop desktop;
+    desktop.installDefaultClient();
+    desktop.installTextEditor();
+    const QString file = desktop.messageTakenForText(QStringLiteral("signed.eml"));
+    MailClient client;
+    const Outcome outcome = waitFor([&](MailClient::Done done) {
+        client.openMessage(QString(), file, QStringLiteral("abc.123@example.org"), QString(), done);
+    });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    const QList<HostLaunch> launches = desktop.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(launches.first().arguments, QStringList{file}) << "not the mail client";
+}
+
+TEST(MailClient, AMailClientForATerminalIsStartedInOne) {
+    MailDesktop desktop;
+    desktop.host().installDesktopFile(QStringLiteral("corvina-test-tui.desktop"),
+                                      "[Desktop Entry]\nType=Application\nName=Terminal "
+                                      "mail\nTerminal=true\nExec=corvina-test-tui -f %f\n");
+    desktop.setDefault(QStringLiteral("message/rfc822"), QStringLiteral("corvina-test-tui.desktop"));
+    // xdg-mime only names a desktop file whose program is installed
+    ScopedEnvironment path(
+        "PATH", (desktop.path(QStringLiteral("bin")) + u':' + qEnvironmentVariable("PATH")).toUtf8());
+    QDir().mkpath(desktop.path(QStringLiteral("bin")));
+    ASSERT_TRUE(
+        QFile::link(QStringLiteral("/bin/true"), desktop.path(QStringLiteral("bin/corvina-test-tui"))));
+    // The stand-in terminal records what it is asked to run; given as more than one word, it gets
+    // no "-e" added, as with xdg-open.
+    ScopedEnvironment terminal("TERMINAL", (desktop.recorderCommand() + QStringLiteral(" --run")).toUtf8());
+    const QString file = desktop.message(QStringLiteral("m.eml"));
+    MailClient client;
+    const Outcome outcome = waitFor(
+        [&](MailClient::Done done) { client.openMessage(QString(), file, QString(), QString(), done); });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    const QList<HostLaunch> launches = desktop.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(launches.first().arguments,
+              QStringList(
+                  {QStringLiteral("--run"), QStringLiteral("corvina-test-tui"), QStringLiteral("-f"), file}));
+}
+
+TEST(MailClient, ADesktopFileIsStartedInItsPathWithTheFileAddedWhenItHasNoFieldCode) {
+    MailDesktop desktop;
+    const QString folder = desktop.path(QStringLiteral("work folder"));
+    QDir().mkpath(folder);
+    // no field code: the file comes last, as "$0" of the shell's script
+    desktop.host().installDesktopFile(
+        QStringLiteral("corvina-test-sh.desktop"),
+        QStringLiteral("[Desktop Entry]\nType=Application\nName=Shell\nPath=%1\n"
+                       "Exec=sh -c \"pwd > where.txt; echo \\\"\\$0\\\" > what.txt\"\n")
+            .arg(folder)
+            .toUtf8());
+    desktop.setDefault(QStringLiteral("message/rfc822"), QStringLiteral("corvina-test-sh.desktop"));
+    const QString file = desktop.message(QStringLiteral("m.eml"));
+    MailClient client;
+    const Outcome outcome = waitFor(
+        [&](MailClient::Done done) { client.openMessage(QString(), file, QString(), QString(), done); });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    QFile where(folder + QStringLiteral("/where.txt"));
+    ASSERT_TRUE(where.open(QIODevice::ReadOnly)) << "not started in its Path";
+    EXPECT_EQ(s(QString::fromUtf8(where.readAll()).trimmed()), s(folder));
+    QFile what(folder + QStringLiteral("/what.txt"));
+    ASSERT_TRUE(what.open(QIODevice::ReadOnly));
+    EXPECT_EQ(s(QString::fromUtf8(what.readAll()).trimmed()), s(file));
+}
+
+TEST(MailClient, AReplyGoesToTheDefaultApplicationForMailtoWithTheUrlAsItIs) {
+    MailDesktop desktop;
+    desktop.installDefaultClient();
+    const MailDraft draft = hostileDraft();
+    MailClient client;
+    const Outcome outcome = waitFor(
+        [&](MailClient::Done done) { client.compose(QString(), draft, QStringLiteral("tok-2"), done); });
+    EXPECT_TRUE(outcome.ok) << s(outcome.error);
+    const QList<HostLaunch> launches = desktop.waitForLaunches(1);
+    ASSERT_EQ(launches.size(), 1);
+    EXPECT_EQ(launches.first().arguments, QStringList{MailClient::mailtoUrl(draft)});
+    EXPECT_EQ(s(launches.first().values.value(QStringLiteral("XDG_ACTIVATION_TOKEN"))), "tok-2");
 }
 
 TEST(MailClient, ComposesThroughXdgEmailWithTheThreadAndAttachments) {
@@ -154,17 +237,51 @@ TEST(MailClient, ComposesThroughXdgEmailWithTheThreadAndAttachments) {
 
 TEST(MailClient, NoDefaultApplicationIsAFailureWithItsLine) {
     MailDesktop desktop; // nothing installed, no mimeapps.list
+    // a text editor for text and a web browser (a stand-in for each) do not stand in for a mail client
+    desktop.installTextEditor();
+    ScopedEnvironment browser("BROWSER", (desktop.recorderCommand() + QStringLiteral(" --browser")).toUtf8());
+    const QString file = desktop.messageTakenForText(QStringLiteral("m.eml"));
+    MailClient client;
+    Outcome outcome = waitFor(
+        [&](MailClient::Done done) { client.openMessage(QString(), file, QString(), QString(), done); });
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(s(outcome.error),
+              "no application is set for message/rfc822 (xdg-mime query default "
+              "message/rfc822 names none): choose your mail client for it, or set openCommand");
+
+    for (const bool attachments : {false, true}) {
+        MailDraft draft = hostileDraft();
+        if (attachments)
+            draft.attachments = {file};
+        outcome = waitFor([&](MailClient::Done done) { client.compose(QString(), draft, QString(), done); });
+        EXPECT_FALSE(outcome.ok);
+        EXPECT_EQ(
+            s(outcome.error),
+            "no application is set for x-scheme-handler/mailto (xdg-mime query default "
+            "x-scheme-handler/mailto names none): choose your mail client for it, or set composeCommand");
+    }
+    EXPECT_TRUE(desktop.launches().isEmpty());
+}
+
+TEST(MailClient, ADefaultApplicationThatCannotBeStartedIsAFailureWithItsLine) {
+    MailDesktop desktop;
+    // Deleted by the person (Hidden=true), though its program is there.
+    desktop.host().installDesktopFile(
+        QStringLiteral("corvina-test-gone.desktop"),
+        QStringLiteral("[Desktop Entry]\nType=Application\nName=Gone\nHidden=true\nExec=%1 %2 %u\n")
+            .arg(FakeHostApp::recorderProgram(), desktop.host().recordFile())
+            .toUtf8());
+    desktop.setDefault(QStringLiteral("message/rfc822"), QStringLiteral("corvina-test-gone.desktop"));
     const QString file = desktop.message(QStringLiteral("m.eml"));
     MailClient client;
     Outcome outcome = waitFor(
         [&](MailClient::Done done) { client.openMessage(QString(), file, QString(), QString(), done); });
     EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(s(outcome.error), "xdg-open found no application to open the message (exit status 3)");
-
-    outcome =
-        waitFor([&](MailClient::Done done) { client.compose(QString(), hostileDraft(), QString(), done); });
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(s(outcome.error), "xdg-email found no application for mailto: URLs (exit status 3)");
+    EXPECT_EQ(s(outcome.error),
+              s(QStringLiteral("the default application for message/rfc822 cannot be started: "
+                               "%1/corvina-test-gone.desktop is hidden (Hidden=true: the "
+                               "entry was deleted)")
+                    .arg(desktop.host().applicationsFolder())));
     EXPECT_TRUE(desktop.launches().isEmpty());
 }
 
@@ -279,7 +396,23 @@ TEST(MailClient, AProgramThatCannotBeStartedOrFailsIsAFailureWithItsLine) {
     outcome = waitFor(
         [&](MailClient::Done done) { client.openMessage(QString(), file, QString(), QString(), done); });
     EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(s(outcome.error), "xdg-open could not be started: No such file or directory");
+    EXPECT_EQ(s(outcome.error),
+              "xdg-mime query default message/rfc822: xdg-mime is not installed (it comes with xdg-utils)");
+}
+
+TEST(MailClient, ADefaultApplicationThatFailsIsAFailureNamingIt) {
+    MailDesktop desktop;
+    desktop.host().installDesktopFile(
+        QStringLiteral("corvina-test-fails.desktop"),
+        "[Desktop Entry]\nType=Application\nName=Fails\nExec=sh -c \"exit 4\" %f\n");
+    desktop.setDefault(QStringLiteral("message/rfc822"), QStringLiteral("corvina-test-fails.desktop"));
+    const QString file = desktop.message(QStringLiteral("m.eml"));
+    MailClient client;
+    const Outcome outcome = waitFor(
+        [&](MailClient::Done done) { client.openMessage(QString(), file, QString(), QString(), done); });
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(s(outcome.error),
+              "corvina-test-fails.desktop, the default application for message/rfc822, failed with status 4");
 }
 
 TEST(MailClient, AClientThatStaysInTheForegroundIsASuccessAndIsReapedWhenItEnds) {

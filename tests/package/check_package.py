@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
 """The Debian packages as a person installs them: cpack builds corvina-today and corvina-mail-bridge
 from the build folder into a scratch folder; their control fields and file lists are what Debian
-expects; apt, asked to simulate the install, finds every dependency on a machine set up by
-scripts/setup; unpacked into a scratch root (dpkg-deb -x, so the machine is not changed), the
-installed programs start with the system's libraries alone and list the demo mailbox as the
-build's own program does; the installed desktop files, metainfo, unit and D-Bus service file check
-out; and lintian finds neither an error nor a warning.
+expects; apt, asked to simulate the install, finds every dependency and every recommended package
+(the Wayland platform plugin among them) on a machine set up by scripts/setup; dpkg really installs
+both packages, checking their dependencies against the packages installed on this machine, into a
+scratch root with a copy of this machine's package database (so the machine itself, its programs,
+its package database and a running desktop session, is not changed), and removes them again
+without a trace; from that root the installed programs start with the system's libraries alone and
+list the demo mailbox as the build's own program does; the installed desktop files, metainfo, unit
+and D-Bus service file check out; and lintian finds neither an error nor a warning.
 
 Usage: check_package.py BUILD_DIR SOURCE_DIR VERSION CPACK"""
 import glob
@@ -90,6 +93,96 @@ def relations(deb, name):
             if alternative.strip():
                 names.add(alternative.split()[0])
     return names
+
+
+def first_names(deb, name):
+    """Each clause of a relation field as the list of its alternatives' package names."""
+    clauses = []
+    for clause in field(deb, name).split(","):
+        names = [alternative.split()[0] for alternative in clause.split("|") if alternative.strip()]
+        if names:
+            clauses.append(names)
+    return clauses
+
+
+def installed_packages():
+    listed = run(["dpkg-query", "-W", "-f", "${Package} ${db:Status-Status}\\n"], "dpkg-query -W").stdout
+    return {line.split()[0].split(":")[0] for line in listed.splitlines() if line.endswith(" installed")}
+
+
+def check_recommends(debs):
+    """apt, simulating an install as apt does by default (recommended packages included), finds each
+    recommended package: one already installed, or one it would install. apt leaves out a
+    recommendation it cannot find without a word, so its silence proves nothing."""
+    simulated = run(["apt-get", "install", "--simulate"] + debs, "apt-get install --simulate (with recommends)").stdout
+    would = {line.split()[1] for line in simulated.splitlines() if line.startswith("Inst ")}
+    have = installed_packages()
+    for deb in debs:
+        for clause in first_names(deb, "Recommends"):
+            if not any(name in have or name in would for name in clause):
+                fail("%s recommends %s, which apt neither finds installed nor would install:\n%s"
+                     % (field(deb, "Package"), " | ".join(clause), simulated))
+
+
+def check_dpkg_install(debs, scratch):
+    """Installs the packages for real with dpkg, into a scratch root (--instdir) whose package database
+    (--admindir) is a copy of this machine's: dpkg checks each Depends against what is installed
+    here, unpacks, configures and removes as it does on a person's machine, and the machine is not
+    changed. Its triggers are left out (they would update the machine's own desktop and manual page
+    databases), and so are corvina packages this machine may have installed itself, so that dpkg
+    never runs their scripts. Answers the root, with the packages installed."""
+    admin = os.path.join(scratch, "dpkg")
+    root = os.path.join(scratch, "root")
+    for folder in ("info", "updates", "triggers"):
+        os.makedirs(os.path.join(admin, folder))
+    os.makedirs(root)
+    # The machine's database, without any corvina package of its own: its status entries and the
+    # lists of files each installed package owns (dpkg checks the new files against them).
+    ours = re.compile(r"^Package: corvina-", re.M)
+    with open("/var/lib/dpkg/status", encoding="utf-8") as f:
+        stanzas = f.read().split("\n\n")
+    with open(os.path.join(admin, "status"), "w", encoding="utf-8") as f:
+        f.write("\n\n".join(stanza for stanza in stanzas if not ours.search(stanza)))
+    for path in glob.glob("/var/lib/dpkg/info/*.list"):
+        name = os.path.basename(path)
+        if not name.startswith("corvina-"):
+            os.symlink(path, os.path.join(admin, "info", name))
+    for name in ("arch", "diversions", "statoverride"):
+        if os.path.exists(os.path.join("/var/lib/dpkg", name)):
+            shutil.copy(os.path.join("/var/lib/dpkg", name), os.path.join(admin, name))
+
+    dpkg = [tool("dpkg", "dpkg"), "--admindir=" + admin, "--instdir=" + root,
+            "--log=" + os.path.join(scratch, "dpkg.log")]
+    if os.geteuid() != 0:
+        dpkg.append("--force-not-root")
+    for deb in debs:
+        scripts = [name for name in ("preinst", "postinst", "prerm", "postrm")
+                   if subprocess.run([tool("dpkg-deb", "dpkg"), "--info", deb, name], capture_output=True).returncode == 0]
+        if scripts:
+            fail("%s has maintainer scripts (%s): this check would run them" % (field(deb, "Package"), scripts))
+    run(dpkg + ["--install"] + debs, "dpkg --install")
+
+    def status(package):
+        return subprocess.run(["dpkg-query", "--admindir=" + admin, "-W", "-f", "${db:Status-Status}", package],
+                              capture_output=True, text=True).stdout.strip()
+
+    for deb in debs:
+        package = field(deb, "Package")
+        if status(package) != "installed":
+            fail("dpkg did not install %s (status %r)" % (package, status(package)))
+    return root, dpkg, status
+
+
+def check_dpkg_removal(root, dpkg, status, debs):
+    packages = [field(deb, "Package") for deb in debs]
+    run(dpkg + ["--purge"] + packages, "dpkg --purge")
+    for package in packages:
+        if status(package) not in ("", "not-installed"):
+            fail("dpkg --purge left %s as %r" % (package, status(package)))
+    left = [os.path.relpath(os.path.join(folder, name), root)
+            for folder, _, names in os.walk(root) for name in names]
+    if left:
+        fail("removing the packages left files behind: %s" % sorted(left))
 
 
 def files_of(deb):
@@ -233,6 +326,10 @@ def main():
                 fail("%s does not depend on %s: %s" % (field(deb, "Package"), sorted(missing), field(deb, "Depends")))
         if "corvina-mail-bridge" not in relations(today, "Recommends"):
             fail("corvina-today does not recommend corvina-mail-bridge")
+        # Without the Wayland platform plugin the widget stops at start on a Wayland desktop with no
+        # X server for older programs (tests/e2e: WaylandProgramTest).
+        if "qt6-wayland" not in relations(today, "Recommends") | relations(today, "Depends"):
+            fail("corvina-today neither depends on nor recommends qt6-wayland: %r" % field(today, "Recommends"))
         if "gnome-keyring" not in relations(bridge, "Recommends"):
             fail("corvina-mail-bridge does not recommend a Secret Service (gnome-keyring)")
         for deb, files in ((today, TODAY_FILES), (bridge, BRIDGE_FILES)):
@@ -246,13 +343,14 @@ def main():
         if installs != ["corvina-mail-bridge", "corvina-today"]:
             fail("installing the packages would also need %s" % [p for p in installs if not p.startswith("corvina-")])
 
-        root = os.path.join(scratch, "root")
-        for deb in (today, bridge):
-            run([tool("dpkg-deb", "dpkg"), "-x", deb, root], "dpkg-deb -x")
+        check_recommends([today, bridge])
+
+        root, dpkg, status = check_dpkg_install([today, bridge], scratch)
         check_libraries(root)
         rows = check_programs(root, build, source, os.path.join(scratch, "session"))
         check_desktop_and_metainfo(root, version)
         check_bridge_activation(root)
+        check_dpkg_removal(root, dpkg, status, [today, bridge])
 
         # lintian's errors and warnings both fail; its informational tags are shown
         linted = subprocess.run([lintian, "--fail-on", "error,warning", "--display-info", "--pedantic", today, bridge],

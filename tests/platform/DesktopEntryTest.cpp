@@ -57,6 +57,20 @@ TEST(DesktopEntry, FileCodesTakeLocalPathsAndSkipOtherUrls) {
     EXPECT_EQ(*none, (QList<QStringList>{{QStringLiteral("mail")}}));
 }
 
+TEST(DesktopEntry, AnAbsolutePathIsAFileForEveryCode) {
+    // The mail bridge hands a message file over by its path, spaces and quotes included.
+    const QString path = QStringLiteral("/cache/messages/it's \"1\" a.eml");
+    for (const char* exec : {"mail %f", "mail %F", "mail %u", "mail %U"}) {
+        const auto lines = entry(QLatin1String(exec)).commandLines({path});
+        ASSERT_TRUE(lines) << exec;
+        EXPECT_EQ(*lines, (QList<QStringList>{{QStringLiteral("mail"), path}})) << exec;
+    }
+    // a relative one is no path of a file
+    const auto relative = entry(QStringLiteral("mail %f")).commandLines({QStringLiteral("a.eml")});
+    ASSERT_TRUE(relative);
+    EXPECT_EQ(*relative, (QList<QStringList>{{QStringLiteral("mail")}}));
+}
+
 TEST(DesktopEntry, NoFieldCodeStartsOnceWithoutUrls) {
     const auto lines = entry(QStringLiteral("mail")).commandLines(kTwo);
     ASSERT_TRUE(lines);

@@ -34,10 +34,34 @@ void MailDesktop::installDefaultClient() {
                                              "Exec=%1 %2 %u\n")
                                   .arg(FakeHostApp::recorderProgram(), m_host.recordFile())
                                   .toUtf8());
+    setDefault(QStringLiteral("message/rfc822"), QStringLiteral("corvina-test-mail.desktop"));
+    setDefault(QStringLiteral("x-scheme-handler/mailto"), QStringLiteral("corvina-test-mail.desktop"));
+}
+
+void MailDesktop::installTextEditor() {
+    m_host.installDesktopFile(QStringLiteral("corvina-test-editor.desktop"),
+                              QStringLiteral("[Desktop Entry]\nType=Application\nName=Test text editor\n"
+                                             "MimeType=text/plain;\nExec=%1 %2 --text-editor %F\n")
+                                  .arg(FakeHostApp::recorderProgram(), m_host.recordFile())
+                                  .toUtf8());
+    setDefault(QStringLiteral("text/plain"), QStringLiteral("corvina-test-editor.desktop"));
+}
+
+void MailDesktop::setDefault(const QString& mimeType, const QString& desktopFile) {
+    if (desktopFile.isEmpty())
+        m_defaults.remove(mimeType);
+    else
+        m_defaults.insert(mimeType, desktopFile);
+    writeDefaults();
+}
+
+void MailDesktop::writeDefaults() {
     QFile list(m_dir.filePath(QStringLiteral("config/mimeapps.list")));
     ASSERT_TRUE(list.open(QIODevice::WriteOnly));
-    list.write("[Default Applications]\nmessage/rfc822=corvina-test-mail.desktop\n"
-               "x-scheme-handler/mailto=corvina-test-mail.desktop\n");
+    QByteArray text = "[Default Applications]\n";
+    for (auto it = m_defaults.cbegin(); it != m_defaults.cend(); ++it)
+        text += (it.key() + u'=' + it.value() + u'\n').toUtf8();
+    list.write(text);
 }
 
 QString MailDesktop::file(const QString& name, const QByteArray& content) const {
@@ -50,6 +74,12 @@ QString MailDesktop::file(const QString& name, const QByteArray& content) const 
 
 QString MailDesktop::message(const QString& name) const {
     return file(name, "From: Ann <ann@example.org>\nTo: bob@example.org\nSubject: Hello\n"
+                      "Message-ID: <abc.123@example.org>\nDate: Thu, 2 May 2024 10:00:00 +0000\n\nHi Bob\n");
+}
+
+QString MailDesktop::messageTakenForText(const QString& name) const {
+    return file(name, "DKIM-Signature: v=1; a=rsa-sha256; d=example.org; s=mail; bh=AAAA; b=BBBB\n"
+                      "From: Ann <ann@example.org>\nTo: bob@example.org\nSubject: Hello\n"
                       "Message-ID: <abc.123@example.org>\nDate: Thu, 2 May 2024 10:00:00 +0000\n\nHi Bob\n");
 }
 

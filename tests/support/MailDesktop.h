@@ -4,6 +4,7 @@
 #include "support/ScopedEnvironment.h"
 
 #include <QList>
+#include <QMap>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
@@ -26,11 +27,19 @@ public:
 
     // The recorder as the default for messages and mailto: URLs.
     void installDefaultClient();
+    // A stand-in text editor (the recorder, its first argument "--text-editor") as the default for
+    // text/plain, as on many desktops.
+    void installTextEditor();
+    // `desktopFile` as the default application of `mimeType` in mimeapps.list; none when empty.
+    void setDefault(const QString& mimeType, const QString& desktopFile);
 
     // A file of `content` in the desktop's folder; answers its path.
     QString file(const QString& name, const QByteArray& content = "content\n") const;
     // A small message file.
     QString message(const QString& name) const;
+    // A message whose first header is a DKIM signature, as much real mail has it: a type sniffer
+    // (file(1)) takes it for text/plain.
+    QString messageTakenForText(const QString& name) const;
 
     QString recorderCommand() const;
     QString path(const QString& name) const { return m_dir.filePath(name); }
@@ -44,9 +53,11 @@ public:
 
 private:
     void set(const char* name, const QString& value);
+    void writeDefaults();
 
     FakeHostApp m_host; // XDG_DATA_HOME with the applications folder
     QTemporaryDir m_dir;
+    QMap<QString, QString> m_defaults; // MIME type -> desktop file
     std::vector<std::unique_ptr<ScopedEnvironment>> m_environment;
 };
 

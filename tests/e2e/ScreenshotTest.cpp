@@ -160,6 +160,26 @@ TEST(Screenshot, AMissingSharedFolderIsSaidInWords) {
     EXPECT_GT(inkBetween(shot, kBareHeaderHeight, shot.height()), 150);
 }
 
+TEST(Screenshot, ARefusedAccountListIsSaidInWords) {
+    TempContainer container;
+    fourMessages(container);
+    // Over the bound on objects: the array and 131 072 empty dictionaries.
+    QByteArray xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><array>";
+    for (int i = 0; i < 131072; ++i)
+        xml += "<dict/>";
+    xml += "</array></plist>\n";
+    container.writeBytes(QStringLiteral("Accounts.plist"), xml);
+    const QImage shot = shoot(container.root(), {});
+    ASSERT_FALSE(shot.isNull());
+    TempContainer empty;
+    empty.writeAccounts({TempContainer::account(QStringLiteral("ann@example.org"))});
+    const QImage noMessages = shoot(empty.root(), {});
+    ASSERT_FALSE(noMessages.isNull());
+    // No rows, and more words than "No messages": the account list's refusal, over two lines or more.
+    EXPECT_GT(shot.height(), noMessages.height() + 8);
+    EXPECT_GT(inkBetween(shot, kBareHeaderHeight, shot.height()), 150);
+}
+
 TEST(Screenshot, ABridgeFailureIsSaidBelowAFullList) {
     TempContainer container;
     fourMessages(container);

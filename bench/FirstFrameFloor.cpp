@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QWidget window;
     window.setWindowTitle(QStringLiteral("First frame floor"));
-    window.setFixedSize(320, 8 + 30 + 5 + 50 + 8);
+    window.setFixedSize(320, 30 + 5 + 50);
     auto* layout = new QVBoxLayout(&window);
     layout->addWidget(new QLabel(QStringLiteral("Inbox"), &window));
     FirstPaint watch;

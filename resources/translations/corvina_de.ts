@@ -84,6 +84,10 @@
         <translation>Stand %1: %2</translation>
     </message>
     <message>
+        <source>The mail application&apos;s account list could not be read (too large or damaged).</source>
+        <translation>Die Kontenliste des Mailprogramms konnte nicht gelesen werden (zu groß oder beschädigt).</translation>
+    </message>
+    <message>
         <source>Reply</source>
         <translation>Antworten</translation>
     </message>

@@ -84,6 +84,10 @@
         <translation>À %1 : %2</translation>
     </message>
     <message>
+        <source>The mail application&apos;s account list could not be read (too large or damaged).</source>
+        <translation>La liste des comptes de l’application de messagerie n’a pas pu être lue (trop grande ou endommagée).</translation>
+    </message>
+    <message>
         <source>Reply</source>
         <translation>Répondre</translation>
     </message>

@@ -254,6 +254,13 @@ ListCommand::Reading ListCommand::read(bool all) {
     }
     SnapshotLoader loader;
     const ExtensionMessageList dataFromDisk = loader.updateData();
+    if (!loader.accountsRefusal().isEmpty()) {
+        const std::optional<QUrl> data = ExtensionUtilities::GroupDataPath();
+        reading.refusedAccounts = QStringLiteral("refused the account list ") +
+                                  (data ? data->toLocalFile() + QLatin1Char('/') : QString()) +
+                                  ConstVars::accountsFile + QStringLiteral(" (") + loader.accountsRefusal() +
+                                  QStringLiteral("): no account is read");
+    }
     if (all) {
         reading.rows = dataFromDisk;
     } else {
@@ -265,11 +272,19 @@ ListCommand::Reading ListCommand::read(bool all) {
     return reading;
 }
 
-int ListCommand::run(const Options& options, QTextStream& out, QTextStream& err) {
-    const Reading reading = read(options.all);
+void ListCommand::explain(const Reading& reading, QTextStream& err) {
     if (!reading.missingFolder.isEmpty()) {
         err << "corvina-today: " << reading.missingFolder << "\n";
     }
+    if (!reading.refusedAccounts.isEmpty()) {
+        err << "corvina-today: " << reading.refusedAccounts << "\n";
+    }
+    err.flush();
+}
+
+int ListCommand::run(const Options& options, QTextStream& out, QTextStream& err) {
+    const Reading reading = read(options.all);
+    explain(reading, err);
     const ExtensionMessageList& rows = reading.rows;
     // streamed: the text of a hundred thousand rows is never held whole
     if (options.json) {

@@ -25,14 +25,21 @@ public:
         // Empty when the shared folder exists, else a line saying it does not ("no shared container
         // at DIR"), without the program's name.
         QString missingFolder;
+        // Empty unless the account list was there and refused: then a line saying so, with the
+        // reader's reason ("refused the account list FILE (...): no account is read"), without the
+        // program's name. The rows are empty then.
+        QString refusedAccounts;
     };
     // Loads the shared folder as the widget does: the stored list choice and the ten-row cut, or
     // with `all` every message read, newest first.
     static Reading read(bool all);
 
-    // Loads, prints to `out`, explains a missing shared folder on `err`. Always 0: an empty or
-    // missing mailbox is an empty list, not a failure.
+    // Loads, prints to `out`, explains a missing shared folder or a refused account list on `err`.
+    // Always 0: an empty or missing mailbox is an empty list, not a failure.
     static int run(const Options& options, QTextStream& out, QTextStream& err);
+    // Writes to `err` why `reading` may be empty (a missing shared folder, a refused account
+    // list), one line each with the program's name; nothing when there is nothing to explain.
+    static void explain(const Reading& reading, QTextStream& err);
 
     // One line per message: date text, sender and subject, separated by tabs; line breaks and tabs
     // inside the texts become spaces so that each message stays on one line.

@@ -71,9 +71,8 @@ void ListWatch::update() {
     if (m_printed && line == m_last) {
         return;
     }
-    if (!reading.missingFolder.isEmpty()) {
-        QTextStream(stderr) << "corvina-today: " << reading.missingFolder << "\n";
-    }
+    QTextStream err(stderr);
+    ListCommand::explain(reading, err);
     if (!writeOut(line)) {
         QCoreApplication::exit(0);
         return;

@@ -108,7 +108,8 @@ void WidgetHost::updateStatus() {
     const auto rows = m_controller->dataToShow();
     m_window->statusView()->setLines(
         TodayStatus::lines(TodayStatus::sharedFolderExists(), rows ? rows->size() : 0,
-                           BridgeStatusFile::failures(m_bridgeStatus->path()), QDateTime::currentDateTime()));
+                           BridgeStatusFile::failures(m_bridgeStatus->path()), QDateTime::currentDateTime(),
+                           !m_controller->accountsRefusal().isEmpty()));
 }
 
 void WidgetHost::applyAppearance() {

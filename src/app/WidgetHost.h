@@ -29,8 +29,11 @@ class WidgetHost : public QObject {
     Q_OBJECT
 
 public:
-    // The margins the host proposes; the widget answers with its own (left 0).
-    static constexpr EdgeInsets proposedMargins{8, 16, 8, 0};
+    // The margins the host proposes; the widget answers with its own (left 0). Nothing above or
+    // below: the window is the widget's panel, exactly as high as the widget (30 + 5 + 60 a row),
+    // with no band under the last row. Only the status line, when it has something to say, adds
+    // to it.
+    static constexpr EdgeInsets proposedMargins{0, 16, 0, 0};
     // How long the widget waits for its window's first frame before it reads all the same (a
     // window mapped where it cannot be seen is never painted).
     static constexpr int firstFrameWaitMs = 500;

@@ -63,10 +63,7 @@ int runStatusLine(QCommandLineParser& parser, const QCommandLineOption& all, con
     }
     if (!parser.isSet(watch)) {
         const corvina::ListCommand::Reading reading = corvina::ListCommand::read(parser.isSet(all));
-        if (!reading.missingFolder.isEmpty()) {
-            err << "corvina-today: " << reading.missingFolder << "\n";
-            err.flush();
-        }
+        corvina::ListCommand::explain(reading, err);
         QTextStream out(stdout);
         out << corvina::StatusLine::line(*chosen, reading);
         return 0;

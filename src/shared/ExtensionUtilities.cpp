@@ -22,9 +22,21 @@ namespace corvina {
 namespace {
 
 // The elements of a property-list file whose top level is an array; nothing otherwise, silently.
-std::optional<QVariantList> arrayWithContentsOfURL(const QUrl& url) {
+// `refusal`, when given, is set to the reason when the file is there but refused: the reader's
+// bounds, no property list, or no array at the top ("no array in return"). A file that is missing
+// or cannot be opened as a plain file is no refusal: there is simply nothing to read.
+std::optional<QVariantList> arrayWithContentsOfURL(const QUrl& url, QString* refusal = nullptr) {
     const PropertyList::Result read = PropertyList::readFile(url.toLocalFile());
-    if (!read.ok() || !PlistValue::isArray(read.value)) {
+    if (!read.ok()) {
+        if (refusal && !read.unreadable) {
+            *refusal = read.error;
+        }
+        return std::nullopt;
+    }
+    if (!PlistValue::isArray(read.value)) {
+        if (refusal) {
+            *refusal = QStringLiteral("no array in return");
+        }
         return std::nullopt;
     }
     return read.value.toList();
@@ -58,6 +70,10 @@ std::optional<QUrl> ExtensionUtilities::GroupDataPath() {
 }
 
 QList<ExtensionAccountPtr> ExtensionUtilities::Accounts() {
+    return Accounts(nullptr);
+}
+
+QList<ExtensionAccountPtr> ExtensionUtilities::Accounts(QString* refusal) {
     const std::optional<QUrl> data = GroupDataPath();
     if (!data) {
         return {}; // no shared folder: nothing to read and nothing to report
@@ -66,12 +82,21 @@ QList<ExtensionAccountPtr> ExtensionUtilities::Accounts() {
     const QUrl location = appending(*data, ConstVars::accountsFile);
     std::optional<QVariantList> read;
     QString error;
+    QString refused;
     // Deliberately a writing access although it only reads: it keeps the read exclusive against
     // the mail application's writers.
     if (!coordinator.coordinateWritingItemAtURL(
             location, FileCoordinator::WritingForDeleting, &error,
-            [&read](const QUrl& url) { read = arrayWithContentsOfURL(url); })) {
+            [&read, &refused](const QUrl& url) { read = arrayWithContentsOfURL(url, &refused); })) {
         Log::error(QStringLiteral("[%@] NSFileCoordinator Accounts %@"), {error});
+    }
+    // A refused account list counts as no accounts, as before, but it is said: every list then
+    // comes out empty, and the person looking at it is told why (status line, `--list`).
+    if (!refused.isEmpty()) {
+        Log::write(QStringLiteral("Accounts error deserialize %@"), {refused});
+        if (refusal) {
+            *refusal = refused;
+        }
     }
     QList<ExtensionAccountPtr> accounts;
     for (const QVariant& element : read.value_or(QVariantList())) {

@@ -35,7 +35,11 @@ public:
 
     // The accounts of "Accounts.plist" in the data folder, in file order; empty when the file is
     // missing, unreadable or not a list. Read under an exclusive lock (see FileCoordinator).
+    // A file that is there but refused (over a bound of the reader, no property list, no array at
+    // the top) is logged as "Accounts error deserialize <reason>", and `refusal`, when given, set
+    // to the reason; it is left as it is otherwise.
     static QList<ExtensionAccountPtr> Accounts();
+    static QList<ExtensionAccountPtr> Accounts(QString* refusal);
 
     // The two lists of the contact store. `groups` is always empty: see AddressesAndGroups().
     struct AddressesAndGroupsResult {

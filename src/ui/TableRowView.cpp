@@ -42,10 +42,19 @@ void TableRowView::drawFocusRingInRect(QPainter& painter, const QRect& rect) {
     painter.drawRoundedRect(QRectF(rect).adjusted(4.75, 1.75, -4.75, -1.75), 5, 5);
 }
 
+void TableRowView::setLeaving(bool leaving) {
+    if (leaving == m_leaving)
+        return;
+    m_leaving = leaving;
+    update();
+}
+
 void TableRowView::paintEvent(QPaintEvent*) {
-    if (!m_selected && !m_focusRing)
+    if (!m_selected && !m_focusRing && !m_leaving)
         return;
     QPainter painter(this);
+    if (m_leaving)
+        painter.fillRect(rect(), SystemColors::panelBackground());
     if (m_selected)
         drawSelectionInRect(painter, rect());
     if (m_focusRing)

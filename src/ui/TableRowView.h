@@ -24,12 +24,18 @@ public:
     void setShowsFocusRing(bool shown);
     virtual void drawFocusRingInRect(QPainter& painter, const QRect& rect);
 
+    // A removed row on its way out: drawn on the panel's colour (light or dark, as it is when
+    // drawn) rather than transparent, so that nothing under it shows through.
+    bool isLeaving() const { return m_leaving; }
+    void setLeaving(bool leaving);
+
 protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
     bool m_selected = false;
     bool m_focusRing = false;
+    bool m_leaving = false;
 };
 
 } // namespace corvina

@@ -133,15 +133,20 @@ void TableView::placeRows(bool animated) {
             continue;
         }
         // Rows below a removed one move up into its place.
+        // Positions, not rects: a row keeps its size while it moves (a rect's corners, each
+        // rounded on its own, made it a pixel narrower or shorter now and then).
+        row.rowView->resize(target.size());
         auto* move = new QVariantAnimation(this);
         move->setDuration(kAnimationMs);
-        move->setStartValue(row.rowView->geometry());
-        move->setEndValue(target);
-        move->setEasingCurve(QEasingCurve::OutCubic);
+        move->setStartValue(row.rowView->pos());
+        move->setEndValue(target.topLeft());
+        // Slow at first: a row sliding out (fast at first) is seen leaving before these close the
+        // gap over it. Deliberate: with the rows below quicker, they covered it before it had moved.
+        move->setEasingCurve(QEasingCurve::InOutQuad);
         QPointer<TableRowView> view = row.rowView.get();
         connect(move, &QVariantAnimation::valueChanged, this, [this, view](const QVariant& v) {
             if (view)
-                view->setGeometry(v.toRect());
+                view->move(v.toPoint());
             clipLeavingRows();
         });
         m_animations << move;
@@ -210,22 +215,27 @@ void TableView::removeRowsAtIndexes(const QList<qint64>& indexes, quint32 option
         // The removed row slides out sideways (or fades) and is deleted when out of sight.
         auto* out = new QVariantAnimation(this);
         out->setDuration(kAnimationMs);
-        out->setEasingCurve(QEasingCurve::InCubic);
+        // Fast at first, so that it is well on its way out (and seen going) while the rows below
+        // have hardly begun to move up.
+        out->setEasingCurve(QEasingCurve::OutCubic);
         const QRect start = row.rowView->geometry();
         const int dx = slide == AnimationSlideLeft    ? -start.width()
                        : slide == AnimationSlideRight ? start.width()
                                                       : 0;
-        out->setStartValue(start);
-        out->setEndValue(start.translated(dx, 0));
+        out->setStartValue(start.topLeft());
+        out->setEndValue(start.topLeft() + QPoint(dx, 0));
         TableRowView* view = row.rowView.get();
         view->raise();
+        // Opaque while it leaves: a row that leaves over another leaving row (two removed in a row)
+        // hides it rather than letting its text show through.
+        view->setLeaving(true);
         // A removed row takes no more clicks while it slides: not its buttons, and a click on it
         // is not one on the row that is moving up into its place either.
         view->setEnabled(false);
         view->setAttribute(Qt::WA_NoMousePropagation);
         m_leaving.push_back(std::move(row.rowView));
         connect(out, &QVariantAnimation::valueChanged, view, [this, view](const QVariant& v) {
-            view->setGeometry(v.toRect());
+            view->move(v.toPoint());
             clipLeavingRows();
         });
         // Also when the table stops its animations on the way out.

@@ -182,7 +182,8 @@ std::optional<QStringList> SnapshotLoader::directoryContent(const QString& path)
 ExtensionMessageList SnapshotLoader::updateData() {
     // Built outside the read's guard, as the accounts are needed before anything is read.
     QSet<QString> enabled;
-    for (const ExtensionAccountPtr& account : ExtensionUtilities::Accounts()) {
+    m_accountsRefusal.clear();
+    for (const ExtensionAccountPtr& account : ExtensionUtilities::Accounts(&m_accountsRefusal)) {
         // an account's address is null only after a failed read of its dictionary, which also left
         // it disabled; such an account cannot name a folder
         if (account->enabled() && !account->mail().isNull()) {

@@ -46,8 +46,13 @@ public:
     // its own result to its host, and nothing reads this to decide anything.
     UpdateResult::Value updateStatus() const { return m_status; }
 
+    // Why the last updateData read no account list although one was there (it was refused: see
+    // ExtensionUtilities::Accounts); empty when it was read, or when there was none.
+    QString accountsRefusal() const { return m_accountsRefusal; }
+
 private:
     UpdateResult::Value m_status = UpdateResult::NoData;
+    QString m_accountsRefusal;
 };
 
 } // namespace corvina

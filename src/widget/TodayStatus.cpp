@@ -17,6 +17,11 @@ QString TodayStatus::noSharedFolder() {
         QStringLiteral("No shared folder: is the mail application (or corvina-mail-bridge) running?"));
 }
 
+QString TodayStatus::accountListRefused() {
+    return Localization::text(
+        QStringLiteral("The mail application's account list could not be read (too large or damaged)."));
+}
+
 QString TodayStatus::failureLine(const BridgeStatusFile::Failure& failure, const QDateTime& now) {
     if (!failure.time.isValid())
         return failure.error;
@@ -31,10 +36,13 @@ QString TodayStatus::failureLine(const BridgeStatusFile::Failure& failure, const
 }
 
 QStringList TodayStatus::lines(bool sharedFolderExists, qsizetype rowsShown,
-                               const QList<BridgeStatusFile::Failure>& failures, const QDateTime& now) {
+                               const QList<BridgeStatusFile::Failure>& failures, const QDateTime& now,
+                               bool accountListRefused) {
     QStringList said;
     if (!sharedFolderExists)
         said << noSharedFolder();
+    else if (accountListRefused)
+        said << TodayStatus::accountListRefused(); // instead of "No messages": it says why
     else if (rowsShown == 0)
         said << noMessages();
     for (const BridgeStatusFile::Failure& failure : failures)

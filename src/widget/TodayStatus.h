@@ -15,13 +15,18 @@ class TodayStatus {
 public:
     static QString noMessages();
     static QString noSharedFolder();
+    // The mail application's account list is there but was refused (too large, or no list at all):
+    // no account, so nothing can be shown.
+    static QString accountListRefused();
     // "As of 10:42: login refused for ada" (a failure of an earlier day names the day too).
     static QString failureLine(const BridgeStatusFile::Failure& failure, const QDateTime& now);
 
-    // The lines for a widget that shows `rowsShown` rows: the folder's absence or "No messages"
-    // first, then one line per failed account. Empty when there is nothing to say.
+    // The lines for a widget that shows `rowsShown` rows: the folder's absence, the refused account
+    // list, or "No messages" first, then one line per failed account. Empty when there is nothing
+    // to say. `accountListRefused`: the last read refused the account list.
     static QStringList lines(bool sharedFolderExists, qsizetype rowsShown,
-                             const QList<BridgeStatusFile::Failure>& failures, const QDateTime& now);
+                             const QList<BridgeStatusFile::Failure>& failures, const QDateTime& now,
+                             bool accountListRefused = false);
 
     // Whether the shared folder the widget reads is on disk (its location known and a folder there).
     static bool sharedFolderExists();

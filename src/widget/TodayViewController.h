@@ -88,6 +88,9 @@ public:
 
     ExtensionMessageList updateData();
     static std::optional<QStringList> directoryContent(const QString& path);
+    // Why the last read found no accounts although the account list was there (it was refused);
+    // empty otherwise. For the words under the list.
+    QString accountsRefusal() const { return m_loader.accountsRefusal(); }
 
     TodayTableView* myTableView() const { return m_myTableView; }
     TodayHeaderView* myHeaderView() const { return m_myHeaderView; }

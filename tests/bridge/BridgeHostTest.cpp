@@ -488,8 +488,8 @@ TEST_F(BridgeHostTest, ClickingArchiveInTheWidgetArchivesTheMessageOnTheServer) 
     ASSERT_FALSE(window.isEmpty()) << "the widget's window did not appear";
     // Let it draw its rows before the click (the newest message is the first row).
     QThread::msleep(500);
-    // The first row's archive button: below the header (8 + 30 + 5), 30..50 into the row, x 252..272.
-    x.click(window, 262, 8 + 30 + 5 + 40);
+    // The first row's archive button: below the header (30 + 5), 30..50 into the row, x 252..272.
+    x.click(window, 262, 30 + 5 + 40);
 
     EXPECT_TRUE(waitFor([&] { return server.messageIds(User, QStringLiteral("Archive")).contains(id); }))
         << output.toStdString() << QString::fromUtf8(running.readAllStandardError()).toStdString();

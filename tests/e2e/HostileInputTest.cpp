@@ -166,8 +166,17 @@ TEST(HostileInput, BinaryAccountListOf200000Accounts) {
     container.write(ConstVars::accountsFile, b.finish(b.array(accounts)));
     const auto run = container.listAll();
     expectSurvived(run);
-    // refused, the account list counts as no accounts: nothing to show
+    // refused, the account list counts as no accounts: nothing to show, and that is said, in the
+    // log's words and in the program's own line
     EXPECT_EQ(listedIds(run), "");
+    EXPECT_TRUE(
+        run.err.contains("Accounts error deserialize binary property list holds more than 131072 objects"))
+        << run.err.toStdString();
+    EXPECT_TRUE(run.err.contains(
+        ("corvina-today: refused the account list " + container.data() + "/" + ConstVars::accountsFile +
+         " (binary property list holds more than 131072 objects): no account is read\n")
+            .toUtf8()))
+        << run.err.toStdString();
     container.expectFilesUntouched();
 }
 

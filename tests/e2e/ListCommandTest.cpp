@@ -222,6 +222,37 @@ TEST(ListCommand, NoContainerIsAnEmptyListAndOneLineOnStderr) {
     EXPECT_EQ(missing.err, "corvina-today: no shared container at /nonexistent/box\n");
 }
 
+TEST(ListCommand, ARefusedAccountListIsAnEmptyListAndSaidOnStderr) {
+    QTemporaryDir root;
+    writeContainer(root.path(), mixedSpec());
+    // Over the bound on objects: the array and 131 072 empty dictionaries.
+    const QString accounts = root.path() + "/SharedData/Accounts.plist";
+    QFile file(accounts);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><array>");
+    for (int i = 0; i < 131072; ++i)
+        file.write("<dict/>");
+    file.write("</array></plist>\n");
+    file.close();
+    const QByteArray said = "corvina-today: refused the account list " + accounts.toUtf8() +
+                            " (XML property list holds more than 131072 objects): no account is read\n";
+    for (const QStringList& arguments : {QStringList{"--list", "--json", "--all"}, QStringList{"--list"},
+                                         QStringList{"--list", "--format", "text"}}) {
+        const Outcome r = run(arguments + QStringList{"--container", root.path()});
+        EXPECT_EQ(r.exitCode, 0) << arguments.join(' ').toStdString();
+        EXPECT_TRUE(r.err.contains(said)) << r.err.toStdString();
+        EXPECT_TRUE(
+            r.err.contains("Accounts error deserialize XML property list holds more than 131072 objects"))
+            << r.err.toStdString();
+        if (arguments.contains("--json"))
+            EXPECT_EQ(QJsonDocument::fromJson(r.out).array().size(), 0);
+        else if (arguments.contains("text"))
+            EXPECT_EQ(r.out, "0\n");
+        else
+            EXPECT_TRUE(r.out.isEmpty());
+    }
+}
+
 TEST(ListCommand, JsonOrAllWithoutListIsAUsageError) {
     const Outcome r = run({"--json"});
     EXPECT_EQ(r.exitCode, 2);

@@ -50,18 +50,26 @@ int inkBetween(const QImage& image, int y0, int y1) {
     return ink;
 }
 
-TempContainer* fourMessages(TempContainer& container) {
+TempContainer* messages(TempContainer& container, int count) {
     const QString account = QStringLiteral("ann@example.org");
     container.writeAccounts({TempContainer::account(account)});
     QVariantList rows;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < count; ++i)
         rows << TempContainer::message(QStringLiteral("m%1").arg(i), account, 1795000000 - i * 600, 1);
     container.writeSnapshot(account, QStringLiteral("inbox.plist"), rows);
     return &container;
 }
 
-constexpr int kFourRowsHeight = 8 + 30 + 5 + 4 * 60 + 8;
-constexpr int kBareHeaderHeight = 8 + 30 + 5 + 8;
+TempContainer* fourMessages(TempContainer& container) {
+    return messages(container, 4);
+}
+
+// The widget's own height: header 30, gap 5, 60 a row; the window adds nothing around it.
+constexpr int widgetHeight(int rows) {
+    return 30 + 5 + rows * 60;
+}
+constexpr int kFourRowsHeight = widgetHeight(4);
+constexpr int kBareHeaderHeight = widgetHeight(0);
 
 } // namespace
 
@@ -70,8 +78,30 @@ TEST(Screenshot, RendersTheWidgetAtItsSizeAfterTheFirstLoad) {
     fourMessages(container);
     const QImage image = shoot(container.root(), {});
     ASSERT_FALSE(image.isNull());
-    // 320 wide; 8 above, header 30, gap 5, four rows of 60, 8 below.
-    EXPECT_EQ(image.size(), QSize(320, 8 + 30 + 5 + 4 * 60 + 8));
+    // 320 wide; header 30, gap 5, four rows of 60, and nothing above or below.
+    EXPECT_EQ(image.size(), QSize(320, 30 + 5 + 4 * 60));
+}
+
+TEST(Screenshot, TheWindowIsExactlyAsHighAsItsRows) {
+    for (const int rows : {1, 10}) {
+        TempContainer container;
+        messages(container, rows);
+        const QImage shot = shoot(container.root(), {});
+        ASSERT_FALSE(shot.isNull());
+        // No band under the last row: the row itself reaches the bottom edge.
+        EXPECT_EQ(shot.size(), QSize(320, widgetHeight(rows))) << rows << " rows";
+        EXPECT_GT(inkBetween(shot, widgetHeight(rows) - 60, widgetHeight(rows)), 50) << rows << " rows";
+    }
+    // No rows: the header, and the words for the empty list below it (a line of text and its
+    // margins, 8 above and 12 below).
+    TempContainer empty;
+    messages(empty, 0);
+    const QImage shot = shoot(empty.root(), {});
+    ASSERT_FALSE(shot.isNull());
+    EXPECT_GE(shot.height(), widgetHeight(0) + 8 + 10 + 12);
+    EXPECT_LE(shot.height(), widgetHeight(0) + 8 + 20 + 12);
+    EXPECT_EQ(inkBetween(shot, widgetHeight(0), widgetHeight(0) + 8), 0);
+    EXPECT_GT(inkBetween(shot, widgetHeight(0) + 8, shot.height()), 50);
 }
 
 TEST(Screenshot, BadIntervalIsAUsageError) {
@@ -96,8 +126,8 @@ TEST(Screenshot, LightAndDarkPanels) {
     EXPECT_EQ(dark.pixelColor(2, 2), QColor(0x24, 0x26, 0x2b));
     EXPECT_GT(light.pixelColor(2, 2).lightness(), 200);
     // The rows' text is light on the dark panel and dark on the light one, and there is some.
-    EXPECT_GT(inkBetween(dark, 60, kFourRowsHeight - 8), 500);
-    EXPECT_GT(inkBetween(light, 60, kFourRowsHeight - 8), 500);
+    EXPECT_GT(inkBetween(dark, 60, kFourRowsHeight), 500);
+    EXPECT_GT(inkBetween(light, 60, kFourRowsHeight), 500);
     QProcess bad;
     bad.start(QStringLiteral(CORVINA_TODAY_BINARY),
               {QStringLiteral("--appearance"), QStringLiteral("sepia")});
@@ -114,7 +144,7 @@ TEST(Screenshot, AnEmptyListSaysSoBelowTheHeader) {
     // The bare header, and one line of words below it.
     EXPECT_GT(shot.height(), kBareHeaderHeight + 10);
     EXPECT_LT(shot.height(), kBareHeaderHeight + 50);
-    EXPECT_GT(inkBetween(shot, kBareHeaderHeight - 8, shot.height()), 50);
+    EXPECT_GT(inkBetween(shot, kBareHeaderHeight, shot.height()), 50);
 }
 
 TEST(Screenshot, AMissingSharedFolderIsSaidInWords) {
@@ -127,7 +157,27 @@ TEST(Screenshot, AMissingSharedFolderIsSaidInWords) {
     ASSERT_FALSE(empty.isNull());
     // Longer words than "No messages": two lines, where the empty list takes one.
     EXPECT_GT(shot.height(), empty.height() + 8);
-    EXPECT_GT(inkBetween(shot, kBareHeaderHeight - 8, shot.height()), 150);
+    EXPECT_GT(inkBetween(shot, kBareHeaderHeight, shot.height()), 150);
+}
+
+TEST(Screenshot, ARefusedAccountListIsSaidInWords) {
+    TempContainer container;
+    fourMessages(container);
+    // Over the bound on objects: the array and 131 072 empty dictionaries.
+    QByteArray xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><array>";
+    for (int i = 0; i < 131072; ++i)
+        xml += "<dict/>";
+    xml += "</array></plist>\n";
+    container.writeBytes(QStringLiteral("Accounts.plist"), xml);
+    const QImage shot = shoot(container.root(), {});
+    ASSERT_FALSE(shot.isNull());
+    TempContainer empty;
+    empty.writeAccounts({TempContainer::account(QStringLiteral("ann@example.org"))});
+    const QImage noMessages = shoot(empty.root(), {});
+    ASSERT_FALSE(noMessages.isNull());
+    // No rows, and more words than "No messages": the account list's refusal, over two lines or more.
+    EXPECT_GT(shot.height(), noMessages.height() + 8);
+    EXPECT_GT(inkBetween(shot, kBareHeaderHeight, shot.height()), 150);
 }
 
 TEST(Screenshot, ABridgeFailureIsSaidBelowAFullList) {
@@ -143,7 +193,7 @@ TEST(Screenshot, ABridgeFailureIsSaidBelowAFullList) {
     const QImage shot = shoot(container.root(), {}, state.path());
     ASSERT_FALSE(shot.isNull());
     EXPECT_GT(shot.height(), kFourRowsHeight + 10);
-    EXPECT_GT(inkBetween(shot, kFourRowsHeight - 8, shot.height()), 50);
+    EXPECT_GT(inkBetween(shot, kFourRowsHeight, shot.height()), 50);
     // A fresh state folder: the list alone, at its exact height.
     const QImage fresh = shoot(container.root(), {});
     ASSERT_FALSE(fresh.isNull());

@@ -96,13 +96,50 @@ TEST(ExtensionUtilities, AccountsAreReadInFileOrderFromBothForms) {
     }
 }
 
-TEST(ExtensionUtilities, AnAccountsFileThatIsNoListGivesNoAccounts) {
+TEST(ExtensionUtilities, AnAccountsFileThatIsNoListGivesNoAccountsAndSaysSo) {
     TempContainer container;
     LogCapture capture;
     container.writePlist(ConstVars::accountsFile, QVariantMap{{"mail", "a@example.org"}});
-    EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
+    QString refusal;
+    EXPECT_TRUE(ExtensionUtilities::Accounts(&refusal).isEmpty());
+    EXPECT_EQ(refusal, QStringLiteral("no array in return"));
     container.writeBytes(ConstVars::accountsFile, "not a property list");
+    refusal.clear();
+    EXPECT_TRUE(ExtensionUtilities::Accounts(&refusal).isEmpty());
+    EXPECT_FALSE(refusal.isEmpty());
+    EXPECT_EQ(capture.lines(), (QStringList{QStringLiteral("Accounts error deserialize no array in return"),
+                                            QStringLiteral("Accounts error deserialize ") + refusal}));
+}
+
+TEST(ExtensionUtilities, AnAccountsFileOverTheObjectBoundIsRefusedAndSaysSo) {
+    TempContainer container;
+    // One object past the bound: the array and 131 072 empty dictionaries.
+    QByteArray xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><array>";
+    for (int i = 0; i < 131072; ++i)
+        xml += "<dict/>";
+    xml += "</array></plist>\n";
+    container.writeBytes(ConstVars::accountsFile, xml);
+    LogCapture capture;
+    QString refusal;
+    EXPECT_TRUE(ExtensionUtilities::Accounts(&refusal).isEmpty());
+    EXPECT_EQ(refusal, QStringLiteral("XML property list holds more than 131072 objects"));
+    EXPECT_EQ(capture.lines(),
+              QStringList{QStringLiteral(
+                  "Accounts error deserialize XML property list holds more than 131072 objects")});
+    // Without a place for the reason, the line is logged all the same.
     EXPECT_TRUE(ExtensionUtilities::Accounts().isEmpty());
+    EXPECT_EQ(capture.lines().size(), 2);
+}
+
+TEST(ExtensionUtilities, AnAccountsFileReadOrMissingIsNoRefusal) {
+    TempContainer container;
+    LogCapture capture;
+    QString refusal = QStringLiteral("untouched");
+    EXPECT_TRUE(ExtensionUtilities::Accounts(&refusal).isEmpty()); // missing
+    EXPECT_EQ(refusal, QStringLiteral("untouched"));
+    container.writeAccounts({TempContainer::account("a@example.org")});
+    EXPECT_EQ(ExtensionUtilities::Accounts(&refusal).size(), 1);
+    EXPECT_EQ(refusal, QStringLiteral("untouched"));
     EXPECT_TRUE(capture.lines().isEmpty());
 }
 

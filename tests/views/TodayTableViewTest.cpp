@@ -1,11 +1,13 @@
 #include "views/TodayTableView.h"
 
 #include "support/WidgetTesting.h"
+#include "ui/SystemColors.h"
 #include "ui/TableRowView.h"
 #include "views/TodayMetrics.h"
 #include "views/TodayTableRowView.h"
 
 #include <QImage>
+#include <QPainter>
 #include <QPalette>
 #include <QVariantAnimation>
 #include <gtest/gtest.h>
@@ -180,4 +182,80 @@ TEST(TodayTableView, ASlidingRowIsNeverDrawnOverTheRowsMovingUp) {
             EXPECT_EQ(redOverOthers, 0) << part;
         }
     }
+}
+
+namespace {
+
+// Rows whose cells draw thin lines of their own colour across their width and leave the rest
+// transparent, as text does: the first removed one red, the second green, the others blue.
+class LinedRows : public Rows {
+public:
+    QWidget* viewForTableColumn(TableView* table, TableColumn*, qint64 row) override {
+        const QColor colour = row == 1 ? QColor(Qt::red) : row == 2 ? QColor(Qt::green) : QColor(Qt::blue);
+        auto* w = new Lines(colour);
+        w->resize(table->width(), int(table->rowHeight()));
+        return w;
+    }
+
+private:
+    class Lines : public QWidget {
+    public:
+        explicit Lines(QColor colour) : m_colour(colour) {}
+
+    protected:
+        void paintEvent(QPaintEvent*) override {
+            QPainter painter(this);
+            for (int y = 4; y < height(); y += 6)
+                painter.fillRect(0, y, width(), 2, m_colour);
+        }
+
+    private:
+        QColor m_colour;
+    };
+};
+
+} // namespace
+
+TEST(TodayTableView, ALeavingRowShowsNothingThroughItInEitherAppearance) {
+    for (const auto appearance : {SystemColors::Appearance::Dark, SystemColors::Appearance::Light}) {
+        SystemColors::setAppearance(appearance);
+        LinedRows rows;
+        rows.count = 4;
+        auto loaded = loadedTable(rows, 4 * TodayMetrics::rowHeight);
+        TodayTableView& table = *loaded;
+        table.show();
+        // The red row leaves to the right; while it is still on its way, the green row that was
+        // moving up into its place leaves too, to the left, over it.
+        table.removeRowsAtIndexes({1}, TableView::AnimationSlideRight);
+        QList<QVariantAnimation*> first = table.findChildren<QVariantAnimation*>();
+        for (QVariantAnimation* animation : first)
+            animation->setCurrentTime(animation->duration() * 2 / 10);
+        TableRowView* green = table.rowViewAtRow(1);
+        table.removeRowsAtIndexes({1}, TableView::AnimationSlideLeft);
+        const QList<QVariantAnimation*> all = table.findChildren<QVariantAnimation*>();
+        for (const double part : {0.0, 0.1, 0.2, 0.3}) {
+            for (QVariantAnimation* animation : all) {
+                if (!first.contains(animation))
+                    animation->setCurrentTime(int(animation->duration() * part));
+                else
+                    animation->setCurrentTime(int(animation->duration() * (0.2 + part)));
+            }
+            ASSERT_TRUE(green->isVisible());
+            const QRect leaving = green->geometry();
+            const QImage picture = test::renderTransparent(table);
+            int redThrough = 0;
+            int panel = 0;
+            for (int y = std::max(0, leaving.top()); y <= std::min(picture.height() - 1, leaving.bottom());
+                 ++y)
+                for (int x = std::max(0, leaving.left()); x <= std::min(picture.width() - 1, leaving.right());
+                     ++x) {
+                    redThrough += picture.pixelColor(x, y) == QColor(Qt::red);
+                    panel += picture.pixelColor(x, y) == SystemColors::panelBackground();
+                }
+            EXPECT_EQ(redThrough, 0) << part << ": the row under the leaving one shows through it";
+            // Between its lines, the leaving row is the panel's colour, light or dark.
+            EXPECT_GT(panel, 1000) << part;
+        }
+    }
+    SystemColors::setAppearance(SystemColors::Appearance::Dark);
 }

@@ -1,6 +1,8 @@
 #include "widget/TodayStatus.h"
 
 #include "platform/GroupContainer.h"
+#include "shared/ConstVars.h"
+#include "support/LogCapture.h"
 #include "support/ScopedEnvironment.h"
 #include "support/ScopedZone.h"
 #include "support/TempContainer.h"
@@ -12,6 +14,7 @@
 #include <gtest/gtest.h>
 
 using namespace corvina;
+using corvina::test::LogCapture;
 using corvina::test::ScopedEnvironment;
 using corvina::test::TempContainer;
 
@@ -125,4 +128,61 @@ TEST(TodayStatus, TheControllerSaysWhenItsRowsChange) {
     controller.removeMessage(controller.dataToShow()->at(0));
     EXPECT_EQ(changed.size(), 2);
     EXPECT_EQ(controller.dataToShow()->size(), 1);
+}
+
+TEST(TodayStatus, ARefusedAccountListIsSaidInsteadOfNoMessages) {
+    const QString refused =
+        QStringLiteral("The mail application's account list could not be read (too large or damaged).");
+    EXPECT_EQ(TodayStatus::accountListRefused(), refused);
+    EXPECT_EQ(TodayStatus::lines(true, 0, {}, QDateTime::currentDateTime(), true), QStringList{refused});
+    // The folder's absence comes first, and a bridge failure still follows.
+    EXPECT_EQ(TodayStatus::lines(false, 0, {}, QDateTime::currentDateTime(), true), QStringList{kNoFolder});
+    const QDateTime now(QDate(2026, 11, 25), QTime(11, 5), Qt::UTC);
+    EXPECT_EQ(TodayStatus::lines(
+                  true, 0,
+                  {failure(QStringLiteral("a"), QDateTime(QDate(2026, 11, 25), QTime(9, 0), Qt::UTC))}, now,
+                  true),
+              (QStringList{refused, QStringLiteral("As of 09:00: a")}));
+}
+
+TEST(TodayStatus, TheRefusedAccountListIsSaidInGermanAndFrench) {
+    {
+        test::ScopedLanguage language(QLocale(QLocale::German, QLocale::Germany));
+        EXPECT_EQ(
+            TodayStatus::accountListRefused(),
+            QStringLiteral("Die Kontenliste des Mailprogramms konnte nicht gelesen werden (zu groß oder "
+                           "beschädigt)."));
+    }
+    test::ScopedLanguage language(QLocale(QLocale::French, QLocale::France));
+    EXPECT_EQ(TodayStatus::accountListRefused(),
+              QStringLiteral("La liste des comptes de l’application de messagerie n’a pas pu être lue (trop "
+                             "grande ou endommagée)."));
+}
+
+TEST(TodayStatus, TheControllerKnowsWhenItsAccountListWasRefused) {
+    TempContainer container;
+    const QString account = QStringLiteral("ann@example.org");
+    container.writeAccounts({TempContainer::account(account)});
+    container.writeSnapshot(account, QStringLiteral("inbox.plist"),
+                            TempContainer::inboxMessages(account, {QStringLiteral("a")}));
+    TodayViewController controller;
+    EXPECT_EQ(controller.updateData().size(), 1);
+    EXPECT_TRUE(controller.accountsRefusal().isEmpty());
+    // Over the bound on objects: the array and 131 072 empty dictionaries.
+    QByteArray xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><array>";
+    for (int i = 0; i < 131072; ++i)
+        xml += "<dict/>";
+    xml += "</array></plist>\n";
+    container.writeBytes(ConstVars::accountsFile, xml);
+    LogCapture capture;
+    EXPECT_TRUE(controller.updateData().isEmpty());
+    EXPECT_EQ(controller.accountsRefusal(),
+              QStringLiteral("XML property list holds more than 131072 objects"));
+    EXPECT_EQ(capture.count(QStringLiteral(
+                  "Accounts error deserialize XML property list holds more than 131072 objects")),
+              1);
+    // Written again as it should be: read, and nothing refused any more.
+    container.writeAccounts({TempContainer::account(account)});
+    EXPECT_EQ(controller.updateData().size(), 1);
+    EXPECT_TRUE(controller.accountsRefusal().isEmpty());
 }

@@ -14,6 +14,12 @@ std::optional<QString> BridgeCommand::password(const BridgeConfig::Account& acco
     return AccountPassword::obtain(account, error);
 }
 
+QDeadlineTimer BridgeCommand::attemptDeadline() const {
+    // A person reads --timeout as "this account is given up after that long": one deadline for the
+    // whole attempt (connection, login, every list, goodbye), not only for each wait.
+    return QDeadlineTimer(qint64(m_timeoutSeconds) * 1000);
+}
+
 int BridgeCommand::once() {
     if (!m_config.exists()) {
         m_err << "corvina-mail-bridge: no accounts: " << m_config.path() << " does not exist" << Qt::endl;
@@ -54,6 +60,7 @@ int BridgeCommand::once() {
             continue;
         }
         AccountSync sync(account, m_timeoutSeconds);
+        sync.session().setDeadline(attemptDeadline());
         const AccountSync::Result result = sync.run(*secret);
         if (!result.ok) {
             failed(account, result.error);
@@ -121,6 +128,7 @@ int BridgeCommand::check(const QString& name) {
             continue;
         }
         AccountSync sync(account, m_timeoutSeconds);
+        sync.session().setDeadline(attemptDeadline());
         const AccountSync::Result result = sync.check(*secret);
         if (result.ok) {
             m_out << account.name << ": ok" << Qt::endl;

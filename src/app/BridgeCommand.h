@@ -2,6 +2,7 @@
 
 #include "bridge/BridgeConfig.h"
 
+#include <QDeadlineTimer>
 #include <QString>
 #include <QStringList>
 #include <QTextStream>
@@ -34,6 +35,9 @@ public:
     static std::optional<QString> password(const BridgeConfig::Account& account, QString* error);
 
 private:
+    // When one account's attempt must be over, counted from now.
+    QDeadlineTimer attemptDeadline() const;
+
     BridgeConfig m_config;
     QTextStream& m_out;
     QTextStream& m_err;

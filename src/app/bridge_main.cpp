@@ -9,6 +9,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QTextStream>
+#include <csignal>
 #include <unistd.h>
 
 namespace {
@@ -57,6 +58,9 @@ const char* const commandsHelp =
 } // namespace
 
 int main(int argc, char* argv[]) {
+    // A server that resets the connection while we write to it must cost that account a line, not
+    // the whole process: every mode sees a failed write (EPIPE) instead of dying of SIGPIPE.
+    std::signal(SIGPIPE, SIG_IGN);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("corvina-mail-bridge"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVINA_VERSION));
@@ -75,10 +79,12 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption config(QStringLiteral("config"),
                                     QStringLiteral("Read the accounts from FILE instead of bridge.conf."),
                                     QStringLiteral("FILE"));
-    const QCommandLineOption timeout(QStringLiteral("timeout"),
-                                     QStringLiteral("Give up on a server that does not answer within SECONDS "
-                                                    "(default 30)."),
-                                     QStringLiteral("SECONDS"), QStringLiteral("30"));
+    const QCommandLineOption timeout(
+        QStringLiteral("timeout"),
+        QStringLiteral("Give up on a server that takes longer than SECONDS "
+                       "(default 30) for a step (connecting, each command); "
+                       "with --once and check, for each account's whole attempt."),
+        QStringLiteral("SECONDS"), QStringLiteral("30"));
     parser.addOptions({help, version, once, config, timeout});
     parser.addPositionalArgument(
         QStringLiteral("command"),

@@ -1,6 +1,7 @@
 #include "ImapSession.h"
 
 #include "bridge/CertificateCheck.h"
+#include "bridge/GuardedStream.h"
 #include "bridge/ImapFolderName.h"
 
 #include <QDeadlineTimer>
@@ -8,12 +9,15 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <libetpan/libetpan.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <strings.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace corvina {
 
@@ -54,6 +58,10 @@ template <typename T, void (*Free)(T*)> struct Owned {
     Owned(const Owned&) = delete;
     Owned& operator=(const Owned&) = delete;
 };
+
+// Defined with the single-message commands below.
+quint32 uidOf(const mailimap_msg_att* att);
+const mailimap_msg_att_static* staticOf(const mailimap_msg_att* att, int type);
 
 void freeSearchResult(clist* list) {
     mailimap_search_result_free(list);
@@ -171,21 +179,86 @@ bool ImapSession::fail(Failure failure, const QString& text) {
     return false;
 }
 
+QDeadlineTimer ImapSession::stepDeadline() const {
+    const QDeadlineTimer step(qint64(m_settings.timeoutSeconds) * 1000);
+    return m_deadline < step ? m_deadline : step;
+}
+
+GuardedStream* ImapSession::guard() const {
+    if (m_imap == nullptr || m_imap->imap_stream == nullptr)
+        return nullptr;
+    return GuardedStream::of(mailstream_get_low(m_imap->imap_stream));
+}
+
+void ImapSession::arm(qint64 answerBytes, qint64 answerCount) {
+    if (GuardedStream* stream = guard())
+        stream->arm(stepDeadline(), {answerBytes, answerCount});
+}
+
+void ImapSession::closeQuietly() {
+    if (m_imap == nullptr)
+        return;
+    // mailimap_free says LOGOUT on a stream it still has: closed first, there is none.
+    if (m_imap->imap_stream != nullptr) {
+        mailstream_close(m_imap->imap_stream);
+        m_imap->imap_stream = nullptr;
+    }
+    mailimap_free(m_imap);
+    m_imap = nullptr;
+}
+
+QString ImapSession::brokenText(const QString& what, int result) const {
+    const GuardedStream* stream = guard();
+    const QString server = QStringLiteral("%1:%2").arg(m_settings.host).arg(m_settings.port);
+    switch (stream != nullptr ? stream->stop() : GuardedStream::Stop::None) {
+    case GuardedStream::Stop::TimedOut:
+        return QStringLiteral("the server %1 did not answer within %2 s (%3)")
+            .arg(server)
+            .arg(m_settings.timeoutSeconds)
+            .arg(what);
+    case GuardedStream::Stop::Closed:
+        return QStringLiteral("the server %1 closed the connection during %2").arg(server, what);
+    case GuardedStream::Stop::Reset:
+        return QStringLiteral("the server %1 reset the connection during %2").arg(server, what);
+    case GuardedStream::Stop::Broken:
+        return QStringLiteral("connection to %1 lost during %2: %3")
+            .arg(server, what, QString::fromLocal8Bit(std::strerror(stream->error())));
+    case GuardedStream::Stop::TooManyBytes:
+        return QStringLiteral("the server %1 sent more than %2 bytes in answer to %3")
+            .arg(server)
+            .arg(stream->budget().bytes)
+            .arg(what);
+    case GuardedStream::Stop::TooManyAnswers:
+        return QStringLiteral("the server %1 sent more than %2 answers to %3")
+            .arg(server)
+            .arg(stream->budget().answers)
+            .arg(what);
+    case GuardedStream::Stop::None:
+        break;
+    }
+    if (result == MAILIMAP_ERROR_PARSE)
+        return QStringLiteral("the server %1 sent an answer to %2 that cannot be read").arg(server, what);
+    if (result == MAILIMAP_ERROR_STREAM || result == MAILIMAP_ERROR_CONNECTION_REFUSED ||
+        result == MAILIMAP_ERROR_MEMORY)
+        return QStringLiteral("connection to %1 lost during %2").arg(server, what);
+    return QString();
+}
+
 bool ImapSession::check(int result, const QString& what) {
     if (result == MAILIMAP_NO_ERROR || result == MAILIMAP_NO_ERROR_AUTHENTICATED ||
         result == MAILIMAP_NO_ERROR_NON_AUTHENTICATED)
         return true;
     // An answer that cannot be read leaves the stream at an unknown place: most often the server
-    // said BYE and closed the connection in the middle of it.
-    if (result == MAILIMAP_ERROR_STREAM || result == MAILIMAP_ERROR_CONNECTION_REFUSED ||
-        result == MAILIMAP_ERROR_MEMORY || result == MAILIMAP_ERROR_PARSE) {
+    // said BYE and closed the connection in the middle of it. One cut off by its deadline or its
+    // budget is not waited for any longer either.
+    const QString broken = brokenText(what, result);
+    if (!broken.isEmpty()) {
+        const GuardedStream* stream = guard();
+        const bool overBudget = stream != nullptr && (stream->stop() == GuardedStream::Stop::TooManyBytes ||
+                                                      stream->stop() == GuardedStream::Stop::TooManyAnswers);
         // The stream is unusable now; the next call must reconnect.
-        mailimap_free(m_imap);
-        m_imap = nullptr;
-        return fail(Failure::ConnectionLost, QStringLiteral("connection to %1:%2 lost or timed out during %3")
-                                                 .arg(m_settings.host)
-                                                 .arg(m_settings.port)
-                                                 .arg(what));
+        closeQuietly();
+        return fail(overBudget ? Failure::Protocol : Failure::ConnectionLost, broken);
     }
     const QString server = serverText(m_imap);
     // The command's own error is the server's NO or BAD.
@@ -198,6 +271,145 @@ bool ImapSession::check(int result, const QString& what) {
                     .arg(server.isEmpty() ? QString() : QStringLiteral(": ") + server));
 }
 
+namespace {
+
+// A TCP connection to host:port by `deadline`: the socket (blocking again, as libetpan wants it),
+// or -1 with `why` saying what happened.
+int connectSocket(const QString& host, quint16 port, QDeadlineTimer deadline, int timeoutSeconds,
+                  QString* why) {
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const QByteArray service = QByteArray::number(port);
+    const int looked = ::getaddrinfo(host.toUtf8().constData(), service.constData(), &hints, &found);
+    if (looked != 0) {
+        *why = QStringLiteral("name not found: %1").arg(QString::fromLocal8Bit(::gai_strerror(looked)));
+        return -1;
+    }
+    int error = 0;
+    bool timedOut = false;
+    int fd = -1;
+    for (const addrinfo* a = found; a != nullptr && fd < 0 && !timedOut; a = a->ai_next) {
+        const int s = ::socket(a->ai_family, a->ai_socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, a->ai_protocol);
+        if (s < 0) {
+            error = errno;
+            continue;
+        }
+        int r = ::connect(s, a->ai_addr, a->ai_addrlen);
+        if (r != 0 && errno == EINPROGRESS) {
+            pollfd p{s, POLLOUT, 0};
+            do {
+                r = ::poll(&p, 1, static_cast<int>(qMax<qint64>(0, deadline.remainingTime())));
+            } while (r < 0 && errno == EINTR);
+            if (r == 0) {
+                timedOut = true;
+                error = ETIMEDOUT;
+            } else {
+                socklen_t length = sizeof error;
+                error = 0;
+                if (r < 0 || ::getsockopt(s, SOL_SOCKET, SO_ERROR, &error, &length) != 0)
+                    error = errno;
+            }
+            r = error == 0 ? 0 : -1;
+        } else if (r != 0) {
+            error = errno;
+        }
+        if (r == 0 && ::fcntl(s, F_SETFL, ::fcntl(s, F_GETFL) & ~O_NONBLOCK) == 0)
+            fd = s;
+        else
+            ::close(s);
+    }
+    ::freeaddrinfo(found);
+    if (fd >= 0)
+        return fd;
+    if (timedOut)
+        *why = QStringLiteral("no connection within %1 s").arg(timeoutSeconds);
+    else if (error == ECONNREFUSED)
+        *why = QStringLiteral("connection refused");
+    else
+        *why = QString::fromLocal8Bit(std::strerror(error));
+    return -1;
+}
+
+// libetpan's waits count whole seconds, 0 being its own default: what is left, rounded up.
+time_t secondsLeft(QDeadlineTimer deadline) {
+    return static_cast<time_t>(qMax<qint64>(1, (deadline.remainingTime() + 999) / 1000));
+}
+
+} // namespace
+
+bool ImapSession::openConnection() {
+    const QString server = QStringLiteral("%1:%2").arg(m_settings.host).arg(m_settings.port);
+    auto unreachable = [&](const QString& why) {
+        closeQuietly();
+        return fail(Failure::HostUnreachable, QStringLiteral("host unreachable: %1 (%2)").arg(server, why));
+    };
+    QDeadlineTimer step = stepDeadline();
+    QString why;
+    const int fd = connectSocket(m_settings.host, m_settings.port, step, m_settings.timeoutSeconds, &why);
+    if (fd < 0)
+        return unreachable(why);
+    mailstream_low* inner = m_settings.security == BridgeConfig::Security::Tls
+                                ? mailstream_low_ssl_open_timeout(fd, secondsLeft(step))
+                                : mailstream_low_socket_open(fd);
+    if (inner == nullptr) {
+        ::close(fd);
+        return unreachable(step.hasExpired()
+                               ? QStringLiteral("no TLS handshake within %1 s").arg(m_settings.timeoutSeconds)
+                               : QStringLiteral("TLS handshake failed"));
+    }
+    mailstream_low* low = GuardedStream::wrap(inner);
+    mailstream* connection = low != nullptr ? mailstream_new(low, 8192) : nullptr;
+    if (connection == nullptr) {
+        mailstream_low* made = low != nullptr ? low : inner;
+        mailstream_low_close(made);
+        mailstream_low_free(made);
+        return unreachable(QStringLiteral("out of memory"));
+    }
+    GuardedStream* guarded = GuardedStream::of(low);
+    // The greeting, after the handshake, has a step of its own.
+    step = stepDeadline();
+    guarded->arm(step, {AnswerBytes, AnswerCount});
+    // The session owns the stream from here on, whatever the greeting was.
+    const int result = mailimap_connect(m_imap, connection);
+    if (result != MAILIMAP_NO_ERROR_AUTHENTICATED && result != MAILIMAP_NO_ERROR_NON_AUTHENTICATED) {
+        switch (guarded->stop()) {
+        case GuardedStream::Stop::TimedOut:
+            return unreachable(QStringLiteral("no IMAP greeting within %1 s").arg(m_settings.timeoutSeconds));
+        case GuardedStream::Stop::Closed:
+            return unreachable(QStringLiteral("the server closed the connection before its greeting"));
+        case GuardedStream::Stop::Reset:
+            return unreachable(QStringLiteral("the server reset the connection before its greeting"));
+        case GuardedStream::Stop::Broken:
+            return unreachable(QString::fromLocal8Bit(std::strerror(guarded->error())));
+        default:
+            break;
+        }
+        const QString said = serverText(m_imap);
+        return unreachable(result == MAILIMAP_ERROR_DONT_ACCEPT_CONNECTION
+                               ? QStringLiteral("the server refused the session: %1").arg(said)
+                               : QStringLiteral("no IMAP greeting: the server sent something else"));
+    }
+    if (m_settings.security == BridgeConfig::Security::StartTls) {
+        arm();
+        if (!check(mailimap_starttls(m_imap), QStringLiteral("STARTTLS")))
+            return fail(Failure::Insecure,
+                        QStringLiteral("%1 offers no STARTTLS: %2").arg(m_settings.host, m_errorText));
+        // TLS over the same socket from now on, under the same guard.
+        mailstream_low* tls = mailstream_low_tls_open_timeout(mailstream_low_get_fd(guarded->inner()),
+                                                              secondsLeft(stepDeadline()));
+        if (tls == nullptr) {
+            closeQuietly();
+            return fail(
+                Failure::Insecure,
+                QStringLiteral("%1 offers no STARTTLS: the TLS handshake failed").arg(m_settings.host));
+        }
+        guarded->replaceInner(tls);
+    }
+    return true;
+}
+
 bool ImapSession::connectToServer() {
     logout();
     m_failure = Failure::None;
@@ -208,37 +420,15 @@ bool ImapSession::connectToServer() {
     if (m_imap == nullptr)
         return fail(Failure::Protocol, QStringLiteral("out of memory"));
     mailimap_set_timeout(m_imap, m_settings.timeoutSeconds);
-    const QByteArray host = m_settings.host.toUtf8();
-    int result = MAILIMAP_NO_ERROR;
-    if (m_settings.security == BridgeConfig::Security::Tls)
-        result = mailimap_ssl_connect(m_imap, host.constData(), m_settings.port);
-    else
-        result = mailimap_socket_connect(m_imap, host.constData(), m_settings.port);
-    if (result != MAILIMAP_NO_ERROR_AUTHENTICATED && result != MAILIMAP_NO_ERROR_NON_AUTHENTICATED) {
-        mailimap_free(m_imap);
-        m_imap = nullptr;
-        return fail(
-            Failure::HostUnreachable,
-            QStringLiteral("host unreachable: %1:%2 (%3)")
-                .arg(m_settings.host)
-                .arg(m_settings.port)
-                .arg(result == MAILIMAP_ERROR_CONNECTION_REFUSED
-                         ? QStringLiteral("no connection")
-                         : QStringLiteral("no IMAP greeting within %1 s").arg(m_settings.timeoutSeconds)));
-    }
-    if (m_settings.security == BridgeConfig::Security::StartTls) {
-        if (!check(mailimap_socket_starttls(m_imap), QStringLiteral("STARTTLS")))
-            return fail(Failure::Insecure,
-                        QStringLiteral("%1 offers no STARTTLS: %2").arg(m_settings.host, m_errorText));
-    }
+    if (!openConnection())
+        return false;
     if (m_settings.security != BridgeConfig::Security::None) {
         // Nothing, least of all the password, goes out before the server has proved who it is.
         const QString problem =
             CertificateCheck::problem(peerChain(m_imap), m_settings.host, m_settings.caFile);
         if (!problem.isEmpty()) {
             // Not even a LOGOUT: an untrusted server is told nothing more.
-            mailimap_free(m_imap);
-            m_imap = nullptr;
+            closeQuietly();
             return fail(Failure::Insecure,
                         QStringLiteral("certificate of %1 not trusted: %2").arg(m_settings.host, problem));
         }
@@ -249,6 +439,7 @@ bool ImapSession::connectToServer() {
 bool ImapSession::login(const QString& user, const QString& password) {
     if (m_imap == nullptr)
         return fail(Failure::ConnectionLost, QStringLiteral("not connected"));
+    arm();
     const int result = mailimap_login(m_imap, user.toUtf8().constData(), password.toUtf8().constData());
     if (result == MAILIMAP_ERROR_LOGIN) {
         const QString server = serverText(m_imap);
@@ -273,6 +464,7 @@ std::optional<ImapSession::Folder> ImapSession::open(const QString& folder, bool
         return std::nullopt;
     }
     const QByteArray name = wireName(folder);
+    arm();
     const int result =
         readOnly ? mailimap_examine(m_imap, name.constData()) : mailimap_select(m_imap, name.constData());
     if (result == (readOnly ? MAILIMAP_ERROR_EXAMINE : MAILIMAP_ERROR_SELECT)) {
@@ -294,13 +486,15 @@ std::optional<ImapSession::Folder> ImapSession::open(const QString& folder, bool
     return state;
 }
 
-std::optional<QList<ImapSession::Envelope>> ImapSession::fetch(mailimap_set* set, bool byUid) {
+std::optional<QList<ImapSession::Envelope>> ImapSession::fetch(mailimap_set* set, bool byUid,
+                                                               const QList<quint32>& asked) {
     mailimap_fetch_type* type = mailimap_fetch_type_new_fetch_att_list_empty();
     mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_uid());
     mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_flags());
     mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_internaldate());
     mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_envelope());
     clist* raw = nullptr;
+    arm(AnswerBytes + EnvelopeBytes * asked.size(), AnswerCount + asked.size());
     const int result =
         byUid ? mailimap_uid_fetch(m_imap, set, type, &raw) : mailimap_fetch(m_imap, set, type, &raw);
     mailimap_fetch_type_free(type);
@@ -308,17 +502,73 @@ std::optional<QList<ImapSession::Envelope>> ImapSession::fetch(mailimap_set* set
     Owned<clist, freeFetchResult> list(raw);
     if (!check(result, QStringLiteral("FETCH")))
         return std::nullopt;
-    QList<Envelope> envelopes;
-    for (clistiter* it = clist_begin(list.p); it != nullptr; it = clist_next(it)) {
+    return validAnswers(list.p, byUid, asked);
+}
+
+std::optional<QList<ImapSession::Envelope>> ImapSession::validAnswers(clist* answers, bool byUid,
+                                                                      const QList<quint32>& asked) {
+    // The answers are checked as a list: one that cannot be right fails the whole FETCH, so that a
+    // list is never written from answers that name the wrong messages, or from too few.
+    auto invalid = [this](const QString& why) {
+        fail(Failure::Protocol, QStringLiteral("the server %1:%2 answered FETCH wrongly: %3")
+                                    .arg(m_settings.host)
+                                    .arg(m_settings.port)
+                                    .arg(why));
+        return std::nullopt;
+    };
+    const quint32 uidNext =
+        m_imap->imap_selection_info != nullptr ? m_imap->imap_selection_info->sel_uidnext : 0;
+    const QSet<quint32> wanted(asked.begin(), asked.end());
+    QSet<quint32> answered;
+    QList<std::pair<quint32, Envelope>> kept; // by message number
+    for (clistiter* it = clist_begin(answers); it != nullptr; it = clist_next(it)) {
         const auto* att = static_cast<const mailimap_msg_att*>(clist_content(it));
+        // News the server sends unasked (a flag changed meanwhile) carries no envelope, and an
+        // answer about a message not asked for is not ours: both are left out.
+        if (att == nullptr || staticOf(att, MAILIMAP_MSG_ATT_ENVELOPE) == nullptr)
+            continue;
+        const quint32 uid = uidOf(att);
+        const quint32 key = byUid ? uid : att->att_number;
+        if (!wanted.contains(key))
+            continue;
+        if (uid == 0)
+            return invalid(QStringLiteral("message %1 came without its UID").arg(att->att_number));
+        if (uidNext != 0 && uid >= uidNext)
+            return invalid(QStringLiteral("UID %1 of message %2 is not below the folder's next UID %3")
+                               .arg(uid)
+                               .arg(att->att_number)
+                               .arg(uidNext));
+        if (answered.contains(key))
+            return invalid(QStringLiteral("message %1 came twice").arg(att->att_number));
+        answered.insert(key);
         Envelope envelope;
-        if (att != nullptr && readMessage(att, envelope)) {
-            ++m_fetchedEnvelopes;
-            envelopes.append(envelope);
+        readMessage(att, envelope);
+        kept.append({att->att_number, envelope});
+    }
+    // Every message asked for by number exists (the folder was just opened, and nothing is removed
+    // during a FETCH); a missing answer is one that could not be read. By UID, a message may have
+    // been removed since it was found.
+    if (!byUid && answered.size() != wanted.size()) {
+        for (const quint32 number : asked) {
+            if (!answered.contains(number))
+                return invalid(QStringLiteral("no readable answer for message %1").arg(number));
         }
     }
-    std::sort(envelopes.begin(), envelopes.end(),
-              [](const Envelope& a, const Envelope& b) { return a.uid < b.uid; });
+    std::sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (qsizetype i = 1; i < kept.size(); ++i) {
+        // UIDs rise with message numbers: both name the messages in the order they arrived.
+        if (kept[i].first == kept[i - 1].first || kept[i].second.uid <= kept[i - 1].second.uid)
+            return invalid(QStringLiteral("UID %1 of message %2 does not follow UID %3 of message %4")
+                               .arg(kept[i].second.uid)
+                               .arg(kept[i].first)
+                               .arg(kept[i - 1].second.uid)
+                               .arg(kept[i - 1].first));
+    }
+    QList<Envelope> envelopes;
+    envelopes.reserve(kept.size());
+    for (const auto& [number, envelope] : kept)
+        envelopes.append(envelope);
+    m_fetchedEnvelopes += envelopes.size();
     return envelopes;
 }
 
@@ -332,7 +582,10 @@ std::optional<QList<ImapSession::Envelope>> ImapSession::fetchNewest(quint32 cou
         return QList<Envelope>();
     // Message numbers follow UID order, so the last `count` numbers are the newest messages.
     const quint32 first = exists > count ? exists - count + 1 : 1;
-    return fetch(mailimap_set_new_interval(first, exists), false);
+    QList<quint32> numbers;
+    for (quint32 n = first; n <= exists && n != 0; ++n)
+        numbers.append(n);
+    return fetch(mailimap_set_new_interval(first, exists), false, numbers);
 }
 
 std::optional<QList<quint32>> ImapSession::searchFlagged() {
@@ -349,6 +602,7 @@ std::optional<QList<quint32>> ImapSession::searchUids(int keyType, const QString
                                 nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0, nullptr,
                                 nullptr, nullptr, nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr);
     clist* raw = nullptr;
+    arm();
     const int result = mailimap_uid_search(m_imap, nullptr, key, &raw);
     mailimap_search_key_free(key);
     Owned<clist, freeSearchResult> list(raw);
@@ -373,16 +627,20 @@ std::optional<QList<ImapSession::Envelope>> ImapSession::fetchUids(const QList<q
     mailimap_set* set = mailimap_set_new_empty();
     for (const quint32 uid : uids)
         mailimap_set_add_single(set, uid);
-    return fetch(set, true);
+    return fetch(set, true, uids);
 }
 
 void ImapSession::logout() {
     if (m_imap == nullptr)
         return;
-    // A polite goodbye; its answer does not matter, and the timeout bounds the wait.
-    mailimap_logout(m_imap);
-    mailimap_free(m_imap);
-    m_imap = nullptr;
+    // A polite goodbye; its answer does not matter, and the timeout bounds the wait. Not on a
+    // connection that broke, nor past the attempt's deadline.
+    const GuardedStream* stream = guard();
+    if (stream != nullptr && stream->stop() == GuardedStream::Stop::None && !m_deadline.hasExpired()) {
+        arm();
+        mailimap_logout(m_imap);
+    }
+    closeQuietly();
 }
 
 QString ImapSession::decodeHeader(const char* raw) {
@@ -465,6 +723,7 @@ bool ImapSession::supportsIdle() {
         return listsCapability(info->imap_capability, "IDLE");
     // The server did not list its capabilities with its greeting or login answer: ask.
     mailimap_capability_data* caps = nullptr;
+    arm();
     const int result = mailimap_capability(m_imap, &caps);
     const bool idle = result == MAILIMAP_NO_ERROR && listsCapability(caps, "IDLE");
     // The answer may also be kept as the connection's own; never free that one.
@@ -485,10 +744,7 @@ void ImapSession::setTimeout(int seconds) {
 }
 
 void ImapSession::abandon() {
-    if (m_imap == nullptr)
-        return;
-    mailimap_free(m_imap);
-    m_imap = nullptr;
+    closeQuietly();
 }
 
 ImapSession::IdleOutcome ImapSession::idle(int wakeFd, int seconds) {
@@ -507,6 +763,8 @@ ImapSession::IdleOutcome ImapSession::idle(int wakeFd, int seconds) {
         return IdleOutcome::Failed;
     };
     const uint32_t existsBefore = m_imap->imap_selection_info->sel_exists;
+    // Each of IDLE and DONE is a command with the timeout; the wait between them is as long as asked.
+    arm();
     if (!check(mailimap_idle(m_imap), QStringLiteral("IDLE")))
         return lost(QStringLiteral("IDLE"));
     const int fd = mailimap_idle_get_fd(m_imap);
@@ -537,6 +795,7 @@ ImapSession::IdleOutcome ImapSession::idle(int wakeFd, int seconds) {
     const int normalTimeout = m_settings.timeoutSeconds;
     if (woken)
         setTimeout(qMin(normalTimeout, WokenTimeoutSeconds));
+    arm();
     const int done = mailimap_idle_done(m_imap);
     const bool ended = check(done, QStringLiteral("DONE"));
     setTimeout(normalTimeout);
@@ -648,6 +907,7 @@ bool ImapSession::askCapabilities() {
         return true;
     // Asked after login: what a server announces before it (with its greeting) is often less.
     mailimap_capability_data* caps = nullptr;
+    arm();
     const int result = mailimap_capability(m_imap, &caps);
     if (result == MAILIMAP_NO_ERROR && caps != nullptr && caps->cap_list != nullptr) {
         for (clistiter* it = clist_begin(caps->cap_list); it != nullptr; it = clist_next(it)) {
@@ -677,6 +937,7 @@ std::optional<QString> ImapSession::specialUseFolder(const QString& use) {
         return std::nullopt;
     }
     clist* raw = nullptr;
+    arm(AnswerBytes, ListAnswerCount);
     const int result = mailimap_list(m_imap, "", "*", &raw);
     Owned<clist, freeListResult> list(raw);
     if (!check(result, QStringLiteral("LIST")))
@@ -710,6 +971,8 @@ bool ImapSession::fetchOne(quint32 uid, mailimap_fetch_type* type, const QString
     }
     mailimap_set* set = mailimap_set_new_single(uid);
     clist* raw = nullptr;
+    // One message, whole at most: what a message may weigh, and the usual room besides.
+    arm(MaximumMessageBytes + AnswerBytes);
     const int result = mailimap_uid_fetch(m_imap, set, type, &raw);
     mailimap_fetch_type_free(type);
     mailimap_set_free(set);
@@ -894,6 +1157,7 @@ bool ImapSession::storeFlag(quint32 uid, bool deleted, const QString& what) {
     mailimap_flag_list_add(flags, deleted ? mailimap_flag_new_deleted() : mailimap_flag_new_seen());
     mailimap_store_att_flags* store = mailimap_store_att_flags_new_add_flags_silent(flags);
     mailimap_set* set = mailimap_set_new_single(uid);
+    arm();
     const int result = mailimap_uid_store(m_imap, set, store);
     mailimap_set_free(set);
     mailimap_store_att_flags_free(store);
@@ -911,6 +1175,7 @@ std::optional<ImapSession::MoveResult> ImapSession::moveMessage(quint32 uid, con
     auto run = [this, uid](int (*command)(mailimap*, mailimap_set*, const char*), const char* mailbox,
                            const QString& what) {
         mailimap_set* set = mailimap_set_new_single(uid);
+        arm();
         const int result = command(m_imap, set, mailbox);
         mailimap_set_free(set);
         return check(result, what);
@@ -926,6 +1191,7 @@ std::optional<ImapSession::MoveResult> ImapSession::moveMessage(quint32 uid, con
         return std::nullopt;
     if (hasCapability("UIDPLUS")) {
         mailimap_set* set = mailimap_set_new_single(uid);
+        arm();
         const int result = mailimap_uid_expunge(m_imap, set);
         mailimap_set_free(set);
         if (!check(result, QStringLiteral("UID EXPUNGE")))
@@ -939,6 +1205,7 @@ std::optional<ImapSession::MoveResult> ImapSession::moveMessage(quint32 uid, con
         return std::nullopt;
     if (*deleted != QList<quint32>{uid})
         return MoveResult::LeftMarkedDeleted;
+    arm();
     if (!check(mailimap_expunge(m_imap), QStringLiteral("EXPUNGE")))
         return std::nullopt;
     return MoveResult::Moved;

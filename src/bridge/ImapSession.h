@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QList>
 #include <QSet>
 #include <QString>
@@ -15,12 +16,19 @@ struct mailimap;
 struct mailimap_set;
 struct mailimap_fetch_type;
 struct mailimap_msg_att;
+struct clist_s;
+using clist = clist_s;
 
 namespace corvina {
 
+class GuardedStream;
+
 // One account's connection to its IMAP server, through libetpan. Every call blocks the calling
-// thread, so a session belongs to one thread (the account's worker); every network wait is bounded
-// by the session's timeout, after which the call fails as a lost connection.
+// thread, so a session belongs to one thread (the account's worker). Each step (the connection, the
+// TLS handshake, the greeting, and each command's whole answer) must be over within the session's
+// timeout, and all of them before the attempt's deadline when one is set; past either the call
+// fails and the connection is closed. What one answer may hold is bounded too (see the budgets
+// below): a server cannot make the bridge wait or grow without end.
 //
 // Only what the bridge shows is fetched: the envelopes, flags and arrival dates of the newest
 // messages of a folder, picked by position (the newest N message numbers are the N highest UIDs),
@@ -84,8 +92,29 @@ public:
     std::optional<QList<quint32>> searchFlagged();
     // The messages of the open folder with these UIDs (those that still exist), ascending.
     std::optional<QList<Envelope>> fetchUids(const QList<quint32>& uids);
-    // Says goodbye (bounded by the timeout) and closes the connection.
+    // Says goodbye (bounded by the timeout) and closes the connection; closes it without a word
+    // when the connection is broken or the attempt's deadline has passed.
     void logout();
+
+    // Every later step, this session's whole attempt, ends by `deadline` (the one-shot modes give
+    // each account --timeout in all); by default there is none and each step has the timeout.
+    void setDeadline(QDeadlineTimer deadline) { m_deadline = deadline; }
+
+    // What one command's answer may hold: far more than an honest server sends for what the bridge
+    // asks, and little enough that the process stays under 200 MB whatever the server sends.
+    // libetpan keeps a whole answer in memory until its end, as a structure for every word: lines
+    // of nothing but one-letter words cost about 45 bytes of memory for each byte read (4 MiB of
+    // them made a peak of 212 MB). Past a budget the command fails as a protocol error.
+    static constexpr qint64 AnswerBytes = 2 * 1024 * 1024;
+    // Untagged answers (lines starting "* "): a server may send unasked news of flags or of new
+    // messages with any answer, but not this many.
+    static constexpr qint64 AnswerCount = 10000;
+    // A LIST answer names every folder, one a line: servers with shared folders list thousands.
+    static constexpr qint64 ListAnswerCount = 100000;
+    // A FETCH of envelopes grows by this much for each message asked for. An envelope names every
+    // recipient: most are well under a kilobyte; the few of messages to hundreds of people (tens of
+    // kilobytes each) fit in AnswerBytes.
+    static constexpr qint64 EnvelopeBytes = 1024;
 
     // --- Acting on one message ---------------------------------------------------------------
 
@@ -167,9 +196,25 @@ public:
 
 private:
     bool fail(Failure failure, const QString& text);
-    // Maps a libetpan result of a command to a failure; true when it succeeded.
+    // Maps a libetpan result of a command to a failure; true when it succeeded. A broken
+    // connection, an answer over its budget or one that cannot be read closes the connection.
     bool check(int result, const QString& what);
-    std::optional<QList<Envelope>> fetch(mailimap_set* set, bool byUid);
+    // The guard on the connection; null when there is none.
+    GuardedStream* guard() const;
+    // When the step starting now must end: the timeout from now, or the attempt's deadline.
+    QDeadlineTimer stepDeadline() const;
+    // Starts a command: its answer must come by stepDeadline() and within the budget.
+    void arm(qint64 answerBytes = AnswerBytes, qint64 answerCount = AnswerCount);
+    // Closes the connection without a word (libetpan's own close would send LOGOUT) and forgets it.
+    void closeQuietly();
+    // The connection, made with the step's deadline: the socket, TLS, the greeting, STARTTLS.
+    bool openConnection();
+    // Why the connection broke, when it did; empty when it did not.
+    QString brokenText(const QString& what, int result) const;
+    // FETCH of envelopes; `asked` are the message numbers (or the UIDs, `byUid`) in `set`.
+    std::optional<QList<Envelope>> fetch(mailimap_set* set, bool byUid, const QList<quint32>& asked);
+    // The answers that were asked for, ascending by UID; nothing when the list cannot be right.
+    std::optional<QList<Envelope>> validAnswers(clist* answers, bool byUid, const QList<quint32>& asked);
     std::optional<Folder> open(const QString& folder, bool readOnly);
     bool needsFolder();
     bool askCapabilities();
@@ -187,6 +232,7 @@ private:
     static QString folderFromWire(const char* name);
 
     Settings m_settings;
+    QDeadlineTimer m_deadline{QDeadlineTimer::Forever};
     mailimap* m_imap = nullptr;
     Failure m_failure = Failure::None;
     QString m_errorText;

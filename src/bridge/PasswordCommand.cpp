@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 
+#include <QDeadlineTimer>
 #include <QProcess>
 #include <QStringList>
 
@@ -24,16 +25,40 @@ std::optional<QString> PasswordCommand::run(const QString& commandLine, QString*
     if (!process.waitForStarted(timeoutMs))
         return fail(QStringLiteral("passwordCommand %1 could not be started: %2")
                         .arg(program, process.errorString()));
-    if (!process.waitForFinished(timeoutMs)) {
-        process.kill();
-        process.waitForFinished(1000);
-        return fail(QStringLiteral("passwordCommand %1 did not finish within %2 s")
-                        .arg(program)
-                        .arg(timeoutMs / 1000));
+    // Read as it comes, so that a command that prints without end is stopped at the bound instead
+    // of filling our memory (or being sent to the server as a password).
+    const QDeadlineTimer deadline(timeoutMs);
+    QByteArray printed;
+    QByteArray errors;
+    for (;;) {
+        printed += process.readAllStandardOutput();
+        if (errors.size() < MaximumOutputBytes)
+            errors += process.readAllStandardError();
+        else
+            process.readAllStandardError();
+        if (printed.size() > MaximumOutputBytes) {
+            process.kill();
+            process.waitForFinished(1000);
+            return fail(QStringLiteral("passwordCommand %1 printed more than %2 bytes")
+                            .arg(program)
+                            .arg(MaximumOutputBytes));
+        }
+        if (process.state() == QProcess::NotRunning)
+            break;
+        if (deadline.hasExpired()) {
+            process.kill();
+            process.waitForFinished(1000);
+            return fail(QStringLiteral("passwordCommand %1 did not finish within %2 s")
+                            .arg(program)
+                            .arg(timeoutMs / 1000));
+        }
+        const int wait = static_cast<int>(qMin<qint64>(deadline.remainingTime(), 1000));
+        // False at once when the command closed its output but goes on: then wait for its end.
+        if (!process.waitForReadyRead(wait) && process.state() != QProcess::NotRunning)
+            process.waitForFinished(qMin(wait, 100));
     }
     if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-        const QString stderrLine =
-            QString::fromUtf8(process.readAllStandardError()).section(u'\n', 0, 0).trimmed();
+        const QString stderrLine = QString::fromUtf8(errors).section(u'\n', 0, 0).trimmed();
         QString why = process.exitStatus() != QProcess::NormalExit
                           ? QStringLiteral("passwordCommand %1 crashed").arg(program)
                           : QStringLiteral("passwordCommand %1 failed with status %2")
@@ -43,7 +68,7 @@ std::optional<QString> PasswordCommand::run(const QString& commandLine, QString*
             why += QStringLiteral(": ") + stderrLine;
         return fail(why);
     }
-    QString output = QString::fromUtf8(process.readAllStandardOutput());
+    QString output = QString::fromUtf8(printed);
     const qsizetype newline = output.indexOf(u'\n');
     if (newline >= 0)
         output.truncate(newline);

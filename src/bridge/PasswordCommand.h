@@ -13,6 +13,9 @@ class PasswordCommand {
 public:
     // Long enough for a keyring or a GPG agent that asks the user to unlock it.
     static constexpr int DefaultTimeoutMs = 60000;
+    // The most a command may print: a password on its first line, and room for what tools such as
+    // `pass` print after it. More is refused, and the command stopped.
+    static constexpr qint64 MaximumOutputBytes = 64 * 1024;
 
     // The password, or nothing with `error` set to one line (the command's exit status and the
     // first line it wrote on stderr; never its output).

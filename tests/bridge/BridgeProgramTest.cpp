@@ -78,7 +78,7 @@ TEST_F(BridgeProgramTest, CheckSaysWhenTheHostIsUnreachable) {
     server.stop();
     const Outcome o = run({QStringLiteral("check")}, config);
     EXPECT_EQ(o.exitCode, 1);
-    EXPECT_EQ(o.out, QStringLiteral("work: host unreachable: 127.0.0.1:%1 (no connection)\n").arg(port));
+    EXPECT_EQ(o.out, QStringLiteral("work: host unreachable: 127.0.0.1:%1 (connection refused)\n").arg(port));
 }
 
 TEST_F(BridgeProgramTest, CheckAndOnceSayWhichFolderIsMissing) {

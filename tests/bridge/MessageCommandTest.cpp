@@ -664,7 +664,7 @@ TEST_F(MessageCommandTest, AServerGoneForGoodIsAConnectionFailureAfterOneMoreTry
     const MessageCommand::Outcome outcome = command.run(Action::Archive, second, Password);
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.failure, Failure::Connection);
-    EXPECT_EQ(outcome.error, QStringLiteral("archive: host unreachable: %1:%2 (no connection)")
+    EXPECT_EQ(outcome.error, QStringLiteral("archive: host unreachable: %1:%2 (connection refused)")
                                  .arg(server.host())
                                  .arg(server.port()));
     EXPECT_FALSE(command.isConnected());

@@ -123,5 +123,9 @@
         <source>Messages</source>
         <translation>Messages</translation>
     </message>
+    <message>
+        <source>(no sender)</source>
+        <translation>(sans expéditeur)</translation>
+    </message>
 </context>
 </TS>

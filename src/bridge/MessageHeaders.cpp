@@ -4,6 +4,7 @@
 
 #include <QTimeZone>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iconv.h>
@@ -79,7 +80,8 @@ bool isValidUtf8(const QByteArray& bytes) {
 // `bytes` read as `charset` by iconv, refusing any byte sequence the charset does not define.
 std::optional<QString> convert(const QByteArray& bytes, const QByteArray& charset) {
     iconv_t cd = ::iconv_open("UTF-8", charset.constData());
-    if (cd == reinterpret_cast<iconv_t>(-1))
+    // iconv_open says failure with (iconv_t)-1
+    if (reinterpret_cast<intptr_t>(cd) == -1)
         return std::nullopt;
     // UTF-8 takes at most four bytes for any character of a legacy charset's one to four.
     QByteArray out(bytes.size() * 4 + 16, Qt::Uninitialized);
@@ -140,10 +142,9 @@ QString addressText(const mailimap_address* address, const QByteArrayList& chars
     if (!name.isEmpty())
         return name;
     // A group's start (no host) names the group; its end (no mailbox either) names nothing.
-    const QString mailbox =
-        MessageHeaders::rawText(QByteArray(address->ad_mailbox_name ? address->ad_mailbox_name : ""),
-                                charsets)
-            .trimmed();
+    QString mailbox = MessageHeaders::rawText(
+                          QByteArray(address->ad_mailbox_name ? address->ad_mailbox_name : ""), charsets)
+                          .trimmed();
     const QString host =
         MessageHeaders::rawText(QByteArray(address->ad_host_name ? address->ad_host_name : ""), charsets)
             .trimmed();
@@ -157,7 +158,7 @@ QString firstOf(const clist* list, const QByteArrayList& charsets) {
     if (list == nullptr)
         return QString();
     for (clistiter* it = clist_begin(list); it != nullptr; it = clist_next(it)) {
-        const QString text = addressText(static_cast<const mailimap_address*>(clist_content(it)), charsets);
+        QString text = addressText(static_cast<const mailimap_address*>(clist_content(it)), charsets);
         if (!text.isEmpty())
             return text;
     }

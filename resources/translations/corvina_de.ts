@@ -127,5 +127,9 @@
         <source>Messages</source>
         <translation>Nachrichten</translation>
     </message>
+    <message>
+        <source>(no sender)</source>
+        <translation>(kein Absender)</translation>
+    </message>
 </context>
 </TS>

@@ -127,5 +127,9 @@
         <source>Messages</source>
         <translation>Messages</translation>
     </message>
+    <message>
+        <source>(no sender)</source>
+        <translation>(sans expéditeur)</translation>
+    </message>
 </context>
 </TS>

@@ -52,7 +52,28 @@ QString absolutePath(const QString& typed) {
     return QDir::cleanPath(QDir::current().absoluteFilePath(typed));
 }
 
+// `text` as one word for a POSIX shell: as it is when it holds nothing the shell reads, else in
+// single quotes (a quote inside written '\'').
+QString shellWord(const QString& text) {
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_@%+=:,./-]+$"));
+    if (plain.match(text).hasMatch())
+        return text;
+    QString quoted = text;
+    quoted.replace(u'\'', QLatin1String("'\\''"));
+    return u'\'' + quoted + u'\'';
+}
+
 } // namespace
+
+QString AccountSetup::checkCommand(const QString& name) const {
+    QString command = QStringLiteral("corvina-mail-bridge");
+    // The hint must work as printed: a config other than the one the bridge reads by default is
+    // named, by its absolute path, so that the command works from any folder.
+    const QString path = QFileInfo(m_path).absoluteFilePath();
+    if (path != QFileInfo(BridgeConfig::defaultPath()).absoluteFilePath())
+        command += QStringLiteral(" --config ") + shellWord(path);
+    return command + QStringLiteral(" check ") + shellWord(name);
+}
 
 AccountSetup::AccountSetup(QString configPath, QTextStream& in, QTextStream& out, QTextStream& err,
                            bool terminal, int secretTimeoutMs)
@@ -245,8 +266,7 @@ int AccountSetup::add() {
         if (!writeGroup(*name, keys, &error))
             return fail(QStringLiteral("account add: %1").arg(error));
         m_out << "Added account " << *name << " (" << *mail << ") to " << m_path
-              << "; its password comes from its passwordCommand. Try it: corvina-mail-bridge check " << *name
-              << Qt::endl;
+              << "; its password comes from its passwordCommand. Try it: " << checkCommand(*name) << Qt::endl;
         return Ok;
     }
 
@@ -268,8 +288,7 @@ int AccountSetup::add() {
         return fail(QStringLiteral("account add: %1").arg(error));
     }
     m_out << "Added account " << *name << " (" << *mail << ") to " << m_path
-          << "; its password is in the Secret Service. Try it: corvina-mail-bridge check " << *name
-          << Qt::endl;
+          << "; its password is in the Secret Service. Try it: " << checkCommand(*name) << Qt::endl;
     return Ok;
 }
 

@@ -37,6 +37,8 @@ private:
     static BridgeConfig::Account validate(const QString& name, const QVariantMap& keys);
     bool writeGroup(const QString& name, const QVariantMap& keys, QString* error) const;
     int fail(const QString& text);
+    // The command that checks account `name`, as printed for a person to run in a shell.
+    QString checkCommand(const QString& name) const;
 
     QString m_path;
     QTextStream& m_in;

@@ -33,6 +33,10 @@ int BridgeCommand::once() {
     }
     SnapshotWriter writer(*data);
     QString error;
+    // What an earlier run, killed while writing, left behind; quiet unless it cannot be removed,
+    // which is said but fails nothing (the leftovers are hidden from every reader).
+    if (writer.removeLeftovers(&error) < 0)
+        m_err << "corvina-mail-bridge: temporary files left behind were not removed: " << error << Qt::endl;
     if (!writer.writeAccounts(SnapshotWriter::accountsFromConfig(m_config), &error)) {
         m_err << "corvina-mail-bridge: " << error << Qt::endl;
         return AccountFailed;

@@ -1,5 +1,6 @@
 #include "AccountSync.h"
 
+#include "bridge/MessageHeaders.h"
 #include "requestutils/RequestUtils.h"
 
 #include <limits>
@@ -87,17 +88,20 @@ std::optional<AccountSync::MessageAddress> AccountSync::parseMessageId(const QSt
 
 QVariantMap AccountSync::messageDictionary(const ImapSession::Envelope& envelope, const QString& account,
                                            const ImapSession::Folder& folder, int folderStid) {
+    // Every text goes through xmlSafe: a server's subject may hold an escape character, which would
+    // make the whole file unreadable to other readers of the shared folder; the record holds what
+    // the file holds, so the widget shows the same replacement sign.
     QVariantMap message{
         {QStringLiteral("messageId"), messageIdFor(folder.name, folder.uidValidity, envelope.uid)},
-        {QStringLiteral("account"), account},
-        {QStringLiteral("from"), envelope.from},
-        {QStringLiteral("folder"), folder.name},
+        {QStringLiteral("account"), MessageHeaders::xmlSafe(account)},
+        {QStringLiteral("from"), MessageHeaders::xmlSafe(envelope.from)},
+        {QStringLiteral("folder"), MessageHeaders::xmlSafe(folder.name)},
         {QStringLiteral("folderStid"), folderStid},
         {QStringLiteral("isUnread"), envelope.seen ? 0 : 1},
     };
     // Without a Subject header the key stays out, and the widget shows its own "No subject".
     if (!envelope.subject.isNull())
-        message.insert(QStringLiteral("subject"), envelope.subject);
+        message.insert(QStringLiteral("subject"), MessageHeaders::xmlSafe(envelope.subject));
     // The sender's date when it is readable, else when the server received the message.
     const QDateTime date = envelope.date.isValid() ? envelope.date : envelope.internalDate;
     if (date.isValid())

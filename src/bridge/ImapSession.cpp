@@ -3,9 +3,9 @@
 #include "bridge/CertificateCheck.h"
 #include "bridge/GuardedStream.h"
 #include "bridge/ImapFolderName.h"
+#include "bridge/MessageHeaders.h"
 
 #include <QDeadlineTimer>
-#include <QTimeZone>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -27,23 +27,6 @@ QString serverText(mailimap* imap) {
     if (imap == nullptr || imap->imap_response == nullptr)
         return QString();
     return QString::fromUtf8(imap->imap_response).trimmed();
-}
-
-QDateTime makeDateTime(int year, int month, int day, int hour, int minute, int second, int zone) {
-    // Two-digit years of old mailers: 00-49 are 2000-2049, 50-999 are 1950-2899, as RFC 5322 reads them.
-    if (year >= 0 && year < 50)
-        year += 2000;
-    else if (year >= 50 && year < 1000)
-        year += 1900;
-    const QDate date(year, month, day);
-    const QTime time(hour, minute, second);
-    // zones come as +hhmm read as a decimal number: -0130 is -130
-    const int sign = zone < 0 ? -1 : 1;
-    const int magnitude = std::abs(zone);
-    const int offset = sign * ((magnitude / 100) * 3600 + (magnitude % 100) * 60);
-    if (!date.isValid() || !time.isValid() || std::abs(offset) > 14 * 3600)
-        return QDateTime();
-    return QDateTime(date, time, QTimeZone(offset)).toUTC();
 }
 
 // Frees libetpan's results on every way out.
@@ -71,83 +54,6 @@ void freeFetchResult(clist* list) {
 }
 void freeListResult(clist* list) {
     mailimap_list_result_free(list);
-}
-void freeFields(mailimf_fields* fields) {
-    mailimf_fields_free(fields);
-}
-
-void readFlags(const mailimap_msg_att_dynamic* dynamic, ImapSession::Envelope& envelope) {
-    if (dynamic == nullptr || dynamic->att_list == nullptr)
-        return;
-    for (clistiter* it = clist_begin(dynamic->att_list); it != nullptr; it = clist_next(it)) {
-        const auto* flag = static_cast<const mailimap_flag_fetch*>(clist_content(it));
-        if (flag == nullptr || flag->fl_type != MAILIMAP_FLAG_FETCH_OTHER || flag->fl_flag == nullptr)
-            continue;
-        if (flag->fl_flag->fl_type == MAILIMAP_FLAG_SEEN)
-            envelope.seen = true;
-        else if (flag->fl_flag->fl_type == MAILIMAP_FLAG_FLAGGED)
-            envelope.flagged = true;
-    }
-}
-
-QString senderText(const mailimap_envelope* env) {
-    if (env->env_from == nullptr || env->env_from->frm_list == nullptr)
-        return QString();
-    clistiter* first = clist_begin(env->env_from->frm_list);
-    if (first == nullptr)
-        return QString();
-    const auto* address = static_cast<const mailimap_address*>(clist_content(first));
-    if (address == nullptr)
-        return QString();
-    QString name = ImapSession::decodeHeader(address->ad_personal_name).trimmed();
-    if (!name.isEmpty())
-        return name;
-    QString mailbox = QString::fromUtf8(address->ad_mailbox_name ? address->ad_mailbox_name : "");
-    const QString host = QString::fromUtf8(address->ad_host_name ? address->ad_host_name : "");
-    if (host.isEmpty())
-        return mailbox;
-    return mailbox + QLatin1Char('@') + host;
-}
-
-bool readMessage(const mailimap_msg_att* att, ImapSession::Envelope& envelope) {
-    bool haveEnvelope = false;
-    for (clistiter* it = clist_begin(att->att_list); it != nullptr; it = clist_next(it)) {
-        const auto* item = static_cast<const mailimap_msg_att_item*>(clist_content(it));
-        if (item == nullptr)
-            continue;
-        if (item->att_type == MAILIMAP_MSG_ATT_ITEM_DYNAMIC) {
-            readFlags(item->att_data.att_dyn, envelope);
-            continue;
-        }
-        if (item->att_type != MAILIMAP_MSG_ATT_ITEM_STATIC || item->att_data.att_static == nullptr)
-            continue;
-        const mailimap_msg_att_static* field = item->att_data.att_static;
-        switch (field->att_type) {
-        case MAILIMAP_MSG_ATT_UID:
-            envelope.uid = field->att_data.att_uid;
-            break;
-        case MAILIMAP_MSG_ATT_INTERNALDATE:
-            if (const mailimap_date_time* d = field->att_data.att_internal_date)
-                envelope.internalDate = makeDateTime(d->dt_year, d->dt_month, d->dt_day, d->dt_hour,
-                                                     d->dt_min, d->dt_sec, d->dt_zone);
-            break;
-        case MAILIMAP_MSG_ATT_ENVELOPE:
-            if (const mailimap_envelope* env = field->att_data.att_env) {
-                haveEnvelope = true;
-                if (env->env_subject != nullptr)
-                    envelope.subject = ImapSession::decodeHeader(env->env_subject);
-                envelope.from = senderText(env);
-                if (env->env_message_id != nullptr)
-                    envelope.messageId = QString::fromUtf8(env->env_message_id);
-                envelope.date = ImapSession::parseDate(env->env_date);
-            }
-            break;
-        default:
-            break;
-        }
-    }
-    // An unasked FETCH (a flag changed meanwhile) carries no envelope: not one of ours.
-    return haveEnvelope && envelope.uid != 0;
 }
 
 // The server's certificate chain as the TLS layer received it.
@@ -488,11 +394,7 @@ std::optional<ImapSession::Folder> ImapSession::open(const QString& folder, bool
 
 std::optional<QList<ImapSession::Envelope>> ImapSession::fetch(mailimap_set* set, bool byUid,
                                                                const QList<quint32>& asked) {
-    mailimap_fetch_type* type = mailimap_fetch_type_new_fetch_att_list_empty();
-    mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_uid());
-    mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_flags());
-    mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_internaldate());
-    mailimap_fetch_type_new_fetch_att_list_add(type, mailimap_fetch_att_new_envelope());
+    mailimap_fetch_type* type = MessageHeaders::fetchType();
     clist* raw = nullptr;
     arm(AnswerBytes + EnvelopeBytes * asked.size(), AnswerCount + asked.size());
     const int result =
@@ -542,7 +444,8 @@ std::optional<QList<ImapSession::Envelope>> ImapSession::validAnswers(clist* ans
             return invalid(QStringLiteral("message %1 came twice").arg(att->att_number));
         answered.insert(key);
         Envelope envelope;
-        readMessage(att, envelope);
+        // Cannot fail here: the envelope and a non-zero UID were checked above.
+        MessageHeaders::readMessage(att, envelope);
         kept.append({att->att_number, envelope});
     }
     // Every message asked for by number exists (the folder was just opened, and nothing is removed
@@ -641,37 +544,6 @@ void ImapSession::logout() {
         mailimap_logout(m_imap);
     }
     closeQuietly();
-}
-
-QString ImapSession::decodeHeader(const char* raw) {
-    if (raw == nullptr)
-        return QString();
-    size_t index = 0;
-    char* decoded = nullptr;
-    // Text outside encoded words is taken as UTF-8, which also covers plain ASCII.
-    const int result =
-        mailmime_encoded_phrase_parse("utf-8", raw, std::strlen(raw), &index, "utf-8", &decoded);
-    if (result != MAILIMF_NO_ERROR || decoded == nullptr) {
-        free(decoded);
-        return QString::fromUtf8(raw);
-    }
-    QString text = QString::fromUtf8(decoded);
-    free(decoded);
-    return text;
-}
-
-QDateTime ImapSession::parseDate(const char* raw) {
-    if (raw == nullptr)
-        return QDateTime();
-    size_t index = 0;
-    mailimf_date_time* parsed = nullptr;
-    if (mailimf_date_time_parse(raw, std::strlen(raw), &index, &parsed) != MAILIMF_NO_ERROR ||
-        parsed == nullptr)
-        return QDateTime();
-    QDateTime date = makeDateTime(parsed->dt_year, parsed->dt_month, parsed->dt_day, parsed->dt_hour,
-                                  parsed->dt_min, parsed->dt_sec, parsed->dt_zone);
-    mailimf_date_time_free(parsed);
-    return date;
 }
 
 // --- Following the server live -------------------------------------------------------------------
@@ -834,41 +706,6 @@ const mailimap_msg_att_static* staticOf(const mailimap_msg_att* att, int type) {
             return item->att_data.att_static;
     }
     return nullptr;
-}
-
-QString mailboxAddress(const mailimf_mailbox* mailbox) {
-    if (mailbox == nullptr || mailbox->mb_addr_spec == nullptr)
-        return QString();
-    return QString::fromUtf8(mailbox->mb_addr_spec).trimmed();
-}
-
-QString firstOfMailboxes(const mailimf_mailbox_list* list) {
-    if (list == nullptr || list->mb_list == nullptr)
-        return QString();
-    for (clistiter* it = clist_begin(list->mb_list); it != nullptr; it = clist_next(it)) {
-        QString address = mailboxAddress(static_cast<const mailimf_mailbox*>(clist_content(it)));
-        if (!address.isEmpty())
-            return address;
-    }
-    return QString();
-}
-
-QString firstOfAddresses(const mailimf_address_list* list) {
-    if (list == nullptr || list->ad_list == nullptr)
-        return QString();
-    for (clistiter* it = clist_begin(list->ad_list); it != nullptr; it = clist_next(it)) {
-        const auto* address = static_cast<const mailimf_address*>(clist_content(it));
-        if (address == nullptr)
-            continue;
-        QString text = address->ad_type == MAILIMF_ADDRESS_MAILBOX
-                           ? mailboxAddress(address->ad_data.ad_mailbox)
-                           : (address->ad_type == MAILIMF_ADDRESS_GROUP && address->ad_data.ad_group
-                                  ? firstOfMailboxes(address->ad_data.ad_group->grp_mb_list)
-                                  : QString());
-        if (!text.isEmpty())
-            return text;
-    }
-    return QString();
 }
 
 QByteArray withoutBackslash(const char* flag) {
@@ -1067,7 +904,8 @@ std::optional<QByteArray> ImapSession::fetchMessage(quint32 uid) {
 
 std::optional<ImapSession::ReplyHeaders> ImapSession::fetchReplyHeaders(quint32 uid) {
     clist* names = clist_new();
-    for (const char* name : {"FROM", "REPLY-TO", "SUBJECT", "MESSAGE-ID", "REFERENCES"})
+    // Content-Type for the charset that reads a subject of bare 8-bit bytes.
+    for (const char* name : {"FROM", "REPLY-TO", "SUBJECT", "MESSAGE-ID", "REFERENCES", "CONTENT-TYPE"})
         clist_append(names, ::strdup(name));
     mailimap_section* section = mailimap_section_new_header_fields(mailimap_header_list_new(names));
     mailimap_fetch_type* type = mailimap_fetch_type_new_fetch_att_list_empty();
@@ -1091,63 +929,7 @@ std::optional<ImapSession::ReplyHeaders> ImapSession::fetchReplyHeaders(quint32 
         fail(Failure::MessageMissing, QStringLiteral("no message with UID %1").arg(uid));
         return std::nullopt;
     }
-    return parseReplyHeaders(header);
-}
-
-ImapSession::ReplyHeaders ImapSession::parseReplyHeaders(const QByteArray& header) {
-    ReplyHeaders headers;
-    size_t index = 0;
-    mailimf_fields* parsed = nullptr;
-    if (mailimf_fields_parse(header.constData(), static_cast<size_t>(header.size()), &index, &parsed) !=
-            MAILIMF_NO_ERROR ||
-        parsed == nullptr)
-        return headers;
-    Owned<mailimf_fields, freeFields> fields(parsed);
-    QString from;
-    QString replyTo;
-    for (clistiter* it = clist_begin(fields.p->fld_list); it != nullptr; it = clist_next(it)) {
-        const auto* field = static_cast<const mailimf_field*>(clist_content(it));
-        if (field == nullptr)
-            continue;
-        switch (field->fld_type) {
-        case MAILIMF_FIELD_FROM:
-            if (from.isEmpty() && field->fld_data.fld_from != nullptr)
-                from = firstOfMailboxes(field->fld_data.fld_from->frm_mb_list);
-            break;
-        case MAILIMF_FIELD_REPLY_TO:
-            if (replyTo.isEmpty() && field->fld_data.fld_reply_to != nullptr)
-                replyTo = firstOfAddresses(field->fld_data.fld_reply_to->rt_addr_list);
-            break;
-        case MAILIMF_FIELD_SUBJECT:
-            if (headers.subject.isNull() && field->fld_data.fld_subject != nullptr &&
-                field->fld_data.fld_subject->sbj_value != nullptr) {
-                // A long subject comes folded over lines; the line breaks are not part of it.
-                QByteArray raw(field->fld_data.fld_subject->sbj_value);
-                raw.replace("\r\n", "").replace('\n', "").replace('\r', "");
-                headers.subject = decodeHeader(raw.constData()).trimmed();
-            }
-            break;
-        case MAILIMF_FIELD_MESSAGE_ID:
-            if (headers.messageId.isEmpty() && field->fld_data.fld_message_id != nullptr &&
-                field->fld_data.fld_message_id->mid_value != nullptr)
-                headers.messageId = QString::fromUtf8(field->fld_data.fld_message_id->mid_value).trimmed();
-            break;
-        case MAILIMF_FIELD_REFERENCES:
-            if (headers.references.isEmpty() && field->fld_data.fld_references != nullptr &&
-                field->fld_data.fld_references->mid_list != nullptr) {
-                for (clistiter* r = clist_begin(field->fld_data.fld_references->mid_list); r != nullptr;
-                     r = clist_next(r)) {
-                    if (const auto* id = static_cast<const char*>(clist_content(r)))
-                        headers.references << QString::fromUtf8(id).trimmed();
-                }
-            }
-            break;
-        default:
-            break;
-        }
-    }
-    headers.replyAddress = replyTo.isEmpty() ? from : replyTo;
-    return headers;
+    return MessageHeaders::parseReplyHeaders(header);
 }
 
 bool ImapSession::storeFlag(quint32 uid, bool deleted, const QString& what) {

@@ -71,7 +71,7 @@ public:
         bool seen = false;
         bool flagged = false;
         QString subject;        // decoded; null when the message has no Subject header
-        QString from;           // the first sender's decoded name, or its address when it has none
+        QString from;           // who sent it, as shown (MessageHeaders::senderText)
         QString messageId;      // the Message-ID header as sent, or null
         QDateTime date;         // the Date header; invalid when missing or unreadable
         QDateTime internalDate; // when the server received the message
@@ -158,10 +158,6 @@ public:
     // else COPY, \Deleted and an expunge of that message alone.
     std::optional<MoveResult> moveMessage(quint32 uid, const QString& target);
 
-    // Reads the header fields of a message (or a whole message: its header ends at the first empty
-    // line) with libetpan's message parser.
-    static ReplyHeaders parseReplyHeaders(const QByteArray& header);
-
     // What a wait in IDLE ended with. IDLE is over on every outcome (DONE was sent and answered),
     // except Failed, after which the connection is closed.
     enum class IdleOutcome {
@@ -188,11 +184,6 @@ public:
     // How many message envelopes this session has received: the bridge's own account of how much
     // it asked the server for.
     qint64 fetchedEnvelopes() const { return m_fetchedEnvelopes; }
-
-    // Decodes RFC 2047 encoded words of a header value to text (libetpan's MIME decoder).
-    static QString decodeHeader(const char* raw);
-    // Reads an RFC 5322 date (libetpan's parser); invalid when it cannot.
-    static QDateTime parseDate(const char* raw);
 
 private:
     bool fail(Failure failure, const QString& text);

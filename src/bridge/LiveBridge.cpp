@@ -25,10 +25,23 @@ LiveBridge::~LiveBridge() {
         r.thread->wait();
 }
 
+void LiveBridge::removeLeftovers() {
+    QString error;
+    const int removed = m_writer.removeLeftovers(&error);
+    // Not a reason to stop: the leftovers are hidden from every reader and are tried again at the
+    // next start.
+    if (removed < 0)
+        emit log(QStringLiteral("temporary files left behind were not removed: %1").arg(error));
+    else if (removed > 0)
+        emit log(
+            QStringLiteral("removed %1 temporary files left behind by an interrupted write").arg(removed));
+}
+
 bool LiveBridge::start(QString* error, bool follow) {
     // A server that closes the connection must make a write fail, not end the process.
     std::signal(SIGPIPE, SIG_IGN);
 
+    removeLeftovers();
     if (!m_writer.writeAccounts(SnapshotWriter::accountsFromConfig(m_config), error))
         return false;
     QStringList names;

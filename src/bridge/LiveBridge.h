@@ -36,7 +36,8 @@ public:
                QObject* parent = nullptr);
     ~LiveBridge() override;
 
-    // Writes Accounts.plist and starts following every enabled account (unless `follow` is false:
+    // Removes the temporaries an earlier bridge killed while writing left behind (a line says how
+    // many), writes Accounts.plist and starts following every enabled account (unless `follow` is false:
     // commands only). An account with a bad configuration gets its line and its status; the others
     // start. False, with `error` set, when there is no account that can be followed or the shared
     // folder cannot be written.
@@ -70,6 +71,8 @@ private:
         std::unique_ptr<QThread> thread;
     };
     void writeStatus();
+    // What an earlier bridge, killed while writing, left in the shared folder.
+    void removeLeftovers();
 
     BridgeConfig m_config;
     SnapshotWriter m_writer;

@@ -1,5 +1,7 @@
 #include "MessageCommand.h"
 
+#include "MessageHeaders.h"
+
 #include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
@@ -281,7 +283,7 @@ MessageCommand::Outcome MessageCommand::openMessage(const AccountSync::MessageAd
         return sessionFailed(Action::Open, address);
     outcome.ok = true;
     outcome.messageFile = path;
-    outcome.messageIdHeader = ImapSession::parseReplyHeaders(*message).messageId;
+    outcome.messageIdHeader = MessageHeaders::parseReplyHeaders(*message).messageId;
     return outcome;
 }
 

@@ -1,5 +1,6 @@
 #include "SnapshotWriter.h"
 
+#include "bridge/MessageHeaders.h"
 #include "platform/FileCoordinator.h"
 #include "platform/FileDescriptor.h"
 #include "platform/PropertyList.h"
@@ -71,12 +72,85 @@ QVariantList SnapshotWriter::accountsFromConfig(const BridgeConfig& config) {
     for (const BridgeConfig::Account& account : config.accounts()) {
         if (account.mail.isEmpty())
             continue;
-        QVariantMap entry{{QStringLiteral("mail"), account.mail},
+        // The config's texts as the message records take them: nothing XML cannot hold.
+        QVariantMap entry{{QStringLiteral("mail"), MessageHeaders::xmlSafe(account.mail)},
                           {QStringLiteral("enabled"), account.enabled}};
-        entry.insert(QStringLiteral("name"), account.displayName);
+        entry.insert(QStringLiteral("name"), MessageHeaders::xmlSafe(account.displayName));
         accounts.append(entry);
     }
     return accounts;
+}
+
+bool SnapshotWriter::isTemporaryOf(const QString& name, const QString& file) {
+    // "." + file + "." + the six characters mkstemps puts in place of XXXXXX + ".tmp"
+    const qsizetype random = 6;
+    if (name.size() != 1 + file.size() + 1 + random + 4 || !name.startsWith(u'.') ||
+        !QStringView(name).mid(1).startsWith(file) || name.at(1 + file.size()) != u'.' ||
+        !name.endsWith(QLatin1String(".tmp")))
+        return false;
+    const QStringView letters = QStringView(name).mid(1 + file.size() + 1, random);
+    return std::all_of(letters.begin(), letters.end(), [](QChar c) {
+        return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9');
+    });
+}
+
+bool SnapshotWriter::removeTemporaries(const QString& folder, const QStringList& files, int* removed,
+                                       QString* error) {
+    const QStringList names = QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System);
+    for (const QString& name : names) {
+        if (!std::any_of(files.begin(), files.end(),
+                         [&](const QString& f) { return isTemporaryOf(name, f); }))
+            continue;
+        const QByteArray path = QFile::encodeName(folder + QLatin1Char('/') + name);
+        struct stat st {};
+        // Only a plain file of ours: never a link, nor what another user put there.
+        if (::lstat(path.constData(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ::geteuid())
+            continue;
+        if (::unlink(path.constData()) != 0 && errno != ENOENT) {
+            *error = systemError(QStringLiteral("cannot remove"), QFile::decodeName(path));
+            return false;
+        }
+        ++*removed;
+    }
+    return true;
+}
+
+int SnapshotWriter::removeLeftovers(QString* error) {
+    if (!QFileInfo(m_data).isDir())
+        return 0;
+    int removed = 0;
+    bool ok = true;
+    QString lockError;
+    FileCoordinator coordinator;
+    const QString accounts = m_data + QLatin1Char('/') + ConstVars::accountsFile;
+    if (!coordinator.coordinateWritingItemAtURL(
+            QUrl::fromLocalFile(accounts), 0, &lockError, [&](const QUrl&) {
+                ok = removeTemporaries(m_data, {ConstVars::accountsFile}, &removed, error);
+            })) {
+        *error = QStringLiteral("cannot lock ") + ConstVars::accountsFile + QStringLiteral(": ") + lockError;
+        return -1;
+    }
+    if (!ok)
+        return -1;
+    const QString today = m_data + QLatin1Char('/') + ConstVars::todayFolder;
+    if (!QFileInfo(today).isDir())
+        return removed;
+    if (!coordinator.coordinateWritingItemAtURL(QUrl::fromLocalFile(today), 0, &lockError, [&](const QUrl&) {
+            // Every account's folder, configured or not: an account taken out of the config may
+            // have left one too. A folder that is a link is not ours to sweep.
+            const QStringList folders =
+                QDir(today).entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks);
+            for (const QString& folder : folders) {
+                if (!removeTemporaries(today + QLatin1Char('/') + folder, OwnFiles, &removed, error)) {
+                    ok = false;
+                    return;
+                }
+            }
+        })) {
+        *error = QStringLiteral("cannot lock the Today folder: ") + lockError;
+        return -1;
+    }
+    return ok ? removed : -1;
 }
 
 bool SnapshotWriter::replace(const QString& path, const QByteArray& bytes, QString* error) {
@@ -142,8 +216,8 @@ bool SnapshotWriter::writeSnapshots(const QString& mail, const QList<AccountSync
     // Serialised before the lock: the lock is held only for the writing.
     QList<std::pair<QString, QByteArray>> files;
     for (const AccountSync::Snapshot& snapshot : snapshots) {
-        const QVariantMap envelope{{QStringLiteral("folder"), snapshot.folder},
-                                   {QStringLiteral("account"), mail},
+        const QVariantMap envelope{{QStringLiteral("folder"), MessageHeaders::xmlSafe(snapshot.folder)},
+                                   {QStringLiteral("account"), MessageHeaders::xmlSafe(mail)},
                                    {QStringLiteral("data"), snapshot.messages}};
         QString serialiseError;
         const QByteArray bytes = PropertyList::write(envelope, PropertyList::Format::Xml, &serialiseError);

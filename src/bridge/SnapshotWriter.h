@@ -32,12 +32,28 @@ public:
     // was switched off). Files the bridge does not name are never touched.
     bool writeSnapshots(const QString& mail, const QList<AccountSync::Snapshot>& snapshots, QString* error);
 
+    // Removes the temporaries that a writer killed in the middle of a write left behind: hidden
+    // regular files of this user named exactly as this class names them (".inbox.plist.Ab3xYz.tmp":
+    // the file's name, six letters or digits, ".tmp"), for Accounts.plist in the data folder and for
+    // the list files in every account's folder under Today. Nothing else is touched, however alike.
+    // Each folder is swept under the exclusive lock its files are written under. Every writer makes
+    // its temporary and renames it away (or removes it) while it holds that lock, and the kernel
+    // lets go of a killed writer's lock, so a temporary found under the lock belongs to no write in
+    // progress: another bridge, or a --once beside a running bridge, is never robbed of one.
+    // The number of files removed; -1, with `error` set, when a lock could not be had or a leftover
+    // could not be removed (those found until then are removed).
+    int removeLeftovers(QString* error);
+    // Whether `name` is a name that replace() gives the temporary of the file `file`.
+    static bool isTemporaryOf(const QString& name, const QString& file);
+
     // Files replaced so far (unchanged ones are not counted).
     int filesWritten() const { return m_filesWritten; }
 
 private:
     // Replaces `path` with `bytes` unless it holds them already; the caller holds the lock.
     bool replace(const QString& path, const QByteArray& bytes, QString* error);
+    // Removes the leftover temporaries of `files` in `folder`; the caller holds the lock.
+    bool removeTemporaries(const QString& folder, const QStringList& files, int* removed, QString* error);
 
     QString m_data;
     int m_filesWritten = 0;

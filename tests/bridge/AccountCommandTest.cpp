@@ -7,9 +7,13 @@
 #include "support/PrivateSessionBus.h"
 
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QDirIterator>
 #include <QFile>
+#include <QFileInfo>
+#include <QProcess>
 #include <QSettings>
+#include <QTemporaryDir>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -179,7 +183,7 @@ TEST_F(AccountCommandTest, WithAPasswordCommandNoPasswordIsAskedNorStored) {
     EXPECT_FALSE(add.out.contains(QStringLiteral("Password (or app password)"))) << add.out.toStdString();
     EXPECT_TRUE(add.out.endsWith(
         QStringLiteral("Added account work (grace@example.org) to %1; its password comes from its "
-                       "passwordCommand. Try it: corvina-mail-bridge check work\n")
+                       "passwordCommand. Try it: corvina-mail-bridge --config %1 check work\n")
             .arg(config)))
         << add.out.toStdString();
     EXPECT_EQ(
@@ -192,6 +196,40 @@ TEST_F(AccountCommandTest, WithAPasswordCommandNoPasswordIsAskedNorStored) {
 
     const BridgeRun check = runBridge({QStringLiteral("check")}, config);
     EXPECT_EQ(check.out, QStringLiteral("work: ok\n")) << check.out.toStdString() << check.err.toStdString();
+}
+
+TEST_F(AccountCommandTest, TheHintedCheckWorksAsPrintedWithTheConfigItWasAddedTo) {
+    // A config of its own, at a path a shell would split and unquote.
+    const QString folder = configDir.filePath(QStringLiteral("Ada's mail $HOME"));
+    ASSERT_TRUE(QDir().mkpath(folder));
+    config = folder + QStringLiteral("/bridge (work).conf");
+    const QByteArray input =
+        answers(QStringLiteral("grace@example.org"), QStringLiteral("work"), server.host(),
+                QStringLiteral("none"), QString::number(server.port()), QStringLiteral("grace"), QString(),
+                QString(), QStringLiteral("printf \"%s\\n\" \"%1\"").arg(GracePassword));
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString();
+    const qsizetype at = add.out.lastIndexOf(QStringLiteral("Try it: "));
+    ASSERT_GE(at, 0) << add.out.toStdString();
+    const QString hint = add.out.mid(at + 8).trimmed();
+    QString quoted = config;
+    quoted.replace(u'\'', QStringLiteral("'\\''"));
+    EXPECT_EQ(hint, QStringLiteral("corvina-mail-bridge --config '%1' check work").arg(quoted));
+
+    // Run as printed, by a shell, from another folder, where the default config has no accounts.
+    QTemporaryDir home;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("PATH"),
+                       QFileInfo(QStringLiteral(CORVINA_BRIDGE_BINARY)).absolutePath() + u':' +
+                           environment.value(QStringLiteral("PATH")));
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path());
+    QProcess shell;
+    shell.setProcessEnvironment(environment);
+    shell.setWorkingDirectory(home.path());
+    shell.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), hint});
+    ASSERT_TRUE(shell.waitForFinished(60000));
+    EXPECT_EQ(shell.exitCode(), 0) << shell.readAllStandardError().toStdString();
+    EXPECT_EQ(QString::fromUtf8(shell.readAllStandardOutput()), QStringLiteral("work: ok\n"));
 }
 
 TEST_F(AccountCommandTest, AddRefusesAnUnreadableCertificateAuthorityAndWritesNothing) {
@@ -317,7 +355,8 @@ TEST_F(AccountCommandTest, AtATerminalThePasswordIsNotEchoed) {
     ASSERT_TRUE(readUntil("Password (or app password): ")) << shown.toStdString();
     const QByteArray password = GracePassword.toUtf8() + '\n';
     ASSERT_EQ(::write(terminal, password.constData(), static_cast<size_t>(password.size())), password.size());
-    EXPECT_TRUE(readUntil("Try it: corvina-mail-bridge check work")) << shown.toStdString();
+    EXPECT_TRUE(readUntil("Try it: corvina-mail-bridge --config " + config.toUtf8() + " check work"))
+        << shown.toStdString();
     EXPECT_TRUE(process.waitForFinished(30000));
     ::close(terminal);
     EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();

@@ -323,6 +323,26 @@ TEST_F(HostileServerTest, AnUntrustedCertificateIsToldNothingAfterTheHandshake) 
     }
 }
 
+// libetpan reads a literal until it has all of it; a stream that only says "nothing more" would
+// keep it asking at full speed until the deadline (the fuzz target's stream found it).
+TEST_F(HostileServerTest, AServerThatClosesInsideALiteralFailsTheSyncAtOnce) {
+    const QByteArray before = syncedInbox();
+    HostileServer hostile;
+    QString error;
+    ASSERT_TRUE(hostile.start({QStringLiteral("--mode"), QStringLiteral("cut")}, &error))
+        << error.toStdString();
+    const ProgramRunner::Outcome once =
+        run({QStringLiteral("--once")}, writeConfig({{QStringLiteral("work"), hostileKeys(hostile.port())}}));
+    expectWithinBound(once);
+    // Well within the timeout: the end of the connection is seen as such, not waited out.
+    EXPECT_LT(once.elapsed, std::chrono::seconds(TimeoutSeconds)) << once.elapsed.count() << " ms";
+    EXPECT_TRUE(once.exitedWith(1)) << once.exitCode;
+    EXPECT_EQ(QString::fromUtf8(once.err),
+              QStringLiteral("work: the server 127.0.0.1:%1 closed the connection during FETCH\n")
+                  .arg(hostile.port()));
+    EXPECT_EQ(contents(inboxPath(HostileMail)), before);
+}
+
 TEST_F(HostileServerTest, AServerThatClosesAtOnceIsSaidToHaveClosed) {
     HostileServer hostile;
     QString error;

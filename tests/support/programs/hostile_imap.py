@@ -15,6 +15,8 @@ the bridge's sync and check, then does what --mode says:
   uid                give message 2 the UID --uid (as written: -5, 100000000000000000000)
   words              answer LOGIN with CAPABILITY lines of --count one-letter words in all
   close              close each connection at once, before any greeting
+  cut                in the answer to FETCH, announce a literal of 79 bytes, send 5 of them and
+                     close the connection
 
 With --cert and --key it speaks TLS (implicit, as on port 993) and, with --record, writes every byte
 received after the handshake to that file, and makes FILE.ended when the client has gone. It prints its port on the first line of standard output
@@ -128,6 +130,10 @@ class Session:
                     time.sleep(0.2)
                     self.reset()
                     return
+                if mode == 'cut':
+                    self.send(b'* 1 FETCH (UID 1 BODY[HEADER.FIELDS (CONTENT-TYPE)] {79}\r\nshort')
+                    self.conn.shutdown(socket.SHUT_RDWR)
+                    return
                 if mode == 'uid':
                     answers = answers.replace(b'UID 2 ', b'UID ' + self.options.uid.encode() + b' ')
                 self.send(answers)
@@ -189,7 +195,7 @@ def handle(conn, options, context):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument('--mode', default='normal',
-                        choices=['normal', 'reset', 'trickle', 'flood', 'lines', 'uid', 'words', 'close'])
+                        choices=['normal', 'reset', 'trickle', 'flood', 'lines', 'uid', 'words', 'close', 'cut'])
     parser.add_argument('--count', type=int, default=200000)
     parser.add_argument('--uid', default='2')
     parser.add_argument('--recipients', type=int, default=1)

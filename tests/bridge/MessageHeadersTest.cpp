@@ -15,8 +15,14 @@
 namespace corvina::test {
 namespace {
 
+// A text as libetpan's parser makes it: a registered string, which its free functions give back
+// (they do not free a plain malloc'd one).
 char* copy(const char* text) {
-    return text == nullptr ? nullptr : ::strdup(text);
+    if (text == nullptr)
+        return nullptr;
+    MMAPString* string = mmap_string_new(text);
+    mmap_string_ref(string);
+    return string->str;
 }
 
 // One address as an IMAP ENVELOPE carries it: (name adl mailbox host).

@@ -6,6 +6,7 @@
 #include "support/PrivateSessionBus.h"
 #include "support/ProcessStop.h"
 #include "support/TempContainer.h"
+#include "support/Wait.h"
 #include "support/XServer.h"
 
 #include <QDBusConnection>
@@ -32,16 +33,6 @@ const QString kKeys = QStringLiteral("Enter opens, R replies, A archives, Delete
 // Bounds for a machine kept busy: every wait ends as soon as what it waits for is there.
 constexpr int kStartMs = 20000;
 constexpr int kScriptSeconds = 60;
-
-bool waitFor(const std::function<bool()>& condition, int timeoutMs) {
-    QDeadlineTimer deadline(timeoutMs);
-    while (!condition()) {
-        if (deadline.hasExpired())
-            return false;
-        QThread::msleep(20);
-    }
-    return true;
-}
 
 QStringList roles(const QJsonArray& nodes) {
     QStringList out;

@@ -3,6 +3,7 @@
 #include "shared/ConstVars.h"
 #include "support/FakeHostApp.h"
 #include "support/TempContainer.h"
+#include "support/Wait.h"
 #include "support/XServer.h"
 
 #include <QDeadlineTimer>
@@ -18,6 +19,7 @@
 
 using corvina::test::FakeHostApp;
 using corvina::test::TempContainer;
+using corvina::test::waitFor;
 using corvina::test::XServer;
 
 namespace {
@@ -31,16 +33,6 @@ const QColor kPanel(0x24, 0x26, 0x2b);
 
 QVariantList messages(const QStringList& ids) {
     return TempContainer::inboxMessages(kAccount, ids);
-}
-
-bool waitFor(const std::function<bool()>& condition, int timeoutMs) {
-    QDeadlineTimer deadline(timeoutMs);
-    while (!condition()) {
-        if (deadline.hasExpired())
-            return false;
-        QThread::msleep(50);
-    }
-    return true;
 }
 
 // Pixels of a window row (inside its text area) that are neither the panel's colour nor the black
@@ -76,7 +68,7 @@ protected:
         windowId = x.findWindow(QStringLiteral("Corvina Today"));
         ASSERT_FALSE(windowId.isEmpty()) << "the widget's window did not appear";
         origin = x.windowOrigin(windowId);
-        ASSERT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 2) > 50; }, 10000))
+        ASSERT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 2) > 50; }, 10000, 50))
             << "the rows were not drawn";
     }
 
@@ -109,7 +101,7 @@ TEST_F(WidgetProgram, ArchiveButtonSendsTheCommandAndTheRowLeaves) {
                   "corvina://archive?mail=ann%40example.org&messageid=m0&folderstandardid=1")});
     EXPECT_EQ(launches.at(0).values.value(QStringLiteral("CORVINA_LAUNCH_OPTIONS")), QStringLiteral("0x200"));
     // Two rows remain, moved up; the third row's place stays, empty, until the next reload.
-    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 2) == 0; }, 5000));
+    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 2) == 0; }, 5000, 50));
     EXPECT_GT(inkInRow(x.screen(), origin, 0), 50);
     EXPECT_GT(inkInRow(x.screen(), origin, 1), 50);
 }
@@ -125,7 +117,7 @@ TEST_F(WidgetProgram, FollowsTheMailAppsFilesAndClosesWithEscape) {
     ASSERT_EQ(std::rename(QFile::encodeName(folder + QStringLiteral("/.inbox.plist.new")).constData(),
                           QFile::encodeName(folder + QStringLiteral("/inbox.plist")).constData()),
               0);
-    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 3) > 50; }, 5000));
+    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 3) > 50; }, 5000, 50));
 
     x.xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), windowId});
     x.xdotool({QStringLiteral("key"), QStringLiteral("--window"), windowId, QStringLiteral("Escape")});
@@ -156,11 +148,11 @@ TEST_F(WidgetProgram, TheKeyboardAloneOpensAndArchivesARow) {
               QStringList{QStringLiteral(
                   "corvina://archive?mail=ann%40example.org&messageid=m1&folderstandardid=1")});
     // The row left: two rows remain, the third row's place is empty until the next reload.
-    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 2) == 0; }, 5000));
+    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 2) == 0; }, 5000, 50));
     EXPECT_GT(inkInRow(x.screen(), origin, 1), 50);
     // "2" picks the To Do list, where none of these inbox messages is: no rows.
     x.xdotool({QStringLiteral("key"), QStringLiteral("--window"), windowId, QStringLiteral("2")});
-    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 0) == 0; }, 5000));
+    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 0) == 0; }, 5000, 50));
     EXPECT_EQ(host.launches().size(), 2);
 }
 
@@ -205,7 +197,7 @@ TEST(WidgetProgramWithoutSharedFolder, SeesTheSharedFolderMadeAfterItStarted) {
     }
     // The folder "later" appeared under the watched base first, then "group" in it: both steps are
     // followed, within a second of the second.
-    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 1) > 50; }, 1500))
+    EXPECT_TRUE(waitFor([&] { return inkInRow(x.screen(), origin, 1) > 50; }, 1500, 50))
         << "the shared folder made after the start was not seen";
     widget.terminate();
     widget.waitForFinished(3000);

@@ -3,6 +3,7 @@
 // what is seen of a row that leaves (archived: out to the left; deleted: out to the right).
 #include "support/FakeHostApp.h"
 #include "support/TempContainer.h"
+#include "support/Wait.h"
 #include "support/XServer.h"
 
 #include <QDeadlineTimer>
@@ -16,6 +17,7 @@
 
 using corvina::test::FakeHostApp;
 using corvina::test::TempContainer;
+using corvina::test::waitFor;
 using corvina::test::XServer;
 
 namespace {
@@ -34,16 +36,6 @@ int inkIn(const QImage& image, const QRect& rect) {
         for (int x = rect.left(); x <= rect.right(); ++x)
             ink += image.valid(x, y) && image.pixel(x, y) != kPanel;
     return ink;
-}
-
-bool waitFor(const std::function<bool()>& condition, int timeoutMs) {
-    QDeadlineTimer deadline(timeoutMs);
-    while (!condition()) {
-        if (deadline.hasExpired())
-            return false;
-        QThread::msleep(20);
-    }
-    return true;
 }
 
 // corvina-today on a container of `rows` inbox messages, shown on its own X server.

@@ -33,18 +33,27 @@ import time
 # The folder table: the one place that says which folder of src/ may use which. CONTRIBUTING.md
 # states it in words. Dependencies point down:
 #
-#     app -> widget -> views -> ui -> shared -> model -> platform, requestutils
-#     app -> bridge -> shared, model, platform, requestutils
+#     app/today -> widget -> views -> ui -> shared -> model -> platform, requestutils
+#     app/share -> shared
+#     app/mailbridge -> bridge/service -> bridge/commands -> bridge/sync -> bridge/config -> bridge/imap
+#                                                                                  -> shared, model, platform, requestutils
 #
+# app/ and bridge/ are in floors: a folder each, and each floor a row of its own ("bridge/sync").
 # A folder may include the headers of the folders listed for it (its own always), and its CMake
-# target may link only their targets. Nothing below widget includes a view header; only app
-# includes bridge headers; ui holds generic view building blocks that know nothing of the widget's
-# data, so it uses platform alone; platform and requestutils use no other folder.
+# target may link only their targets. Nothing below widget includes a view header; only the mail
+# bridge's program includes bridge headers, and no program another's; ui holds generic view
+# building blocks that know nothing of the widget's data, so it uses platform alone; platform and
+# requestutils use no other folder. Within the bridge, imap speaks the protocol and knows nothing
+# of the accounts file; config is the accounts and their passwords; sync turns a session's answers
+# into snapshots; commands carries out the widget's commands; service is the running bridge.
+LOW = {"shared", "model", "platform", "requestutils"}
+BRIDGE_FLOORS = ["bridge/service", "bridge/commands", "bridge/sync", "bridge/config", "bridge/imap"]
 ALLOWED = {
-    "app": {"bridge", "widget", "views", "ui", "shared", "model", "platform", "requestutils"},
-    "bridge": {"shared", "model", "platform", "requestutils"},
-    "widget": {"views", "ui", "shared", "model", "platform", "requestutils"},
-    "views": {"ui", "shared", "model", "platform", "requestutils"},
+    "app/today": {"widget", "views", "ui"} | LOW,
+    "app/share": set(LOW),
+    "app/mailbridge": set(BRIDGE_FLOORS) | LOW,
+    "widget": {"views", "ui"} | LOW,
+    "views": {"ui"} | LOW,
     "ui": {"platform"},
     "shared": {"model", "platform", "requestutils"},
     "model": {"platform", "requestutils"},
@@ -53,13 +62,26 @@ ALLOWED = {
     "platform": {"requestutils"},
     "requestutils": set(),
 }
-ORDER = "app -> widget -> views -> ui -> shared -> model -> platform -> requestutils (bridge: used by app only)"
+# Each floor of the bridge may use the floors below it and the shared folders.
+for i, floor in enumerate(BRIDGE_FLOORS):
+    ALLOWED[floor] = set(BRIDGE_FLOORS[i + 1:]) | LOW
+# The folders that are floors: a file of src/app/ or src/bridge/ belongs to the floor it sits in.
+FLOORED = {"app", "bridge"}
+ORDER = ("app/today -> widget -> views -> ui -> shared -> model -> platform -> requestutils; app/mailbridge -> "
+         "bridge/service -> bridge/commands -> bridge/sync -> bridge/config -> bridge/imap -> shared")
 
 # The Qt modules each folder may include and link. model and requestutils need QtCore only; nothing
-# but the widget's folders and app uses QtWidgets; the bridge is a service without a GUI.
+# but the widget's folders and its program uses QtWidgets; the bridge is a service without a GUI,
+# and only its service floor (and its program) talks D-Bus.
 QT_MODULES = {
-    "app": {"Core", "Gui", "Widgets", "Svg", "DBus", "Network"},
-    "bridge": {"Core", "DBus"},
+    "app/today": {"Core", "Gui", "Widgets", "Svg", "DBus"},
+    "app/share": {"Core", "Gui"},
+    "app/mailbridge": {"Core", "DBus"},
+    "bridge/service": {"Core", "DBus"},
+    "bridge/commands": {"Core"},
+    "bridge/sync": {"Core"},
+    "bridge/config": {"Core"},
+    "bridge/imap": {"Core"},
     "widget": {"Core", "Gui", "Widgets"},
     "views": {"Core", "Gui", "Widgets", "Svg"},
     "ui": {"Core", "Gui", "Widgets", "Svg"},
@@ -80,6 +102,20 @@ QT_EXCEPTIONS = {
         "a built HTTP request is handed to Qt's network stack as a QNetworkRequest",
     ),
 }
+
+
+def floor_of(path_in_src):
+    """The row of the folder table a path below src/ belongs to ("bridge/sync/X.h" -> "bridge/sync")."""
+    parts = path_in_src.split("/")
+    if parts[0] in FLOORED and len(parts) >= 3:
+        return parts[0] + "/" + parts[1]
+    return parts[0]
+
+
+def library_of(row):
+    """The CMake library a row's code is in: the bridge's floors are one library; each program is its own."""
+    return row.split("/")[0] if row.startswith("bridge/") else row
+
 
 CXX_SUFFIXES = (".cpp", ".h")
 FORMAT_FOLDERS = ("src", "tests", "bench", "fuzz")
@@ -154,7 +190,7 @@ def check_includes(root, findings):
         parts = name.split("/")
         if len(parts) < 3:
             continue
-        folder = parts[1]
+        folder = floor_of("/".join(parts[1:]))
         if folder not in ALLOWED:
             findings.add(f"{name}: layering: the folder src/{folder}/ is not in the folder table "
                          f"(ALLOWED in scripts/lint.py); add it there and to CONTRIBUTING.md")
@@ -183,9 +219,9 @@ def check_includes(root, findings):
                     continue
                 beside = os.path.join(os.path.dirname(path), header)
                 if os.path.isfile(beside):
-                    target = rel(src, beside).split("/")[0]
+                    target = floor_of(rel(src, beside))
                 elif os.path.isfile(os.path.join(src, header)):
-                    target = header.split("/")[0]
+                    target = floor_of(header)
                 else:
                     findings.add(f'{where}: layering: #include "{header}" is neither beside the file nor '
                                  f'"folder/Header.h" of a folder of src/')
@@ -207,16 +243,34 @@ INCLUDE_DIRS_CALL = re.compile(r"\btarget_include_directories\s*\(([^)]*)\)", re
 LINK_KEYWORDS = {"PUBLIC", "PRIVATE", "INTERFACE", "LINK_PUBLIC", "LINK_PRIVATE", "LINK_INTERFACE_LIBRARIES"}
 
 
+def cmake_rows(src):
+    """Each CMakeLists.txt of src/ with the library it builds and the rows of the folder table its
+    code comes from: a folder's own, or for the bridge all its floors (one library), or for a
+    program's folder that program's row."""
+    for folder in sorted(os.listdir(src)):
+        if not os.path.isfile(os.path.join(src, folder, "CMakeLists.txt")):
+            continue
+        if folder in ALLOWED:
+            yield folder, folder, [folder]
+        elif folder == "bridge":
+            yield folder, "bridge", BRIDGE_FLOORS
+        elif folder == "app":
+            yield folder, "app", []
+            for sub in sorted(os.listdir(os.path.join(src, folder))):
+                if os.path.isfile(os.path.join(src, folder, sub, "CMakeLists.txt")) and f"app/{sub}" in ALLOWED:
+                    yield f"app/{sub}", f"app/{sub}", [f"app/{sub}"]
+
+
 def check_cmake(root, findings):
     """Each folder's CMakeLists.txt: links within the table, namespaced names, its own include root."""
     src = os.path.join(root, "src")
-    for folder in sorted(os.listdir(src)):
-        lists = os.path.join(src, folder, "CMakeLists.txt")
-        if folder not in ALLOWED or not os.path.isfile(lists):
-            continue
-        name = f"src/{folder}/CMakeLists.txt"
-        with open(lists, encoding="utf-8") as f:
+    libraries = {library_of(row) for row in ALLOWED}
+    for place, folder, rows in cmake_rows(src):
+        name = f"src/{place}/CMakeLists.txt"
+        with open(os.path.join(src, place, "CMakeLists.txt"), encoding="utf-8") as f:
             text = f.read()
+        may_link = {library_of(used) for row in rows for used in ALLOWED[row]} - {folder}
+        qt_modules = set().union(*(QT_MODULES[row] for row in rows)) if rows else {"Core"}
         code = re.sub(r"#[^\n]*", lambda m: " " * len(m.group(0)), text)
 
         def where(offset):
@@ -228,26 +282,26 @@ def check_cmake(root, findings):
                 if item in LINK_KEYWORDS:
                     continue
                 m = re.fullmatch(r"corvina(::|_)([a-z]+)", item)
-                if m and m.group(2) in ALLOWED:
+                if m and m.group(2) in libraries:
                     target = m.group(2)
                     if m.group(1) == "_":
                         findings.add(f"{where(call.start())}: layering: link corvina::{target}, the namespaced "
                                      f"name, rather than {item}")
-                    if target != folder and target not in ALLOWED[folder]:
-                        may = ", ".join(sorted(ALLOWED[folder])) or "no other folder"
+                    if target != folder and target not in may_link:
+                        may = ", ".join(sorted(may_link)) or "no other folder"
                         findings.add(f"{where(call.start())}: layering: {folder}/ links {item}, which it may not "
                                      f"use: dependencies point down, {ORDER}; {folder}/ may use {may}")
                     continue
                 m = re.fullmatch(r"Qt6?::(\w+)", item)
-                if m and m.group(1) not in QT_MODULES[folder] and (folder, m.group(1)) not in QT_EXCEPTIONS:
+                if m and m.group(1) not in qt_modules and (folder, m.group(1)) not in QT_EXCEPTIONS:
                     findings.add(f"{where(call.start())}: layering: {folder}/ links {item}; {folder}/ may use Qt "
-                                 + ", ".join(sorted(QT_MODULES[folder])))
+                                 + ", ".join(sorted(qt_modules)))
         for call in INCLUDE_DIRS_CALL.finditer(code):
             for item in call.group(1).split()[1:]:
                 if "/.." in item or item.rstrip("/").endswith(("SOURCE_DIR}/src", "SOURCE_DIR}")):
                     findings.add(f"{where(call.start())}: layering: {item} as an include folder lets a target see "
                                  f"every folder's headers; expose the folder with corvina_expose_headers()")
-        if folder != "app" and f"corvina_{folder}" in code:
+        if not place.startswith("app") and f"corvina_{folder}" in code:
             if not re.search(rf"add_library\(\s*corvina::{folder}\s+ALIAS\s+corvina_{folder}\s*\)", code):
                 findings.add(f"{name}: layering: no alias: add_library(corvina::{folder} ALIAS corvina_{folder})")
             if not re.search(rf"corvina_expose_headers\(\s*corvina_{folder}\s*\)", code):

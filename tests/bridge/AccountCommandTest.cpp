@@ -1,8 +1,8 @@
 // `corvina-mail-bridge account add | password | remove` as a user (or a script) runs them, with a
 // real keyring daemon on a private session bus and the test's own Dovecot.
 #include "BridgeTesting.h"
-#include "bridge/AccountPassword.h"
-#include "bridge/SecretStore.h"
+#include "bridge/config/AccountPassword.h"
+#include "bridge/config/SecretStore.h"
 #include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 

@@ -1,9 +1,9 @@
 // One account read from a real Dovecot and written into the shared folder, then read back with the
 // widget's own loader.
-#include "bridge/AccountSync.h"
+#include "bridge/sync/AccountSync.h"
 
 #include "BridgeTesting.h"
-#include "bridge/SnapshotWriter.h"
+#include "bridge/sync/SnapshotWriter.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 

@@ -1,5 +1,5 @@
 // bridge.conf as a user writes it: defaults, and one clear problem line for each bad value.
-#include "bridge/BridgeConfig.h"
+#include "bridge/config/BridgeConfig.h"
 
 #include "support/ScopedEnvironment.h"
 

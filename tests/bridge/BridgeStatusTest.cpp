@@ -1,5 +1,5 @@
 // The status file: each account's last sync and last error, kept across runs.
-#include "bridge/BridgeStatus.h"
+#include "bridge/sync/BridgeStatus.h"
 
 #include "support/ScopedEnvironment.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bridge/BridgeConfig.h"
+#include "bridge/config/BridgeConfig.h"
 #include "model/ExtensionMessage.h"
 #include "support/DovecotServer.h"
 #include "support/TempContainer.h"

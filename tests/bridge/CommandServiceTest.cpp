@@ -1,6 +1,6 @@
 // The bridge's org.freedesktop.Application object on a real (private) session bus, called from
 // another connection as the widget calls it.
-#include "bridge/CommandService.h"
+#include "bridge/service/CommandService.h"
 
 #include "support/PrivateSessionBus.h"
 

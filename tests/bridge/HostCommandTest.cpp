@@ -1,4 +1,4 @@
-#include "bridge/HostCommand.h"
+#include "bridge/commands/HostCommand.h"
 
 #include "model/ExtensionAddress.h"
 #include "model/ExtensionMessage.h"

@@ -6,7 +6,7 @@
 #include "HostileServer.h"
 
 #include "BridgeTesting.h"
-#include "bridge/ImapSession.h"
+#include "bridge/imap/ImapSession.h"
 #include "shared/ConstVars.h"
 #include "support/ProgramRunner.h"
 

@@ -1,6 +1,6 @@
 // Folder names to and from IMAP's encoding of names outside ASCII, with the examples of the IMAP
 // standard itself and names a careless or hostile server could send.
-#include "bridge/ImapFolderName.h"
+#include "bridge/imap/ImapFolderName.h"
 
 #include "BridgeTesting.h"
 

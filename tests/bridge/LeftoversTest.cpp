@@ -1,8 +1,8 @@
 // What a bridge killed in the middle of a write leaves in the shared folder, and how the next one
 // to start removes it: its own temporaries only, and only under the lock their writes are made under.
 #include "BridgeTesting.h"
-#include "bridge/LiveBridge.h"
-#include "bridge/SnapshotWriter.h"
+#include "bridge/service/LiveBridge.h"
+#include "bridge/sync/SnapshotWriter.h"
 #include "shared/ConstVars.h"
 #include "support/LockHolder.h"
 

@@ -4,9 +4,9 @@
 // the status file, passwords from the keyring, and TLS. Everything the widget would show is read back through
 // its own loader.
 #include "BridgeTesting.h"
-#include "bridge/AccountPassword.h"
-#include "bridge/AccountSync.h"
-#include "bridge/SecretStore.h"
+#include "bridge/config/AccountPassword.h"
+#include "bridge/sync/AccountSync.h"
+#include "bridge/config/SecretStore.h"
 #include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 

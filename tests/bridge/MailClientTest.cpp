@@ -1,4 +1,4 @@
-#include "bridge/MailClient.h"
+#include "bridge/commands/MailClient.h"
 
 #include "requestutils/RequestUtils.h"
 #include "support/FakeHostApp.h"

@@ -1,6 +1,6 @@
 // The widget's commands carried out on a real Dovecot: what the server holds afterwards (its Maildir
 // files and their flags), and the line a person reads when a command cannot be done.
-#include "bridge/MessageCommand.h"
+#include "bridge/commands/MessageCommand.h"
 
 #include "BridgeTesting.h"
 

@@ -2,8 +2,8 @@
 // bare 8-bit text. Each snapshot is read back by a standard XML property-list parser (Python's
 // plistlib) and by the widget's own loader.
 #include "BridgeTesting.h"
-#include "bridge/AccountSync.h"
-#include "bridge/SnapshotWriter.h"
+#include "bridge/sync/AccountSync.h"
+#include "bridge/sync/SnapshotWriter.h"
 #include "shared/ConstVars.h"
 
 #include <QJsonArray>

@@ -1,7 +1,7 @@
 // What the bridge makes of a message's header fields, on envelopes built with libetpan's own
 // constructors (as its parser builds them) and on header bytes. The same cases against a real
 // server are in AccountSyncTest.
-#include "bridge/MessageHeaders.h"
+#include "bridge/imap/MessageHeaders.h"
 
 #include "BridgeTesting.h"
 #include "support/ScopedZone.h"

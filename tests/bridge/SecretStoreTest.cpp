@@ -1,9 +1,9 @@
 // Passwords in a real Secret Service: gnome-keyring-daemon on a private session bus, started and
 // stopped by each test.
-#include "bridge/SecretStore.h"
+#include "bridge/config/SecretStore.h"
 
 #include "BridgeTesting.h"
-#include "bridge/AccountPassword.h"
+#include "bridge/config/AccountPassword.h"
 #include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 

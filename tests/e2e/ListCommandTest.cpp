@@ -1,6 +1,6 @@
 // The corvina-today executable, run as a user or a script runs it, on containers written by the
 // host-side writer tool (Python's plistlib: a property-list writer independent of ours).
-#include "app/ListCommand.h"
+#include "app/today/ListCommand.h"
 
 #include <QDir>
 #include <QFile>

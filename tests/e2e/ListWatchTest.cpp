@@ -1,6 +1,6 @@
 // `corvina-today --list --watch` and `--list --format`, run as a status bar runs them: the real
 // program on a temporary shared folder, its lines read from its output as they come.
-#include "app/StatusLine.h"
+#include "app/today/StatusLine.h"
 #include "support/ProcessStop.h"
 #include "support/TempContainer.h"
 

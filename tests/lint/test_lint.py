@@ -71,10 +71,70 @@ class Layering(ScratchTree):
 
     def test_a_bridge_header_outside_app_fails(self):
         line = insert_after_first_include(os.path.join(self.root, "src/widget/SegmentFilter.cpp"),
-                                          '#include "bridge/BridgeConfig.h"')
+                                          '#include "bridge/config/BridgeConfig.h"')
         status, out = lint(self.root, "--only", "layering")
         self.assertEqual(status, 1, out)
-        self.assertIn(f"src/widget/SegmentFilter.cpp:{line}: layering: widget/ may not include a bridge/ header", out)
+        self.assertIn(f"src/widget/SegmentFilter.cpp:{line}: layering: widget/ may not include a bridge/config/ "
+                      "header", out)
+
+    def test_a_bridge_floor_including_a_floor_above_fails(self):
+        # the protocol knows nothing of the sync that uses it
+        line = insert_after_first_include(os.path.join(self.root, "src/bridge/imap/ImapSession.cpp"),
+                                          '#include "bridge/sync/AccountSync.h"')
+        status, out = lint(self.root, "--only", "layering")
+        self.assertEqual(status, 1, out)
+        self.assertIn(f"src/bridge/imap/ImapSession.cpp:{line}: layering: bridge/imap/ may not include a "
+                      'bridge/sync/ header ("bridge/sync/AccountSync.h")', out)
+        self.assertIn("lint: layering: 1 problem(s)", out)
+
+    def test_the_accounts_file_reaching_up_to_the_service_fails(self):
+        line = insert_after_first_include(os.path.join(self.root, "src/bridge/config/BridgeConfig.cpp"),
+                                          '#include "bridge/service/LiveBridge.h"')
+        status, out = lint(self.root, "--only", "layering")
+        self.assertEqual(status, 1, out)
+        self.assertIn(f"src/bridge/config/BridgeConfig.cpp:{line}: layering: bridge/config/ may not include a "
+                      "bridge/service/ header", out)
+
+    def test_a_floor_including_a_floor_below_passes(self):
+        insert_after_first_include(os.path.join(self.root, "src/bridge/service/LiveBridge.cpp"),
+                                   '#include "bridge/imap/ImapSession.h"')
+        status, out = lint(self.root, "--only", "layering")
+        self.assertEqual(status, 0, out)
+
+    def test_a_file_flat_in_the_bridge_folder_fails(self):
+        with open(os.path.join(self.root, "src/bridge/Loose.h"), "w", encoding="utf-8") as f:
+            f.write("#pragma once\n")
+        status, out = lint(self.root, "--only", "layering")
+        self.assertEqual(status, 1, out)
+        self.assertIn("src/bridge/Loose.h: layering: the folder src/bridge/ is not in the folder table", out)
+
+    def test_one_program_including_another_programs_header_fails(self):
+        line = insert_after_first_include(os.path.join(self.root, "src/app/share/ShareCommand.cpp"),
+                                          '#include "app/today/StatusLine.h"')
+        status, out = lint(self.root, "--only", "layering")
+        self.assertEqual(status, 1, out)
+        self.assertIn(f"src/app/share/ShareCommand.cpp:{line}: layering: app/share/ may not include a app/today/ "
+                      "header", out)
+
+    def test_the_widget_program_including_the_bridge_fails(self):
+        line = insert_after_first_include(os.path.join(self.root, "src/app/today/ListWatch.cpp"),
+                                          '#include "bridge/sync/BridgeStatus.h"')
+        status, out = lint(self.root, "--only", "layering")
+        self.assertEqual(status, 1, out)
+        self.assertIn(f"src/app/today/ListWatch.cpp:{line}: layering: app/today/ may not include a bridge/sync/ "
+                      "header", out)
+
+    def test_the_widget_program_linking_the_bridge_fails(self):
+        path = os.path.join(self.root, "src/app/today/CMakeLists.txt")
+        with open(path, encoding="utf-8") as f:
+            text = f.read()
+        self.assertIn("PRIVATE corvina::widget", text)
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(text.replace("PRIVATE corvina::widget", "PRIVATE corvina::bridge corvina::widget"))
+        status, out = lint(self.root, "--only", "layering")
+        self.assertEqual(status, 1, out)
+        self.assertIn("src/app/today/CMakeLists.txt:", out)
+        self.assertIn("layering: app/today/ links corvina::bridge, which it may not use", out)
 
     def test_a_relative_path_to_another_folder_fails(self):
         line = insert_after_first_include(os.path.join(self.root, "src/model/ExtensionDate.cpp"),

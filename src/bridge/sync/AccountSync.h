@@ -1,0 +1,93 @@
+#pragma once
+
+#include "bridge/config/BridgeConfig.h"
+#include "bridge/imap/ImapSession.h"
+
+#include <QList>
+#include <QString>
+#include <QVariantList>
+#include <QVariantMap>
+#include <optional>
+
+namespace corvina {
+
+// One pass over one account: connect, log in, and read the newest messages of each of its lists
+// (Inbox, To Do, Memo) into the message dictionaries of the shared folder. Talks to the server
+// only; writing the files is the SnapshotWriter's job, so that no lock is ever held while the
+// network is slow.
+//
+// Blocking, like the session it owns: run it on the account's own thread.
+class AccountSync {
+public:
+    // The kinds of list the widget tells apart by "folderStid".
+    static constexpr int InboxStid = 1;
+    static constexpr int TodoStid = 11;
+    static constexpr int MemoStid = 12;
+
+    // One snapshot file's worth: written as Today/<mail>/<file>.
+    struct Snapshot {
+        QString file;   // "inbox.plist", "todo.plist", "memo.plist"
+        QString folder; // the IMAP folder the messages live in
+        QVariantList messages;
+    };
+
+    struct Result {
+        bool ok = false;
+        ImapSession::Failure failure = ImapSession::Failure::None;
+        QString error; // one line, when not ok
+        QList<Snapshot> snapshots;
+        // The inbox as it was when its messages were read: a later look that finds it otherwise
+        // (a message arrived meanwhile) calls for another run.
+        ImapSession::Folder inbox;
+    };
+
+    explicit AccountSync(BridgeConfig::Account account, int timeoutSeconds = 30);
+
+    // Connects (again, when needed) and reads every list. Not ok, with the first failure, when
+    // any list cannot be read: a half-read account is not written, so the widget keeps showing the
+    // last complete picture.
+    Result run(const QString& password);
+    // Connects and logs in, then opens each configured folder: what "check" tells the user.
+    Result check(const QString& password);
+
+    const ImapSession& session() const { return m_session; }
+    // The account's connection, for following the server between runs (IDLE) on the same thread.
+    ImapSession& session() { return m_session; }
+
+    // The "messageId" of a message: "<folder>/<UIDVALIDITY>/<UID>", the folder percent-encoded
+    // (every byte but A-Z a-z 0-9 - _ . ~ as %XX) so that the identifier is safe in the widget's
+    // command URLs, which carry it unencoded. The three parts find the message again on the
+    // server, and the identifier changes when the server renumbers the folder (a new UIDVALIDITY).
+    static QString messageIdFor(const QString& folder, quint32 uidValidity, quint32 uid);
+
+    // Where a message identifier says the message is.
+    struct MessageAddress {
+        QString folder;
+        quint32 uidValidity = 0;
+        quint32 uid = 0;
+    };
+    // The longest identifier read: a folder name of a few hundred characters, percent-encoded.
+    static constexpr qsizetype MaximumMessageIdLength = 4096;
+    // Reads an identifier that messageIdFor made, and nothing else: the folder's escapes exactly as
+    // messageIdFor writes them (upper-case hex, only where it escapes, UTF-8), two non-zero decimal
+    // numbers without signs or leading zeros that fit in 32 bits, a folder that is not empty and
+    // holds no control characters. Anything else is nullopt: an identifier comes from a command
+    // URL, which anyone can write.
+    static std::optional<MessageAddress> parseMessageId(const QString& messageId);
+
+    // A message dictionary as the widget reads it.
+    static QVariantMap messageDictionary(const ImapSession::Envelope& envelope, const QString& account,
+                                         const ImapSession::Folder& folder, int folderStid);
+
+private:
+    bool ensureLoggedIn(const QString& password, Result& result);
+    bool failed(Result& result);
+    std::optional<Snapshot> newestOf(const QString& folder, const QString& file, int stid, Result& result,
+                                     ImapSession::Folder* opened = nullptr);
+    std::optional<Snapshot> flaggedOf(const QString& folder, const QString& file, Result& result);
+
+    BridgeConfig::Account m_account;
+    ImapSession m_session;
+};
+
+} // namespace corvina

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "MessageCommand.h"
+#include "bridge/config/BridgeConfig.h"
 #include "bridge/sync/AccountSync.h"
 #include "bridge/sync/AccountWorker.h"
-#include "bridge/config/BridgeConfig.h"
-#include "MessageCommand.h"
 
 #include <QDateTime>
 #include <QHash>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "bridge/sync/AccountSync.h"
-#include "bridge/config/BridgeConfig.h"
 #include "MailDraft.h"
+#include "bridge/config/BridgeConfig.h"
+#include "bridge/sync/AccountSync.h"
 
 #include <QList>
 #include <QString>

@@ -26,7 +26,7 @@ void ChildWatch::watch(pid_t pid, int settleMs, Report report) {
     child.pid = pid;
     child.report = std::move(report);
 
-    child.settle = std::make_unique<QTimer>();
+    child.settle = std::make_unique<QTimer>(this);
     child.settle->setSingleShot(true);
     connect(child.settle.get(), &QTimer::timeout, this, [this, id] { settled(id); });
     child.settle->start(settleMs);
@@ -36,10 +36,10 @@ void ChildWatch::watch(pid_t pid, int settleMs, Report report) {
     if (child.pidfd >= 0) {
         ::fcntl(child.pidfd, F_SETFD, FD_CLOEXEC);
         // Readable once the child has ended.
-        child.notifier = std::make_unique<QSocketNotifier>(child.pidfd, QSocketNotifier::Read);
+        child.notifier = std::make_unique<QSocketNotifier>(child.pidfd, QSocketNotifier::Read, this);
         connect(child.notifier.get(), &QSocketNotifier::activated, this, [this, id] { check(id); });
     } else {
-        child.poll = std::make_unique<QTimer>();
+        child.poll = std::make_unique<QTimer>(this);
         connect(child.poll.get(), &QTimer::timeout, this, [this, id] { check(id); });
         child.poll->start(PollMs);
     }

@@ -61,6 +61,8 @@ private:
         pid_t pid = -1;
         int pidfd = -1;
         Report report; // empty once made
+        // Owned here while the child is watched; their QObject parent is this object all the same,
+        // so that one retired but not deleted yet (the event loop may never come to it) goes with it.
         std::unique_ptr<QTimer> settle;
         std::unique_ptr<QSocketNotifier> notifier; // with a process descriptor
         std::unique_ptr<QTimer> poll;              // without

@@ -98,6 +98,12 @@ TEST_F(AccountGroupTest, AFileThatCannotBeWrittenIsSaid) {
     QString error;
     EXPECT_FALSE(AccountGroup(QStringLiteral("work"), keys()).writeTo(blocked, &error));
     EXPECT_EQ(error, QStringLiteral("cannot write %1").arg(blocked));
+    // A folder where the file should be: nothing can be read from it or written to it.
+    const QString folder = dir.filePath(QStringLiteral("bridge.conf.d"));
+    ASSERT_TRUE(QDir().mkpath(folder));
+    error.clear();
+    EXPECT_FALSE(AccountGroup::removeFrom(folder, QStringLiteral("work"), &error));
+    EXPECT_EQ(error, QStringLiteral("cannot write %1").arg(folder));
 }
 
 } // namespace

@@ -154,5 +154,34 @@ TEST_F(LiveBridgeOnceTest, ASharedFolderThatCannotBeWrittenStopsBeforeAnyAccount
     EXPECT_TRUE(accountStatus(QStringLiteral("work")).isEmpty());
 }
 
+TEST_F(LiveBridgeOnceTest, CheckSaysOfEachAccountWhatWorksOrTheFirstThingThatDoesNot) {
+    server.createFolder(User, QStringLiteral("Notes"));
+    EXPECT_TRUE(LiveBridge::checkAccount(account({{"memo", "Notes"}}), 10).ok);
+
+    const AccountSync::Result missing = LiveBridge::checkAccount(account({{"memo", "Nowhere"}}), 10);
+    EXPECT_FALSE(missing.ok);
+    EXPECT_TRUE(missing.error.startsWith(QStringLiteral("folder missing: Nowhere")))
+        << missing.error.toStdString();
+
+    const AccountSync::Result refused =
+        LiveBridge::checkAccount(account({{"passwordCommand", "echo wrong"}}), 10);
+    EXPECT_FALSE(refused.ok);
+    EXPECT_TRUE(refused.error.startsWith(QStringLiteral("login refused for ada")))
+        << refused.error.toStdString();
+
+    // No password: the server is never asked.
+    const AccountSync::Result noPassword =
+        LiveBridge::checkAccount(account({{"passwordCommand", "false"}}), 10);
+    EXPECT_FALSE(noPassword.ok);
+    EXPECT_TRUE(noPassword.error.startsWith(QStringLiteral("passwordCommand")))
+        << noPassword.error.toStdString();
+
+    BridgeConfig::Account broken = account();
+    broken.problem = QStringLiteral("port must be a number from 1 to 65535, not none");
+    const AccountSync::Result configured = LiveBridge::checkAccount(broken, 10);
+    EXPECT_FALSE(configured.ok);
+    EXPECT_EQ(configured.error, broken.problem);
+}
+
 } // namespace
 } // namespace corvina::test

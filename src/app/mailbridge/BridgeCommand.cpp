@@ -1,8 +1,6 @@
 #include "BridgeCommand.h"
 
-#include "bridge/config/AccountPassword.h"
 #include "bridge/service/LiveBridge.h"
-#include "bridge/sync/AccountSync.h"
 
 namespace corvina {
 
@@ -59,21 +57,7 @@ int BridgeCommand::check(const QString& name) {
     }
     int status = Ok;
     for (const BridgeConfig::Account& account : accounts) {
-        if (!account.problem.isEmpty()) {
-            m_out << account.name << ": " << account.problem << Qt::endl;
-            status = AccountFailed;
-            continue;
-        }
-        QString error;
-        const std::optional<QString> secret = AccountPassword::obtain(account, &error);
-        if (!secret) {
-            m_out << account.name << ": " << error << Qt::endl;
-            status = AccountFailed;
-            continue;
-        }
-        AccountSync sync(account, m_timeoutSeconds);
-        sync.session().setDeadline(LiveBridge::attemptDeadline(m_timeoutSeconds));
-        const AccountSync::Result result = sync.check(*secret);
+        const AccountSync::Result result = LiveBridge::checkAccount(account, m_timeoutSeconds);
         if (result.ok) {
             m_out << account.name << ": ok" << Qt::endl;
         } else {

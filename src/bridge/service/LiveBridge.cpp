@@ -10,6 +10,16 @@
 
 namespace corvina {
 
+namespace {
+
+// Where the program's bridge takes each account's password: its passwordCommand, else the Secret
+// Service. Called on each account's own thread in the foreground mode, which obtain() allows.
+std::optional<QString> obtainPassword(const BridgeConfig::Account& account, QString* error) {
+    return AccountPassword::obtain(account, error);
+}
+
+} // namespace
+
 LiveBridge::LiveBridge(BridgeConfig config, QString dataFolder, QString statusPath,
                        AccountWorker::PasswordSource passwords, AccountWorker::Timing timing, QObject* parent)
     : QObject(parent), m_config(std::move(config)), m_writer(std::move(dataFolder)),
@@ -34,12 +44,8 @@ std::unique_ptr<LiveBridge> LiveBridge::create(BridgeConfig config, Purpose purp
     }
     AccountWorker::Timing timing;
     timing.timeoutSeconds = timeoutSeconds;
-    // Called on each account's own thread in the foreground mode: obtain() is safe there.
-    auto passwords = [](const BridgeConfig::Account& account, QString* why) {
-        return AccountPassword::obtain(account, why);
-    };
-    return std::make_unique<LiveBridge>(std::move(config), *data, BridgeStatus::defaultPath(), passwords,
-                                        timing);
+    return std::make_unique<LiveBridge>(std::move(config), *data, BridgeStatus::defaultPath(),
+                                        &obtainPassword, timing);
 }
 
 LiveBridge::~LiveBridge() {
@@ -134,20 +140,10 @@ bool LiveBridge::syncOnce() {
     };
     for (const BridgeConfig::Account& account : m_config.accounts()) {
         names << account.name;
-        if (!account.problem.isEmpty()) {
-            failed(account, account.problem);
+        // A disabled account is left alone, unless its configuration is wrong: that is said.
+        if (!account.enabled && account.problem.isEmpty())
             continue;
-        }
-        if (!account.enabled)
-            continue;
-        const std::optional<QString> secret = m_passwords(account, &error);
-        if (!secret) {
-            failed(account, error);
-            continue;
-        }
-        AccountSync sync(account, m_timing.timeoutSeconds);
-        sync.session().setDeadline(attemptDeadline(m_timing.timeoutSeconds));
-        const AccountSync::Result result = sync.run(*secret);
+        const AccountSync::Result result = attempt(account, m_passwords, m_timing.timeoutSeconds, false);
         if (!result.ok) {
             failed(account, result.error);
             continue;
@@ -167,8 +163,24 @@ bool LiveBridge::syncOnce() {
     return ok;
 }
 
-QDeadlineTimer LiveBridge::attemptDeadline(int timeoutSeconds) {
-    return QDeadlineTimer(qint64(timeoutSeconds) * 1000);
+AccountSync::Result LiveBridge::attempt(const BridgeConfig::Account& account,
+                                        const AccountWorker::PasswordSource& passwords, int timeoutSeconds,
+                                        bool checkOnly) {
+    AccountSync::Result result;
+    if (!account.problem.isEmpty()) {
+        result.error = account.problem;
+        return result;
+    }
+    const std::optional<QString> secret = passwords(account, &result.error);
+    if (!secret)
+        return result;
+    AccountSync sync(account, timeoutSeconds);
+    sync.session().setDeadline(QDeadlineTimer(qint64(timeoutSeconds) * 1000));
+    return checkOnly ? sync.check(*secret) : sync.run(*secret);
+}
+
+AccountSync::Result LiveBridge::checkAccount(const BridgeConfig::Account& account, int timeoutSeconds) {
+    return attempt(account, &obtainPassword, timeoutSeconds, true);
 }
 
 void LiveBridge::openUris(const QStringList& uris, const QVariantMap& platformData) {

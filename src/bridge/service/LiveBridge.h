@@ -2,11 +2,11 @@
 
 #include "bridge/commands/CommandCenter.h"
 #include "bridge/config/BridgeConfig.h"
+#include "bridge/sync/AccountSync.h"
 #include "bridge/sync/AccountWorker.h"
 #include "bridge/sync/BridgeStatus.h"
 #include "bridge/sync/SnapshotWriter.h"
 
-#include <QDeadlineTimer>
 #include <QList>
 #include <QMap>
 #include <QObject>
@@ -68,10 +68,10 @@ public:
     // line through `log` ("name: why") and the others go on; a problem of the bridge as a whole
     // goes through `problem`. True when every account synced and every file was written.
     bool syncOnce();
-    // When one account's attempt of --once or check must be over, counted from now: a person reads
-    // --timeout as "this account is given up after that long", so one deadline holds for the whole
-    // attempt (connection, login, every list, goodbye), not only for each wait.
-    static QDeadlineTimer attemptDeadline(int timeoutSeconds);
+    // `corvina-mail-bridge check` for one account: what is wrong with its configuration, else its
+    // password, then a connection, a login and each configured folder opened, all within one
+    // deadline of `timeoutSeconds` as --once has. Not ok, with the first failure, when any fails.
+    static AccountSync::Result checkAccount(const BridgeConfig::Account& account, int timeoutSeconds);
     // Carries out the command URLs of one request (see CommandCenter::open).
     void openUris(const QStringList& uris, const QVariantMap& platformData);
     CommandCenter& commands() { return m_commands; }
@@ -104,6 +104,12 @@ private:
         std::unique_ptr<QThread> thread;
     };
     void writeStatus();
+    // One account's attempt of --once (a whole sync) or of check (`checkOnly`): a person reads
+    // --timeout as "this account is given up after that long", so one deadline holds for the whole
+    // attempt (password, connection, login, every list, goodbye), not only for each wait.
+    static AccountSync::Result attempt(const BridgeConfig::Account& account,
+                                       const AccountWorker::PasswordSource& passwords, int timeoutSeconds,
+                                       bool checkOnly);
     // What an earlier bridge, killed while writing, left in the shared folder.
     void removeLeftovers();
 

@@ -3,9 +3,7 @@
 #include "bridge/config/BridgeConfig.h"
 
 #include <QString>
-#include <QStringList>
 #include <QTextStream>
-#include <optional>
 
 namespace corvina {
 

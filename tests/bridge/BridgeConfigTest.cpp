@@ -3,6 +3,7 @@
 
 #include "support/ScopedEnvironment.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -141,6 +142,24 @@ TEST_F(BridgeConfigTest, PollIsFiveMinutesUnlessGeneralOrTheAccountSaysOtherwise
     const BridgeConfig bad = load("[General]\npoll = often\n[a]\nmail = a@example.org\nhost = h\n");
     EXPECT_EQ(bad.account(QStringLiteral("a"))->problem,
               QStringLiteral("[General] poll must be a number of seconds from 1 to 86400, not often"));
+}
+
+TEST_F(BridgeConfigTest, ACaFileIsAReadableFileFoundBesideTheConfig) {
+    QFile ca(dir.filePath(QStringLiteral("ca.pem")));
+    ASSERT_TRUE(ca.open(QIODevice::WriteOnly));
+    ca.close();
+    ASSERT_TRUE(QDir(dir.path()).mkdir(QStringLiteral("certs")));
+    const BridgeConfig config = load("[good]\nmail = a@example.org\nhost = h\ncaFile = ca.pem\n"
+                                     "[absent]\nmail = b@example.org\nhost = h\ncaFile = none.pem\n"
+                                     "[folder]\nmail = c@example.org\nhost = h\ncaFile = certs\n");
+    EXPECT_EQ(config.account(QStringLiteral("good"))->problem, QString());
+    EXPECT_EQ(config.account(QStringLiteral("good"))->caFile, dir.filePath(QStringLiteral("ca.pem")));
+    EXPECT_EQ(config.account(QStringLiteral("absent"))->problem,
+              QStringLiteral("caFile %1 cannot be read").arg(dir.filePath(QStringLiteral("none.pem"))));
+    // A folder is readable, but holds no certificate to load: refused as `account add` refuses it.
+    EXPECT_EQ(config.account(QStringLiteral("folder"))->problem,
+              QStringLiteral("caFile %1 cannot be read").arg(dir.filePath(QStringLiteral("certs"))));
+    EXPECT_EQ(BridgeConfig::caFileProblem(dir.filePath(QStringLiteral("ca.pem"))), QString());
 }
 
 TEST_F(BridgeConfigTest, NoFileIsNoAccounts) {

@@ -5,8 +5,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QSettings>
-#include <QTemporaryDir>
 #include <csignal>
 #include <termios.h>
 #include <unistd.h>
@@ -27,16 +25,10 @@ void restoreTerminalAndExit(int signal) {
     std::raise(signal);
 }
 
-// Group names become INI section names: plain words keep bridge.conf readable and editable.
-bool isPlainName(const QString& name) {
-    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_-][A-Za-z0-9._-]*$"));
-    return plain.match(name).hasMatch();
-}
-
 // "ada@fastmail.com" suggests "fastmail".
 QString suggestedName(const QString& mail, const BridgeConfig& config) {
     QString base = mail.section(u'@', 1).section(u'.', 0, 0).toLower();
-    if (!isPlainName(base))
+    if (!AccountGroup::isPlainName(base))
         base = QStringLiteral("mail");
     QString name = base;
     for (int n = 2; config.account(name) != nullptr; ++n)
@@ -129,166 +121,214 @@ std::optional<QString> AccountSetup::askPassword() {
     return line;
 }
 
-BridgeConfig::Account AccountSetup::validate(const QString& name, const QVariantMap& keys) {
-    QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("bridge.conf"));
-    {
-        QSettings settings(path, QSettings::IniFormat);
-        settings.beginGroup(name);
-        for (auto it = keys.begin(); it != keys.end(); ++it)
-            settings.setValue(it.key(), it.value());
-        settings.endGroup();
-    }
-    const BridgeConfig config = BridgeConfig::load(path);
-    if (config.accounts().size() != 1) {
-        BridgeConfig::Account broken;
-        broken.problem = QStringLiteral("the account could not be written as an INI group");
-        return broken;
-    }
-    return config.accounts().first();
+QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config) const {
+    const auto fixed = [](const char* text) {
+        return [value = QString::fromLatin1(text)](const Answers&) { return value; };
+    };
+    const auto answerTo = [](const char* key) {
+        return [key = QString::fromLatin1(key)](const Answers& answers) { return answers.value(key); };
+    };
+    // The server's own authority is asked for TLS only: a company's or one's own server is the
+    // case where the system's store does not know it.
+    const auto withTls = [](const Answers& answers) {
+        const QString security = answers.value(QStringLiteral("security"));
+        return security == QLatin1String("tls") || security == QLatin1String("starttls");
+    };
+    const auto mailCheck = [this, &config](QString& mail, const Answers&) {
+        if (mail.isEmpty() || !mail.contains(u'@'))
+            return QStringLiteral("a mail address is needed (like ada@example.org)");
+        for (const BridgeConfig::Account& taken : config.accounts()) {
+            if (taken.mail.compare(mail, Qt::CaseInsensitive) == 0)
+                return QStringLiteral("%1 is already account %2 in %3").arg(mail, taken.name, m_path);
+        }
+        return QString();
+    };
+    const auto nameCheck = [this, &config](QString& name, const Answers&) {
+        if (!AccountGroup::isPlainName(name))
+            return QStringLiteral(
+                       "an account name is made of letters, digits, \"-\", \"_\" and \".\", not %1")
+                .arg(name);
+        if (config.account(name) != nullptr)
+            return QStringLiteral("there is already an account %1 in %2").arg(name, m_path);
+        return QString();
+    };
+    const auto lowerCase = [](QString& word, const Answers&) {
+        word = word.toLower();
+        return QString();
+    };
+    // Read as the bridge reads its caFile, and refused at once, before the password is asked.
+    const auto caFileCheck = [](QString& path, const Answers&) {
+        if (path.isEmpty())
+            return QString();
+        path = absolutePath(path);
+        const QString problem = BridgeConfig::caFileProblem(path);
+        return problem.isEmpty() ? QString() : problem + QStringLiteral("; nothing was written");
+    };
+    // In the order they are asked; a default or a check reads the answers before it.
+    return {
+        {.key = QStringLiteral("mail"),
+         .prompt = QStringLiteral("Mail address"),
+         .what = QStringLiteral("the mail address"),
+         .check = mailCheck},
+        {.key = QStringLiteral("group"),
+         .prompt = QStringLiteral("Account name in bridge.conf"),
+         .what = QStringLiteral("the account name"),
+         .kept = Kept::GroupName,
+         .defaultValue =
+             [&config](const Answers& answers) {
+                 return suggestedName(answers.value(QStringLiteral("mail")), config);
+             },
+         .check = nameCheck},
+        {.key = QStringLiteral("host"),
+         .prompt = QStringLiteral("IMAP server"),
+         .what = QStringLiteral("the IMAP server"),
+         .defaultValue =
+             [](const Answers& answers) {
+                 return QStringLiteral("imap.") + answers.value(QStringLiteral("mail")).section(u'@', 1);
+             }},
+        {.key = QStringLiteral("security"),
+         .prompt = QStringLiteral("Security: tls, starttls, or none (only for this computer)"),
+         .what = QStringLiteral("the security"),
+         .defaultValue = fixed("tls"),
+         .check = lowerCase},
+        {.key = QStringLiteral("port"),
+         .prompt = QStringLiteral("Port"),
+         .what = QStringLiteral("the port"),
+         .defaultValue =
+             [](const Answers& answers) {
+                 return answers.value(QStringLiteral("security")) == QLatin1String("tls")
+                            ? QStringLiteral("993")
+                            : QStringLiteral("143");
+             }},
+        {.key = QStringLiteral("user"),
+         .prompt = QStringLiteral("Login name"),
+         .what = QStringLiteral("the login name"),
+         .defaultValue = answerTo("mail")},
+        {.key = QStringLiteral("inbox"),
+         .prompt = QStringLiteral("Inbox folder"),
+         .what = QStringLiteral("the inbox folder"),
+         .kept = Kept::UnlessDefault,
+         .defaultValue = fixed("INBOX")},
+        {.key = QStringLiteral("todo"),
+         .prompt = QStringLiteral("To Do folder (empty: the flagged messages of the inbox)"),
+         .what = QStringLiteral("the To Do folder"),
+         .kept = Kept::UnlessEmpty},
+        {.key = QStringLiteral("memo"),
+         .prompt = QStringLiteral("Memo folder (empty: no Memo list)"),
+         .what = QStringLiteral("the Memo folder"),
+         .kept = Kept::UnlessEmpty},
+        {.key = QStringLiteral("caFile"),
+         .prompt = QStringLiteral("Certificate authority file (empty: the system's trusted certificates)"),
+         .what = QStringLiteral("the certificate authority file"),
+         .kept = Kept::UnlessEmpty,
+         .asked = withTls,
+         .check = caFileCheck},
+        {.key = QStringLiteral("passwordCommand"),
+         .prompt =
+             QStringLiteral("Password command (empty: type the password now, kept in the Secret Service)"),
+         .what = QStringLiteral("the password command"),
+         .kept = Kept::UnlessEmpty},
+    };
 }
 
-bool AccountSetup::writeGroup(const QString& name, const QVariantMap& keys, QString* error) const {
-    QDir().mkpath(QFileInfo(m_path).absolutePath());
-    QSettings settings(m_path, QSettings::IniFormat);
-    settings.beginGroup(name);
-    for (auto it = keys.begin(); it != keys.end(); ++it)
-        settings.setValue(it.key(), it.value());
-    settings.endGroup();
-    settings.sync();
-    if (settings.status() != QSettings::NoError) {
-        *error = QStringLiteral("cannot write %1").arg(m_path);
-        return false;
+std::optional<AccountSetup::Answers> AccountSetup::askAll(const QList<Question>& questions) {
+    Answers answers;
+    for (const Question& question : questions) {
+        if (question.asked && !question.asked(answers))
+            continue;
+        std::optional<QString> answer =
+            ask(question.prompt, question.defaultValue ? question.defaultValue(answers) : QString());
+        if (!answer) {
+            fail(QStringLiteral("account add: the input ended before %1; nothing was written")
+                     .arg(question.what));
+            return std::nullopt;
+        }
+        if (question.check) {
+            const QString problem = question.check(*answer, answers);
+            if (!problem.isEmpty()) {
+                fail(QStringLiteral("account add: ") + problem);
+                return std::nullopt;
+            }
+        }
+        answers.insert(question.key, *answer);
     }
-    return true;
+    return answers;
+}
+
+AccountGroup AccountSetup::groupOf(const QList<Question>& questions, const Answers& answers) {
+    QString name;
+    QVariantMap keys;
+    for (const Question& question : questions) {
+        const auto it = answers.find(question.key);
+        if (it == answers.end())
+            continue;
+        switch (question.kept) {
+        case Kept::GroupName:
+            name = *it;
+            break;
+        case Kept::Always:
+            keys.insert(question.key, *it);
+            break;
+        case Kept::UnlessEmpty:
+            if (!it->isEmpty())
+                keys.insert(question.key, *it);
+            break;
+        case Kept::UnlessDefault:
+            if (*it != question.defaultValue(answers))
+                keys.insert(question.key, *it);
+            break;
+        }
+    }
+    return AccountGroup(name, keys);
 }
 
 int AccountSetup::add() {
     const BridgeConfig config = BridgeConfig::load(m_path);
-    const auto ended = [this](const char* what) {
-        return fail(QStringLiteral("account add: the input ended before %1; nothing was written")
-                        .arg(QLatin1String(what)));
-    };
-
-    const std::optional<QString> mail = ask(QStringLiteral("Mail address"));
-    if (!mail)
-        return ended("the mail address");
-    if (mail->isEmpty() || !mail->contains(u'@'))
-        return fail(QStringLiteral("account add: a mail address is needed (like ada@example.org)"));
-    for (const BridgeConfig::Account& taken : config.accounts()) {
-        if (taken.mail.compare(*mail, Qt::CaseInsensitive) == 0)
-            return fail(
-                QStringLiteral("account add: %1 is already account %2 in %3").arg(*mail, taken.name, m_path));
-    }
-
-    const std::optional<QString> name =
-        ask(QStringLiteral("Account name in bridge.conf"), suggestedName(*mail, config));
-    if (!name)
-        return ended("the account name");
-    if (!isPlainName(*name))
-        return fail(QStringLiteral("account add: an account name is made of letters, digits, \"-\", \"_\" "
-                                   "and \".\", not %1")
-                        .arg(*name));
-    if (config.account(*name) != nullptr)
-        return fail(QStringLiteral("account add: there is already an account %1 in %2").arg(*name, m_path));
-
-    const std::optional<QString> host =
-        ask(QStringLiteral("IMAP server"), QStringLiteral("imap.") + mail->section(u'@', 1));
-    if (!host)
-        return ended("the IMAP server");
-    const std::optional<QString> security = ask(
-        QStringLiteral("Security: tls, starttls, or none (only for this computer)"), QStringLiteral("tls"));
-    if (!security)
-        return ended("the security");
-    const bool implicitTls = security->compare(QLatin1String("tls"), Qt::CaseInsensitive) == 0;
-    const std::optional<QString> port =
-        ask(QStringLiteral("Port"), implicitTls ? QStringLiteral("993") : QStringLiteral("143"));
-    if (!port)
-        return ended("the port");
-    const std::optional<QString> user = ask(QStringLiteral("Login name"), *mail);
-    if (!user)
-        return ended("the login name");
-    const std::optional<QString> inbox = ask(QStringLiteral("Inbox folder"), QStringLiteral("INBOX"));
-    if (!inbox)
-        return ended("the inbox folder");
-    const std::optional<QString> todo =
-        ask(QStringLiteral("To Do folder (empty: the flagged messages of the inbox)"));
-    if (!todo)
-        return ended("the To Do folder");
-    const std::optional<QString> memo = ask(QStringLiteral("Memo folder (empty: no Memo list)"));
-    if (!memo)
-        return ended("the Memo folder");
-
-    // The server's own authority, for TLS: asked here because a company's or one's own server is
-    // the case where the system's store does not know it.
-    QString caFile;
-    const QString securityWord = security->toLower();
-    if (securityWord == QLatin1String("tls") || securityWord == QLatin1String("starttls")) {
-        const std::optional<QString> answer =
-            ask(QStringLiteral("Certificate authority file (empty: the system's trusted certificates)"));
-        if (!answer)
-            return ended("the certificate authority file");
-        if (!answer->isEmpty()) {
-            caFile = absolutePath(*answer);
-            if (!QFileInfo(caFile).isFile() || !QFileInfo(caFile).isReadable())
-                return fail(
-                    QStringLiteral("account add: caFile %1 cannot be read; nothing was written").arg(caFile));
-        }
-    }
-    const std::optional<QString> passwordCommand =
-        ask(QStringLiteral("Password command (empty: type the password now, kept in the Secret Service)"));
-    if (!passwordCommand)
-        return ended("the password command");
-
-    QVariantMap keys{{QStringLiteral("mail"), *mail},
-                     {QStringLiteral("host"), *host},
-                     {QStringLiteral("security"), securityWord},
-                     {QStringLiteral("port"), *port},
-                     {QStringLiteral("user"), *user}};
-    if (*inbox != QLatin1String("INBOX"))
-        keys.insert(QStringLiteral("inbox"), *inbox);
-    if (!todo->isEmpty())
-        keys.insert(QStringLiteral("todo"), *todo);
-    if (!memo->isEmpty())
-        keys.insert(QStringLiteral("memo"), *memo);
-    if (!caFile.isEmpty())
-        keys.insert(QStringLiteral("caFile"), caFile);
-    if (!passwordCommand->isEmpty())
-        keys.insert(QStringLiteral("passwordCommand"), *passwordCommand);
-    const BridgeConfig::Account account = validate(*name, keys);
+    const QList<Question> asked = questions(config);
+    const std::optional<Answers> answers = askAll(asked);
+    if (!answers)
+        return Failed;
+    const AccountGroup group = groupOf(asked, *answers);
+    const BridgeConfig::Account account = group.read();
     if (!account.problem.isEmpty())
         return fail(QStringLiteral("account add: %1; nothing was written").arg(account.problem));
-
-    QString error;
-    if (!passwordCommand->isEmpty()) {
+    if (group.keys().contains(QStringLiteral("passwordCommand"))) {
         // The command is the password's only home: nothing is asked, nothing stored. It is first
         // run by `check`, as when it was written into bridge.conf by hand.
-        if (!writeGroup(*name, keys, &error))
+        QString error;
+        if (!group.writeTo(m_path, &error))
             return fail(QStringLiteral("account add: %1").arg(error));
-        m_out << "Added account " << *name << " (" << *mail << ") to " << m_path
-              << "; its password comes from its passwordCommand. Try it: " << checkCommand(*name) << Qt::endl;
+        m_out << "Added account " << group.name() << " ("
+              << group.keys().value(QStringLiteral("mail")).toString() << ") to " << m_path
+              << "; its password comes from its passwordCommand. Try it: " << checkCommand(group.name())
+              << Qt::endl;
         return Ok;
     }
+    return storeAndWrite(group, account);
+}
 
+int AccountSetup::storeAndWrite(const AccountGroup& group, const BridgeConfig::Account& account) {
     const std::optional<QString> password = askPassword();
     if (!password)
-        return ended("the password");
+        return fail(QStringLiteral("account add: the input ended before the password; nothing was written"));
     if (password->isEmpty())
         return fail(QStringLiteral("account add: no password given; nothing was written"));
 
     // The password first: a group in bridge.conf without a password to go with it would only fail.
+    QString error;
     if (!m_secrets.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account), *password,
                          &error))
         return fail(QStringLiteral("account add: %1; nothing was written (a passwordCommand in bridge.conf "
                                    "is the other way, see docs/bridge.md)")
                         .arg(error));
-    if (!writeGroup(*name, keys, &error)) {
+    if (!group.writeTo(m_path, &error)) {
         QString ignored;
-        m_secrets.clear(*name, &ignored);
+        m_secrets.clear(group.name(), &ignored);
         return fail(QStringLiteral("account add: %1").arg(error));
     }
-    m_out << "Added account " << *name << " (" << *mail << ") to " << m_path
-          << "; its password is in the Secret Service. Try it: " << checkCommand(*name) << Qt::endl;
+    m_out << "Added account " << group.name() << " (" << group.keys().value(QStringLiteral("mail")).toString()
+          << ") to " << m_path
+          << "; its password is in the Secret Service. Try it: " << checkCommand(group.name()) << Qt::endl;
     return Ok;
 }
 
@@ -330,11 +370,9 @@ int AccountSetup::remove(const QString& name) {
     // Secret Service it can still be removed.
     if (!m_secrets.clear(group, &error) && account->passwordCommand.isEmpty())
         return fail(QStringLiteral("account remove: %1; nothing was changed").arg(error));
-    QSettings settings(m_path, QSettings::IniFormat);
-    settings.remove(group);
-    settings.sync();
-    if (settings.status() != QSettings::NoError)
-        return fail(QStringLiteral("account remove: cannot write %1").arg(m_path));
+    QString writeError;
+    if (!AccountGroup::removeFrom(m_path, group, &writeError))
+        return fail(QStringLiteral("account remove: %1").arg(writeError));
     m_out << "Removed account " << group << " (" << account->mail << ") from " << m_path;
     if (error.isEmpty())
         m_out << " and its password from the Secret Service";

@@ -1,11 +1,15 @@
 #pragma once
 
+#include "bridge/config/AccountGroup.h"
 #include "bridge/config/BridgeConfig.h"
 #include "bridge/config/SecretStore.h"
 
+#include <QList>
+#include <QMap>
 #include <QString>
 #include <QTextStream>
 #include <QVariantMap>
+#include <functional>
 #include <optional>
 
 namespace corvina {
@@ -29,13 +33,42 @@ public:
     int remove(const QString& account);
 
 private:
+    // The answers of `account add` so far, by the key each question has.
+    using Answers = QMap<QString, QString>;
+    // Whether, and how, an answer goes into the account's group.
+    enum class Kept {
+        GroupName,   // the group's own name, not a key
+        Always,      // written as it is
+        UnlessEmpty, // left out when empty: the bridge's default then holds
+        UnlessDefault,
+    };
+    // One question of `account add`, in the order they are asked.
+    struct Question {
+        QString key;    // the key in bridge.conf (or, for the group's name, a key of Answers alone)
+        QString prompt; // as shown, before the default in brackets
+        QString what;   // "the input ended before <what>"
+        Kept kept = Kept::Always;
+        // The default offered from the answers before it; none when null.
+        std::function<QString(const Answers&)> defaultValue = nullptr;
+        // Whether it is asked at all; always when null.
+        std::function<bool(const Answers&)> asked = nullptr;
+        // What is wrong with the answer (the whole line after "account add: "), or empty; it may
+        // also put the answer in the form it is kept in. Anything is taken when null.
+        std::function<QString(QString& answer, const Answers&)> check = nullptr;
+    };
+    // The questions of `account add` against the accounts already in `config`.
+    QList<Question> questions(const BridgeConfig& config) const;
+    // Asks `questions` in turn: the answers, or nothing once one failed (said on `m_err`).
+    std::optional<Answers> askAll(const QList<Question>& questions);
+    // The account's group from its answers: the keys the bridge's defaults do not already cover.
+    static AccountGroup groupOf(const QList<Question>& questions, const Answers& answers);
+    // Stores the typed password, then writes the group; the status of `account add`.
+    int storeAndWrite(const AccountGroup& group, const BridgeConfig::Account& account);
+
     // The answer (trimmed; the default when empty), or nothing at the end of the input.
     std::optional<QString> ask(const QString& question, const QString& defaultValue = QString());
     // The password as typed: without echo at a terminal, never trimmed. Nothing at the end of input.
     std::optional<QString> askPassword();
-    // The account as the bridge would read these keys, so that `add` refuses what `--once` would.
-    static BridgeConfig::Account validate(const QString& name, const QVariantMap& keys);
-    bool writeGroup(const QString& name, const QVariantMap& keys, QString* error) const;
     int fail(const QString& text);
     // The command that checks account `name`, as printed for a person to run in a shell.
     QString checkCommand(const QString& name) const;

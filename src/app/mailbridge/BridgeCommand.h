@@ -2,11 +2,8 @@
 
 #include "bridge/config/BridgeConfig.h"
 
-#include <QDeadlineTimer>
 #include <QString>
-#include <QStringList>
 #include <QTextStream>
-#include <optional>
 
 namespace corvina {
 
@@ -22,22 +19,15 @@ public:
 
     BridgeCommand(BridgeConfig config, QTextStream& out, QTextStream& err, int timeoutSeconds);
 
-    // Syncs every enabled account once: Accounts.plist, then each account's snapshots.
+    // Syncs every enabled account once: Accounts.plist, then each account's snapshots (the
+    // bridge's once mode, LiveBridge::syncOnce).
     int once();
     // One line per account: name, mail, server, security, enabled, and what is wrong with it.
     int listAccounts();
     // Connects to `account` (or to every enabled one) and says in one line what works or what is wrong.
     int check(const QString& account);
 
-    // The account's password from its passwordCommand, else from the Secret Service; nothing with
-    // `error` set when there is none. Safe on any thread (the foreground mode asks on each account's
-    // own).
-    static std::optional<QString> password(const BridgeConfig::Account& account, QString* error);
-
 private:
-    // When one account's attempt must be over, counted from now.
-    QDeadlineTimer attemptDeadline() const;
-
     BridgeConfig m_config;
     QTextStream& m_out;
     QTextStream& m_err;

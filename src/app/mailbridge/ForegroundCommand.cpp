@@ -5,7 +5,6 @@
 #include "bridge/service/LiveBridge.h"
 #include "bridge/service/NetworkWatcher.h"
 #include "bridge/service/SleepWatcher.h"
-#include "bridge/sync/SnapshotWriter.h"
 #include "platform/UnixSignals.h"
 
 #include <QCoreApplication>
@@ -20,24 +19,20 @@ ForegroundCommand::ForegroundCommand(BridgeConfig config, QTextStream& err, int 
 
 int ForegroundCommand::exec() {
     auto line = [this](const QString& text) { m_err << text << Qt::endl; };
-    if (!m_config.exists()) {
-        line(QStringLiteral("no accounts: %1 does not exist").arg(m_config.path()));
-        return BridgeCommand::AccountFailed;
-    }
-    const std::optional<QString> data = SnapshotWriter::defaultDataFolder();
-    if (!data) {
-        line(QStringLiteral("no shared folder (CORVINA_GROUP_CONTAINER is set but empty)"));
-        return BridgeCommand::AccountFailed;
-    }
-
+    // Before the bridge, so that it goes last: a signal is still caught while the bridge stops.
     UnixSignals unixSignals;
+    QString error;
+    const std::unique_ptr<LiveBridge> created =
+        LiveBridge::create(m_config, LiveBridge::Purpose::Follow, m_timeoutSeconds, &error);
+    if (!created) {
+        line(error);
+        return BridgeCommand::AccountFailed;
+    }
+    LiveBridge& bridge = *created;
     if (!unixSignals.isValid()) {
         line(QStringLiteral("cannot watch for SIGTERM"));
         return BridgeCommand::AccountFailed;
     }
-    AccountWorker::Timing timing;
-    timing.timeoutSeconds = m_timeoutSeconds;
-    LiveBridge bridge(m_config, *data, BridgeStatus::defaultPath(), &BridgeCommand::password, timing);
     QObject::connect(&bridge, &LiveBridge::log, &bridge, line);
 
     SleepWatcher sleep;
@@ -64,7 +59,6 @@ int ForegroundCommand::exec() {
     // The mail application's name on the session bus, where the widget's commands arrive. Taken
     // before anything is written, so that a second bridge leaves without touching the files; a
     // call that comes in at once waits on the event loop until the accounts have started.
-    QString error;
     CommandService host;
     QObject::connect(&host, &CommandService::urisOpened, &bridge, &LiveBridge::openUris);
     QObject::connect(&host, &CommandService::syncRequested, &bridge, &LiveBridge::syncNow);

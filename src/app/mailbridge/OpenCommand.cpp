@@ -3,8 +3,6 @@
 #include "BridgeCommand.h"
 #include "bridge/service/CommandService.h"
 #include "bridge/service/LiveBridge.h"
-#include "bridge/sync/BridgeStatus.h"
-#include "bridge/sync/SnapshotWriter.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -65,21 +63,20 @@ int OpenCommand::exec(const QStringList& uris) {
 
 int OpenCommand::carryOut(const QStringList& uris, const QVariantMap& platformData) {
     auto line = [this](const QString& text) { m_err << text << Qt::endl; };
-    const std::optional<QString> data = SnapshotWriter::defaultDataFolder();
-    if (!data) {
-        line(QStringLiteral("no shared folder (CORVINA_GROUP_CONTAINER is set but empty)"));
+    QString error;
+    const std::unique_ptr<LiveBridge> created =
+        LiveBridge::create(m_config, LiveBridge::Purpose::CommandsOnly, m_timeoutSeconds, &error);
+    if (!created) {
+        line(error);
         return BridgeCommand::AccountFailed;
     }
-    AccountWorker::Timing timing;
-    timing.timeoutSeconds = m_timeoutSeconds;
-    LiveBridge bridge(m_config, *data, BridgeStatus::defaultPath(), &BridgeCommand::password, timing);
+    LiveBridge& bridge = *created;
     QObject::connect(&bridge, &LiveBridge::log, &bridge, line);
     bool failed = false;
     QObject::connect(
         &bridge.commands(), &CommandCenter::commandDone, &bridge,
         [&failed](const QString&, const QString&, bool ok, const QString&) { failed = failed || !ok; });
     QObject::connect(&bridge.commands(), &CommandCenter::refused, &bridge, [&failed] { failed = true; });
-    QString error;
     if (!bridge.start(&error, false)) {
         line(error);
         return BridgeCommand::AccountFailed;

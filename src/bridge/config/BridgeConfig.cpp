@@ -54,6 +54,14 @@ QString BridgeConfig::securityName(Security security) {
     return QString();
 }
 
+QString BridgeConfig::caFileProblem(const QString& absolutePath) {
+    // A folder is readable too, but holds no certificates the TLS check could load.
+    const QFileInfo file(absolutePath);
+    if (!file.isFile() || !file.isReadable())
+        return QStringLiteral("caFile %1 cannot be read").arg(absolutePath);
+    return QString();
+}
+
 BridgeConfig BridgeConfig::load(const QString& path) {
     BridgeConfig config;
     config.m_path = path;
@@ -201,8 +209,8 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
     const QString caFile = text(settings, QStringLiteral("caFile"));
     if (!caFile.isEmpty()) {
         a.caFile = QDir(folder).absoluteFilePath(caFile);
-        if (!QFileInfo(a.caFile).isReadable())
-            problems << QStringLiteral("caFile %1 cannot be read").arg(a.caFile);
+        if (const QString problem = caFileProblem(a.caFile); !problem.isEmpty())
+            problems << problem;
     }
     const QString pollProblem = readPoll(settings, &a.pollSeconds);
     if (!pollProblem.isEmpty())

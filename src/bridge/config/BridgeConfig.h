@@ -67,6 +67,9 @@ public:
     const Account* account(const QString& nameOrMail) const;
 
     static QString securityName(Security security);
+    // What is wrong with `absolutePath` as an account's caFile ("caFile ... cannot be read"), or
+    // empty: it must be a file this user can read. `account add` asks the same at its prompt.
+    static QString caFileProblem(const QString& absolutePath);
 
 private:
     // `folder` is bridge.conf's own, which a relative caFile is found in; `poll` the [General] default.

@@ -1,11 +1,24 @@
 #include "LiveBridge.h"
 
+#include "bridge/config/AccountPassword.h"
+#include "bridge/sync/AccountSync.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QThread>
 #include <csignal>
 
 namespace corvina {
+
+namespace {
+
+// Where the program's bridge takes each account's password: its passwordCommand, else the Secret
+// Service. Called on each account's own thread in the foreground mode, which obtain() allows.
+std::optional<QString> obtainPassword(const BridgeConfig::Account& account, QString* error) {
+    return AccountPassword::obtain(account, error);
+}
+
+} // namespace
 
 LiveBridge::LiveBridge(BridgeConfig config, QString dataFolder, QString statusPath,
                        AccountWorker::PasswordSource passwords, AccountWorker::Timing timing, QObject* parent)
@@ -15,6 +28,24 @@ LiveBridge::LiveBridge(BridgeConfig config, QString dataFolder, QString statusPa
     connect(&m_commands, &CommandCenter::log, this, &LiveBridge::log);
     connect(&m_commands, &CommandCenter::synced, this, &LiveBridge::accountSynced);
     connect(&m_commands, &CommandCenter::commandDone, this, &LiveBridge::commandDone);
+}
+
+std::unique_ptr<LiveBridge> LiveBridge::create(BridgeConfig config, Purpose purpose, int timeoutSeconds,
+                                               QString* error) {
+    // A command URL may name no account at all; it is refused on its own, so commands need no file.
+    if (purpose != Purpose::CommandsOnly && !config.exists()) {
+        *error = QStringLiteral("no accounts: %1 does not exist").arg(config.path());
+        return nullptr;
+    }
+    const std::optional<QString> data = SnapshotWriter::defaultDataFolder();
+    if (!data) {
+        *error = QStringLiteral("no shared folder (CORVINA_GROUP_CONTAINER is set but empty)");
+        return nullptr;
+    }
+    AccountWorker::Timing timing;
+    timing.timeoutSeconds = timeoutSeconds;
+    return std::make_unique<LiveBridge>(std::move(config), *data, BridgeStatus::defaultPath(),
+                                        &obtainPassword, timing);
 }
 
 LiveBridge::~LiveBridge() {
@@ -88,6 +119,68 @@ bool LiveBridge::start(QString* error, bool follow) {
     emit log(
         QStringLiteral("following %1 account(s); status in %2").arg(m_workers.size()).arg(m_status.path()));
     return true;
+}
+
+bool LiveBridge::syncOnce() {
+    QString error;
+    // Only a failure is worth a line here: a timer runs --once, and the leftovers are hidden from
+    // every reader either way.
+    if (m_writer.removeLeftovers(&error) < 0)
+        emit problem(QStringLiteral("temporary files left behind were not removed: %1").arg(error));
+    if (!m_writer.writeAccounts(SnapshotWriter::accountsFromConfig(m_config), &error)) {
+        emit problem(error);
+        return false;
+    }
+    QStringList names;
+    bool ok = true;
+    const auto failed = [&](const BridgeConfig::Account& account, const QString& why) {
+        emit log(account.name + QStringLiteral(": ") + why);
+        m_status.recordFailure(account.name, account.mail, why, QDateTime::currentDateTimeUtc());
+        ok = false;
+    };
+    for (const BridgeConfig::Account& account : m_config.accounts()) {
+        names << account.name;
+        // A disabled account is left alone, unless its configuration is wrong: that is said.
+        if (!account.enabled && account.problem.isEmpty())
+            continue;
+        const AccountSync::Result result = attempt(account, m_passwords, m_timing.timeoutSeconds, false);
+        if (!result.ok) {
+            failed(account, result.error);
+            continue;
+        }
+        if (!m_writer.writeSnapshots(account.mail, result.snapshots, &error)) {
+            failed(account, error);
+            continue;
+        }
+        m_status.recordSync(account.name, account.mail, QDateTime::currentDateTimeUtc());
+    }
+    m_status.keepOnly(names);
+    // The same status file as the foreground mode, so that a timer running --once keeps it too.
+    if (!m_status.write(&error)) {
+        emit problem(error);
+        ok = false;
+    }
+    return ok;
+}
+
+AccountSync::Result LiveBridge::attempt(const BridgeConfig::Account& account,
+                                        const AccountWorker::PasswordSource& passwords, int timeoutSeconds,
+                                        bool checkOnly) {
+    AccountSync::Result result;
+    if (!account.problem.isEmpty()) {
+        result.error = account.problem;
+        return result;
+    }
+    const std::optional<QString> secret = passwords(account, &result.error);
+    if (!secret)
+        return result;
+    AccountSync sync(account, timeoutSeconds);
+    sync.session().setDeadline(QDeadlineTimer(qint64(timeoutSeconds) * 1000));
+    return checkOnly ? sync.check(*secret) : sync.run(*secret);
+}
+
+AccountSync::Result LiveBridge::checkAccount(const BridgeConfig::Account& account, int timeoutSeconds) {
+    return attempt(account, &obtainPassword, timeoutSeconds, true);
 }
 
 void LiveBridge::openUris(const QStringList& uris, const QVariantMap& platformData) {

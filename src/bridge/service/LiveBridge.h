@@ -2,6 +2,7 @@
 
 #include "bridge/commands/CommandCenter.h"
 #include "bridge/config/BridgeConfig.h"
+#include "bridge/sync/AccountSync.h"
 #include "bridge/sync/AccountWorker.h"
 #include "bridge/sync/BridgeStatus.h"
 #include "bridge/sync/SnapshotWriter.h"
@@ -28,9 +29,27 @@ namespace corvina {
 // It also carries out the command URLs the bridge receives as the mail application (CommandCenter):
 // the lists a command changed are written at once, like any sync, and each command's outcome goes
 // into the status file.
+//
+// Its once mode (syncOnce) is `corvina-mail-bridge --once`: every enabled account read one time on
+// the calling thread, into the same files, and then done.
 class LiveBridge : public QObject {
     Q_OBJECT
 public:
+    // What the program starts the bridge for; `create` checks what that needs.
+    enum class Purpose {
+        Follow,       // the foreground mode: follow every enabled account
+        SyncOnce,     // --once: every enabled account read once (syncOnce)
+        CommandsOnly, // open URL... carried out by this process: no account is followed
+    };
+
+    // The bridge as corvina-mail-bridge runs it, the same for each purpose: snapshots into the
+    // shared folder, the status file in the user's state folder, each account's password from its
+    // passwordCommand or the Secret Service, `timeoutSeconds` for each wait on a server. Nothing,
+    // with `error` set to one line, when the accounts file does not exist (to follow or sync: there
+    // is nothing to do) or there is no shared folder.
+    static std::unique_ptr<LiveBridge> create(BridgeConfig config, Purpose purpose, int timeoutSeconds,
+                                              QString* error);
+
     LiveBridge(BridgeConfig config, QString dataFolder, QString statusPath,
                AccountWorker::PasswordSource passwords, AccountWorker::Timing timing = {},
                QObject* parent = nullptr);
@@ -42,6 +61,17 @@ public:
     // start. False, with `error` set, when there is no account that can be followed or the shared
     // folder cannot be written.
     bool start(QString* error, bool follow = true);
+    // The once mode, instead of start(): removes what an interrupted write left behind (quietly,
+    // unless it cannot), writes Accounts.plist, then reads every enabled account once, one after the
+    // other, each within one deadline of the timeout for its whole attempt (connection, login, every
+    // list, goodbye), writes its snapshots and keeps the status file. An account that fails gets its
+    // line through `log` ("name: why") and the others go on; a problem of the bridge as a whole
+    // goes through `problem`. True when every account synced and every file was written.
+    bool syncOnce();
+    // `corvina-mail-bridge check` for one account: what is wrong with its configuration, else its
+    // password, then a connection, a login and each configured folder opened, all within one
+    // deadline of `timeoutSeconds` as --once has. Not ok, with the first failure, when any fails.
+    static AccountSync::Result checkAccount(const BridgeConfig::Account& account, int timeoutSeconds);
     // Carries out the command URLs of one request (see CommandCenter::open).
     void openUris(const QStringList& uris, const QVariantMap& platformData);
     CommandCenter& commands() { return m_commands; }
@@ -57,6 +87,9 @@ public:
 signals:
     // One short line for the log, starting with the account's name when it is about one.
     void log(const QString& line);
+    // The once mode's lines about the bridge as a whole (the shared folder, the status file), not
+    // about one account: a person running --once by hand reads them with the program's name first.
+    void problem(const QString& line);
 
 private slots:
     void accountSynced(const QString& account, const QList<corvina::AccountSync::Snapshot>& snapshots,
@@ -71,6 +104,12 @@ private:
         std::unique_ptr<QThread> thread;
     };
     void writeStatus();
+    // One account's attempt of --once (a whole sync) or of check (`checkOnly`): a person reads
+    // --timeout as "this account is given up after that long", so one deadline holds for the whole
+    // attempt (password, connection, login, every list, goodbye), not only for each wait.
+    static AccountSync::Result attempt(const BridgeConfig::Account& account,
+                                       const AccountWorker::PasswordSource& passwords, int timeoutSeconds,
+                                       bool checkOnly);
     // What an earlier bridge, killed while writing, left in the shared folder.
     void removeLeftovers();
 

@@ -1,0 +1,61 @@
+#include "AccountGroup.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTemporaryDir>
+
+namespace corvina {
+
+AccountGroup::AccountGroup(QString name, QVariantMap keys)
+    : m_name(std::move(name)), m_keys(std::move(keys)) {}
+
+bool AccountGroup::isPlainName(const QString& name) {
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_-][A-Za-z0-9._-]*$"));
+    return plain.match(name).hasMatch();
+}
+
+BridgeConfig::Account AccountGroup::read() const {
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("bridge.conf"));
+    QString error;
+    const BridgeConfig config =
+        dir.isValid() && writeTo(path, &error) ? BridgeConfig::load(path) : BridgeConfig();
+    // A name QSettings reads back as another group (or none) would not be this account.
+    if (config.accounts().size() != 1 || config.accounts().first().name != m_name) {
+        BridgeConfig::Account broken;
+        broken.name = m_name;
+        broken.problem = QStringLiteral("the account could not be written as an INI group");
+        return broken;
+    }
+    return config.accounts().first();
+}
+
+bool AccountGroup::writeTo(const QString& path, QString* error) const {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QSettings settings(path, QSettings::IniFormat);
+    settings.beginGroup(m_name);
+    for (auto it = m_keys.begin(); it != m_keys.end(); ++it)
+        settings.setValue(it.key(), it.value());
+    settings.endGroup();
+    settings.sync();
+    if (settings.status() != QSettings::NoError) {
+        *error = QStringLiteral("cannot write %1").arg(path);
+        return false;
+    }
+    return true;
+}
+
+bool AccountGroup::removeFrom(const QString& path, const QString& name, QString* error) {
+    QSettings settings(path, QSettings::IniFormat);
+    settings.remove(name);
+    settings.sync();
+    if (settings.status() != QSettings::NoError) {
+        *error = QStringLiteral("cannot write %1").arg(path);
+        return false;
+    }
+    return true;
+}
+
+} // namespace corvina

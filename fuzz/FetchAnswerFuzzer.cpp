@@ -6,6 +6,7 @@
 // stops the run: every reader of the shared folder must be able to parse what the bridge writes.
 #include "bridge/imap/MessageHeaders.h"
 #include "bridge/sync/AccountSync.h"
+#include "model/SnapshotFormat.h"
 #include "platform/PropertyList.h"
 
 #include <QCoreApplication>
@@ -135,8 +136,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             corvina::ImapSession::Envelope envelope;
             if (att == nullptr || !corvina::MessageHeaders::readMessage(att, envelope))
                 continue;
-            const QVariantMap record = corvina::AccountSync::messageDictionary(
-                envelope, QStringLiteral("ada@example.org"), folder, corvina::AccountSync::InboxStid);
+            const QVariantMap record =
+                corvina::AccountSync::messageDictionary(envelope, QStringLiteral("ada@example.org"), folder,
+                                                        corvina::SnapshotFormat::ListKind::Inbox);
             // The record as the widget gets it, before any serialiser could hide a bad character
             // behind a character reference.
             for (const QVariant& value : record) {

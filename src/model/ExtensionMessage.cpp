@@ -2,6 +2,7 @@
 
 #include "CommandURL.h"
 #include "ExtensionDate.h"
+#include "SnapshotFormat.h"
 #include "platform/Exception.h"
 #include "platform/ImageDecoder.h"
 #include "platform/LinkDetector.h"
@@ -67,11 +68,9 @@ QImage avatarImage(const QByteArray& bytes) {
     return decoded.image;
 }
 
-// The keys of a message dictionary, in the order the mail application writes them: the look-up
-// tries the key after the last one found first (see PlistNode::valuesForKeys).
-enum MessageKey { Subject, MessageId, From, Account, Folder, FolderStid, IsUnread, Date, Avatar, KeyCount };
-constexpr const char* MessageKeys[KeyCount] = {"subject",    "messageId", "from", "account", "folder",
-                                               "folderStid", "isUnread",  "date", "avatar"};
+// The keys of a message dictionary, in the order the mail application writes them: the look-up by
+// node tries the key after the last one found first (see PlistNode::valuesForKeys).
+using MessageKey = SnapshotFormat::MessageKey;
 
 QString textOr(const QVariant& value, const QString& fallback) {
     const QString text = PlistValue::stringValue(value);
@@ -88,23 +87,24 @@ QVariant numberOrZero(const QVariant& value) {
 // the fields before it set and the rest null.
 template <typename ValueOf> void fillFromDictionary(ExtensionMessage& message, ValueOf valueOf) {
     try {
-        const QVariant subject = valueOf(Subject);
+        const QVariant subject = valueOf(MessageKey::Subject);
         const QString subjectText = PlistValue::stringValue(subject);
         // the translation is looked up only for the messages that need it
         message.setSubject(subjectText.isNull() ? Localization::text(QStringLiteral("No subject"))
                                                 : subjectText);
-        message.setMessageId(textOr(valueOf(MessageId), Object::emptyString()));
-        message.setFrom(textOr(valueOf(From), Object::emptyString()));
-        message.setAccount(textOr(valueOf(Account), Object::emptyString()));
-        message.setFolderPath(textOr(valueOf(Folder), Object::emptyString()));
-        message.setFolderStandardId(numberOrZero(valueOf(FolderStid)));
-        message.setUnread(numberOrZero(valueOf(IsUnread)));
+        message.setMessageId(textOr(valueOf(MessageKey::MessageId), Object::emptyString()));
+        message.setFrom(textOr(valueOf(MessageKey::From), Object::emptyString()));
+        message.setAccount(textOr(valueOf(MessageKey::Account), Object::emptyString()));
+        message.setFolderPath(textOr(valueOf(MessageKey::Folder), Object::emptyString()));
+        message.setFolderStandardId(numberOrZero(valueOf(MessageKey::FolderStid)));
+        message.setUnread(numberOrZero(valueOf(MessageKey::IsUnread)));
         // a missing "date" reads as 0 seconds: 1970-01-01 00:00:00 UTC
-        message.setDate(dateFromSeconds(valueOf(Date)));
+        message.setDate(dateFromSeconds(valueOf(MessageKey::Date)));
         message.setDateString(ExtensionDate::shared().centralDate(message.date()));
-        const QVariant avatar = valueOf(Avatar);
+        const QVariant avatar = valueOf(MessageKey::Avatar);
         if (avatar.isValid()) {
-            message.setAvatarText(PlistValue::textValue(avatar, "avatar"));
+            message.setAvatarText(PlistValue::textValue(
+                avatar, SnapshotFormat::messageKeys[static_cast<int>(MessageKey::Avatar)]));
         }
     } catch (const Exception& error) {
         Log::write(QStringLiteral("ExtensionMessage initWithDictonary %@"), {error.description()});
@@ -208,7 +208,7 @@ ExtensionMessagePtr ExtensionMessage::initWithDictonary(const QVariant& dictiona
     // Not built on init(): a record read from a snapshot keeps its composing fields null.
     auto message = std::make_shared<ExtensionMessage>();
     fillFromDictionary(*message, [&dictionary](MessageKey key) {
-        return PlistValue::objectForKey(dictionary, QLatin1String(MessageKeys[key]));
+        return PlistValue::objectForKey(dictionary, SnapshotFormat::key(key));
     });
     return message;
 }
@@ -247,17 +247,17 @@ ExtensionMessagePtr ExtensionMessage::initWithNode(const PlistNode& dictionary, 
         // no dictionary: the error names the kind of value, as the Qt form's does
         return initWithDictonary(dictionary.toVariant());
     }
-    PlistNode values[KeyCount];
-    dictionary.valuesForKeys(MessageKeys, KeyCount, values);
+    PlistNode values[SnapshotFormat::MessageKeyCount];
+    dictionary.valuesForKeys(SnapshotFormat::messageKeys, SnapshotFormat::MessageKeyCount, values);
     auto message = std::make_shared<ExtensionMessage>();
     fillFromDictionary(*message, [&values, &repeated](MessageKey key) {
         switch (key) {
-        case Account:
-            return repeatedText(values[key], repeated.account);
-        case Folder:
-            return repeatedText(values[key], repeated.folder);
+        case MessageKey::Account:
+            return repeatedText(values[static_cast<int>(key)], repeated.account);
+        case MessageKey::Folder:
+            return repeatedText(values[static_cast<int>(key)], repeated.folder);
         default:
-            return values[key].toVariant();
+            return values[static_cast<int>(key)].toVariant();
         }
     });
     return message;

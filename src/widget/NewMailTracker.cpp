@@ -1,6 +1,6 @@
 #include "NewMailTracker.h"
 
-#include "platform/PlistValue.h"
+#include "model/SnapshotFormat.h"
 #include "platform/UserDefaults.h"
 
 #include <QEvent>
@@ -53,9 +53,8 @@ bool isKey(const Key& key) {
 NewMailTracker::NewMailTracker(QObject* parent) : QObject(parent) {}
 
 bool NewMailTracker::isInbox(const ExtensionMessagePtr& message) {
-    // The Inbox is the standard folder kind 1, compared as the list filter compares it.
-    const QVariant value = message ? PlistValue::numberValue(message->folderStandardId()) : QVariant();
-    return value.isValid() && value.toDouble() == 1.0;
+    // compared as the list filter compares it
+    return message && SnapshotFormat::isOfKind(message->folderStandardId(), SnapshotFormat::ListKind::Inbox);
 }
 
 void NewMailTracker::update(const ExtensionMessageList& messages) {

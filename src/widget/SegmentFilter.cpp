@@ -1,19 +1,18 @@
 #include "SegmentFilter.h"
 
-#include "platform/PlistValue.h"
-
 namespace corvina {
 
-std::optional<qint64> SegmentFilter::folderStandardIdFor(qint64 segmented) {
+std::optional<SnapshotFormat::ListKind> SegmentFilter::listKindFor(qint64 segmented) {
+    using Kind = SnapshotFormat::ListKind;
     switch (segmented) {
     case 1:
-        return 1;
+        return Kind::Inbox;
     case 2:
-        return 11;
+        return Kind::ToDo;
     case 3:
-        return 12;
+        return Kind::Memo;
     case 4:
-        return 13;
+        return Kind::Fourth;
     default:
         return std::nullopt;
     }
@@ -28,15 +27,14 @@ std::optional<ExtensionMessageList> SegmentFilter::dataToShow(const ExtensionMes
     if (segmented == 0) {
         return cut(dataFromDisk);
     }
-    const std::optional<qint64> kind = folderStandardIdFor(segmented);
+    const std::optional<SnapshotFormat::ListKind> kind = listKindFor(segmented);
     if (!kind) {
         return std::nullopt;
     }
     ExtensionMessageList matching;
     for (const ExtensionMessagePtr& message : dataFromDisk) {
         // numeric equality; a kind that is absent or no number matches nothing
-        const QVariant value = PlistValue::numberValue(message->folderStandardId());
-        if (value.isValid() && value.toDouble() == static_cast<double>(*kind)) {
+        if (SnapshotFormat::isOfKind(message->folderStandardId(), *kind)) {
             matching.append(message);
         }
     }

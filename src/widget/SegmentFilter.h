@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/ExtensionMessage.h"
+#include "model/SnapshotFormat.h"
 
 #include <optional>
 
@@ -9,9 +10,9 @@ namespace corvina {
 // Which of the loaded messages the widget shows: the list chosen in the header, at most ten rows.
 //
 // The stored "segmented" setting (the chosen header segment plus one) selects by the message's
-// standard folder kind: 1 Inbox (1), 2 To Do (11), 3 Memo (12), 4 (13). 0, the setting never
-// written, shows every folder unfiltered, although the header then shows "Inbox" selected; 4 has
-// no segment that writes it. Both are deliberate and kept.
+// list kind (SnapshotFormat::ListKind): 1 Inbox, 2 To Do, 3 Memo, 4 the fourth list. 0, the setting
+// never written, shows every folder unfiltered, although the header then shows "Inbox" selected; 4
+// has no segment that writes it. Both are deliberate and kept.
 class SegmentFilter {
 public:
     static constexpr qsizetype RowLimit = 10;
@@ -21,9 +22,8 @@ public:
     static std::optional<ExtensionMessageList> dataToShow(const ExtensionMessageList& dataFromDisk,
                                                           qint64 segmented);
 
-    // The standard folder kind that `segmented` selects (1, 11, 12 or 13); nothing for 0 and for
-    // values without a list.
-    static std::optional<qint64> folderStandardIdFor(qint64 segmented);
+    // The list that `segmented` selects; nothing for 0 and for values without a list.
+    static std::optional<SnapshotFormat::ListKind> listKindFor(qint64 segmented);
 
     // The first RowLimit messages of `rows`.
     static ExtensionMessageList cut(const ExtensionMessageList& rows);

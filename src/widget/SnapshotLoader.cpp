@@ -1,5 +1,6 @@
 #include "SnapshotLoader.h"
 
+#include "model/SnapshotFormat.h"
 #include "platform/Exception.h"
 #include "platform/FileCoordinator.h"
 #include "platform/Log.h"
@@ -106,11 +107,12 @@ bool SnapshotLoader::takeEnvelope(const PlistDocument& parsed, ExtensionMessageL
         Log::write(QStringLiteral("updateData error deserialize no dictionary in return"));
         return false;
     }
-    static constexpr const char* EnvelopeKeys[] = {"folder", "account", "data"};
-    PlistNode envelope[3];
-    root.valuesForKeys(EnvelopeKeys, 3, envelope);
-    const PlistNode& data = envelope[2];
-    if (envelope[0].isNull() || envelope[1].isNull() || data.isNull()) {
+    using Key = SnapshotFormat::EnvelopeKey;
+    PlistNode envelope[SnapshotFormat::EnvelopeKeyCount];
+    root.valuesForKeys(SnapshotFormat::envelopeKeys, SnapshotFormat::EnvelopeKeyCount, envelope);
+    const PlistNode& data = envelope[static_cast<int>(Key::Data)];
+    if (envelope[static_cast<int>(Key::Folder)].isNull() ||
+        envelope[static_cast<int>(Key::Account)].isNull() || data.isNull()) {
         return false;
     }
     if (!data.isArray()) {
@@ -143,9 +145,10 @@ bool SnapshotLoader::takeEnvelope(const PropertyList::Result& parsed, ExtensionM
         Log::write(QStringLiteral("updateData error deserialize no dictionary in return"));
         return false;
     }
-    const QVariant folder = PlistValue::objectForKey(parsed.value, QStringLiteral("folder"));
-    const QVariant account = PlistValue::objectForKey(parsed.value, QStringLiteral("account"));
-    const QVariant data = PlistValue::objectForKey(parsed.value, QStringLiteral("data"));
+    using Key = SnapshotFormat::EnvelopeKey;
+    const QVariant folder = PlistValue::objectForKey(parsed.value, SnapshotFormat::key(Key::Folder));
+    const QVariant account = PlistValue::objectForKey(parsed.value, SnapshotFormat::key(Key::Account));
+    const QVariant data = PlistValue::objectForKey(parsed.value, SnapshotFormat::key(Key::Data));
     if (!folder.isValid() || !account.isValid() || !data.isValid()) {
         return false;
     }

@@ -4,9 +4,9 @@
 // reached through the real xdg-utils.
 #include "BridgeTesting.h"
 #include "bridge/service/CommandService.h"
-#include "bridge/sync/AccountSync.h"
 #include "model/ExtensionAddress.h"
 #include "model/ExtensionMessage.h"
+#include "model/SnapshotFormat.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 #include "support/MailDesktop.h"
@@ -127,7 +127,8 @@ protected:
         const BridgeRun run = runBridge({QStringLiteral("--once")}, config, {}, bridgeEnvironment());
         EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
         for (const ExtensionMessagePtr& m : widgetMessages()) {
-            if (m->subject() == subject && m->folderStandardId().toInt() == AccountSync::InboxStid)
+            if (m->subject() == subject &&
+                m->folderStandardId().toInt() == SnapshotFormat::number(SnapshotFormat::ListKind::Inbox))
                 return m;
         }
         ADD_FAILURE() << "the widget does not show " << subject.toStdString();

@@ -6,7 +6,7 @@
 #include "BridgeTesting.h"
 #include "bridge/config/AccountPassword.h"
 #include "bridge/config/SecretStore.h"
-#include "bridge/sync/AccountSync.h"
+#include "model/SnapshotFormat.h"
 #include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 
@@ -85,9 +85,10 @@ protected:
     bool logSays(const QString& text) { return log().contains(text); }
 
     // Whether the widget shows a message with this subject in the list of that kind.
-    static bool shows(const QString& subject, int stid = AccountSync::InboxStid) {
+    static bool shows(const QString& subject,
+                      SnapshotFormat::ListKind kind = SnapshotFormat::ListKind::Inbox) {
         for (const auto& m : widgetMessages()) {
-            if (m->subject() == subject && m->folderStandardId().toInt() == stid)
+            if (m->subject() == subject && m->folderStandardId().toInt() == SnapshotFormat::number(kind))
                 return true;
         }
         return false;
@@ -155,12 +156,14 @@ TEST_F(LiveBridgeTest, AChangeSeenByIdleReadsTheOtherListsAgainAtOnce) {
             QStringLiteral("Notes"));
     const QString flagged = deliver(QStringLiteral("To be flagged"));
     ASSERT_GE(waitUntil([&] { return shows(QStringLiteral("To be flagged")); }, 10000), 0);
-    EXPECT_TRUE(shows(QStringLiteral("A memo"), AccountSync::MemoStid));
+    EXPECT_TRUE(shows(QStringLiteral("A memo"), SnapshotFormat::ListKind::Memo));
 
     // A flag set by another client is a change IDLE reports: the message joins To Do.
     server.setFlags(flagged, QStringLiteral("F"));
-    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("To be flagged"), AccountSync::TodoStid); }, 10000),
-              0)
+    EXPECT_GE(
+        waitUntil([&] { return shows(QStringLiteral("To be flagged"), SnapshotFormat::ListKind::ToDo); },
+                  10000),
+        0)
         << log().toStdString();
 }
 
@@ -222,7 +225,8 @@ TEST_F(LiveBridgeTest, Sigusr1ReadsEveryListAgainAtOnce) {
     deliver(QStringLiteral("A memo"), QStringLiteral("Me <ada@example.org>"), QString(),
             QStringLiteral("Notes"));
     ::kill(static_cast<pid_t>(bridge.processId()), SIGUSR1);
-    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("A memo"), AccountSync::MemoStid); }, 10000), 0)
+    EXPECT_GE(
+        waitUntil([&] { return shows(QStringLiteral("A memo"), SnapshotFormat::ListKind::Memo); }, 10000), 0)
         << log().toStdString();
     EXPECT_TRUE(logSays(QStringLiteral("SIGUSR1: reading every account again")));
 }
@@ -245,9 +249,11 @@ TEST_F(LiveBridgeTest, WakingFromSuspendReadsEveryListAgainOnAFreshConnection) {
                                                     QStringLiteral("PrepareForSleep"));
     sleep << false;
     ASSERT_TRUE(login.send(sleep));
-    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("Written while asleep"), AccountSync::MemoStid); },
-                        10000),
-              0)
+    EXPECT_GE(
+        waitUntil(
+            [&] { return shows(QStringLiteral("Written while asleep"), SnapshotFormat::ListKind::Memo); },
+            10000),
+        0)
         << log().toStdString();
     EXPECT_TRUE(logSays(QStringLiteral("resumed from suspend: reading every account again")));
     // The old connection was dropped and a new one made.
@@ -342,9 +348,11 @@ TEST_F(NetworkBridgeTest, ConnectedAgainReconnectsEveryAccountOnceForTheWholeBur
           primaryConnection(QStringLiteral("/org/freedesktop/NetworkManager/ActiveConnection/7"))})
         ASSERT_TRUE(manager.send(signal));
 
-    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("Written on the train"), AccountSync::MemoStid); },
-                        10000),
-              0)
+    EXPECT_GE(
+        waitUntil(
+            [&] { return shows(QStringLiteral("Written on the train"), SnapshotFormat::ListKind::Memo); },
+            10000),
+        0)
         << log().toStdString();
     EXPECT_GE(waitUntil([&] { return connections() >= 2; }, 10000), 0) << log().toStdString();
     EXPECT_GE(waitUntil([&] { return logins() > loginsBefore; }, 10000), 0) << server.log().toStdString();

@@ -4,6 +4,7 @@
 #include "BridgeTesting.h"
 #include "bridge/sync/AccountSync.h"
 #include "bridge/sync/SnapshotWriter.h"
+#include "model/SnapshotFormat.h"
 #include "shared/ConstVars.h"
 
 #include <QJsonArray>
@@ -70,7 +71,7 @@ protected:
     static QMap<QString, QString> readByWidget() {
         QMap<QString, QString> messages;
         for (const ExtensionMessagePtr& m : widgetMessages()) {
-            if (m->folderStandardId().toInt() == AccountSync::InboxStid)
+            if (m->folderStandardId().toInt() == SnapshotFormat::number(SnapshotFormat::ListKind::Inbox))
                 messages.insert(m->subject(), m->from());
         }
         return messages;

@@ -86,26 +86,46 @@ std::optional<AccountSync::MessageAddress> AccountSync::parseMessageId(const QSt
     return address;
 }
 
+QString AccountSync::fileFor(SnapshotFormat::ListKind kind) {
+    switch (kind) {
+    case SnapshotFormat::ListKind::Inbox:
+        return QStringLiteral("inbox.plist");
+    case SnapshotFormat::ListKind::ToDo:
+        return QStringLiteral("todo.plist");
+    case SnapshotFormat::ListKind::Memo:
+        return QStringLiteral("memo.plist");
+    case SnapshotFormat::ListKind::Fourth:
+        break;
+    }
+    return QString();
+}
+
+QStringList AccountSync::listFiles() {
+    using Kind = SnapshotFormat::ListKind;
+    return {fileFor(Kind::Inbox), fileFor(Kind::ToDo), fileFor(Kind::Memo)};
+}
+
 QVariantMap AccountSync::messageDictionary(const ImapSession::Envelope& envelope, const QString& account,
-                                           const ImapSession::Folder& folder, int folderStid) {
+                                           const ImapSession::Folder& folder, SnapshotFormat::ListKind kind) {
+    using Key = SnapshotFormat::MessageKey;
     // Every text goes through xmlSafe: a server's subject may hold an escape character, which would
     // make the whole file unreadable to other readers of the shared folder; the record holds what
     // the file holds, so the widget shows the same replacement sign.
     QVariantMap message{
-        {QStringLiteral("messageId"), messageIdFor(folder.name, folder.uidValidity, envelope.uid)},
-        {QStringLiteral("account"), MessageHeaders::xmlSafe(account)},
-        {QStringLiteral("from"), MessageHeaders::xmlSafe(envelope.from)},
-        {QStringLiteral("folder"), MessageHeaders::xmlSafe(folder.name)},
-        {QStringLiteral("folderStid"), folderStid},
-        {QStringLiteral("isUnread"), envelope.seen ? 0 : 1},
+        {SnapshotFormat::key(Key::MessageId), messageIdFor(folder.name, folder.uidValidity, envelope.uid)},
+        {SnapshotFormat::key(Key::Account), MessageHeaders::xmlSafe(account)},
+        {SnapshotFormat::key(Key::From), MessageHeaders::xmlSafe(envelope.from)},
+        {SnapshotFormat::key(Key::Folder), MessageHeaders::xmlSafe(folder.name)},
+        {SnapshotFormat::key(Key::FolderStid), SnapshotFormat::number(kind)},
+        {SnapshotFormat::key(Key::IsUnread), envelope.seen ? 0 : 1},
     };
     // Without a Subject header the key stays out, and the widget shows its own "No subject".
     if (!envelope.subject.isNull())
-        message.insert(QStringLiteral("subject"), MessageHeaders::xmlSafe(envelope.subject));
+        message.insert(SnapshotFormat::key(Key::Subject), MessageHeaders::xmlSafe(envelope.subject));
     // The sender's date when it is readable, else when the server received the message.
     const QDateTime date = envelope.date.isValid() ? envelope.date : envelope.internalDate;
     if (date.isValid())
-        message.insert(QStringLiteral("date"), date.toSecsSinceEpoch());
+        message.insert(SnapshotFormat::key(Key::Date), date.toSecsSinceEpoch());
     return message;
 }
 
@@ -126,8 +146,8 @@ bool AccountSync::ensureLoggedIn(const QString& password, Result& result) {
     return true;
 }
 
-std::optional<AccountSync::Snapshot> AccountSync::newestOf(const QString& folder, const QString& file,
-                                                           int stid, Result& result,
+std::optional<AccountSync::Snapshot> AccountSync::newestOf(const QString& folder,
+                                                           SnapshotFormat::ListKind kind, Result& result,
                                                            ImapSession::Folder* opened) {
     const std::optional<ImapSession::Folder> state = m_session.examine(folder);
     if (!state) {
@@ -141,14 +161,13 @@ std::optional<AccountSync::Snapshot> AccountSync::newestOf(const QString& folder
         failed(result);
         return std::nullopt;
     }
-    Snapshot snapshot{file, folder, {}};
+    Snapshot snapshot{fileFor(kind), folder, {}};
     for (const ImapSession::Envelope& envelope : *envelopes)
-        snapshot.messages.append(messageDictionary(envelope, m_account.mail, *state, stid));
+        snapshot.messages.append(messageDictionary(envelope, m_account.mail, *state, kind));
     return snapshot;
 }
 
-std::optional<AccountSync::Snapshot> AccountSync::flaggedOf(const QString& folder, const QString& file,
-                                                            Result& result) {
+std::optional<AccountSync::Snapshot> AccountSync::flaggedOf(const QString& folder, Result& result) {
     const std::optional<ImapSession::Folder> state = m_session.examine(folder);
     if (!state) {
         failed(result);
@@ -166,9 +185,11 @@ std::optional<AccountSync::Snapshot> AccountSync::flaggedOf(const QString& folde
         failed(result);
         return std::nullopt;
     }
-    Snapshot snapshot{file, folder, {}};
+    // the flagged messages of the inbox are the To Do list
+    const SnapshotFormat::ListKind kind = SnapshotFormat::ListKind::ToDo;
+    Snapshot snapshot{fileFor(kind), folder, {}};
     for (const ImapSession::Envelope& envelope : *envelopes)
-        snapshot.messages.append(messageDictionary(envelope, m_account.mail, *state, TodoStid));
+        snapshot.messages.append(messageDictionary(envelope, m_account.mail, *state, kind));
     return snapshot;
 }
 
@@ -176,19 +197,18 @@ AccountSync::Result AccountSync::run(const QString& password) {
     Result result;
     if (!ensureLoggedIn(password, result))
         return result;
-    const auto inbox =
-        newestOf(m_account.inbox, QStringLiteral("inbox.plist"), InboxStid, result, &result.inbox);
+    using Kind = SnapshotFormat::ListKind;
+    const auto inbox = newestOf(m_account.inbox, Kind::Inbox, result, &result.inbox);
     if (!inbox)
         return result;
     result.snapshots.append(*inbox);
-    const auto todo = m_account.todo.isEmpty()
-                          ? flaggedOf(m_account.inbox, QStringLiteral("todo.plist"), result)
-                          : newestOf(m_account.todo, QStringLiteral("todo.plist"), TodoStid, result);
+    const auto todo = m_account.todo.isEmpty() ? flaggedOf(m_account.inbox, result)
+                                               : newestOf(m_account.todo, Kind::ToDo, result);
     if (!todo)
         return result;
     result.snapshots.append(*todo);
     if (!m_account.memo.isEmpty()) {
-        const auto memo = newestOf(m_account.memo, QStringLiteral("memo.plist"), MemoStid, result);
+        const auto memo = newestOf(m_account.memo, Kind::Memo, result);
         if (!memo)
             return result;
         result.snapshots.append(*memo);

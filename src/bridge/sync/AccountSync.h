@@ -2,9 +2,11 @@
 
 #include "bridge/config/BridgeConfig.h"
 #include "bridge/imap/ImapSession.h"
+#include "model/SnapshotFormat.h"
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QVariantList>
 #include <QVariantMap>
 #include <optional>
@@ -19,14 +21,15 @@ namespace corvina {
 // Blocking, like the session it owns: run it on the account's own thread.
 class AccountSync {
 public:
-    // The kinds of list the widget tells apart by "folderStid".
-    static constexpr int InboxStid = 1;
-    static constexpr int TodoStid = 11;
-    static constexpr int MemoStid = 12;
+    // The file of the account's folder that each list the bridge writes goes to: "inbox.plist",
+    // "todo.plist", "memo.plist". The bridge writes no list of the fourth kind: null for it. The
+    // widget reads files of any name; these are the only ones the bridge replaces or removes.
+    static QString fileFor(SnapshotFormat::ListKind kind);
+    static QStringList listFiles();
 
     // One snapshot file's worth: written as Today/<mail>/<file>.
     struct Snapshot {
-        QString file;   // "inbox.plist", "todo.plist", "memo.plist"
+        QString file;   // fileFor the list's kind
         QString folder; // the IMAP folder the messages live in
         QVariantList messages;
     };
@@ -77,14 +80,14 @@ public:
 
     // A message dictionary as the widget reads it.
     static QVariantMap messageDictionary(const ImapSession::Envelope& envelope, const QString& account,
-                                         const ImapSession::Folder& folder, int folderStid);
+                                         const ImapSession::Folder& folder, SnapshotFormat::ListKind kind);
 
 private:
     bool ensureLoggedIn(const QString& password, Result& result);
     bool failed(Result& result);
-    std::optional<Snapshot> newestOf(const QString& folder, const QString& file, int stid, Result& result,
+    std::optional<Snapshot> newestOf(const QString& folder, SnapshotFormat::ListKind kind, Result& result,
                                      ImapSession::Folder* opened = nullptr);
-    std::optional<Snapshot> flaggedOf(const QString& folder, const QString& file, Result& result);
+    std::optional<Snapshot> flaggedOf(const QString& folder, Result& result);
 
     BridgeConfig::Account m_account;
     ImapSession m_session;

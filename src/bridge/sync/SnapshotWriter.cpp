@@ -1,6 +1,7 @@
 #include "SnapshotWriter.h"
 
 #include "bridge/imap/MessageHeaders.h"
+#include "model/SnapshotFormat.h"
 #include "platform/FileCoordinator.h"
 #include "platform/FileDescriptor.h"
 #include "platform/PropertyList.h"
@@ -20,10 +21,6 @@
 namespace corvina {
 
 namespace {
-
-// The list files the bridge owns in an account's folder.
-const QStringList OwnFiles = {QStringLiteral("inbox.plist"), QStringLiteral("todo.plist"),
-                              QStringLiteral("memo.plist")};
 
 QString systemError(const QString& what, const QString& path) {
     return QStringLiteral("%1 %2: %3").arg(what, path, QString::fromLocal8Bit(std::strerror(errno)));
@@ -68,14 +65,15 @@ std::optional<QString> SnapshotWriter::defaultDataFolder() {
 }
 
 QVariantList SnapshotWriter::accountsFromConfig(const BridgeConfig& config) {
+    using Key = SnapshotFormat::AccountKey;
     QVariantList accounts;
     for (const BridgeConfig::Account& account : config.accounts()) {
         if (account.mail.isEmpty())
             continue;
         // The config's texts as the message records take them: nothing XML cannot hold.
-        QVariantMap entry{{QStringLiteral("mail"), MessageHeaders::xmlSafe(account.mail)},
-                          {QStringLiteral("enabled"), account.enabled}};
-        entry.insert(QStringLiteral("name"), MessageHeaders::xmlSafe(account.displayName));
+        QVariantMap entry{{SnapshotFormat::key(Key::Mail), MessageHeaders::xmlSafe(account.mail)},
+                          {SnapshotFormat::key(Key::Enabled), account.enabled}};
+        entry.insert(SnapshotFormat::key(Key::Name), MessageHeaders::xmlSafe(account.displayName));
         accounts.append(entry);
     }
     return accounts;
@@ -140,8 +138,9 @@ int SnapshotWriter::removeLeftovers(QString* error) {
             // have left one too. A folder that is a link is not ours to sweep.
             const QStringList folders =
                 QDir(today).entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks);
+            const QStringList files = AccountSync::listFiles();
             for (const QString& folder : folders) {
-                if (!removeTemporaries(today + QLatin1Char('/') + folder, OwnFiles, &removed, error)) {
+                if (!removeTemporaries(today + QLatin1Char('/') + folder, files, &removed, error)) {
                     ok = false;
                     return;
                 }
@@ -213,12 +212,14 @@ bool SnapshotWriter::writeAccounts(const QVariantList& accounts, QString* error)
 
 bool SnapshotWriter::writeSnapshots(const QString& mail, const QList<AccountSync::Snapshot>& snapshots,
                                     QString* error) {
+    using Key = SnapshotFormat::EnvelopeKey;
     // Serialised before the lock: the lock is held only for the writing.
     QList<std::pair<QString, QByteArray>> files;
     for (const AccountSync::Snapshot& snapshot : snapshots) {
-        const QVariantMap envelope{{QStringLiteral("folder"), MessageHeaders::xmlSafe(snapshot.folder)},
-                                   {QStringLiteral("account"), MessageHeaders::xmlSafe(mail)},
-                                   {QStringLiteral("data"), snapshot.messages}};
+        const QVariantMap envelope{
+            {SnapshotFormat::key(Key::Folder), MessageHeaders::xmlSafe(snapshot.folder)},
+            {SnapshotFormat::key(Key::Account), MessageHeaders::xmlSafe(mail)},
+            {SnapshotFormat::key(Key::Data), snapshot.messages}};
         QString serialiseError;
         const QByteArray bytes = PropertyList::write(envelope, PropertyList::Format::Xml, &serialiseError);
         if (bytes.isNull()) {
@@ -249,7 +250,7 @@ bool SnapshotWriter::writeSnapshots(const QString& mail, const QList<AccountSync
                     return;
                 }
             }
-            for (const QString& name : OwnFiles) {
+            for (const QString& name : AccountSync::listFiles()) {
                 const bool kept =
                     std::any_of(files.begin(), files.end(), [&](const auto& f) { return f.first == name; });
                 const QString path = folder + QLatin1Char('/') + name;

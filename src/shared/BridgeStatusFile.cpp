@@ -26,25 +26,24 @@ QList<BridgeStatusFile::Failure> BridgeStatusFile::failures(const QString& path)
         return {};
     const QJsonObject status = QJsonDocument::fromJson(*bytes).object();
     // Only the version this reader knows; a later bridge's file may mean other things.
-    if (status.value(QStringLiteral("version")).toInt() != 1)
+    if (status.value(Key::version).toInt() != FormatVersion)
         return {};
-    const QJsonObject accounts = status.value(QStringLiteral("accounts")).toObject();
+    const QJsonObject accounts = status.value(Key::accounts).toObject();
     QList<Failure> found;
     for (auto it = accounts.begin(); it != accounts.end(); ++it) {
         const QJsonObject account = it.value().toObject();
         // "ok" true or missing: the latest attempt did not fail (the error kept from before a
         // later success is history, not news).
-        if (account.value(QStringLiteral("ok")).toBool(true))
+        if (account.value(Key::ok).toBool(true))
             continue;
-        const QString error = account.value(QStringLiteral("lastError")).toString().simplified();
+        const QString error = account.value(Key::lastError).toString().simplified();
         if (error.isEmpty())
             continue;
         Failure failure;
         failure.account = it.key();
-        failure.mail = account.value(QStringLiteral("mail")).toString();
+        failure.mail = account.value(Key::mail).toString();
         failure.error = error;
-        failure.time =
-            QDateTime::fromString(account.value(QStringLiteral("lastErrorTime")).toString(), Qt::ISODate);
+        failure.time = QDateTime::fromString(account.value(Key::lastErrorTime).toString(), Qt::ISODate);
         found << failure;
     }
     return found;

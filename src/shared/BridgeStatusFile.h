@@ -23,6 +23,27 @@ public:
         QDateTime time;  // when it failed; invalid when the file does not say
     };
 
+    // The file's version and keys: the one place both its writer (the bridge's BridgeStatus) and
+    // its readers spell them.
+    static constexpr int FormatVersion = 1;
+    struct Key {
+        static inline const QString version = QStringLiteral("version");
+        static inline const QString accounts = QStringLiteral("accounts");
+        // an account's entry
+        static inline const QString mail = QStringLiteral("mail");
+        static inline const QString ok = QStringLiteral("ok");
+        static inline const QString lastSync = QStringLiteral("lastSync");
+        static inline const QString lastError = QStringLiteral("lastError");
+        static inline const QString lastErrorTime = QStringLiteral("lastErrorTime");
+        // the commands' outcome
+        static inline const QString lastCommand = QStringLiteral("lastCommand");
+        static inline const QString lastCommandFailure = QStringLiteral("lastCommandFailure");
+        static inline const QString command = QStringLiteral("command");
+        static inline const QString account = QStringLiteral("account");
+        static inline const QString time = QStringLiteral("time");
+        static inline const QString error = QStringLiteral("error");
+    };
+
     // Larger than any status file the bridge writes for a few hundred accounts.
     static constexpr qint64 MostBytes = 1024 * 1024;
 

@@ -12,8 +12,6 @@ namespace corvina {
 
 namespace {
 
-constexpr int FormatVersion = 1;
-
 QString isoTime(const QDateTime& when) {
     return when.toUTC().toString(Qt::ISODate);
 }
@@ -32,9 +30,9 @@ BridgeStatus::BridgeStatus(QString path) : m_path(std::move(path)) {
     // An unreadable or foreign file is simply started afresh: it only ever holds what is
     // written again at the next sync.
     const QJsonObject status = QJsonDocument::fromJson(file.readAll()).object();
-    const QJsonObject accounts = status.value(QStringLiteral("accounts")).toObject();
-    m_lastCommand = status.value(QStringLiteral("lastCommand")).toObject();
-    m_lastCommandFailure = status.value(QStringLiteral("lastCommandFailure")).toObject();
+    const QJsonObject accounts = status.value(BridgeStatusFile::Key::accounts).toObject();
+    m_lastCommand = status.value(BridgeStatusFile::Key::lastCommand).toObject();
+    m_lastCommandFailure = status.value(BridgeStatusFile::Key::lastCommandFailure).toObject();
     for (auto it = accounts.begin(); it != accounts.end(); ++it) {
         if (it.value().isObject())
             m_accounts.insert(it.key(), it.value().toObject());
@@ -43,28 +41,28 @@ BridgeStatus::BridgeStatus(QString path) : m_path(std::move(path)) {
 
 void BridgeStatus::recordSync(const QString& account, const QString& mail, const QDateTime& when) {
     QJsonObject& entry = m_accounts[account];
-    entry.insert(QStringLiteral("mail"), mail);
-    entry.insert(QStringLiteral("ok"), true);
-    entry.insert(QStringLiteral("lastSync"), isoTime(when));
+    entry.insert(BridgeStatusFile::Key::mail, mail);
+    entry.insert(BridgeStatusFile::Key::ok, true);
+    entry.insert(BridgeStatusFile::Key::lastSync, isoTime(when));
 }
 
 void BridgeStatus::recordFailure(const QString& account, const QString& mail, const QString& error,
                                  const QDateTime& when) {
     QJsonObject& entry = m_accounts[account];
-    entry.insert(QStringLiteral("mail"), mail);
-    entry.insert(QStringLiteral("ok"), false);
-    entry.insert(QStringLiteral("lastError"), error);
-    entry.insert(QStringLiteral("lastErrorTime"), isoTime(when));
+    entry.insert(BridgeStatusFile::Key::mail, mail);
+    entry.insert(BridgeStatusFile::Key::ok, false);
+    entry.insert(BridgeStatusFile::Key::lastError, error);
+    entry.insert(BridgeStatusFile::Key::lastErrorTime, isoTime(when));
 }
 
 void BridgeStatus::recordCommand(const QString& command, const QString& mail, bool ok, const QString& error,
                                  const QDateTime& when) {
-    QJsonObject entry{{QStringLiteral("command"), command},
-                      {QStringLiteral("account"), mail},
-                      {QStringLiteral("ok"), ok},
-                      {QStringLiteral("time"), isoTime(when)}};
+    QJsonObject entry{{BridgeStatusFile::Key::command, command},
+                      {BridgeStatusFile::Key::account, mail},
+                      {BridgeStatusFile::Key::ok, ok},
+                      {BridgeStatusFile::Key::time, isoTime(when)}};
     if (!ok) {
-        entry.insert(QStringLiteral("error"), error);
+        entry.insert(BridgeStatusFile::Key::error, error);
         m_lastCommandFailure = entry;
     }
     m_lastCommand = entry;
@@ -83,11 +81,12 @@ QJsonObject BridgeStatus::toJson() const {
     QJsonObject accounts;
     for (auto it = m_accounts.begin(); it != m_accounts.end(); ++it)
         accounts.insert(it.key(), it.value());
-    QJsonObject status{{QStringLiteral("version"), FormatVersion}, {QStringLiteral("accounts"), accounts}};
+    QJsonObject status{{BridgeStatusFile::Key::version, BridgeStatusFile::FormatVersion},
+                       {BridgeStatusFile::Key::accounts, accounts}};
     if (!m_lastCommand.isEmpty())
-        status.insert(QStringLiteral("lastCommand"), m_lastCommand);
+        status.insert(BridgeStatusFile::Key::lastCommand, m_lastCommand);
     if (!m_lastCommandFailure.isEmpty())
-        status.insert(QStringLiteral("lastCommandFailure"), m_lastCommandFailure);
+        status.insert(BridgeStatusFile::Key::lastCommandFailure, m_lastCommandFailure);
     return status;
 }
 

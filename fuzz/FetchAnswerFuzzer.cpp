@@ -4,8 +4,8 @@
 // message goes through MessageHeaders::readMessage and AccountSync::messageDictionary, and the
 // records are serialised as the snapshot writer serialises them. A record that XML 1.0 cannot hold
 // stops the run: every reader of the shared folder must be able to parse what the bridge writes.
-#include "bridge/sync/AccountSync.h"
 #include "bridge/imap/MessageHeaders.h"
+#include "bridge/sync/AccountSync.h"
 #include "platform/PropertyList.h"
 
 #include <QCoreApplication>

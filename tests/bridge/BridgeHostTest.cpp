@@ -3,8 +3,8 @@
 // takes them), and each command's effect is checked on a real Dovecot and at a recorder mail client
 // reached through the real xdg-utils.
 #include "BridgeTesting.h"
-#include "bridge/sync/AccountSync.h"
 #include "bridge/service/CommandService.h"
+#include "bridge/sync/AccountSync.h"
 #include "model/ExtensionAddress.h"
 #include "model/ExtensionMessage.h"
 #include "shared/ConstVars.h"

@@ -5,8 +5,8 @@
 // its own loader.
 #include "BridgeTesting.h"
 #include "bridge/config/AccountPassword.h"
-#include "bridge/sync/AccountSync.h"
 #include "bridge/config/SecretStore.h"
+#include "bridge/sync/AccountSync.h"
 #include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 

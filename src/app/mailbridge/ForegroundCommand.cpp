@@ -1,12 +1,12 @@
 #include "ForegroundCommand.h"
 
 #include "BridgeCommand.h"
-#include "platform/UnixSignals.h"
 #include "bridge/service/CommandService.h"
 #include "bridge/service/LiveBridge.h"
 #include "bridge/service/NetworkWatcher.h"
 #include "bridge/service/SleepWatcher.h"
 #include "bridge/sync/SnapshotWriter.h"
+#include "platform/UnixSignals.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>

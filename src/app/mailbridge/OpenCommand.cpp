@@ -1,9 +1,9 @@
 #include "OpenCommand.h"
 
 #include "BridgeCommand.h"
-#include "bridge/sync/BridgeStatus.h"
 #include "bridge/service/CommandService.h"
 #include "bridge/service/LiveBridge.h"
+#include "bridge/sync/BridgeStatus.h"
 #include "bridge/sync/SnapshotWriter.h"
 
 #include <QCoreApplication>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "bridge/sync/AccountWorker.h"
-#include "bridge/config/BridgeConfig.h"
 #include "MessageCommand.h"
+#include "bridge/config/BridgeConfig.h"
+#include "bridge/sync/AccountWorker.h"
 
 #include <QObject>
 #include <QString>

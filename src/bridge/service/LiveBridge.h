@@ -1,9 +1,9 @@
 #pragma once
 
-#include "bridge/sync/AccountWorker.h"
-#include "bridge/config/BridgeConfig.h"
-#include "bridge/sync/BridgeStatus.h"
 #include "bridge/commands/CommandCenter.h"
+#include "bridge/config/BridgeConfig.h"
+#include "bridge/sync/AccountWorker.h"
+#include "bridge/sync/BridgeStatus.h"
 #include "bridge/sync/SnapshotWriter.h"
 
 #include <QList>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "AccountSync.h"
-#include "bridge/config/BridgeConfig.h"
 #include "WakePipe.h"
+#include "bridge/config/BridgeConfig.h"
 
 #include <QDateTime>
 #include <QList>

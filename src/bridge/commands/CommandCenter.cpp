@@ -4,6 +4,7 @@
 #include "HostCommand.h"
 #include "MailClient.h"
 #include "platform/DesktopNotifier.h"
+#include "platform/Localization.h"
 
 namespace corvina {
 
@@ -18,22 +19,24 @@ QString shortened(const QString& url) {
 
 } // namespace
 
+// Translated like the widget's texts (Localization, keyed by the English text); the line under
+// the title is the log's and stays in English.
 QString CommandCenter::failureTitle(CommandKind kind) {
     switch (kind) {
     case CommandKind::Archive:
-        return QObject::tr("Could not archive the message");
+        return Localization::text(QStringLiteral("Could not archive the message"));
     case CommandKind::Delete:
-        return QObject::tr("Could not move the message to the trash");
+        return Localization::text(QStringLiteral("Could not move the message to the trash"));
     case CommandKind::Open:
-        return QObject::tr("Could not open the message");
+        return Localization::text(QStringLiteral("Could not open the message"));
     case CommandKind::Reply:
-        return QObject::tr("Could not start a reply");
+        return Localization::text(QStringLiteral("Could not start a reply"));
     case CommandKind::Compose:
     case CommandKind::Message:
     case CommandKind::Send:
         break;
     }
-    return QObject::tr("Could not hand the message to your mail client");
+    return Localization::text(QStringLiteral("Could not hand the message to your mail client"));
 }
 
 CommandCenter::CommandCenter(BridgeConfig config, AccountWorker::PasswordSource passwords, int timeoutSeconds,

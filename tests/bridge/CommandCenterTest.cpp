@@ -4,7 +4,6 @@
 #include "bridge/commands/CommandCenter.h"
 
 #include "BridgeTesting.h"
-
 #include "bridge/config/BridgeConfig.h"
 #include "model/CommandKind.h"
 #include "support/NotificationRecorder.h"

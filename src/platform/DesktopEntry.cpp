@@ -113,6 +113,142 @@ QString localPath(const QString& url) {
     return u.isLocalFile() ? u.toLocalFile() : QString();
 }
 
+// The list code of an Exec line (f, F, u or U): the first one outside quotes; null when there is
+// none. Which kind of list the line takes decides how many processes are started.
+QChar listCode(const QList<Argument>& exec) {
+    for (const Argument& a : exec) {
+        if (a.quoted)
+            continue;
+        for (qsizetype i = 0; i + 1 < a.text.size(); ++i) {
+            if (a.text.at(i) != u'%')
+                continue;
+            const QChar code = a.text.at(i + 1);
+            if (QStringView(u"fFuU").contains(code))
+                return code;
+            ++i;
+        }
+    }
+    return {};
+}
+
+// The groups of URLs, one process each: one per URL for %u and %f (one without any when there are
+// none), else one for all of them. %f and %F take the local paths only.
+QList<QStringList> batches(QChar listCode, const QStringList& urls) {
+    QStringList paths;
+    for (const QString& url : urls) {
+        const QString p = localPath(url);
+        if (!p.isEmpty())
+            paths << p;
+    }
+    QList<QStringList> out;
+    if (listCode == u'u' || listCode == u'f') {
+        const QStringList& items = listCode == u'u' ? urls : paths;
+        for (const QString& item : items)
+            out << QStringList{item};
+        if (out.isEmpty())
+            out << QStringList{};
+    } else {
+        out << (listCode == u'F' ? paths : urls);
+    }
+    return out;
+}
+
+// What %i, %c and %k expand to.
+struct FieldValues {
+    QString icon;
+    QString name;
+    QString path;
+};
+
+// `text` with its field codes expanded, a list's items joined by blanks; `hadCode` tells whether it
+// held any but "%%". Nothing for a lone "%" at the end or a code the specification does not know.
+std::optional<QString> expandCodes(const QString& text, const QStringList& batch, const FieldValues& fields,
+                                   bool* hadCode) {
+    QString out;
+    *hadCode = false;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        if (c != u'%') {
+            out.append(c);
+            continue;
+        }
+        if (i + 1 == text.size())
+            return std::nullopt; // a lone "%" at the end is not a field code
+        const QChar code = text.at(++i);
+        switch (code.unicode()) {
+        case '%':
+            out.append(u'%');
+            break;
+        case 'f':
+        case 'u':
+        case 'F':
+        case 'U':
+            *hadCode = true;
+            out.append(batch.join(u' '));
+            break;
+        case 'i':
+            *hadCode = true;
+            out.append(fields.icon);
+            break;
+        case 'c':
+            *hadCode = true;
+            out.append(fields.name);
+            break;
+        case 'k':
+            *hadCode = true;
+            out.append(fields.path);
+            break;
+        case 'd':
+        case 'D':
+        case 'n':
+        case 'N':
+        case 'v':
+        case 'm':
+            *hadCode = true; // deprecated: they vanish
+            break;
+        default:
+            return std::nullopt;
+        }
+    }
+    return out;
+}
+
+// The arguments one argument of the Exec line becomes for `batch`: itself when quoted, as many as
+// the list has items (maybe none) for a list code standing alone, "--icon" and the icon (or none)
+// for %i standing alone, else one with its codes expanded, or none when it was nothing but codes
+// expanding to nothing. Nothing when a code cannot be expanded.
+std::optional<QStringList> expandArgument(const Argument& argument, const QStringList& batch,
+                                          const FieldValues& fields) {
+    if (argument.quoted)
+        return QStringList{argument.text};
+    if (argument.text == QLatin1String("%U") || argument.text == QLatin1String("%F"))
+        return batch;
+    if (argument.text == QLatin1String("%i"))
+        return fields.icon.isEmpty() ? QStringList() : QStringList{QStringLiteral("--icon"), fields.icon};
+    bool hadCode = false;
+    const std::optional<QString> out = expandCodes(argument.text, batch, fields, &hadCode);
+    if (!out)
+        return std::nullopt;
+    if (hadCode && out->isEmpty())
+        return QStringList();
+    return QStringList{*out};
+}
+
+// The command line that opens `batch`; nothing when an argument cannot be expanded or none is left.
+std::optional<QStringList> commandLine(const QList<Argument>& exec, const QStringList& batch,
+                                       const FieldValues& fields) {
+    QStringList line;
+    for (const Argument& argument : exec) {
+        const std::optional<QStringList> expanded = expandArgument(argument, batch, fields);
+        if (!expanded)
+            return std::nullopt;
+        line << *expanded;
+    }
+    if (line.isEmpty())
+        return std::nullopt;
+    return line;
+}
+
 } // namespace
 
 std::optional<DesktopEntry> DesktopEntry::load(const QString& path) {
@@ -213,114 +349,13 @@ std::optional<QList<QStringList>> DesktopEntry::commandLines(const QStringList& 
     const auto split = splitExec(exec);
     if (!split || split->isEmpty())
         return std::nullopt;
-
-    // Which kind of list the line takes decides how many processes are started.
-    QChar listCode;
-    for (const Argument& a : *split) {
-        if (a.quoted)
-            continue;
-        for (qsizetype i = 0; i + 1 < a.text.size(); ++i) {
-            if (a.text.at(i) != u'%')
-                continue;
-            const QChar code = a.text.at(i + 1);
-            if (QStringView(u"fFuU").contains(code) && listCode.isNull())
-                listCode = code;
-            ++i;
-        }
-    }
-
-    QStringList paths;
-    for (const QString& url : urls) {
-        const QString p = localPath(url);
-        if (!p.isEmpty())
-            paths << p;
-    }
-
-    // The groups of URLs, one process each.
-    QList<QStringList> batches;
-    if (listCode == u'u' || listCode == u'f') {
-        const QStringList& items = listCode == u'u' ? urls : paths;
-        for (const QString& item : items)
-            batches << QStringList{item};
-        if (batches.isEmpty())
-            batches << QStringList{};
-    } else {
-        batches << (listCode == u'F' ? paths : urls);
-    }
-
-    const QString icon = value(QStringLiteral("Icon"));
-    const QString name = value(QStringLiteral("Name"));
+    const FieldValues fields{value(QStringLiteral("Icon")), value(QStringLiteral("Name")), m_path};
     QList<QStringList> lines;
-    for (const QStringList& batch : batches) {
-        QStringList line;
-        for (const Argument& a : *split) {
-            if (a.quoted) {
-                line << a.text;
-                continue;
-            }
-            // A list code standing alone becomes as many arguments as it has items (maybe none).
-            if (a.text == QLatin1String("%U") || a.text == QLatin1String("%F")) {
-                line << batch;
-                continue;
-            }
-            if (a.text == QLatin1String("%i")) {
-                if (!icon.isEmpty())
-                    line << QStringLiteral("--icon") << icon;
-                continue;
-            }
-            QString out;
-            bool hadCode = false;
-            for (qsizetype i = 0; i < a.text.size(); ++i) {
-                const QChar c = a.text.at(i);
-                if (c != u'%') {
-                    out.append(c);
-                    continue;
-                }
-                if (i + 1 == a.text.size())
-                    return std::nullopt; // a lone "%" at the end is not a field code
-                const QChar code = a.text.at(++i);
-                switch (code.unicode()) {
-                case '%':
-                    out.append(u'%');
-                    break;
-                case 'f':
-                case 'u':
-                case 'F':
-                case 'U':
-                    hadCode = true;
-                    out.append(batch.join(u' '));
-                    break;
-                case 'i':
-                    hadCode = true;
-                    out.append(icon);
-                    break;
-                case 'c':
-                    hadCode = true;
-                    out.append(name);
-                    break;
-                case 'k':
-                    hadCode = true;
-                    out.append(m_path);
-                    break;
-                case 'd':
-                case 'D':
-                case 'n':
-                case 'N':
-                case 'v':
-                case 'm':
-                    hadCode = true;
-                    break;
-                default:
-                    return std::nullopt;
-                }
-            }
-            // An argument that was nothing but field codes expanding to nothing is left out.
-            if (!(hadCode && out.isEmpty()))
-                line << out;
-        }
-        if (line.isEmpty())
+    for (const QStringList& batch : batches(listCode(*split), urls)) {
+        const std::optional<QStringList> line = commandLine(*split, batch, fields);
+        if (!line)
             return std::nullopt;
-        lines << line;
+        lines << *line;
     }
     return lines;
 }

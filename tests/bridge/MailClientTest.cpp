@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTimer>
+#include <csignal>
 #include <gtest/gtest.h>
 #include <memory>
 #include <vector>
@@ -449,4 +450,39 @@ TEST(MailClient, AClientThatStaysInTheForegroundIsASuccessAndIsReapedWhenItEnds)
         loop.exec();
     }
     EXPECT_FALSE(QFileInfo::exists(proc)) << "process " << s(pid) << " was not reaped";
+}
+
+TEST(MailClient, AClientStillRunningWhenTheMailClientGoesIsReapedWhenItEndsAndNobodyIsTold) {
+    MailDesktop desktop;
+    const QString pidFile = desktop.path(QStringLiteral("pid"));
+    bool called = false;
+    auto client = std::make_unique<MailClient>();
+    client->openMessage(QStringLiteral("sh -c \"echo $$ > '%1'; exec sleep 1000\"").arg(pidFile), QString(),
+                        QString(), QString(), [&called](bool, const QString&) { called = true; });
+    QString pid;
+    QDeadlineTimer started(10000);
+    while (!pid.endsWith(u'\n') && !started.hasExpired()) {
+        QEventLoop loop;
+        QTimer::singleShot(20, &loop, &QEventLoop::quit);
+        loop.exec();
+        QFile file(pidFile);
+        if (file.open(QIODevice::ReadOnly))
+            pid = QString::fromLatin1(file.readAll());
+    }
+    pid = pid.trimmed();
+    ASSERT_FALSE(pid.isEmpty());
+    const QString proc = QStringLiteral("/proc/") + pid;
+
+    client.reset();
+    ASSERT_TRUE(QFileInfo::exists(proc));
+    ASSERT_EQ(::kill(pid.toInt(), SIGTERM), 0);
+    // ended, and reaped by the watch the application object keeps: no zombie stays behind
+    QDeadlineTimer deadline(10000);
+    while (QFileInfo::exists(proc) && !deadline.hasExpired()) {
+        QEventLoop loop;
+        QTimer::singleShot(50, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    EXPECT_FALSE(QFileInfo::exists(proc)) << "process " << s(pid) << " was not reaped";
+    EXPECT_FALSE(called) << "done called after the MailClient went";
 }

@@ -18,11 +18,17 @@ CommandWorker::CommandWorker(BridgeConfig::Account account, QString cacheFolder,
     m_context = std::make_unique<QObject>();
     m_context->moveToThread(m_thread.get());
     m_command = std::make_unique<MessageCommand>(m_account, m_cacheFolder, m_timeoutSeconds);
+    m_idleClose = std::make_unique<QTimer>();
+    m_idleClose->setSingleShot(true);
+    m_idleClose->moveToThread(m_thread.get());
+    connect(m_idleClose.get(), &QTimer::timeout, m_context.get(),
+            [command = m_command.get()] { command->close(); });
     connect(m_thread.get(), &QThread::started, m_context.get(), &AccountWorker::blockProcessSignals,
             Qt::DirectConnection);
-    // Both are destroyed on the thread that used them last; the owner waits for it to finish
-    // before it goes.
+    // All three are destroyed on the thread that used them last; the owner waits for it to finish
+    // before it goes. The timer first: it closes the command's connection.
     connect(m_thread.get(), &QThread::finished, m_context.get(), [this] {
+        m_idleClose.reset();
         m_command.reset();
         m_context.reset();
     });
@@ -53,16 +59,7 @@ void CommandWorker::enqueue(MessageCommand::Action action, const QString& messag
                 m_password = *found;
             }
             emit finished(ticket, m_command->run(action, messageId, m_password));
-
-            // One timer per worker, started again after each command, closes an unused connection.
-            auto* idle = m_context->findChild<QTimer*>(QString(), Qt::FindDirectChildrenOnly);
-            if (!idle) {
-                idle = new QTimer(m_context.get());
-                idle->setSingleShot(true);
-                connect(idle, &QTimer::timeout, m_context.get(),
-                        [command = m_command.get()] { command->close(); });
-            }
-            idle->start(IdleCloseMs);
+            m_idleClose->start(m_idleCloseMs);
         },
         Qt::QueuedConnection);
 }

@@ -7,9 +7,8 @@
 #include <QObject>
 #include <QString>
 #include <QThread>
+#include <QTimer>
 #include <memory>
-
-class QThread;
 
 namespace corvina {
 
@@ -32,6 +31,10 @@ public:
 
     const BridgeConfig::Account& account() const { return m_account; }
 
+    // IdleCloseMs unless set, before the first enqueue() (the worker's thread reads it).
+    int idleCloseMs() const { return m_idleCloseMs; }
+    void setIdleCloseMs(int milliseconds) { m_idleCloseMs = milliseconds; }
+
     // Queues a command; `ticket` comes back with its outcome.
     void enqueue(MessageCommand::Action action, const QString& messageId, int ticket);
     // Lets the command under way finish and drops the queued ones; waits up to `timeoutMs`.
@@ -47,10 +50,12 @@ private:
     int m_timeoutSeconds;
     AccountWorker::PasswordSource m_passwords;
     std::unique_ptr<QThread> m_thread;
-    // Both live on m_thread and are destroyed there when it finishes.
+    // All three live on m_thread and are destroyed there when it finishes.
     std::unique_ptr<QObject> m_context; // the queue is its event queue
     std::unique_ptr<MessageCommand> m_command;
-    QString m_password; // used on m_thread only
+    std::unique_ptr<QTimer> m_idleClose; // started again after each command; closes the connection
+    QString m_password;                  // used on m_thread only
+    int m_idleCloseMs = IdleCloseMs;
 };
 
 } // namespace corvina

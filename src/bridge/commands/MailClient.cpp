@@ -5,32 +5,28 @@
 
 #include <QByteArrayList>
 #include <QCoreApplication>
-#include <QPointer>
 #include <QProcess>
 #include <QProcessEnvironment>
-#include <QSocketNotifier>
 #include <QStandardPaths>
 #include <QTimer>
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace corvina {
 
 namespace {
 
-// A started program: the bridge's own child until it ends and is reaped.
-struct Child {
-    pid_t pid = -1;
-    int pidfd = -1;
-    MailClient::Done done; // cleared once called
+// A started program as its lines name it: `what` names the command ("xdg-email", "openCommand
+// my-mail-client"); `xdgStatus` says that it is one of xdg-utils, whose exit statuses have fixed
+// meanings, one of which names the `action` it found no application for.
+struct Program {
     QString what;
     QString action;
     bool xdgStatus = false;
@@ -41,31 +37,149 @@ QString strerrorText(int error) {
 }
 
 // What a program's end means, in one line; empty for success.
-QString exitProblem(const Child& child, int status) {
+QString exitProblem(const Program& program, int status) {
     if (WIFSIGNALED(status))
-        return QStringLiteral("%1 was killed by signal %2").arg(child.what).arg(WTERMSIG(status));
+        return QStringLiteral("%1 was killed by signal %2").arg(program.what).arg(WTERMSIG(status));
     const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     if (code == 0)
         return QString();
-    if (child.xdgStatus) {
+    if (program.xdgStatus) {
         // xdg-utils' exit statuses, as their manual pages list them.
         switch (code) {
         case 1:
-            return QStringLiteral("%1 refused its arguments (exit status 1)").arg(child.what);
+            return QStringLiteral("%1 refused its arguments (exit status 1)").arg(program.what);
         case 2:
-            return QStringLiteral("%1 did not find a file it was given (exit status 2)").arg(child.what);
+            return QStringLiteral("%1 did not find a file it was given (exit status 2)").arg(program.what);
         case 3:
-            return QStringLiteral("%1 found no application %2 (exit status 3)").arg(child.what, child.action);
+            return QStringLiteral("%1 found no application %2 (exit status 3)")
+                .arg(program.what, program.action);
         case 4:
             return QStringLiteral("%1: the application %2 failed (exit status 4)")
-                .arg(child.what, child.action);
+                .arg(program.what, program.action);
         case 5:
-            return QStringLiteral("%1 may not read a file it was given (exit status 5)").arg(child.what);
+            return QStringLiteral("%1 may not read a file it was given (exit status 5)").arg(program.what);
         default:
             break;
         }
     }
-    return QStringLiteral("%1 failed with status %2").arg(child.what).arg(code);
+    return QStringLiteral("%1 failed with status %2").arg(program.what).arg(code);
+}
+
+// What the watch's report on a program means: success, or failure with one line saying why. Still
+// running at the end of the wait is a success: a client that stays in the foreground.
+std::pair<bool, QString> verdict(const Program& program, ChildWatch::State state, int waitStatus) {
+    switch (state) {
+    case ChildWatch::State::Running:
+        break;
+    case ChildWatch::State::Ended: {
+        const QString problem = exitProblem(program, waitStatus);
+        return {problem.isEmpty(), problem};
+    }
+    case ChildWatch::State::StatusLost:
+        return {false, QStringLiteral("%1 ended; its exit status was lost").arg(program.what)};
+    }
+    return {true, QString()};
+}
+
+// The bridge's environment for the program, with the activation token it should come to the front
+// with, or none.
+QStringList childEnvironment(const QString& activationToken) {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove(QStringLiteral("XDG_ACTIVATION_TOKEN"));
+    environment.remove(QStringLiteral("DESKTOP_STARTUP_ID"));
+    if (!activationToken.isEmpty()) {
+        environment.insert(QStringLiteral("XDG_ACTIVATION_TOKEN"), activationToken);
+        environment.insert(QStringLiteral("DESKTOP_STARTUP_ID"), activationToken);
+    }
+    return environment.toStringList();
+}
+
+// Texts in the local encoding, as the null-terminated array of C strings that exec wants.
+class CStringArray {
+public:
+    explicit CStringArray(const QStringList& texts) {
+        for (const QString& text : texts)
+            m_bytes << text.toLocal8Bit();
+        for (QByteArray& bytes : m_bytes)
+            m_pointers.push_back(bytes.data());
+        m_pointers.push_back(nullptr);
+    }
+    char* const* data() const { return m_pointers.data(); }
+    const char* first() const { return m_pointers.front(); }
+
+private:
+    QByteArrayList m_bytes;
+    std::vector<char*> m_pointers;
+};
+
+// What posix_spawn does to the program's files: standard input from /dev/null, nothing of the
+// bridge's own open, and the working folder `directory` when not empty.
+class SpawnFileActions {
+public:
+    explicit SpawnFileActions(const QByteArray& directory) {
+        posix_spawn_file_actions_init(&m_actions);
+        posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
+        // The bridge's sockets and files are none of the mail client's business.
+        posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1);
+#endif
+        if (!directory.isEmpty()) {
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 29)
+            // A desktop file's Path: the folder the application is started in.
+            posix_spawn_file_actions_addchdir_np(&m_actions, directory.constData());
+#endif
+        }
+    }
+    ~SpawnFileActions() {
+        posix_spawn_file_actions_destroy(&m_actions);
+    }
+    SpawnFileActions(const SpawnFileActions&) = delete;
+    SpawnFileActions& operator=(const SpawnFileActions&) = delete;
+    const posix_spawn_file_actions_t* get() const {
+        return &m_actions;
+    }
+
+private:
+    posix_spawn_file_actions_t m_actions;
+};
+
+// A session of its own: the client neither gets the bridge's terminal signals nor dies with it.
+// Signals the bridge blocks or ignores (it handles SIGTERM and SIGINT itself) are the client's to
+// have as usual.
+class SpawnAttributes {
+public:
+    SpawnAttributes() {
+        posix_spawnattr_init(&m_attributes);
+        sigset_t none;
+        sigemptyset(&none);
+        sigset_t defaults;
+        sigemptyset(&defaults);
+        for (int sig : {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGCHLD, SIGALRM})
+            sigaddset(&defaults, sig);
+        posix_spawnattr_setsigmask(&m_attributes, &none);
+        posix_spawnattr_setsigdefault(&m_attributes, &defaults);
+        posix_spawnattr_setflags(&m_attributes,
+                                 POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    }
+    ~SpawnAttributes() { posix_spawnattr_destroy(&m_attributes); }
+    SpawnAttributes(const SpawnAttributes&) = delete;
+    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+    const posix_spawnattr_t* get() const { return &m_attributes; }
+
+private:
+    posix_spawnattr_t m_attributes;
+};
+
+// Starts `arguments` (the program looked up in PATH) in a session of its own; 0, with its pid in
+// `pid`, or the error number. Everything the child needs is prepared before: posix_spawn does the
+// rest without running any of our code between fork and exec.
+int spawnInOwnSession(const QStringList& arguments, const QStringList& environment,
+                      const QString& workingDirectory, pid_t* pid) {
+    const CStringArray argv(arguments);
+    const CStringArray envp(environment);
+    const SpawnFileActions actions(workingDirectory.toLocal8Bit());
+    const SpawnAttributes attributes;
+    return posix_spawnp(pid, argv.first(), actions.get(), attributes.get(), argv.data(), envp.data());
 }
 
 QString percentEncoded(const QString& text) {
@@ -87,18 +201,12 @@ QString bracketed(const QString& id) {
 
 } // namespace
 
-MailClient::MailClient(QObject* parent) : QObject(parent) {}
+MailClient::MailClient(QObject* parent) : QObject(parent), m_children(new ChildWatch(this)) {}
 
 MailClient::~MailClient() {
-    // Programs still running are not abandoned as zombies: their watchers move to the application
-    // object, which reaps them when they end; nobody is told any more.
-    QObject* keeper = QCoreApplication::instance();
-    for (QObject* watcher :
-         findChildren<QObject*>(QStringLiteral("corvina-mail-client-child"), Qt::FindDirectChildrenOnly)) {
-        watcher->setProperty("orphan", true);
-        if (keeper && keeper->thread() == thread())
-            watcher->setParent(keeper);
-    }
+    // Programs still running are not abandoned as zombies: their watch moves to the application
+    // object, which keeps it until they have ended and been reaped; nobody is told any more.
+    m_children->handOver(QCoreApplication::instance());
 }
 
 QString MailClient::mailtoUrl(const MailDraft& draft) {
@@ -332,130 +440,19 @@ void MailClient::finish(const Done& done, bool ok, const QString& error) {
 
 void MailClient::run(const QStringList& arguments, const QString& what, const QString& action, bool xdgStatus,
                      const QString& activationToken, Done done, const QString& workingDirectory) {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.remove(QStringLiteral("XDG_ACTIVATION_TOKEN"));
-    environment.remove(QStringLiteral("DESKTOP_STARTUP_ID"));
-    if (!activationToken.isEmpty()) {
-        environment.insert(QStringLiteral("XDG_ACTIVATION_TOKEN"), activationToken);
-        environment.insert(QStringLiteral("DESKTOP_STARTUP_ID"), activationToken);
-    }
-    // Everything the child needs is prepared here: posix_spawn does the rest without running any
-    // of our code between fork and exec.
-    const QByteArray directoryBytes = workingDirectory.toLocal8Bit();
-    QByteArrayList argumentBytes;
-    for (const QString& argument : arguments)
-        argumentBytes << argument.toLocal8Bit();
-    QByteArrayList environmentBytes;
-    for (const QString& entry : environment.toStringList())
-        environmentBytes << entry.toLocal8Bit();
-    std::vector<char*> argv;
-    for (QByteArray& bytes : argumentBytes)
-        argv.push_back(bytes.data());
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (QByteArray& bytes : environmentBytes)
-        envp.push_back(bytes.data());
-    envp.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
-    // The bridge's sockets and files are none of the mail client's business.
-    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
-#endif
-    if (!directoryBytes.isEmpty()) {
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 29)
-        // A desktop file's Path: the folder the application is started in.
-        posix_spawn_file_actions_addchdir_np(&actions, directoryBytes.constData());
-#endif
-    }
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    // A session of its own: the client neither gets the bridge's terminal signals nor dies with it.
-    // Signals the bridge blocks or ignores (it handles SIGTERM and SIGINT itself) are the client's
-    // to have as usual.
-    sigset_t none;
-    sigemptyset(&none);
-    sigset_t defaults;
-    sigemptyset(&defaults);
-    for (int sig : {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGCHLD, SIGALRM})
-        sigaddset(&defaults, sig);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(&attributes,
-                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     pid_t pid = -1;
-    const int spawned = posix_spawnp(&pid, argv.front(), &actions, &attributes, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
+    const int spawned =
+        spawnInOwnSession(arguments, childEnvironment(activationToken), workingDirectory, &pid);
     if (spawned != 0) {
         finish(done, false, QStringLiteral("%1 could not be started: %2").arg(what, strerrorText(spawned)));
         return;
     }
-
-    auto child = std::make_shared<Child>();
-    child->pid = pid;
-    child->done = std::move(done);
-    child->what = what;
-    child->action = action;
-    child->xdgStatus = xdgStatus;
-
-    auto* watcher = new QObject(this);
-    watcher->setObjectName(QStringLiteral("corvina-mail-client-child"));
-    QPointer<MailClient> self(this);
-    auto report = [self, watcher, child](bool ok, const QString& error) {
-        if (!child->done)
-            return;
-        const Done done = std::exchange(child->done, nullptr);
-        if (self && !watcher->property("orphan").toBool())
-            self->finish(done, ok, error);
-    };
-    // Reaps the child if it has ended; true when it had.
-    auto reap = [child, report]() {
-        int status = 0;
-        const pid_t got = ::waitpid(child->pid, &status, WNOHANG);
-        if (got == 0 || (got < 0 && errno == EINTR))
-            return false;
-        if (got < 0) {
-            // Someone else reaped it: its status is lost, but it did end.
-            report(false, QStringLiteral("%1 ended; its exit status was lost").arg(child->what));
-        } else {
-            const QString problem = exitProblem(*child, status);
-            report(problem.isEmpty(), problem);
-        }
-        if (child->pidfd >= 0) {
-            ::close(child->pidfd);
-            child->pidfd = -1;
-        }
-        return true;
-    };
-
-    auto* timer = new QTimer(watcher);
-    timer->setSingleShot(true);
-    QObject::connect(timer, &QTimer::timeout, watcher, [report] { report(true, QString()); });
-    timer->start(m_exitWaitMs);
-
-    child->pidfd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-    if (child->pidfd >= 0) {
-        ::fcntl(child->pidfd, F_SETFD, FD_CLOEXEC);
-        auto* notifier = new QSocketNotifier(child->pidfd, QSocketNotifier::Read, watcher);
-        QObject::connect(notifier, &QSocketNotifier::activated, watcher, [reap, notifier, watcher] {
-            notifier->setEnabled(false);
-            if (reap())
-                watcher->deleteLater();
-            else
-                notifier->setEnabled(true);
-        });
-    } else {
-        // A kernel without process descriptors: look now and then.
-        auto* poll = new QTimer(watcher);
-        QObject::connect(poll, &QTimer::timeout, watcher, [reap, watcher] {
-            if (reap())
-                watcher->deleteLater();
-        });
-        poll->start(200);
-    }
+    const Program program{what, action, xdgStatus};
+    m_children->watch(pid, m_exitWaitMs,
+                      [this, program, done = std::move(done)](ChildWatch::State state, int waitStatus) {
+                          const auto [ok, error] = verdict(program, state, waitStatus);
+                          finish(done, ok, error);
+                      });
 }
 
 } // namespace corvina

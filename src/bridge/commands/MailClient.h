@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ChildWatch.h"
 #include "MailDraft.h"
 #include "platform/DesktopEntry.h"
 
@@ -84,6 +85,8 @@ private:
     void finish(const Done& done, bool ok, const QString& error);
 
     int m_exitWaitMs = DefaultExitWaitMs;
+    // The programs started and not yet reaped; handed over to the application object when this goes.
+    ChildWatch* m_children;
 };
 
 } // namespace corvina

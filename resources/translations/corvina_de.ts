@@ -131,5 +131,25 @@
         <source>(no sender)</source>
         <translation>(kein Absender)</translation>
     </message>
+    <message>
+        <source>Could not archive the message</source>
+        <translation>Die Nachricht konnte nicht archiviert werden</translation>
+    </message>
+    <message>
+        <source>Could not move the message to the trash</source>
+        <translation>Die Nachricht konnte nicht in den Papierkorb verschoben werden</translation>
+    </message>
+    <message>
+        <source>Could not open the message</source>
+        <translation>Die Nachricht konnte nicht geöffnet werden</translation>
+    </message>
+    <message>
+        <source>Could not start a reply</source>
+        <translation>Die Antwort konnte nicht begonnen werden</translation>
+    </message>
+    <message>
+        <source>Could not hand the message to your mail client</source>
+        <translation>Die Nachricht konnte nicht an das Mailprogramm übergeben werden</translation>
+    </message>
 </context>
 </TS>

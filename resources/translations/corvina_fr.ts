@@ -131,5 +131,25 @@
         <source>(no sender)</source>
         <translation>(sans expéditeur)</translation>
     </message>
+    <message>
+        <source>Could not archive the message</source>
+        <translation>Impossible d’archiver le message</translation>
+    </message>
+    <message>
+        <source>Could not move the message to the trash</source>
+        <translation>Impossible de mettre le message à la corbeille</translation>
+    </message>
+    <message>
+        <source>Could not open the message</source>
+        <translation>Impossible d’ouvrir le message</translation>
+    </message>
+    <message>
+        <source>Could not start a reply</source>
+        <translation>Impossible de commencer la réponse</translation>
+    </message>
+    <message>
+        <source>Could not hand the message to your mail client</source>
+        <translation>Impossible de transmettre le message au logiciel de messagerie</translation>
+    </message>
 </context>
 </TS>

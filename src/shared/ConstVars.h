@@ -1,5 +1,7 @@
 #pragma once
 
+#include "model/CommandKind.h"
+
 #include <QString>
 
 namespace corvina {
@@ -14,14 +16,15 @@ public:
     static inline const QString appIdentifier2 = appIdentifier + QStringLiteral("2");
     static inline const QString appIdentifierPro = appIdentifier + QStringLiteral(".pro");
 
-    // Commands an extension asks the mail application to carry out.
-    static inline const QString commandArchive = QStringLiteral("archive");
-    static inline const QString commandDelete = QStringLiteral("delete");
-    static inline const QString commandReply = QStringLiteral("reply");
-    static inline const QString commandMessage = QStringLiteral("message");
-    static inline const QString commandCompose = QStringLiteral("compose");
-    static inline const QString commandSend = QStringLiteral("send");
-    static inline const QString commandOpen = QStringLiteral("open");
+    // Commands an extension asks the mail application to carry out, by the names their command URLs
+    // give them (spelled once, in model/CommandKind.h).
+    static inline const QString commandArchive = commandName(CommandKind::Archive);
+    static inline const QString commandDelete = commandName(CommandKind::Delete);
+    static inline const QString commandReply = commandName(CommandKind::Reply);
+    static inline const QString commandMessage = commandName(CommandKind::Message);
+    static inline const QString commandCompose = commandName(CommandKind::Compose);
+    static inline const QString commandSend = commandName(CommandKind::Send);
+    static inline const QString commandOpen = commandName(CommandKind::Open);
 
     // The shared data folder's layout: the mail application's snapshot folder (one folder per
     // account, named by its address, holding the snapshot files), its account list, and its

@@ -152,11 +152,11 @@ ExtensionUtilities::AddressesAndGroupsResult ExtensionUtilities::AddressesAndGro
 
 namespace {
 
-// How a value shows when formatted into a text: absent is "(null)", numbers in their shortest
-// decimal form (11, 2.5), booleans as 1 or 0.
+// How a value shows in a command URL: absent is "(null)" (CommandURL::nullField), numbers in their
+// shortest decimal form (11, 2.5), booleans as 1 or 0.
 QString formatted(const QVariant& value) {
     if (value.isNull())
-        return QStringLiteral("(null)");
+        return CommandURL::nullField;
     if (PlistValue::isString(value))
         return value.toString();
     if (value.typeId() == QMetaType::Bool)
@@ -164,11 +164,12 @@ QString formatted(const QVariant& value) {
     if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float)
         return QString::number(value.toDouble(), 'g', QLocale::FloatingPointShortest);
     const QString text = PlistValue::stringValue(value);
-    return text.isNull() ? QStringLiteral("(null)") : text;
+    return text.isNull() ? CommandURL::nullField : text;
 }
 
+// A text field of a command URL: one the snapshot left out is sent as such.
 QString formatted(const QString& text) {
-    return text.isNull() ? QStringLiteral("(null)") : text;
+    return text.isNull() ? CommandURL::nullField : text;
 }
 
 } // namespace
@@ -178,11 +179,10 @@ std::optional<Url> ExtensionUtilities::CommandURLForMessage(const ExtensionMessa
     const QString account = message->account();
     // The account is encoded, the message id deliberately not: the mail application reads the id
     // exactly as it stored it, and an id that no URL can hold means the message is not sent.
-    const QString text =
-        (CommandURL::prefix + QStringLiteral("%1?mail=%2&messageid=%3&folderstandardid=%4"))
-            .arg(formatted(commandName),
-                 formatted(account.isNull() ? QString() : RequestUtils::URLEncodedString(account)),
-                 formatted(message->messageId()), formatted(message->folderStandardId()));
+    const QString text = CommandURL::messageCommand(
+        formatted(commandName),
+        formatted(account.isNull() ? QString() : RequestUtils::URLEncodedString(account)),
+        formatted(message->messageId()), formatted(message->folderStandardId()));
     return Url::URLWithString(text);
 }
 

@@ -759,5 +759,25 @@ TEST(MessageCommandIdTest, EveryIdentifierTheBridgeMakesIsReadBackExactly) {
     EXPECT_FALSE(AccountSync::parseMessageId(QStringLiteral("INBOX/18446744073709551617/1")));
 }
 
+TEST_F(MessageCommandTest, AKindThatActsOnNoMessageIsRefusedWithoutAConnection) {
+    // A well-formed identifier: the refusal is for the kind, not for the message.
+    const QString id = AccountSync::messageIdFor(QStringLiteral("INBOX"), 1, 1);
+    MessageCommand command(account(), cache.filePath(QStringLiteral("messages")), 10);
+    for (const Action action : {Action::Compose, Action::Message, Action::Send}) {
+        EXPECT_FALSE(MessageCommand::actsOnMessage(action));
+        const MessageCommand::Outcome outcome = command.run(action, id, Password);
+        EXPECT_FALSE(outcome.ok);
+        EXPECT_EQ(outcome.failure, Failure::Refused);
+        EXPECT_EQ(outcome.error,
+                  MessageCommand::actionName(action) + QStringLiteral(": not a command on a message"));
+        EXPECT_FALSE(outcome.synced);
+    }
+    for (const Action action : {Action::Open, Action::Reply, Action::Archive, Action::Delete})
+        EXPECT_TRUE(MessageCommand::actsOnMessage(action));
+    EXPECT_FALSE(command.isConnected());
+    EXPECT_FALSE(server.log().contains(QLatin1String("Login:"))) << server.log().toStdString();
+    EXPECT_TRUE(server.clientCommands().isEmpty());
+}
+
 } // namespace
 } // namespace corvina::test

@@ -4,6 +4,7 @@
 #include "HostCommand.h"
 #include "MailClient.h"
 #include "platform/DesktopNotifier.h"
+#include "platform/Localization.h"
 
 namespace corvina {
 
@@ -16,36 +17,27 @@ QString shortened(const QString& url) {
     return url.size() <= LoggedUrlLength ? url : url.left(LoggedUrlLength) + QStringLiteral("...");
 }
 
-std::optional<MessageCommand::Action> actionOf(const HostCommand& command) {
-    switch (command.kind()) {
-    case HostCommand::Kind::Open:
-        return MessageCommand::Action::Open;
-    case HostCommand::Kind::Reply:
-        return MessageCommand::Action::Reply;
-    case HostCommand::Kind::Archive:
-        return MessageCommand::Action::Archive;
-    case HostCommand::Kind::Delete:
-        return MessageCommand::Action::Delete;
-    case HostCommand::Kind::Compose:
+} // namespace
+
+// Translated like the widget's texts (Localization, keyed by the English text); the line under
+// the title is the log's and stays in English.
+QString CommandCenter::failureTitle(CommandKind kind) {
+    switch (kind) {
+    case CommandKind::Archive:
+        return Localization::text(QStringLiteral("Could not archive the message"));
+    case CommandKind::Delete:
+        return Localization::text(QStringLiteral("Could not move the message to the trash"));
+    case CommandKind::Open:
+        return Localization::text(QStringLiteral("Could not open the message"));
+    case CommandKind::Reply:
+        return Localization::text(QStringLiteral("Could not start a reply"));
+    case CommandKind::Compose:
+    case CommandKind::Message:
+    case CommandKind::Send:
         break;
     }
-    return std::nullopt;
+    return Localization::text(QStringLiteral("Could not hand the message to your mail client"));
 }
-
-// The notification's title: what the person asked for and did not get.
-QString failureTitle(const QString& command) {
-    if (command == QLatin1String("archive"))
-        return QObject::tr("Could not archive the message");
-    if (command == QLatin1String("delete"))
-        return QObject::tr("Could not move the message to the trash");
-    if (command == QLatin1String("open"))
-        return QObject::tr("Could not open the message");
-    if (command == QLatin1String("reply"))
-        return QObject::tr("Could not start a reply");
-    return QObject::tr("Could not hand the message to your mail client");
-}
-
-} // namespace
 
 CommandCenter::CommandCenter(BridgeConfig config, AccountWorker::PasswordSource passwords, int timeoutSeconds,
                              QString cacheFolder, QObject* parent)
@@ -107,10 +99,10 @@ const BridgeConfig::Account* CommandCenter::accountFor(const QString& mail, QStr
 }
 
 void CommandCenter::start(const HostCommand& command, const QString& token) {
-    const QString name = command.kindName();
+    const CommandKind kind = command.kind();
     ++m_pending;
     QString error;
-    if (command.kind() == HostCommand::Kind::Compose) {
+    if (kind == CommandKind::Compose) {
         if (!command.note().isEmpty())
             emit log(command.note());
         // A draft need not name an account; when it names one of ours, that account's
@@ -120,18 +112,18 @@ void CommandCenter::start(const HostCommand& command, const QString& token) {
         const QString mail = command.account();
         m_mailClient->compose(
             account ? account->composeCommand : QString(), command.draft(), token,
-            [this, name, mail](bool ok, const QString& failure) { handOff(name, mail, ok, failure); });
+            [this, kind, mail](bool ok, const QString& failure) { handOff(kind, mail, ok, failure); });
         return;
     }
 
     const BridgeConfig::Account* account = accountFor(command.account(), &error);
     if (!account) {
-        finish(name, command.account(), false, QStringLiteral("%1: %2").arg(name, error));
+        finish(kind, command.account(), false, QStringLiteral("%1: %2").arg(commandName(kind), error));
         return;
     }
     const int ticket = m_nextTicket++;
-    m_tickets.insert(ticket, Pending{name, command.account(), account->name, token});
-    workerFor(*account)->enqueue(*actionOf(command), command.messageId(), ticket);
+    m_tickets.insert(ticket, Pending{kind, command.account(), account->name, token});
+    workerFor(*account)->enqueue(kind, command.messageId(), ticket);
 }
 
 CommandWorker* CommandCenter::workerFor(const BridgeConfig::Account& account) {
@@ -151,42 +143,43 @@ void CommandCenter::commandFinished(int ticket, const MessageCommand::Outcome& o
     if (!outcome.note.isEmpty())
         emit log(QStringLiteral("%1: %2").arg(pending.account, outcome.note));
     if (!outcome.ok) {
-        finish(pending.command, pending.mail, false, outcome.error);
+        finish(pending.kind, pending.mail, false, outcome.error);
         return;
     }
 
     const BridgeConfig::Account* account = m_config.account(pending.account);
-    if (pending.command == QLatin1String("open")) {
+    if (pending.kind == CommandKind::Open) {
         m_mailClient->openMessage(account ? account->openCommand : QString(), outcome.messageFile,
                                   outcome.messageIdHeader, pending.token,
                                   [this, pending](bool ok, const QString& failure) {
-                                      handOff(pending.command, pending.mail, ok, failure);
+                                      handOff(pending.kind, pending.mail, ok, failure);
                                   });
         return;
     }
-    if (pending.command == QLatin1String("reply")) {
+    if (pending.kind == CommandKind::Reply) {
         m_mailClient->compose(account ? account->composeCommand : QString(), outcome.reply, pending.token,
                               [this, pending](bool ok, const QString& failure) {
-                                  handOff(pending.command, pending.mail, ok, failure);
+                                  handOff(pending.kind, pending.mail, ok, failure);
                               });
         return;
     }
-    finish(pending.command, pending.mail, true, QString());
+    finish(pending.kind, pending.mail, true, QString());
 }
 
-void CommandCenter::handOff(const QString& command, const QString& mail, bool started, const QString& error) {
-    finish(command, mail, started, started ? QString() : QStringLiteral("%1: %2").arg(command, error));
+void CommandCenter::handOff(CommandKind kind, const QString& mail, bool started, const QString& error) {
+    finish(kind, mail, started, started ? QString() : QStringLiteral("%1: %2").arg(commandName(kind), error));
 }
 
-void CommandCenter::finish(const QString& command, const QString& mail, bool ok, const QString& error) {
+void CommandCenter::finish(CommandKind kind, const QString& mail, bool ok, const QString& error) {
+    const QString name = commandName(kind);
     if (ok) {
-        emit log(QStringLiteral("%1 for %2: done").arg(command, mail));
+        emit log(QStringLiteral("%1 for %2: done").arg(name, mail));
     } else {
         emit log(error);
         if (m_notifying)
-            m_notifier->notify(failureTitle(command), error);
+            m_notifier->notify(failureTitle(kind), error);
     }
-    emit commandDone(command, mail, ok, error);
+    emit commandDone(name, mail, ok, error);
     if (--m_pending == 0)
         emit idle();
 }

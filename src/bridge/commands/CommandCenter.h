@@ -4,6 +4,7 @@
 #include "bridge/config/BridgeConfig.h"
 #include "bridge/sync/AccountSync.h"
 #include "bridge/sync/AccountWorker.h"
+#include "model/CommandKind.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -47,12 +48,17 @@ public:
     // file hear of them either way.
     void setNotifying(bool notifying) { m_notifying = notifying; }
 
+    // The title of the notification that a command of `kind` failed, in the person's language:
+    // what they asked for and did not get.
+    static QString failureTitle(CommandKind kind);
+
 signals:
     void log(const QString& line);
     // The lists of `account` (its group name) as read right after a command changed them.
     void synced(const QString& account, const QList<corvina::AccountSync::Snapshot>& snapshots,
                 const QDateTime& when);
     // A command was carried out, or failed with `error`; `mail` is the account as the command named it.
+    // `command` is the kind's name, as the status file records it.
     void commandDone(const QString& command, const QString& mail, bool ok, const QString& error);
     // A URL that is no command the bridge carries out; it was logged and nothing was done.
     void refused(const QString& uri, const QString& error);
@@ -61,7 +67,7 @@ signals:
 
 private:
     struct Pending {
-        QString command;
+        CommandKind kind = CommandKind::Open;
         QString mail;
         QString account;
         QString token;
@@ -71,9 +77,9 @@ private:
     CommandWorker* workerFor(const BridgeConfig::Account& account);
     void commandFinished(int ticket, const MessageCommand::Outcome& outcome);
     // The end of one pending command.
-    void finish(const QString& command, const QString& mail, bool ok, const QString& error);
+    void finish(CommandKind kind, const QString& mail, bool ok, const QString& error);
     // The hand-off to the mail client, which ends the command when the client has started.
-    void handOff(const QString& command, const QString& mail, bool started, const QString& error);
+    void handOff(CommandKind kind, const QString& mail, bool started, const QString& error);
     const BridgeConfig::Account* accountFor(const QString& mail, QString* error) const;
 
     BridgeConfig m_config;

@@ -12,21 +12,6 @@ namespace corvina {
 
 namespace {
 
-const QString MailKey = QStringLiteral("mail=");
-const QString MessageIdKey = QStringLiteral("&messageid=");
-const QString FolderKey = QStringLiteral("&folderstandardid=");
-// What the widget writes for a field the snapshot left out.
-const QString NullText = QStringLiteral("(null)");
-
-std::optional<HostCommand::Kind> kindNamed(const QString& name) {
-    using Kind = HostCommand::Kind;
-    for (Kind kind : {Kind::Open, Kind::Reply, Kind::Archive, Kind::Delete, Kind::Compose}) {
-        if (HostCommand::kindName(kind) == name)
-            return kind;
-    }
-    return std::nullopt;
-}
-
 // A folder kind as the widget writes a number: decimal, maybe with a fraction or an exponent.
 bool isDecimalNumber(const QString& text) {
     static const QRegularExpression number(QStringLiteral("^-?[0-9]+(\\.[0-9]+)?([eE][-+]?[0-9]+)?$"));
@@ -50,26 +35,6 @@ QString shortened(const QString& text) {
 }
 
 } // namespace
-
-QString HostCommand::kindName(Kind kind) {
-    switch (kind) {
-    case Kind::Open:
-        return QStringLiteral("open");
-    case Kind::Reply:
-        return QStringLiteral("reply");
-    case Kind::Archive:
-        return QStringLiteral("archive");
-    case Kind::Delete:
-        return QStringLiteral("delete");
-    case Kind::Compose:
-        return QStringLiteral("compose");
-    }
-    return QString();
-}
-
-QString HostCommand::kindName() const {
-    return kindName(m_kind);
-}
 
 QString HostCommand::account() const {
     return m_kind == Kind::Compose ? m_draft.account : m_account;
@@ -104,11 +69,11 @@ std::optional<HostCommand> HostCommand::parse(const QString& url, QString* error
         !parsed->path().isEmpty() || !parsed->parameterString().isNull())
         return refuse(QStringLiteral("more than a command where the host stands in %1").arg(shortened(url)));
     const QString name = parsed->host();
-    if (name == QLatin1String("message") || name == QLatin1String("send"))
-        return refuse(QStringLiteral("%1 is not carried out by the bridge").arg(name));
-    const std::optional<Kind> kind = kindNamed(name);
+    const std::optional<Kind> kind = commandKindNamed(name);
     if (!kind)
         return refuse(QStringLiteral("unknown command \"%1\"").arg(shortened(name)));
+    if (*kind == Kind::Message || *kind == Kind::Send)
+        return refuse(QStringLiteral("%1 is not carried out by the bridge").arg(name));
 
     HostCommand command;
     command.m_kind = *kind;
@@ -148,32 +113,36 @@ std::optional<HostCommand> HostCommand::parse(const QString& url, QString* error
     // LAST "&folderstandardid=", the folder kind after it. An id may hold "&", "=", "#" and even
     // "&folderstandardid=", so the query is not split on "&", and it runs to the end of the text
     // (a "#" in an id is part of the id, not a fragment).
+    const QString mailKey = CommandURL::mailKey + u'=';
+    const QString idKey = QStringLiteral("&") + CommandURL::messageIdKey + u'=';
+    const QString folderKey = QStringLiteral("&") + CommandURL::folderStandardIdKey + u'=';
+    const QString& nullText = CommandURL::nullField;
     const qsizetype question = url.indexOf(u'?');
     if (question < 0)
         return refuse(QStringLiteral("%1 without mail, messageid and folderstandardid").arg(name));
     const QString query = url.mid(question + 1);
-    const qsizetype idAt = query.indexOf(MessageIdKey);
-    const qsizetype folderAt = query.lastIndexOf(FolderKey);
-    if (!query.startsWith(MailKey) || idAt < 0 || folderAt < idAt + MessageIdKey.size())
+    const qsizetype idAt = query.indexOf(idKey);
+    const qsizetype folderAt = query.lastIndexOf(folderKey);
+    if (!query.startsWith(mailKey) || idAt < 0 || folderAt < idAt + idKey.size())
         return refuse(
             QStringLiteral("%1: the query is not mail=...&messageid=...&folderstandardid=...").arg(name));
-    const QString encodedMail = query.mid(MailKey.size(), idAt - MailKey.size());
+    const QString encodedMail = query.mid(mailKey.size(), idAt - mailKey.size());
     const QString mail = RequestUtils::URLDecodedString(encodedMail, false);
     if (mail.isNull())
         return refuse(
             QStringLiteral("%1: mail is not percent-encoded UTF-8: %2").arg(name, shortened(encodedMail)));
-    if (mail.isEmpty() || encodedMail == NullText)
+    if (mail.isEmpty() || encodedMail == nullText)
         return refuse(QStringLiteral("%1: no mail (the account of the message)").arg(name));
-    const QString id = query.mid(idAt + MessageIdKey.size(), folderAt - idAt - MessageIdKey.size());
-    if (id.isEmpty() || id == NullText)
+    const QString id = query.mid(idAt + idKey.size(), folderAt - idAt - idKey.size());
+    if (id.isEmpty() || id == nullText)
         return refuse(QStringLiteral("%1: no messageid").arg(name));
-    const QString folder = query.mid(folderAt + FolderKey.size());
-    if (folder != NullText && !isDecimalNumber(folder))
+    const QString folder = query.mid(folderAt + folderKey.size());
+    if (folder != nullText && !isDecimalNumber(folder))
         return refuse(
             QStringLiteral("%1: folderstandardid is not a number: %2").arg(name, shortened(folder)));
     command.m_account = mail;
     command.m_messageId = id;
-    command.m_folderStandardId = folder == NullText ? QString() : folder;
+    command.m_folderStandardId = folder == nullText ? QString() : folder;
     return command;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MailDraft.h"
+#include "model/CommandKind.h"
 
 #include <QString>
 #include <optional>
@@ -17,7 +18,9 @@ namespace corvina {
 // else (message, send, another scheme, a malformed URL) is refused with one line for the log.
 class HostCommand {
 public:
-    enum class Kind { Open, Reply, Archive, Delete, Compose };
+    // The command URL's own kind, kept as it is: the bridge never turns it back into its name but
+    // for a line of text.
+    using Kind = CommandKind;
 
     // Longer URLs are refused before they are read. A compose URL carries a whole draft, body
     // included, so the bound is generous; a message command is a few hundred characters.
@@ -28,9 +31,8 @@ public:
     static std::optional<HostCommand> parse(const QString& url, QString* error);
 
     Kind kind() const { return m_kind; }
-    // "open", "reply", "archive", "delete", "compose"
-    QString kindName() const;
-    static QString kindName(Kind kind);
+    // "open", "reply", "archive", "delete", "compose": for lines of text only.
+    QString kindName() const { return commandName(m_kind); }
 
     // open/reply/archive/delete: the decoded `mail`; compose: the draft's account (may be empty).
     QString account() const;

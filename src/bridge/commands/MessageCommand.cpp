@@ -41,18 +41,19 @@ QString MessageCommand::defaultCacheFolder() {
     return base + QStringLiteral("/corvina/messages");
 }
 
-QString MessageCommand::actionName(Action action) {
+bool MessageCommand::actsOnMessage(Action action) {
     switch (action) {
     case Action::Open:
-        return QStringLiteral("open");
     case Action::Reply:
-        return QStringLiteral("reply");
     case Action::Archive:
-        return QStringLiteral("archive");
     case Action::Delete:
-        return QStringLiteral("delete");
+        return true;
+    case Action::Compose:
+    case Action::Message:
+    case Action::Send:
+        break;
     }
-    return QString();
+    return false;
 }
 
 QString MessageCommand::cacheFileName(const QString& mail, const AccountSync::MessageAddress& address) {
@@ -76,6 +77,13 @@ QString MessageCommand::cacheFileName(const QString& mail, const AccountSync::Me
 
 MessageCommand::Outcome MessageCommand::run(Action action, const QString& messageId,
                                             const QString& password) {
+    if (!actsOnMessage(action)) {
+        // Nothing is sent to the server: the command has no message to act on.
+        Outcome outcome;
+        outcome.failure = Failure::Refused;
+        outcome.error = actionName(action) + QStringLiteral(": not a command on a message");
+        return outcome;
+    }
     const std::optional<AccountSync::MessageAddress> address = AccountSync::parseMessageId(messageId);
     if (!address) {
         // The identifier itself is not repeated: it may be anything at all.
@@ -164,6 +172,10 @@ MessageCommand::Outcome MessageCommand::attempt(Action action, const AccountSync
     case Action::Archive:
     case Action::Delete:
         return moveMessage(action, address, retry);
+    case Action::Compose:
+    case Action::Message:
+    case Action::Send:
+        break; // refused by run() before it gets here
     }
     return {};
 }

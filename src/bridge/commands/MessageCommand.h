@@ -3,6 +3,7 @@
 #include "MailDraft.h"
 #include "bridge/config/BridgeConfig.h"
 #include "bridge/sync/AccountSync.h"
+#include "model/CommandKind.h"
 
 #include <QList>
 #include <QString>
@@ -19,7 +20,9 @@ namespace corvina {
 // is made again and the whole command tried once more.
 class MessageCommand {
 public:
-    enum class Action { Open, Reply, Archive, Delete };
+    // The command URL's kind; only Open, Reply, Archive and Delete act on a message, and run()
+    // refuses the others.
+    using Action = CommandKind;
 
     enum class Failure {
         None,
@@ -28,7 +31,8 @@ public:
         BadMessageId,   // not an identifier the bridge made: nothing was sent to the server
         MessageGone,    // the message (or its folder) is not there any more, or the folder was renumbered
         NoTargetFolder, // no archive or trash folder configured, and the server marks none
-        Refused,        // the server said NO, or the command would delete the message for good
+        Refused,        // the server said NO, the command would delete the message for good, or it
+                        // is no command on a message (compose, message, send)
         TooLarge,       // larger than the bridge fetches (ImapSession::MaximumMessageBytes)
         LocalFile,      // the message could not be saved in the cache folder
     };
@@ -59,7 +63,9 @@ public:
     // $XDG_CACHE_HOME/corvina/messages (~/.cache when XDG_CACHE_HOME is unset or not absolute).
     static QString defaultCacheFolder();
     // "open", "reply", "archive", "delete": how a command is named in its lines.
-    static QString actionName(Action action);
+    static QString actionName(Action action) { return commandName(action); }
+    // Whether `action` is one this class carries out: open, reply, archive or delete.
+    static bool actsOnMessage(Action action);
     // The file name an opened message is saved under: made of the account, the folder and the two
     // numbers, the folder's characters reduced to a safe few and the whole told apart by a hash.
     static QString cacheFileName(const QString& mail, const AccountSync::MessageAddress& address);

@@ -78,7 +78,7 @@ TEST_F(CommandCenterTest, AFailedCommandIsNotifiedWithItsTitleInThePersonsLangua
     EXPECT_EQ(logged.at(0).at(0).toString(), line);
     // The status file hears the command by its name.
     ASSERT_EQ(done.size(), 1);
-    EXPECT_EQ(done.at(0).at(0).toString(), QStringLiteral("archive"));
+    EXPECT_EQ(done.at(0).at(0).value<CommandKind>(), CommandKind::Archive);
     EXPECT_EQ(done.at(0).at(1).toString(), QStringLiteral("nobody@example.org"));
     EXPECT_FALSE(done.at(0).at(2).toBool());
     EXPECT_EQ(done.at(0).at(3).toString(), line);

@@ -75,7 +75,7 @@ int OpenCommand::carryOut(const QStringList& uris, const QVariantMap& platformDa
     bool failed = false;
     QObject::connect(
         &bridge.commands(), &CommandCenter::commandDone, &bridge,
-        [&failed](const QString&, const QString&, bool ok, const QString&) { failed = failed || !ok; });
+        [&failed](CommandKind, const QString&, bool ok, const QString&) { failed = failed || !ok; });
     QObject::connect(&bridge.commands(), &CommandCenter::refused, &bridge, [&failed] { failed = true; });
     if (!bridge.start(&error, false)) {
         line(error);

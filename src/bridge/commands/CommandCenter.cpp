@@ -179,7 +179,7 @@ void CommandCenter::finish(CommandKind kind, const QString& mail, bool ok, const
         if (m_notifying)
             m_notifier->notify(failureTitle(kind), error);
     }
-    emit commandDone(name, mail, ok, error);
+    emit commandDone(kind, mail, ok, error);
     if (--m_pending == 0)
         emit idle();
 }

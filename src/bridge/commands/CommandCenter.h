@@ -58,8 +58,7 @@ signals:
     void synced(const QString& account, const QList<corvina::AccountSync::Snapshot>& snapshots,
                 const QDateTime& when);
     // A command was carried out, or failed with `error`; `mail` is the account as the command named it.
-    // `command` is the kind's name, as the status file records it.
-    void commandDone(const QString& command, const QString& mail, bool ok, const QString& error);
+    void commandDone(corvina::CommandKind kind, const QString& mail, bool ok, const QString& error);
     // A URL that is no command the bridge carries out; it was logged and nothing was done.
     void refused(const QString& uri, const QString& error);
     // The last pending command ended.

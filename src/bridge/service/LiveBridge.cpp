@@ -187,8 +187,9 @@ void LiveBridge::openUris(const QStringList& uris, const QVariantMap& platformDa
     m_commands.open(uris, platformData);
 }
 
-void LiveBridge::commandDone(const QString& command, const QString& mail, bool ok, const QString& error) {
-    m_status.recordCommand(command, mail, ok, error, QDateTime::currentDateTimeUtc());
+void LiveBridge::commandDone(CommandKind kind, const QString& mail, bool ok, const QString& error) {
+    // the kind becomes text only here, where the status file records it
+    m_status.recordCommand(commandName(kind), mail, ok, error, QDateTime::currentDateTimeUtc());
     writeStatus();
 }
 

@@ -95,7 +95,7 @@ private slots:
     void accountSynced(const QString& account, const QList<corvina::AccountSync::Snapshot>& snapshots,
                        const QDateTime& when);
     void accountFailed(const QString& account, const QString& error, const QDateTime& when, int retrySeconds);
-    void commandDone(const QString& command, const QString& mail, bool ok, const QString& error);
+    void commandDone(corvina::CommandKind kind, const QString& mail, bool ok, const QString& error);
 
 private:
     // The thread goes first (declared last): it is waited for, then the worker it ran.

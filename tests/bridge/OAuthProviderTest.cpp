@@ -216,6 +216,20 @@ TEST_F(OAuthProviderTest, TheAuthorizationPageRefusesWhatANativeAppMustNotSend) 
     }
 }
 
+TEST_F(OAuthProviderTest, AUserWhoDeniesSendsTheClientBackWithoutACode) {
+    ASSERT_TRUE(provider.deny(Ada));
+    const OAuthProvider::Reply reply = OAuthProvider::get(authorizeUrl());
+    ASSERT_EQ(reply.status, 302);
+    const QUrlQuery query{QUrl(reply.location())};
+    EXPECT_EQ(query.queryItemValue(QStringLiteral("error")), QStringLiteral("access_denied"));
+    EXPECT_EQ(query.queryItemValue(QStringLiteral("state"), QUrl::FullyDecoded), QStringLiteral("st&te =1"));
+    EXPECT_FALSE(query.hasQueryItem(QStringLiteral("code")));
+    // Someone else still signs in, and so does Ada once she approves again.
+    EXPECT_FALSE(authorize({{QStringLiteral("login_hint"), QStringLiteral("grace@example.org")}}).isEmpty());
+    ASSERT_TRUE(provider.deny(Ada, false));
+    EXPECT_EQ(redeem(authorize()).status, 200);
+}
+
 TEST_F(OAuthProviderTest, TheConfidentialClientNeedsItsSecret) {
     const QList<QPair<QString, QString>> confidential{
         {QStringLiteral("client_id"), QStringLiteral("corvina-secret")}};
@@ -417,7 +431,8 @@ TEST_F(DovecotTokenLoginTest, ARefusedLoginDoesNotHoldUpTheNextOnes) {
     for (int i = 0; i < 8; ++i)
         EXPECT_TRUE(login(xoauth2(Ada, QStringLiteral("not-a-token-%1").arg(i))).startsWith("NO"));
     EXPECT_TRUE(login(xoauth2(Ada, tokens->accessToken)).startsWith("OK"));
-    std::printf("eight refused logins and one accepted: %lld ms\n", static_cast<long long>(elapsed.elapsed()));
+    std::printf("eight refused logins and one accepted: %lld ms\n",
+                static_cast<long long>(elapsed.elapsed()));
     EXPECT_LT(elapsed.elapsed(), 12000);
 }
 

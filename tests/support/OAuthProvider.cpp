@@ -209,6 +209,19 @@ bool OAuthProvider::expire(const QString& user, QString* error) {
     return false;
 }
 
+bool OAuthProvider::deny(const QString& user, bool denying, QString* error) {
+    const Reply reply = postForm(
+        QUrl(baseUrl() + (denying ? QStringLiteral("/control/deny") : QStringLiteral("/control/allow"))),
+        {{QStringLiteral("user"), user}});
+    if (reply.status == 200)
+        return true;
+    if (error)
+        *error = QStringLiteral("deny failed: %1 %2")
+                     .arg(reply.status)
+                     .arg(reply.error + QString::fromUtf8(reply.body));
+    return false;
+}
+
 OAuthProvider::Stats OAuthProvider::stats(QString* error) const {
     const Reply reply = get(QUrl(baseUrl() + QStringLiteral("/control/stats")));
     Stats stats;

@@ -82,6 +82,9 @@ public:
     bool revoke(const QString& user, QString* error = nullptr);
     // The access tokens of `user` are no longer active; their refresh tokens stay good.
     bool expire(const QString& user, QString* error = nullptr);
+    // From now on `user` refuses at the authorization page (the redirect carries
+    // error=access_denied and the state, no code); with false, approves again.
+    bool deny(const QString& user, bool denying = true, QString* error = nullptr);
     Stats stats(QString* error = nullptr) const;
 
     // What the program logged: one line a request ("METHOD /path STATUS"), never a token.

@@ -21,6 +21,9 @@
 //   POST /control/mint    user=[&ttl=] -> tokens without any browser (tests only).
 //   POST /control/revoke  user= -> every grant and token of that user is gone.
 //   POST /control/expire  user= -> that user's access tokens are inactive (refresh tokens stay good).
+//   POST /control/deny    user= -> from now on that user refuses at the authorization page: the
+//                         redirect carries error=access_denied and the state, no code.
+//   POST /control/allow   user= -> undoes deny.
 //   GET  /control/stats   how many requests each endpoint had.
 // Pre-registered clients: "corvina-test" (public) and "corvina-secret" (confidential, secret
 // "s3cret-for-tests", by HTTP Basic or client_secret in the form).
@@ -33,6 +36,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRandomGenerator>
+#include <QSet>
 #include <QSocketNotifier>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -282,10 +286,18 @@ private:
         if (state.isEmpty())
             return error(400, QStringLiteral("invalid_request"), QStringLiteral("state is required"));
         const QString hint = q.value(QStringLiteral("login_hint"));
+        const QString user = hint.isEmpty() ? m_defaultUser : hint;
+        if (m_denying.contains(user)) {
+            // The person said no: the client learns it at its redirect, without a code (RFC 6749
+            // section 4.1.2.1).
+            Response response{302, QByteArray("Access denied.\n"), "text/plain"};
+            response.addHeader("Location", redirect.toUtf8() + (redirect.contains(u'?') ? "&" : "?") +
+                                               "error=access_denied&state=" + QUrl::toPercentEncoding(state));
+            return response;
+        }
         const QString code = randomToken();
-        m_codes.insert(code,
-                       Code{q.value(QStringLiteral("client_id")), redirect, challenge,
-                            hint.isEmpty() ? m_defaultUser : hint, q.value(QStringLiteral("scope")), now()});
+        m_codes.insert(code, Code{q.value(QStringLiteral("client_id")), redirect, challenge, user,
+                                  q.value(QStringLiteral("scope")), now()});
         const QByteArray location = redirect.toUtf8() + (redirect.contains(u'?') ? "&" : "?") +
                                     "code=" + code.toLatin1() + "&state=" + QUrl::toPercentEncoding(state);
         Response response{302, QByteArray("Signed in as the stand-in's user.\n"), "text/plain"};
@@ -495,6 +507,13 @@ private:
             revoked += removeOf(m_codes, user);
             return jsonResponse(QJsonObject{{QStringLiteral("revoked"), revoked}});
         }
+        if (what == "deny" || what == "allow") {
+            if (what == "deny")
+                m_denying.insert(user);
+            else
+                m_denying.remove(user);
+            return jsonResponse(QJsonObject{{QStringLiteral("denying"), m_denying.contains(user)}});
+        }
         if (what == "expire") {
             int expired = 0;
             for (AccessToken& token : m_access) {
@@ -536,6 +555,7 @@ private:
     QHash<QString, Code> m_codes;
     QHash<QString, AccessToken> m_access;
     QHash<QString, RefreshToken> m_refresh;
+    QSet<QString> m_denying; // users who refuse at the authorization page
     int m_tokenRequests = 0;
     int m_refreshRequests = 0;
     int m_introspections = 0;

@@ -7,10 +7,15 @@
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
 #include <QTcpSocket>
 #include <QThread>
+#include <QTimer>
 #include <QUrlQuery>
 #include <gtest/gtest.h>
 
@@ -228,6 +233,50 @@ TEST_F(OAuthProviderTest, AUserWhoDeniesSendsTheClientBackWithoutACode) {
     EXPECT_FALSE(authorize({{QStringLiteral("login_hint"), QStringLiteral("grace@example.org")}}).isEmpty());
     ASSERT_TRUE(provider.deny(Ada, false));
     EXPECT_EQ(redeem(authorize()).status, 200);
+}
+
+TEST_F(OAuthProviderTest, QtsOwnHttpClientGetsItsAnswers) {
+    // The sign-in speaks to providers through Qt's network stack (which keeps connections open
+    // and sends its own headers), not through the test's small client.
+    QNetworkAccessManager network;
+    auto finished = [](QNetworkReply* reply) {
+        QEventLoop loop;
+        QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(15000, &loop, &QEventLoop::quit);
+        if (!reply->isFinished())
+            loop.exec();
+        reply->deleteLater();
+        return reply;
+    };
+    QNetworkReply* metadata = finished(network.get(QNetworkRequest(QUrl(provider.metadataUrl()))));
+    EXPECT_EQ(metadata->error(), QNetworkReply::NoError) << metadata->errorString().toStdString();
+    EXPECT_EQ(QJsonDocument::fromJson(metadata->readAll()).object().value("token_endpoint").toString(),
+              provider.tokenUrl());
+
+    const QString code = authorize();
+    QNetworkRequest request{QUrl(provider.tokenUrl())};
+    request.setHeader(QNetworkRequest::ContentTypeHeader,
+                      QByteArrayLiteral("application/x-www-form-urlencoded"));
+    QNetworkReply* tokens = finished(network.post(
+        request,
+        OAuthProvider::formBody({{QStringLiteral("grant_type"), QStringLiteral("authorization_code")},
+                                 {QStringLiteral("code"), code},
+                                 {QStringLiteral("redirect_uri"), Redirect},
+                                 {QStringLiteral("client_id"), QStringLiteral("corvina-test")},
+                                 {QStringLiteral("code_verifier"), Verifier}})));
+    EXPECT_EQ(tokens->error(), QNetworkReply::NoError) << tokens->errorString().toStdString();
+    EXPECT_EQ(tokens->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
+    EXPECT_FALSE(
+        QJsonDocument::fromJson(tokens->readAll()).object().value("access_token").toString().isEmpty());
+
+    // A refusal arrives as the HTTP error it is, with its JSON body.
+    QNetworkReply* refused = finished(network.post(
+        request, OAuthProvider::formBody({{QStringLiteral("grant_type"), QStringLiteral("refresh_token")},
+                                          {QStringLiteral("refresh_token"), QStringLiteral("made-up")},
+                                          {QStringLiteral("client_id"), QStringLiteral("corvina-test")}})));
+    EXPECT_EQ(refused->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 400);
+    EXPECT_EQ(QJsonDocument::fromJson(refused->readAll()).object().value("error").toString(),
+              QStringLiteral("invalid_grant"));
 }
 
 TEST_F(OAuthProviderTest, TheConfidentialClientNeedsItsSecret) {

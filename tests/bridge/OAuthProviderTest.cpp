@@ -17,6 +17,8 @@
 #include <QThread>
 #include <QTimer>
 #include <QUrlQuery>
+#include <algorithm>
+#include <cstdio>
 #include <gtest/gtest.h>
 
 namespace corvina::test {

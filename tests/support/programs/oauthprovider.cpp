@@ -44,6 +44,7 @@
 #include <QUrl>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 
 namespace {

@@ -226,6 +226,59 @@ TEST_F(AccountCommandTest, AProviderThatAlsoSignsInMayBeGivenAnAppPassword) {
         GracePassword);
 }
 
+TEST_F(AccountCommandTest, SigningInWithOAuth2AsksNoPasswordAndNamesTheSignIn) {
+    // The address, the name, the way of signing in (oauth2, the default), a client id, no secret,
+    // the login name and the folders: nothing more.
+    const QByteArray input =
+        QStringList{"grace@gmail.com", "", "", "corvina-test", "", "", "", "", ""}.join(u'\n').toUtf8() +
+        '\n';
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString() << add.out.toStdString();
+    EXPECT_EQ(add.err, QString());
+    for (const char* notAsked : {"Password command", "Password (or app password)", "Certificate authority"})
+        EXPECT_FALSE(add.out.contains(QLatin1String(notAsked))) << notAsked << "\n" << add.out.toStdString();
+    EXPECT_TRUE(
+        add.out.endsWith(QStringLiteral("Added account gmail (grace@gmail.com) to %1; it signs in with "
+                                        "oauth2. Next, sign in in your browser: corvina-mail-bridge "
+                                        "--config %1 account signin gmail\n")
+                             .arg(config)))
+        << add.out.toStdString();
+    const BridgeConfig read = BridgeConfig::load(config);
+    ASSERT_EQ(read.accounts().size(), 1);
+    const BridgeConfig::Account& a = read.accounts().first();
+    EXPECT_EQ(a.problem, QString());
+    EXPECT_EQ(a.auth, BridgeConfig::Auth::OAuth2);
+    EXPECT_EQ(a.oauthProvider, QStringLiteral("google"));
+    EXPECT_EQ(a.oauthClientId, QStringLiteral("corvina-test"));
+    EXPECT_FALSE(configText().contains(QStringLiteral("oauthClientSecret")));
+    EXPECT_EQ(a.host, QStringLiteral("imap.gmail.com"));
+    EXPECT_EQ(a.user, QStringLiteral("grace@gmail.com"));
+    // Nothing went to the keyring: the sign-in keeps what it gets.
+    const SecretStore::Lookup lookup =
+        stored(QStringLiteral("gmail"), QStringLiteral("grace@gmail.com"), QStringLiteral("imap.gmail.com"));
+    EXPECT_EQ(lookup.error, QString());
+    EXPECT_FALSE(lookup.password.has_value());
+}
+
+TEST_F(AccountCommandTest, AProviderThatRefusesPasswordsIsNotOfferedOne) {
+    // The address, the name, no client id (the built-in one), no secret, the login name, the folders.
+    const QByteArray input =
+        QStringList{"grace@hotmail.com", "work", "", "", "", "", "", ""}.join(u'\n').toUtf8() + '\n';
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString() << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(QStringLiteral("Outlook.com and Microsoft 365: IMAP server "
+                                                "outlook.office365.com, port 993, tls.\nIt takes no password "
+                                                "over IMAP: you sign in in your browser (oauth2).\n")))
+        << add.out.toStdString();
+    EXPECT_FALSE(add.out.contains(QStringLiteral("Sign in: "))) << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(QStringLiteral("account signin work\n"))) << add.out.toStdString();
+    QSettings written(config, QSettings::IniFormat);
+    EXPECT_EQ(written.value(QStringLiteral("work/auth")).toString(), QStringLiteral("oauth2"));
+    EXPECT_EQ(written.value(QStringLiteral("work/oauthProvider")).toString(), QStringLiteral("microsoft"));
+    EXPECT_FALSE(written.contains(QStringLiteral("work/oauthClientId")));
+    EXPECT_EQ(BridgeConfig::load(config).accounts().value(0).problem, QString());
+}
+
 TEST_F(AccountCommandTest, AWayOfSigningInOtherThanTheTwoIsRefused) {
     const QByteArray input = "grace@gmail.com\nwork\nkerberos\n";
     const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);

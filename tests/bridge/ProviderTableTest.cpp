@@ -2,6 +2,8 @@
 // a table with anything wrong in it refused whole at load, with a line naming the entry.
 #include "bridge/config/ProviderTable.h"
 
+#include "bridge/config/AccountGroup.h"
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -91,6 +93,26 @@ TEST(ProviderTableTest, TheDomainIsMatchedWholeInAnyCase) {
     for (const char* address : {"ada@example.org", "ada@mail.gmail.com", "ada@gmail.com.example.org",
                                 "ada@notgmail.com", "gmail.com", "ada@", ""})
         EXPECT_FALSE(table.find(QLatin1String(address)).has_value()) << address;
+}
+
+TEST(ProviderTableTest, EveryBuiltInEntryMakesAnAccountTheBridgeReads) {
+    // The keys `account add` writes for a provider, read back by the bridge's own reading.
+    const ProviderTable table = builtIn();
+    for (const ProviderTable::Provider& p : table.providers()) {
+        SCOPED_TRACE(p.id.toStdString());
+        QVariantMap keys{{QStringLiteral("mail"), QStringLiteral("ada@") + p.domains.first()},
+                         {QStringLiteral("host"), p.host},
+                         {QStringLiteral("port"), QString::number(p.port)},
+                         {QStringLiteral("security"), p.security},
+                         {QStringLiteral("user"), QStringLiteral("ada")}};
+        if (p.auth == QLatin1String("oauth2")) {
+            keys.insert(QStringLiteral("auth"), p.auth);
+            keys.insert(QStringLiteral("oauthProvider"), p.oauthProvider);
+        } else {
+            keys.insert(QStringLiteral("passwordCommand"), QStringLiteral("pass show mail"));
+        }
+        EXPECT_EQ(AccountGroup(QStringLiteral("work"), keys).read().problem.toStdString(), "");
+    }
 }
 
 // A good table of one entry, to be spoiled a key at a time.

@@ -157,10 +157,159 @@ TEST_F(AccountCommandTest, AddAsksWithDefaultsAndTakesThemFromEmptyAnswers) {
     EXPECT_EQ(a.passwordCommand, QString());
     EXPECT_FALSE(configText().contains(QStringLiteral("caFile")));
     EXPECT_FALSE(configText().contains(QStringLiteral("passwordCommand")));
+    // A domain the providers table does not know: nothing is said of it, no sign-in is offered.
+    EXPECT_FALSE(add.out.contains(QStringLiteral("Sign in"))) << add.out.toStdString();
+    EXPECT_FALSE(configText().contains(QStringLiteral("auth")));
     EXPECT_EQ(stored(QStringLiteral("example"), QStringLiteral("grace@example.org"),
                      QStringLiteral("imap.example.org"))
                   .password.value_or(QString()),
               GracePassword);
+}
+
+TEST_F(AccountCommandTest, AKnownProviderFillsTheServerAndNamesTheAppPassword) {
+    // The address, then the defaults (name, login name, folders), no password command, the password.
+    const QByteArray input =
+        QStringList{"grace@fastmail.com", "", "", "", "", "", "", GracePassword}.join(u'\n').toUtf8() + '\n';
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString() << add.out.toStdString();
+    EXPECT_EQ(add.err, QString());
+    EXPECT_TRUE(
+        add.out.contains(QStringLiteral("Mail address: \nFastmail: IMAP server imap.fastmail.com, port "
+                                        "993, tls.\nIt needs an app password made for this program, "
+                                        "not the account's password.\n")))
+        << add.out.toStdString();
+    // The server, its security and port come from the table; the system's store knows its authority.
+    for (const char* notAsked : {"IMAP server [", "Security:", "Port", "Certificate authority", "Sign in:"})
+        EXPECT_FALSE(add.out.contains(QLatin1String(notAsked))) << notAsked << "\n" << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(QStringLiteral("Login name [grace@fastmail.com]: ")));
+    EXPECT_TRUE(add.out.contains(QStringLiteral("Password (or app password): ")));
+    const BridgeConfig read = BridgeConfig::load(config);
+    ASSERT_EQ(read.accounts().size(), 1);
+    const BridgeConfig::Account& a = read.accounts().first();
+    EXPECT_EQ(a.problem, QString());
+    EXPECT_EQ(a.name, QStringLiteral("fastmail"));
+    EXPECT_EQ(a.host, QStringLiteral("imap.fastmail.com"));
+    EXPECT_EQ(a.security, BridgeConfig::Security::Tls);
+    EXPECT_EQ(a.port, 993);
+    EXPECT_EQ(a.user, QStringLiteral("grace@fastmail.com"));
+    EXPECT_FALSE(configText().contains(QStringLiteral("auth"))); // a password is the bridge's default
+    EXPECT_EQ(stored(QStringLiteral("fastmail"), QStringLiteral("grace@fastmail.com"),
+                     QStringLiteral("imap.fastmail.com"))
+                  .password.value_or(QString()),
+              GracePassword);
+}
+
+TEST_F(AccountCommandTest, AProviderThatAlsoSignsInMayBeGivenAnAppPassword) {
+    const QByteArray input = QStringList{"grace@gmail.com", "", "password", "", "", "", "", "", GracePassword}
+                                 .join(u'\n')
+                                 .toUtf8() +
+                             '\n';
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString() << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(
+        QStringLiteral("Sign in in your browser (oauth2), or use an app password (password), made at "
+                       "https://myaccount.google.com/apppasswords.\n")))
+        << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(
+        QStringLiteral("Sign in: oauth2 (in your browser) or password (an app password) [oauth2]: ")));
+    EXPECT_FALSE(add.out.contains(QStringLiteral("OAuth client"))) << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(QStringLiteral("its password is in the Secret Service")));
+    QSettings written(config, QSettings::IniFormat);
+    EXPECT_EQ(written.value(QStringLiteral("gmail/host")).toString(), QStringLiteral("imap.gmail.com"));
+    EXPECT_EQ(written.value(QStringLiteral("gmail/port")).toString(), QStringLiteral("993"));
+    EXPECT_EQ(written.value(QStringLiteral("gmail/security")).toString(), QStringLiteral("tls"));
+    EXPECT_FALSE(written.contains(QStringLiteral("gmail/auth")));
+    EXPECT_FALSE(written.contains(QStringLiteral("gmail/oauthProvider")));
+    EXPECT_EQ(
+        stored(QStringLiteral("gmail"), QStringLiteral("grace@gmail.com"), QStringLiteral("imap.gmail.com"))
+            .password.value_or(QString()),
+        GracePassword);
+}
+
+TEST_F(AccountCommandTest, SigningInWithOAuth2AsksNoPasswordAndNamesTheSignIn) {
+    // The address, the name, the way of signing in (oauth2, the default), a client id, no secret,
+    // the login name and the folders: nothing more.
+    const QByteArray input =
+        QStringList{"grace@gmail.com", "", "", "corvina-test", "", "", "", "", ""}.join(u'\n').toUtf8() +
+        '\n';
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString() << add.out.toStdString();
+    EXPECT_EQ(add.err, QString());
+    for (const char* notAsked : {"Password command", "Password (or app password)", "Certificate authority"})
+        EXPECT_FALSE(add.out.contains(QLatin1String(notAsked))) << notAsked << "\n" << add.out.toStdString();
+    EXPECT_TRUE(
+        add.out.endsWith(QStringLiteral("Added account gmail (grace@gmail.com) to %1; it signs in with "
+                                        "oauth2. Next, sign in in your browser: corvina-mail-bridge "
+                                        "--config %1 account signin gmail\n")
+                             .arg(config)))
+        << add.out.toStdString();
+    const BridgeConfig read = BridgeConfig::load(config);
+    ASSERT_EQ(read.accounts().size(), 1);
+    const BridgeConfig::Account& a = read.accounts().first();
+    EXPECT_EQ(a.problem, QString());
+    EXPECT_EQ(a.auth, BridgeConfig::Auth::OAuth2);
+    EXPECT_EQ(a.oauthProvider, QStringLiteral("google"));
+    EXPECT_EQ(a.oauthClientId, QStringLiteral("corvina-test"));
+    EXPECT_FALSE(configText().contains(QStringLiteral("oauthClientSecret")));
+    EXPECT_EQ(a.host, QStringLiteral("imap.gmail.com"));
+    EXPECT_EQ(a.user, QStringLiteral("grace@gmail.com"));
+    // Nothing went to the keyring: the sign-in keeps what it gets.
+    const SecretStore::Lookup lookup =
+        stored(QStringLiteral("gmail"), QStringLiteral("grace@gmail.com"), QStringLiteral("imap.gmail.com"));
+    EXPECT_EQ(lookup.error, QString());
+    EXPECT_FALSE(lookup.password.has_value());
+}
+
+TEST_F(AccountCommandTest, AProviderThatRefusesPasswordsIsNotOfferedOne) {
+    // The address, the name, no client id (the built-in one), no secret, the login name, the folders.
+    const QByteArray input =
+        QStringList{"grace@hotmail.com", "work", "", "", "", "", "", ""}.join(u'\n').toUtf8() + '\n';
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString() << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(QStringLiteral("Outlook.com and Microsoft 365: IMAP server "
+                                                "outlook.office365.com, port 993, tls.\nIt takes no password "
+                                                "over IMAP: you sign in in your browser (oauth2).\n")))
+        << add.out.toStdString();
+    EXPECT_FALSE(add.out.contains(QStringLiteral("Sign in: "))) << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(QStringLiteral("account signin work\n"))) << add.out.toStdString();
+    QSettings written(config, QSettings::IniFormat);
+    EXPECT_EQ(written.value(QStringLiteral("work/auth")).toString(), QStringLiteral("oauth2"));
+    EXPECT_EQ(written.value(QStringLiteral("work/oauthProvider")).toString(), QStringLiteral("microsoft"));
+    EXPECT_FALSE(written.contains(QStringLiteral("work/oauthClientId")));
+    EXPECT_EQ(BridgeConfig::load(config).accounts().value(0).problem, QString());
+}
+
+TEST_F(AccountCommandTest, AWayOfSigningInOtherThanTheTwoIsRefused) {
+    const QByteArray input = "grace@gmail.com\nwork\nkerberos\n";
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    EXPECT_EQ(add.exitCode, 1);
+    EXPECT_EQ(
+        add.err,
+        QStringLiteral("corvina-mail-bridge: account add: sign in with oauth2 or password, not kerberos\n"));
+    EXPECT_FALSE(QFile::exists(config));
+}
+
+TEST_F(AccountCommandTest, ALocalBridgeProgramIsAskedForItsCertificateAuthority) {
+    // The address, the defaults (name, login name, folders), the certificate authority, no password
+    // command, the password.
+    const QString ca = configDir.filePath(QStringLiteral("bridge-cert.pem"));
+    QFile caFile(ca);
+    ASSERT_TRUE(caFile.open(QIODevice::WriteOnly));
+    caFile.write("-----BEGIN CERTIFICATE-----\n-----END CERTIFICATE-----\n");
+    caFile.close();
+    const QByteArray input =
+        QStringList{"grace@pm.me", "", "", "", "", "", ca, "", GracePassword}.join(u'\n').toUtf8() + '\n';
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, config, input);
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString() << add.out.toStdString();
+    EXPECT_TRUE(add.out.contains(QStringLiteral("Certificate authority file"))) << add.out.toStdString();
+    EXPECT_FALSE(add.out.contains(QStringLiteral("IMAP server ["))) << add.out.toStdString();
+    const BridgeConfig read = BridgeConfig::load(config);
+    ASSERT_EQ(read.accounts().size(), 1);
+    const BridgeConfig::Account& a = read.accounts().first();
+    EXPECT_EQ(a.host, QStringLiteral("127.0.0.1"));
+    EXPECT_EQ(a.port, 1143);
+    EXPECT_EQ(a.security, BridgeConfig::Security::StartTls);
+    EXPECT_EQ(a.caFile, ca);
 }
 
 TEST_F(AccountCommandTest, PlainImapIsNotAskedForACertificateAuthority) {

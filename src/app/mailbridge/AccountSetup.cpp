@@ -44,6 +44,29 @@ QString absolutePath(const QString& typed) {
     return QDir::cleanPath(QDir::current().absoluteFilePath(typed));
 }
 
+const QString Password = QStringLiteral("password");
+const QString OAuth2 = QStringLiteral("oauth2");
+
+// What a person is told of a known provider once its address is given: the server it takes, how to
+// sign in there, and the table's note.
+QString providerSummary(const ProviderTable::Provider& p) {
+    QStringList lines{QStringLiteral("%1: IMAP server %2, port %3, %4.")
+                          .arg(p.name, p.host, QString::number(p.port), p.security)};
+    const QString where =
+        p.appPasswordUrl.isNull() ? QString() : QStringLiteral(", made at %1").arg(p.appPasswordUrl);
+    if (p.passwordsRefused)
+        lines << QStringLiteral("It takes no password over IMAP: you sign in in your browser (oauth2).");
+    else if (p.auth == OAuth2 && p.appPassword)
+        lines << QStringLiteral("Sign in in your browser (oauth2), or use an app password (password)%1.")
+                     .arg(where);
+    else if (p.appPassword)
+        lines << QStringLiteral(
+                     "It needs an app password made for this program, not the account's password%1.")
+                     .arg(where);
+    lines << p.note;
+    return lines.join(u'\n');
+}
+
 // `text` as one word for a POSIX shell: as it is when it holds nothing the shell reads, else in
 // single quotes (a quote inside written '\'').
 QString shellWord(const QString& text) {
@@ -57,14 +80,14 @@ QString shellWord(const QString& text) {
 
 } // namespace
 
-QString AccountSetup::checkCommand(const QString& name) const {
+QString AccountSetup::commandFor(const QString& words, const QString& name) const {
     QString command = QStringLiteral("corvina-mail-bridge");
     // The hint must work as printed: a config other than the one the bridge reads by default is
     // named, by its absolute path, so that the command works from any folder.
     const QString path = QFileInfo(m_path).absoluteFilePath();
     if (path != QFileInfo(BridgeConfig::defaultPath()).absoluteFilePath())
         command += QStringLiteral(" --config ") + shellWord(path);
-    return command + QStringLiteral(" check ") + shellWord(name);
+    return command + u' ' + words + u' ' + shellWord(name);
 }
 
 AccountSetup::AccountSetup(QString configPath, QTextStream& in, QTextStream& out, QTextStream& err,
@@ -121,18 +144,46 @@ std::optional<QString> AccountSetup::askPassword() {
     return line;
 }
 
-QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config) const {
+QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config,
+                                                      const ProviderTable& providers) const {
     const auto fixed = [](const char* text) {
         return [value = QString::fromLatin1(text)](const Answers&) { return value; };
     };
     const auto answerTo = [](const char* key) {
         return [key = QString::fromLatin1(key)](const Answers& answers) { return answers.value(key); };
     };
+    // The provider of the address given, when the table knows its domain.
+    const auto providerOf = [&providers](const Answers& answers) {
+        return providers.find(answers.value(QStringLiteral("mail")));
+    };
+    // A known provider's server is filled in, not asked; anything else is a guess to be confirmed.
+    const auto unknownProvider = [providerOf](const Answers& answers) {
+        return !providerOf(answers).has_value();
+    };
+    // The table's entry, or the defaults offered for a domain it does not know.
+    const auto serverOf = [providerOf](const Answers& answers) {
+        const QString mail = answers.value(QStringLiteral("mail"));
+        return providerOf(answers).value_or(ProviderTable::fallback(mail));
+    };
     // The server's own authority is asked for TLS only: a company's or one's own server is the
-    // case where the system's store does not know it.
-    const auto withTls = [](const Answers& answers) {
+    // case where the system's store does not know it. A known provider's certificate is one the
+    // system trusts, except that of a bridge program on this computer, which makes its own.
+    const auto withTls = [providerOf](const Answers& answers) {
         const QString security = answers.value(QStringLiteral("security"));
-        return security == QLatin1String("tls") || security == QLatin1String("starttls");
+        if (security != QLatin1String("tls") && security != QLatin1String("starttls"))
+            return false;
+        const std::optional<ProviderTable::Provider> provider = providerOf(answers);
+        return !provider || provider->host == QLatin1String("127.0.0.1") ||
+               provider->host == QLatin1String("localhost");
+    };
+    const auto signsIn = [](const Answers& answers) {
+        return answers.value(QStringLiteral("auth")) == OAuth2;
+    };
+    const auto authCheck = [](QString& auth, const Answers&) {
+        auth = auth.toLower();
+        if (auth != Password && auth != OAuth2)
+            return QStringLiteral("sign in with oauth2 or password, not %1").arg(auth);
+        return QString();
     };
     const auto mailCheck = [this, &config](QString& mail, const Answers&) {
         if (mail.isEmpty() || !mail.contains(u'@'))
@@ -169,7 +220,12 @@ QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config
         {.key = QStringLiteral("mail"),
          .prompt = QStringLiteral("Mail address"),
          .what = QStringLiteral("the mail address"),
-         .check = mailCheck},
+         .check = mailCheck,
+         .told =
+             [providerOf](const Answers& answers) {
+                 const std::optional<ProviderTable::Provider> provider = providerOf(answers);
+                 return provider ? providerSummary(*provider) : QString();
+             }},
         {.key = QStringLiteral("group"),
          .prompt = QStringLiteral("Account name in bridge.conf"),
          .what = QStringLiteral("the account name"),
@@ -179,27 +235,63 @@ QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config
                  return suggestedName(answers.value(QStringLiteral("mail")), config);
              },
          .check = nameCheck},
+        // Asked only where the provider takes both; a provider that takes no password signs in.
+        {.key = QStringLiteral("auth"),
+         .prompt = QStringLiteral("Sign in: oauth2 (in your browser) or password (an app password)"),
+         .what = QStringLiteral("the way of signing in"),
+         .kept = Kept::UnlessBridgeDefault,
+         .defaultValue = [serverOf](const Answers& answers) { return serverOf(answers).auth; },
+         .asked =
+             [providerOf](const Answers& answers) {
+                 const std::optional<ProviderTable::Provider> p = providerOf(answers);
+                 return p && p->auth == OAuth2 && !p->passwordsRefused;
+             },
+         .check = authCheck,
+         .bridgeDefault = Password},
         {.key = QStringLiteral("host"),
          .prompt = QStringLiteral("IMAP server"),
          .what = QStringLiteral("the IMAP server"),
-         .defaultValue =
-             [](const Answers& answers) {
-                 return QStringLiteral("imap.") + answers.value(QStringLiteral("mail")).section(u'@', 1);
-             }},
+         .defaultValue = [serverOf](const Answers& answers) { return serverOf(answers).host; },
+         .asked = unknownProvider},
         {.key = QStringLiteral("security"),
          .prompt = QStringLiteral("Security: tls, starttls, or none (only for this computer)"),
          .what = QStringLiteral("the security"),
-         .defaultValue = fixed("tls"),
+         .defaultValue = [serverOf](const Answers& answers) { return serverOf(answers).security; },
+         .asked = unknownProvider,
          .check = lowerCase},
         {.key = QStringLiteral("port"),
          .prompt = QStringLiteral("Port"),
          .what = QStringLiteral("the port"),
          .defaultValue =
-             [](const Answers& answers) {
+             [providerOf](const Answers& answers) {
+                 if (const std::optional<ProviderTable::Provider> p = providerOf(answers))
+                     return QString::number(p->port);
                  return answers.value(QStringLiteral("security")) == QLatin1String("tls")
                             ? QStringLiteral("993")
                             : QStringLiteral("143");
-             }},
+             },
+         .asked = unknownProvider},
+        // Which provider's endpoints the sign-in uses: the table's, never asked.
+        {.key = QStringLiteral("oauthProvider"),
+         .prompt = QString(),
+         .what = QString(),
+         .kept = Kept::UnlessEmpty,
+         .defaultValue =
+             [serverOf, signsIn](const Answers& answers) {
+                 return signsIn(answers) ? serverOf(answers).oauthProvider : QString();
+             },
+         .asked = [](const Answers&) { return false; }},
+        {.key = QStringLiteral("oauthClientId"),
+         .prompt = QStringLiteral("OAuth client id registered with the provider (empty: the one built into "
+                                  "this program, if any)"),
+         .what = QStringLiteral("the OAuth client id"),
+         .kept = Kept::UnlessEmpty,
+         .asked = signsIn},
+        {.key = QStringLiteral("oauthClientSecret"),
+         .prompt = QStringLiteral("OAuth client secret (empty: none)"),
+         .what = QStringLiteral("the OAuth client secret"),
+         .kept = Kept::UnlessEmpty,
+         .asked = signsIn},
         {.key = QStringLiteral("user"),
          .prompt = QStringLiteral("Login name"),
          .what = QStringLiteral("the login name"),
@@ -227,15 +319,21 @@ QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config
          .prompt =
              QStringLiteral("Password command (empty: type the password now, kept in the Secret Service)"),
          .what = QStringLiteral("the password command"),
-         .kept = Kept::UnlessEmpty},
+         .kept = Kept::UnlessEmpty,
+         .asked = [signsIn](const Answers& answers) { return !signsIn(answers); }},
     };
 }
 
 std::optional<AccountSetup::Answers> AccountSetup::askAll(const QList<Question>& questions) {
     Answers answers;
     for (const Question& question : questions) {
-        if (question.asked && !question.asked(answers))
+        if (question.asked && !question.asked(answers)) {
+            // Deliberate: what is not asked is still decided, by its default (a known provider's
+            // server), so that the questions after it and the group see it.
+            if (question.defaultValue)
+                answers.insert(question.key, question.defaultValue(answers));
             continue;
+        }
         std::optional<QString> answer =
             ask(question.prompt, question.defaultValue ? question.defaultValue(answers) : QString());
         if (!answer) {
@@ -251,6 +349,11 @@ std::optional<AccountSetup::Answers> AccountSetup::askAll(const QList<Question>&
             }
         }
         answers.insert(question.key, *answer);
+        if (question.told) {
+            const QString told = question.told(answers);
+            if (!told.isEmpty())
+                m_out << told << Qt::endl;
+        }
     }
     return answers;
 }
@@ -277,6 +380,10 @@ AccountGroup AccountSetup::groupOf(const QList<Question>& questions, const Answe
             if (*it != question.defaultValue(answers))
                 keys.insert(question.key, *it);
             break;
+        case Kept::UnlessBridgeDefault:
+            if (*it != question.bridgeDefault)
+                keys.insert(question.key, *it);
+            break;
         }
     }
     return AccountGroup(name, keys);
@@ -284,7 +391,13 @@ AccountGroup AccountSetup::groupOf(const QList<Question>& questions, const Answe
 
 int AccountSetup::add() {
     const BridgeConfig config = BridgeConfig::load(m_path);
-    const QList<Question> asked = questions(config);
+    QString tableError;
+    const std::optional<ProviderTable> providers = ProviderTable::builtIn(&tableError);
+    // The table is compiled in, so this is a broken build; the questions still work without it.
+    if (!providers)
+        m_err << "corvina-mail-bridge: account add: " << tableError << "; every setting is asked" << Qt::endl;
+    const ProviderTable table = providers.value_or(ProviderTable());
+    const QList<Question> asked = questions(config, table);
     const std::optional<Answers> answers = askAll(asked);
     if (!answers)
         return Failed;
@@ -292,6 +405,18 @@ int AccountSetup::add() {
     const BridgeConfig::Account account = group.read();
     if (!account.problem.isEmpty())
         return fail(QStringLiteral("account add: %1; nothing was written").arg(account.problem));
+    if (group.keys().value(QStringLiteral("auth")).toString() == OAuth2) {
+        // No password at all: the sign-in in the browser gives the account its tokens, and that is
+        // a command of its own, run by the person when they are ready for the browser.
+        QString error;
+        if (!group.writeTo(m_path, &error))
+            return fail(QStringLiteral("account add: %1").arg(error));
+        m_out << "Added account " << group.name() << " ("
+              << group.keys().value(QStringLiteral("mail")).toString() << ") to " << m_path
+              << "; it signs in with oauth2. Next, sign in in your browser: "
+              << commandFor(QStringLiteral("account signin"), group.name()) << Qt::endl;
+        return Ok;
+    }
     if (group.keys().contains(QStringLiteral("passwordCommand"))) {
         // The command is the password's only home: nothing is asked, nothing stored. It is first
         // run by `check`, as when it was written into bridge.conf by hand.
@@ -300,8 +425,8 @@ int AccountSetup::add() {
             return fail(QStringLiteral("account add: %1").arg(error));
         m_out << "Added account " << group.name() << " ("
               << group.keys().value(QStringLiteral("mail")).toString() << ") to " << m_path
-              << "; its password comes from its passwordCommand. Try it: " << checkCommand(group.name())
-              << Qt::endl;
+              << "; its password comes from its passwordCommand. Try it: "
+              << commandFor(QStringLiteral("check"), group.name()) << Qt::endl;
         return Ok;
     }
     return storeAndWrite(group, account);
@@ -327,8 +452,8 @@ int AccountSetup::storeAndWrite(const AccountGroup& group, const BridgeConfig::A
         return fail(QStringLiteral("account add: %1").arg(error));
     }
     m_out << "Added account " << group.name() << " (" << group.keys().value(QStringLiteral("mail")).toString()
-          << ") to " << m_path
-          << "; its password is in the Secret Service. Try it: " << checkCommand(group.name()) << Qt::endl;
+          << ") to " << m_path << "; its password is in the Secret Service. Try it: "
+          << commandFor(QStringLiteral("check"), group.name()) << Qt::endl;
     return Ok;
 }
 

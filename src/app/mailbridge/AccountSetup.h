@@ -2,6 +2,7 @@
 
 #include "bridge/config/AccountGroup.h"
 #include "bridge/config/BridgeConfig.h"
+#include "bridge/config/ProviderTable.h"
 #include "bridge/config/SecretStore.h"
 
 #include <QList>
@@ -14,9 +15,11 @@
 
 namespace corvina {
 
-// The subcommands that change the accounts: `account add` asks for an account's settings and its
-// password (or a passwordCommand, then no password), writes the group into bridge.conf and the
-// password into the Secret Service;
+// The subcommands that change the accounts: `account add` asks for the mail address first; for a
+// provider of the providers table it fills in the server and the way of signing in, else it asks for
+// them. Then it asks for the rest and the password (or a passwordCommand, then no password; or,
+// signing in with oauth2, none: that is `account signin`), writes the group into bridge.conf and
+// the password into the Secret Service;
 // `account password` replaces a stored password; `account remove` takes both away again.
 //
 // Answers are read a line at a time from `in`: a person at a terminal types them (the password
@@ -41,6 +44,7 @@ private:
         Always,      // written as it is
         UnlessEmpty, // left out when empty: the bridge's default then holds
         UnlessDefault,
+        UnlessBridgeDefault, // left out when it is `bridgeDefault`, what the bridge takes without it
     };
     // One question of `account add`, in the order they are asked.
     struct Question {
@@ -50,14 +54,19 @@ private:
         Kept kept = Kept::Always;
         // The default offered from the answers before it; none when null.
         std::function<QString(const Answers&)> defaultValue = nullptr;
-        // Whether it is asked at all; always when null.
+        // Whether it is asked at all; always when null. One not asked takes its default, if any.
         std::function<bool(const Answers&)> asked = nullptr;
         // What is wrong with the answer (the whole line after "account add: "), or empty; it may
         // also put the answer in the form it is kept in. Anything is taken when null.
         std::function<QString(QString& answer, const Answers&)> check = nullptr;
+        // What is said once the answer is taken (lines for the person), or nothing when empty.
+        std::function<QString(const Answers&)> told = nullptr;
+        // For Kept::UnlessBridgeDefault.
+        QString bridgeDefault = QString();
     };
-    // The questions of `account add` against the accounts already in `config`.
-    QList<Question> questions(const BridgeConfig& config) const;
+    // The questions of `account add` against the accounts already in `config`, with the providers
+    // of `providers` known by their addresses' domains.
+    QList<Question> questions(const BridgeConfig& config, const ProviderTable& providers) const;
     // Asks `questions` in turn: the answers, or nothing once one failed (said on `m_err`).
     std::optional<Answers> askAll(const QList<Question>& questions);
     // The account's group from its answers: the keys the bridge's defaults do not already cover.
@@ -70,8 +79,9 @@ private:
     // The password as typed: without echo at a terminal, never trimmed. Nothing at the end of input.
     std::optional<QString> askPassword();
     int fail(const QString& text);
-    // The command that checks account `name`, as printed for a person to run in a shell.
-    QString checkCommand(const QString& name) const;
+    // The command `words` for account `name`, as printed for a person to run in a shell
+    // (`check work`, `account signin work`).
+    QString commandFor(const QString& words, const QString& name) const;
 
     QString m_path;
     QTextStream& m_in;

@@ -2,6 +2,7 @@
 #include "AccountSetup.h"
 #include "BridgeCommand.h"
 #include "ForegroundCommand.h"
+#include "GuessCommand.h"
 #include "OpenCommand.h"
 #include "bridge/config/BridgeConfig.h"
 
@@ -33,6 +34,10 @@ const char* const commandsHelp =
     "                    the desktop's Secret Service (keyring).\n"
     "                    Answers are read from standard input, one a line (an empty line takes the\n"
     "                    default in brackets): typed, the password without echo, or piped by a script\n"
+    "  account guess ADDRESS\n"
+    "                    print as JSON the server and sign-in `account add` would use for the address\n"
+    "                    (from the built-in providers table; status 1 for a domain it does not know);\n"
+    "                    see account guess --help\n"
     "  account password ACCOUNT\n"
     "                    ask for the account's password again and replace the stored one\n"
     "  account remove ACCOUNT\n"
@@ -86,15 +91,19 @@ int main(int argc, char* argv[]) {
                        "with --once and check, for each account's whole attempt."),
         QStringLiteral("SECONDS"), QStringLiteral("30"));
     parser.addOptions({help, version, once, config, timeout});
-    parser.addPositionalArgument(
-        QStringLiteral("command"),
-        QStringLiteral("account add | account list | account password ACCOUNT | account remove ACCOUNT | "
-                       "check [ACCOUNT] | open URL..."),
-        QStringLiteral("[command]"));
+    parser.addPositionalArgument(QStringLiteral("command"),
+                                 QStringLiteral("account add | account guess ADDRESS | account list | "
+                                                "account password ACCOUNT | account remove ACCOUNT | "
+                                                "check [ACCOUNT] | open URL..."),
+                                 QStringLiteral("[command]"));
     if (!parser.parse(QCoreApplication::arguments())) {
         err << "corvina-mail-bridge: " << parser.errorText() << Qt::endl;
         return corvina::BridgeCommand::UsageError;
     }
+    // `account guess` has a --help of its own, and reads no bridge.conf.
+    const QStringList words = parser.positionalArguments();
+    if (words.size() >= 2 && words[0] == QLatin1String("account") && words[1] == QLatin1String("guess"))
+        return corvina::GuessCommand(out, err).exec(words.mid(2), parser.isSet(help));
     if (parser.isSet(help)) {
         out << parser.helpText() << commandsHelp;
         return corvina::BridgeCommand::Ok;
@@ -112,7 +121,6 @@ int main(int argc, char* argv[]) {
 
     const QString path = parser.isSet(config) ? parser.value(config) : corvina::BridgeConfig::defaultPath();
     corvina::BridgeCommand command(corvina::BridgeConfig::load(path), out, err, timeoutSeconds);
-    const QStringList words = parser.positionalArguments();
     if (parser.isSet(once)) {
         if (!words.isEmpty()) {
             err << "corvina-mail-bridge: --once takes no command" << Qt::endl;

@@ -162,6 +162,107 @@ TEST_F(BridgeConfigTest, ACaFileIsAReadableFileFoundBesideTheConfig) {
     EXPECT_EQ(BridgeConfig::caFileProblem(dir.filePath(QStringLiteral("ca.pem"))), QString());
 }
 
+TEST_F(BridgeConfigTest, AuthIsPasswordUnlessSaidOtherwise) {
+    const BridgeConfig config = load("[a]\nmail = a@example.org\nhost = h\n"
+                                     "[b]\nmail = b@example.org\nhost = h\nauth = Password\n");
+    EXPECT_EQ(config.account(QStringLiteral("a"))->auth, BridgeConfig::Auth::Password);
+    EXPECT_EQ(config.account(QStringLiteral("a"))->problem, QString());
+    EXPECT_EQ(config.account(QStringLiteral("b"))->auth, BridgeConfig::Auth::Password);
+    EXPECT_EQ(config.account(QStringLiteral("b"))->problem, QString());
+    EXPECT_EQ(BridgeConfig::authName(BridgeConfig::Auth::Password), QStringLiteral("password"));
+    EXPECT_EQ(BridgeConfig::authName(BridgeConfig::Auth::OAuth2), QStringLiteral("oauth2"));
+    EXPECT_EQ(BridgeConfig::authName(BridgeConfig::Auth::Goa), QStringLiteral("goa"));
+}
+
+TEST_F(BridgeConfigTest, TheTokenKeysAreRead) {
+    const BridgeConfig config = load(
+        "[cmd]\nmail = a@example.org\nhost = h\nauth = oauth2\ntokenCommand = \"oauth-helper --account a\"\n"
+        "[own]\nmail = b@example.org\nhost = h\nauth = OAuth2\noauthProvider = custom\n"
+        "oauthClientId = corvina-test\noauthClientSecret = s3cret\n"
+        "oauthAuthorizeUrl = https://id.example.org/authorize\n"
+        "oauthTokenUrl = http://127.0.0.1:8080/token\noauthScope = \"imap offline\"\n"
+        "[ms]\nmail = c@example.org\nhost = h\nauth = oauth2\noauthProvider = Microsoft\n"
+        "[desk]\nmail = d@example.org\nhost = h\nauth = goa\ngoaId = account_1700000000_0\n");
+    const BridgeConfig::Account* cmd = config.account(QStringLiteral("cmd"));
+    EXPECT_EQ(cmd->problem, QString());
+    EXPECT_EQ(cmd->auth, BridgeConfig::Auth::OAuth2);
+    EXPECT_EQ(cmd->tokenCommand, QStringLiteral("oauth-helper --account a"));
+    EXPECT_TRUE(cmd->oauthProvider.isEmpty());
+    const BridgeConfig::Account* own = config.account(QStringLiteral("own"));
+    EXPECT_EQ(own->problem, QString());
+    EXPECT_EQ(own->auth, BridgeConfig::Auth::OAuth2);
+    EXPECT_EQ(own->oauthProvider, QStringLiteral("custom"));
+    EXPECT_EQ(own->oauthClientId, QStringLiteral("corvina-test"));
+    EXPECT_EQ(own->oauthClientSecret, QStringLiteral("s3cret"));
+    EXPECT_EQ(own->oauthAuthorizeUrl, QStringLiteral("https://id.example.org/authorize"));
+    EXPECT_EQ(own->oauthTokenUrl, QStringLiteral("http://127.0.0.1:8080/token"));
+    EXPECT_EQ(own->oauthScope, QStringLiteral("imap offline"));
+    EXPECT_EQ(config.account(QStringLiteral("ms"))->problem, QString());
+    EXPECT_EQ(config.account(QStringLiteral("ms"))->oauthProvider, QStringLiteral("microsoft"));
+    const BridgeConfig::Account* desk = config.account(QStringLiteral("desk"));
+    EXPECT_EQ(desk->problem, QString());
+    EXPECT_EQ(desk->auth, BridgeConfig::Auth::Goa);
+    EXPECT_EQ(desk->goaId, QStringLiteral("account_1700000000_0"));
+}
+
+TEST_F(BridgeConfigTest, EachWayOfLoggingInNeedsItsKeysAndNoOthers) {
+    const BridgeConfig config = load(
+        "[word]\nmail = a@example.org\nhost = h\nauth = kerberos\n"
+        "[bare]\nmail = b@example.org\nhost = h\nauth = oauth2\n"
+        "[which]\nmail = c@example.org\nhost = h\nauth = oauth2\noauthProvider = yahoo\n"
+        "[both]\nmail = d@example.org\nhost = h\nauth = oauth2\ntokenCommand = t\noauthProvider = google\n"
+        "[custom]\nmail = e@example.org\nhost = h\nauth = oauth2\noauthProvider = custom\n"
+        "[goa]\nmail = f@example.org\nhost = h\nauth = goa\n"
+        "[pw]\nmail = g@example.org\nhost = h\nauth = oauth2\ntokenCommand = t\npasswordCommand = p\n"
+        "[stray]\nmail = i@example.org\nhost = h\ntokenCommand = t\ngoaId = x\noauthProvider = google\n"
+        "oauthClientId = id\n");
+    EXPECT_EQ(config.account(QStringLiteral("word"))->problem,
+              QStringLiteral("auth must be password, oauth2 or goa, not kerberos"));
+    EXPECT_EQ(config.account(QStringLiteral("bare"))->problem,
+              QStringLiteral("auth = oauth2 needs a tokenCommand or an oauthProvider "
+                             "(google, microsoft, custom or discover)"));
+    EXPECT_EQ(config.account(QStringLiteral("which"))->problem,
+              QStringLiteral("oauthProvider must be google, microsoft, custom or discover, not yahoo"));
+    EXPECT_EQ(config.account(QStringLiteral("both"))->problem,
+              QStringLiteral("tokenCommand and oauthProvider cannot both be set; remove one"));
+    EXPECT_EQ(config.account(QStringLiteral("custom"))->problem,
+              QStringLiteral("oauthProvider custom needs oauthAuthorizeUrl; oauthProvider custom needs "
+                             "oauthTokenUrl; oauthProvider custom needs oauthScope"));
+    EXPECT_EQ(config.account(QStringLiteral("goa"))->problem, QStringLiteral("auth = goa needs goaId"));
+    EXPECT_EQ(config.account(QStringLiteral("pw"))->problem,
+              QStringLiteral("passwordCommand is only for auth = password; remove passwordCommand or auth"));
+    EXPECT_EQ(
+        config.account(QStringLiteral("stray"))->problem,
+        QStringLiteral("tokenCommand is only for auth = oauth2; remove tokenCommand or set auth = oauth2; "
+                       "goaId is only for auth = goa; remove goaId or set auth = goa; "
+                       "oauthProvider is only for auth = oauth2; remove it or set auth = oauth2; "
+                       "oauthClientId is only for auth = oauth2 with an oauthProvider; remove it"));
+}
+
+TEST_F(BridgeConfigTest, AProvidersEndpointsAreHttpsOrOnThisMachine) {
+    const auto head = [](const char* mail) {
+        return "mail = " + QByteArray(mail) +
+               "\nhost = h\nauth = oauth2\noauthProvider = custom\noauthScope = s\n";
+    };
+    const BridgeConfig config = load(
+        "[plain]\n" + head("a@example.org") +
+        "oauthAuthorizeUrl = http://id.example.org/authorize\n"
+        "oauthTokenUrl = https://id.example.org/token\n"
+        "[loop]\n" +
+        head("b@example.org") +
+        "oauthAuthorizeUrl = http://localhost:9000/authorize\n"
+        "oauthTokenUrl = \"http://[::1]:9000/token\"\n"
+        "[junk]\n" +
+        head("c@example.org") + "oauthAuthorizeUrl = not a url\noauthTokenUrl = ftp://127.0.0.1/token\n");
+    EXPECT_EQ(config.account(QStringLiteral("plain"))->problem,
+              QStringLiteral("oauthAuthorizeUrl must be an https URL (http only for 127.0.0.1, ::1 or "
+                             "localhost), not http://id.example.org/authorize"));
+    EXPECT_EQ(config.account(QStringLiteral("loop"))->problem, QString());
+    EXPECT_EQ(config.account(QStringLiteral("junk"))->problem,
+              QStringLiteral("oauthAuthorizeUrl not a url is not a URL; oauthTokenUrl must be an https URL "
+                             "(http only for 127.0.0.1, ::1 or localhost), not ftp://127.0.0.1/token"));
+}
+
 TEST_F(BridgeConfigTest, NoFileIsNoAccounts) {
     const BridgeConfig config = BridgeConfig::load(dir.filePath(QStringLiteral("absent.conf")));
     EXPECT_FALSE(config.exists());

@@ -5,6 +5,7 @@
 #include <QSet>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QUrl>
 
 namespace corvina {
 
@@ -21,6 +22,22 @@ QString text(const QSettings& settings, const QString& key) {
 bool isLoopback(const QString& host) {
     return host == QLatin1String("127.0.0.1") || host == QLatin1String("::1") ||
            host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0;
+}
+
+// What is wrong with `url` as a provider's endpoint, or empty. The sign-in sends a client secret
+// and receives tokens there, so only https will do; plain http only where nothing leaves this
+// machine (a provider run on loopback, as the tests do).
+QString endpointProblem(const QString& key, const QString& url) {
+    const QUrl parsed(url, QUrl::StrictMode);
+    if (!parsed.isValid() || parsed.host().isEmpty())
+        return QStringLiteral("%1 %2 is not a URL").arg(key, url);
+    const QString scheme = parsed.scheme().toLower();
+    if (scheme == QLatin1String("https"))
+        return QString();
+    if (scheme == QLatin1String("http") && isLoopback(parsed.host()))
+        return QString();
+    return QStringLiteral("%1 must be an https URL (http only for 127.0.0.1, ::1 or localhost), not %2")
+        .arg(key, url);
 }
 
 // Any text names a folder (ImapSession encodes it for the server), except control characters: no
@@ -50,6 +67,18 @@ QString BridgeConfig::securityName(Security security) {
         return QStringLiteral("starttls");
     case Security::None:
         return QStringLiteral("none");
+    }
+    return QString();
+}
+
+QString BridgeConfig::authName(Auth auth) {
+    switch (auth) {
+    case Auth::Password:
+        return QStringLiteral("password");
+    case Auth::OAuth2:
+        return QStringLiteral("oauth2");
+    case Auth::Goa:
+        return QStringLiteral("goa");
     }
     return QString();
 }
@@ -114,10 +143,33 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
     a.name = group;
     a.pollSeconds = poll;
     QStringList problems;
-    const QStringList known = {
-        "mail",   "name", "host",        "port",          "security", "user",     "enabled",
-        "inbox",  "todo", "memo",        "archive",       "trash",    "messages", "passwordCommand",
-        "caFile", "poll", "openCommand", "composeCommand"};
+    const QStringList known = {"mail",
+                               "name",
+                               "host",
+                               "port",
+                               "security",
+                               "user",
+                               "enabled",
+                               "inbox",
+                               "todo",
+                               "memo",
+                               "archive",
+                               "trash",
+                               "messages",
+                               "passwordCommand",
+                               "caFile",
+                               "poll",
+                               "openCommand",
+                               "composeCommand",
+                               "auth",
+                               "tokenCommand",
+                               "oauthProvider",
+                               "oauthClientId",
+                               "oauthClientSecret",
+                               "oauthAuthorizeUrl",
+                               "oauthTokenUrl",
+                               "oauthScope",
+                               "goaId"};
     for (const QString& key : settings.childKeys()) {
         if (!known.contains(key))
             problems << QStringLiteral("unknown key %1").arg(key);
@@ -202,6 +254,7 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
     }
 
     a.passwordCommand = text(settings, QStringLiteral("passwordCommand"));
+    readAuth(settings, &a, &problems);
     a.openCommand = text(settings, QStringLiteral("openCommand"));
     a.composeCommand = text(settings, QStringLiteral("composeCommand"));
 
@@ -218,6 +271,85 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
     settings.endGroup();
     a.problem = problems.join(QStringLiteral("; "));
     return a;
+}
+
+void BridgeConfig::readAuth(const QSettings& settings, Account* a, QStringList* problems) {
+    const QString auth = text(settings, QStringLiteral("auth")).toLower();
+    if (auth.isEmpty() || auth == QLatin1String("password"))
+        a->auth = Auth::Password;
+    else if (auth == QLatin1String("oauth2"))
+        a->auth = Auth::OAuth2;
+    else if (auth == QLatin1String("goa"))
+        a->auth = Auth::Goa;
+    else
+        *problems << QStringLiteral("auth must be password, oauth2 or goa, not %1").arg(auth);
+
+    a->tokenCommand = text(settings, QStringLiteral("tokenCommand"));
+    a->oauthProvider = text(settings, QStringLiteral("oauthProvider")).toLower();
+    a->oauthClientId = text(settings, QStringLiteral("oauthClientId"));
+    a->oauthClientSecret = text(settings, QStringLiteral("oauthClientSecret"));
+    a->oauthAuthorizeUrl = text(settings, QStringLiteral("oauthAuthorizeUrl"));
+    a->oauthTokenUrl = text(settings, QStringLiteral("oauthTokenUrl"));
+    a->oauthScope = text(settings, QStringLiteral("oauthScope"));
+    a->goaId = text(settings, QStringLiteral("goaId"));
+
+    // A key that the chosen way of logging in would not use is named rather than ignored: the
+    // person meant something by it, and a passwordCommand beside a token would leave it unclear
+    // which secret goes to the server.
+    if (a->auth != Auth::Password && !a->passwordCommand.isEmpty())
+        *problems << QStringLiteral(
+            "passwordCommand is only for auth = password; remove passwordCommand or auth");
+    if (a->auth != Auth::OAuth2 && !a->tokenCommand.isEmpty())
+        *problems << QStringLiteral(
+            "tokenCommand is only for auth = oauth2; remove tokenCommand or set auth = oauth2");
+    if (a->auth != Auth::Goa && !a->goaId.isEmpty())
+        *problems << QStringLiteral("goaId is only for auth = goa; remove goaId or set auth = goa");
+
+    const QStringList providers = {QStringLiteral("google"), QStringLiteral("microsoft"),
+                                   QStringLiteral("custom"), QStringLiteral("discover")};
+    if (a->auth == Auth::OAuth2) {
+        if (!a->oauthProvider.isEmpty() && !providers.contains(a->oauthProvider))
+            *problems << QStringLiteral("oauthProvider must be google, microsoft, custom or discover, not %1")
+                             .arg(a->oauthProvider);
+        if (a->tokenCommand.isEmpty() && a->oauthProvider.isEmpty())
+            *problems << QStringLiteral("auth = oauth2 needs a tokenCommand or an oauthProvider "
+                                        "(google, microsoft, custom or discover)");
+        if (!a->tokenCommand.isEmpty() && !a->oauthProvider.isEmpty())
+            *problems << QStringLiteral("tokenCommand and oauthProvider cannot both be set; remove one");
+        if (a->oauthProvider == QLatin1String("custom")) {
+            if (a->oauthAuthorizeUrl.isEmpty())
+                *problems << QStringLiteral("oauthProvider custom needs oauthAuthorizeUrl");
+            if (a->oauthTokenUrl.isEmpty())
+                *problems << QStringLiteral("oauthProvider custom needs oauthTokenUrl");
+            if (a->oauthScope.isEmpty())
+                *problems << QStringLiteral("oauthProvider custom needs oauthScope");
+        }
+    }
+    if (a->auth == Auth::Goa && a->goaId.isEmpty())
+        *problems << QStringLiteral("auth = goa needs goaId");
+
+    // The oauth* keys belong to a sign-in with a provider; anywhere else they would be ignored.
+    const QList<std::pair<const char*, QString>> oauthKeys = {{"oauthClientId", a->oauthClientId},
+                                                              {"oauthClientSecret", a->oauthClientSecret},
+                                                              {"oauthAuthorizeUrl", a->oauthAuthorizeUrl},
+                                                              {"oauthTokenUrl", a->oauthTokenUrl},
+                                                              {"oauthScope", a->oauthScope}};
+    if (!a->oauthProvider.isEmpty() && a->auth != Auth::OAuth2)
+        *problems << QStringLiteral(
+            "oauthProvider is only for auth = oauth2; remove it or set auth = oauth2");
+    for (const auto& [key, value] : oauthKeys) {
+        if (!value.isEmpty() && (a->auth != Auth::OAuth2 || a->oauthProvider.isEmpty()))
+            *problems << QStringLiteral("%1 is only for auth = oauth2 with an oauthProvider; remove it")
+                             .arg(QLatin1String(key));
+    }
+    const QList<std::pair<const char*, QString>> endpoints = {{"oauthAuthorizeUrl", a->oauthAuthorizeUrl},
+                                                              {"oauthTokenUrl", a->oauthTokenUrl}};
+    for (const auto& [key, url] : endpoints) {
+        if (url.isEmpty())
+            continue;
+        if (const QString problem = endpointProblem(QLatin1String(key), url); !problem.isEmpty())
+            *problems << problem;
+    }
 }
 
 const BridgeConfig::Account* BridgeConfig::account(const QString& nameOrMail) const {

@@ -21,6 +21,11 @@ public:
     // The session's own choice of how a connection is made safe; the file names it in words.
     using Security = ImapSession::Security;
 
+    // What an account logs in with (key `auth`): its password, an OAuth 2 access token (from a
+    // tokenCommand or the bridge's own sign-in with an oauthProvider), or the desktop's online
+    // accounts.
+    enum class Auth { Password, OAuth2, Goa };
+
     struct Account {
         QString name;        // the group's name
         QString mail;        // the address the widget shows; names the account's snapshot folder
@@ -42,6 +47,18 @@ public:
         QString openCommand;
         QString composeCommand;
         QString passwordCommand;
+        Auth auth = Auth::Password;
+        // auth = oauth2: a command that prints an access token, run like passwordCommand.
+        QString tokenCommand;
+        // auth = oauth2 without a tokenCommand: google, microsoft, custom or discover; else empty.
+        QString oauthProvider;
+        QString oauthClientId;
+        QString oauthClientSecret; // optional: a public client has none
+        // auth = oauth2 with oauthProvider custom: the provider's endpoints and the scope to ask for.
+        QString oauthAuthorizeUrl;
+        QString oauthTokenUrl;
+        QString oauthScope;
+        QString goaId;                        // auth = goa: the desktop's id of the account
         QString caFile;                       // absolute; the only authorities trusted for the server
         int messages = DefaultMessages;       // newest messages kept per list
         int pollSeconds = DefaultPollSeconds; // how often lists IDLE does not cover are read again
@@ -67,6 +84,8 @@ public:
     const Account* account(const QString& nameOrMail) const;
 
     static QString securityName(Security security);
+    // The word bridge.conf names `auth` with: password, oauth2 or goa.
+    static QString authName(Auth auth);
     // What is wrong with `absolutePath` as an account's caFile ("caFile ... cannot be read"), or
     // empty: it must be a file this user can read. `account add` asks the same at its prompt.
     static QString caFileProblem(const QString& absolutePath);
@@ -76,6 +95,8 @@ private:
     static Account readAccount(QSettings& settings, const QString& group, const QString& folder, int poll);
     // The "poll" key of the current group into `seconds`; what is wrong with it, or empty.
     static QString readPoll(const QSettings& settings, int* seconds);
+    // The keys of `auth` into `a`; each problem appended to `problems`.
+    static void readAuth(const QSettings& settings, Account* a, QStringList* problems);
 
     QString m_path;
     bool m_exists = false;

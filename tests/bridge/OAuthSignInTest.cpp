@@ -363,6 +363,91 @@ TEST_F(OAuthSignInTest, ThreadsOfOneAccountShareOneRefresh) {
     EXPECT_EQ(provider.stats().refreshRequests, 1);
 }
 
+// The program as a person runs it: `account signin` with the browser that $BROWSER names.
+struct SignInRun {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+class SignInProgramTest : public OAuthSignInTest {
+protected:
+    QString writeConfig(const QString& extra = QString()) {
+        const QString path = dir.filePath(QStringLiteral("bridge.conf"));
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(QStringLiteral("[work]\nmail = %1\nhost = 127.0.0.1\nsecurity = none\nport = 143\n%2")
+                       .arg(Mail, extra.isNull()
+                                      ? QStringLiteral("auth = oauth2\noauthProvider = custom\n"
+                                                       "oauthClientId = corvina-test\n"
+                                                       "oauthAuthorizeUrl = %1\noauthTokenUrl = %2\n"
+                                                       "oauthScope = mail\n")
+                                            .arg(provider.authorizeUrl(), provider.tokenUrl())
+                                      : extra)
+                       .toUtf8());
+        return path;
+    }
+
+    SignInRun signIn(const QString& config, const QString& mode) {
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("BROWSER"), browserScript(mode));
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(CORVINA_BRIDGE_BINARY),
+                      {QStringLiteral("--config"), config, QStringLiteral("--timeout"), QStringLiteral("20"),
+                       QStringLiteral("account"), QStringLiteral("signin"), QStringLiteral("work")});
+        SignInRun run;
+        if (!process.waitForFinished(60000))
+            return run;
+        run.exitCode = process.exitCode();
+        run.out = QString::fromUtf8(process.readAllStandardOutput());
+        run.err = QString::fromUtf8(process.readAllStandardError());
+        return run;
+    }
+};
+
+TEST_F(SignInProgramTest, AccountSigninKeepsTheRefreshTokenInTheKeyringAndNowhereElse) {
+    const QString config = writeConfig();
+    QFile file(config);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray before = file.readAll();
+    file.close();
+
+    const SignInRun run = signIn(config, QStringLiteral("follow"));
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(
+        run.out.contains(QStringLiteral("work: signed in as ada@example.org; the sign-in is kept in the "
+                                        "Secret Service")))
+        << run.out.toStdString();
+    EXPECT_TRUE(page().contains(OAuthSignIn::signedInPage()));
+    const std::optional<QString> refresh = storedRefreshToken(custom(), provider.tokenUrl());
+    ASSERT_TRUE(refresh.has_value());
+    EXPECT_FALSE(run.out.contains(*refresh));
+    EXPECT_FALSE(run.err.contains(*refresh));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll(), before);
+}
+
+TEST_F(SignInProgramTest, AForgedStateFailsTheCommandWithALineAndStoresNothing) {
+    const SignInRun run = signIn(writeConfig(), QStringLiteral("forge-state"));
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.contains(
+        QStringLiteral("corvina-mail-bridge: work: sign-in failed: sign-in refused: the "
+                       "browser came back with another sign-in's state; nothing was stored\n")))
+        << run.err.toStdString();
+    EXPECT_FALSE(storedRefreshToken(custom(), provider.tokenUrl()).has_value());
+}
+
+TEST_F(SignInProgramTest, AnAccountThatLogsInWithAPasswordHasNoSignIn) {
+    const SignInRun run =
+        signIn(writeConfig(QStringLiteral("passwordCommand = echo x\n")), QStringLiteral("follow"));
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err,
+              QStringLiteral("corvina-mail-bridge: work: sign-in failed: the account does not sign in with "
+                             "OAuth 2 (it needs auth = oauth2 and an oauthProvider)\n"));
+    EXPECT_EQ(provider.stats().authorizations, 0);
+}
+
 // Without a provider: what is refused before any request.
 TEST(OAuthEndpointsTest, PlainHttpIsTakenOnlyForThisMachine) {
     OAuthEndpoints::Settings s;

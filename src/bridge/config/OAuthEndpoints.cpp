@@ -106,7 +106,7 @@ std::optional<Discovered> fetchMetadata(const QUrl& issuer, QString* error, int 
         found.registrationUrl = QUrl(registration);
     const QJsonArray scopes = reply.json.value(QLatin1String("scopes_supported")).toArray();
     QStringList scopeWords;
-    for (const QJsonValue& scope : scopes)
+    for (const auto& scope : scopes)
         scopeWords << scope.toString();
     found.scope = scopeWords.join(u' ');
     for (const QUrl& endpoint : {found.authorizeUrl, found.tokenUrl}) {

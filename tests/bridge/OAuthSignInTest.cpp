@@ -319,6 +319,23 @@ TEST_F(OAuthSignInTest, ARevokedSignInNeedsASignInAndIsAskedOnce) {
               QStringLiteral("sign-in needed: the provider no longer accepts the sign-in of ada@example.org; "
                              "run corvina-mail-bridge account signin work"));
     EXPECT_EQ(provider.stats().tokenRequests, 1);
+
+    // Asked again (the next sync, the command thread), it says the same without asking the
+    // provider: the keyring still holds the refused refresh token.
+    const QString first = error;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(OAuthTokens::accessToken(s, &error, &failure, RequestMs).has_value());
+        EXPECT_EQ(failure, OAuthTokens::Failure::SignInNeeded);
+        EXPECT_EQ(error, first);
+    }
+    EXPECT_EQ(provider.stats().tokenRequests, 1);
+
+    // A new sign-in stores another refresh token, which is tried at once.
+    signedInWithoutBrowser(s);
+    const std::optional<QString> token = OAuthTokens::accessToken(s, &error, &failure, RequestMs);
+    ASSERT_TRUE(token.has_value()) << error.toStdString();
+    EXPECT_TRUE(activeForMail(*token));
+    EXPECT_EQ(provider.stats().tokenRequests, 2);
 }
 
 TEST_F(OAuthSignInTest, AnAccountThatNeverSignedInNeedsASignInWithoutAskingTheProvider) {

@@ -2,6 +2,7 @@
 
 #include "OAuthHttp.h"
 
+#include <QCryptographicHash>
 #include <QHash>
 #include <algorithm>
 #include <chrono>
@@ -20,6 +21,10 @@ struct Cached {
     std::timed_mutex refreshing;
     QString accessToken; // empty: none yet, or forgotten
     Clock::time_point expiresAt;
+    // The SHA-256 of the refresh token the provider last refused (a hash: no secret is kept for
+    // this). While the keyring still holds that one, asking again could only be refused again;
+    // a new sign-in (another process) stores another, which is then tried.
+    QByteArray refusedRefreshToken;
 };
 
 // The cache's map: held only to find or make an entry, never while the network is asked.
@@ -65,6 +70,11 @@ QString providerError(const OAuthHttp::Reply& reply) {
     if (!description.isEmpty())
         text += QStringLiteral(" (%1)").arg(description.left(200));
     return text;
+}
+
+QString refusedLine(const OAuthEndpoints::Settings& settings) {
+    return OAuthTokens::signInNeeded(
+        settings, QStringLiteral("the provider no longer accepts the sign-in of %1").arg(settings.mail));
 }
 
 } // namespace
@@ -115,6 +125,10 @@ std::optional<QString> OAuthTokens::accessToken(const OAuthEndpoints::Settings& 
         return failWith(
             error, failure, Failure::SignInNeeded,
             signInNeeded(settings, QStringLiteral("%1 has not signed in yet").arg(settings.mail)));
+    const QByteArray storedHash =
+        QCryptographicHash::hash(stored.password->toUtf8(), QCryptographicHash::Sha256);
+    if (storedHash == entry->refusedRefreshToken)
+        return failWith(error, failure, Failure::SignInNeeded, refusedLine(settings));
 
     OAuthHttp::Form form{{QStringLiteral("grant_type"), QStringLiteral("refresh_token")},
                          {QStringLiteral("refresh_token"), *stored.password},
@@ -134,12 +148,10 @@ std::optional<QString> OAuthTokens::accessToken(const OAuthEndpoints::Settings& 
     const QString code = reply.json.value(QLatin1String("error")).toString();
     // RFC 6749 5.2: the refresh token is invalid, expired or revoked. Only a new sign-in helps;
     // asking again would only be refused again.
-    if (code == QLatin1String("invalid_grant"))
-        return failWith(
-            error, failure, Failure::SignInNeeded,
-            signInNeeded(
-                settings,
-                QStringLiteral("the provider no longer accepts the sign-in of %1").arg(settings.mail)));
+    if (code == QLatin1String("invalid_grant")) {
+        entry->refusedRefreshToken = storedHash;
+        return failWith(error, failure, Failure::SignInNeeded, refusedLine(settings));
+    }
     if (reply.status != 200 || !code.isEmpty() || !reply.error.isEmpty())
         return failWith(
             error, failure, Failure::Other,

@@ -82,6 +82,9 @@ DovecotServer::~DovecotServer() {
 
 bool DovecotServer::writeConfig(QString* error) {
     const QString dir = m_dir.path();
+    const bool tokens = !m_introspectionUrl.isEmpty();
+    if (tokens && !writeOAuthConfig(error))
+        return false;
     const QString config =
         QStringLiteral("base_dir = %1/run\n"
                        "state_dir = %1/state\n"
@@ -90,7 +93,7 @@ bool DovecotServer::writeConfig(QString* error) {
                        "listen = 127.0.0.1\n"
                        "%3"
                        "disable_plaintext_auth = no\n"
-                       "auth_mechanisms = plain login\n"
+                       "auth_mechanisms = plain login%5\n"
                        // a refused login answers at once, so the wrong-password tests do not wait
                        "auth_failure_delay = 0\n"
                        "default_login_user = dovenull\n"
@@ -98,8 +101,10 @@ bool DovecotServer::writeConfig(QString* error) {
                        "mail_location = maildir:~/Maildir\n"
                        // what each session sent and received, for tests that check how little was fetched
                        "imap_logout_format = in=%i out=%o\n"
+                       "%6"
                        "passdb {\n"
                        "  driver = passwd-file\n"
+                       "%7"
                        "  args = scheme=PLAIN username_format=%u %1/passwd\n"
                        "}\n"
                        "userdb {\n"
@@ -131,7 +136,18 @@ bool DovecotServer::writeConfig(QString* error) {
                                         "ssl_key = <%1/tls/server.key\n")
                              .arg(dir)
                        : QStringLiteral("ssl = no\n"))
-            .arg(m_tls ? m_tlsPort : 0) +
+            .arg(m_tls ? m_tlsPort : 0)
+            .arg(tokens ? QStringLiteral(" xoauth2 oauthbearer") : QString())
+            // Tokens go to the provider only, passwords to the password file only: a token is
+            // never tried as a password.
+            .arg(tokens ? QStringLiteral("passdb {\n"
+                                         "  driver = oauth2\n"
+                                         "  mechanisms = xoauth2 oauthbearer\n"
+                                         "  args = %1/oauth2.conf\n"
+                                         "}\n")
+                              .arg(dir)
+                        : QString())
+            .arg(tokens ? QStringLiteral("  mechanisms = plain login\n") : QString()) +
         (m_capabilities.isEmpty() ? QString()
                                   : QStringLiteral("imap_capability = %1\n").arg(m_capabilities)) +
         // what each session's client sent, for tests that check which commands went out
@@ -152,6 +168,28 @@ bool DovecotServer::writeConfig(QString* error) {
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(config.toUtf8()) < 0) {
         if (error)
             *error = QStringLiteral("cannot write the Dovecot configuration: ") + file.errorString();
+        return false;
+    }
+    return true;
+}
+
+bool DovecotServer::writeOAuthConfig(QString* error) {
+    // Every token is asked about, at every login (force_introspection: nothing is taken from the
+    // token itself), so a token the provider revoked or let expire is refused at once. The auth
+    // cache is off (Dovecot's default), which the revocation tests rely on.
+    const QString config = QStringLiteral("introspection_url = %1\n"
+                                          "introspection_mode = post\n"
+                                          "force_introspection = yes\n"
+                                          "username_attribute = username\n"
+                                          "active_attribute = active\n"
+                                          "active_value = true\n"
+                                          // a provider that does not answer fails the login, not the test
+                                          "timeout_msecs = 10000\n")
+                               .arg(m_introspectionUrl);
+    QFile file(m_dir.filePath(QStringLiteral("oauth2.conf")));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(config.toUtf8()) < 0) {
+        if (error)
+            *error = QStringLiteral("cannot write Dovecot's oauth2 configuration: ") + file.errorString();
         return false;
     }
     return true;

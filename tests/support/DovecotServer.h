@@ -56,6 +56,12 @@ public:
     // the next start.
     void setSpecialUseFolders(bool on) { m_specialUse = on; }
 
+    // Before start() (or a restart): lets users log in with OAuth 2 access tokens as well
+    // (AUTHENTICATE XOAUTH2 and OAUTHBEARER), each checked by asking `introspectionUrl` (RFC 7662,
+    // the token POSTed as a form; OAuthProvider::introspectUrl()) whether it is active and whose it
+    // is. The token's user must be the one who logs in. Password logins work as before.
+    void enableTokenLogins(const QString& introspectionUrl) { m_introspectionUrl = introspectionUrl; }
+
     // Adds a user with a plain-text password; may be called while the server runs.
     void addUser(const QString& user, const QString& password);
     // Makes a folder ("INBOX" is always there) for `user`. Here and in deliver(), a folder is named
@@ -100,6 +106,7 @@ public:
 
 private:
     bool writeConfig(QString* error);
+    bool writeOAuthConfig(QString* error);
     bool waitForGreeting(QString* error);
     QString maildir(const QString& user, const QString& folder) const;
     void makeMaildir(const QString& path);
@@ -113,6 +120,7 @@ private:
     QString m_capabilities;
     bool m_specialUse = true;
     bool m_recordSessions = false;
+    QString m_introspectionUrl;
 };
 
 } // namespace corvina::test

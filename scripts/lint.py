@@ -80,7 +80,7 @@ QT_MODULES = {
     "bridge/service": {"Core", "DBus"},
     "bridge/commands": {"Core"},
     "bridge/sync": {"Core"},
-    "bridge/config": {"Core"},
+    "bridge/config": {"Core", "Network", "NetworkAuth"},
     "bridge/imap": {"Core"},
     "widget": {"Core", "Gui", "Widgets"},
     "views": {"Core", "Gui", "Widgets", "Svg"},

@@ -239,6 +239,24 @@ TEST_F(BridgeConfigTest, EachWayOfLoggingInNeedsItsKeysAndNoOthers) {
                        "oauthClientId is only for auth = oauth2 with an oauthProvider; remove it"));
 }
 
+TEST_F(BridgeConfigTest, ADiscoveredProvidersIssuerIsReadAndChecked) {
+    const BridgeConfig config =
+        load("[disc]\nmail = a@example.org\nhost = h\nauth = oauth2\noauthProvider = discover\n"
+             "oauthIssuer = http://127.0.0.1:8080\n"
+             "[plain]\nmail = b@example.org\nhost = h\nauth = oauth2\noauthProvider = discover\n"
+             "oauthIssuer = http://auth.example.org\n"
+             "[other]\nmail = c@example.org\nhost = h\nauth = oauth2\noauthProvider = google\n"
+             "oauthIssuer = https://auth.example.org\n");
+    EXPECT_EQ(config.account(QStringLiteral("disc"))->problem, QString());
+    EXPECT_EQ(config.account(QStringLiteral("disc"))->oauthIssuer, QStringLiteral("http://127.0.0.1:8080"));
+    EXPECT_EQ(
+        config.account(QStringLiteral("plain"))->problem,
+        QStringLiteral("oauthIssuer must be an https URL (http only for 127.0.0.1, ::1 or localhost), not "
+                       "http://auth.example.org"));
+    EXPECT_EQ(config.account(QStringLiteral("other"))->problem,
+              QStringLiteral("oauthIssuer is only for oauthProvider discover; remove it"));
+}
+
 TEST_F(BridgeConfigTest, AProvidersEndpointsAreHttpsOrOnThisMachine) {
     const auto head = [](const char* mail) {
         return "mail = " + QByteArray(mail) +

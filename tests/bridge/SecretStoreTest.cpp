@@ -79,6 +79,45 @@ TEST_F(SecretStoreTest, StoringAgainReplacesThePassword) {
     EXPECT_FALSE(store.lookup(Work).password.has_value());
 }
 
+TEST_F(SecretStoreTest, ASignInsSecretsAreKeptApartFromPasswordsAndClearedWithThem) {
+    const SecretStore::TokenKey refresh{QStringLiteral("work"), QStringLiteral("ada@example.org"),
+                                        QStringLiteral("https://auth.example.org"),
+                                        QStringLiteral("refresh-token")};
+    SecretStore::TokenKey clientId = refresh;
+    clientId.kind = QStringLiteral("client-id");
+    QString error;
+    ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("password"), &error))
+        << error.toStdString();
+    ASSERT_TRUE(store.storeToken(refresh, QStringLiteral("label"), QStringLiteral("refresh"), &error))
+        << error.toStdString();
+    ASSERT_TRUE(store.storeToken(clientId, QStringLiteral("label"), QStringLiteral("client"), &error))
+        << error.toStdString();
+    EXPECT_EQ(store.lookup(Work).password.value_or(QString()), QStringLiteral("password"));
+    EXPECT_EQ(store.lookupToken(refresh).password.value_or(QString()), QStringLiteral("refresh"));
+    EXPECT_EQ(store.lookupToken(clientId).password.value_or(QString()), QStringLiteral("client"));
+    // Another provider, another mail or another account has none.
+    SecretStore::TokenKey otherIssuer = refresh;
+    otherIssuer.issuer = QStringLiteral("https://other.example.org");
+    SecretStore::TokenKey otherMail = refresh;
+    otherMail.mail = QStringLiteral("grace@example.org");
+    SecretStore::TokenKey otherAccount = refresh;
+    otherAccount.account = QStringLiteral("home");
+    for (const SecretStore::TokenKey& other : {otherIssuer, otherMail, otherAccount}) {
+        const SecretStore::Lookup found = store.lookupToken(other);
+        EXPECT_EQ(found.error, QString());
+        EXPECT_FALSE(found.password.has_value());
+    }
+
+    ASSERT_TRUE(store.storeToken(refresh, QStringLiteral("label"), QStringLiteral("rotated"), &error));
+    EXPECT_EQ(store.lookupToken(refresh).password.value_or(QString()), QStringLiteral("rotated"));
+
+    // Removing the account removes its password and its sign-in.
+    ASSERT_TRUE(store.clear(QStringLiteral("work"), &error)) << error.toStdString();
+    EXPECT_FALSE(store.lookup(Work).password.has_value());
+    EXPECT_FALSE(store.lookupToken(refresh).password.has_value());
+    EXPECT_FALSE(store.lookupToken(clientId).password.has_value());
+}
+
 TEST_F(SecretStoreTest, AKeyringThatDoesNotAnswerIsGivenUpOnWithAClearError) {
     QString error;
     ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("one"), &error))

@@ -3,6 +3,7 @@
 #include "BridgeCommand.h"
 #include "ForegroundCommand.h"
 #include "OpenCommand.h"
+#include "SignInCommand.h"
 #include "bridge/config/BridgeConfig.h"
 
 #include <QCommandLineOption>
@@ -36,7 +37,13 @@ const char* const commandsHelp =
     "  account password ACCOUNT\n"
     "                    ask for the account's password again and replace the stored one\n"
     "  account remove ACCOUNT\n"
-    "                    remove the account from bridge.conf and its password from the Secret Service\n"
+    "                    remove the account from bridge.conf and its password or sign-in from the Secret\n"
+    "                    Service\n"
+    "  account signin ACCOUNT\n"
+    "                    sign in to an account with auth = oauth2 and an oauthProvider in your browser:\n"
+    "                    opens the provider's page (with $BROWSER when set, else xdg-open), waits up to\n"
+    "                    5 minutes (or --timeout) for it to come back, and keeps the refresh token in\n"
+    "                    the Secret Service. Run it again when the bridge says \"sign-in needed\"\n"
     "  account list      list the configured accounts and what is wrong with them\n"
     "  check [ACCOUNT]   connect to the account (by group name or mail), or to every enabled one,\n"
     "                    and say in one line what works or what is wrong\n"
@@ -89,6 +96,7 @@ int main(int argc, char* argv[]) {
     parser.addPositionalArgument(
         QStringLiteral("command"),
         QStringLiteral("account add | account list | account password ACCOUNT | account remove ACCOUNT | "
+                       "account signin ACCOUNT | "
                        "check [ACCOUNT] | open URL..."),
         QStringLiteral("[command]"));
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -122,6 +130,14 @@ int main(int argc, char* argv[]) {
     }
     if (words.size() == 2 && words[0] == QLatin1String("account") && words[1] == QLatin1String("list"))
         return command.listAccounts();
+    if (words.size() == 3 && words[0] == QLatin1String("account") && words[1] == QLatin1String("signin")) {
+        // A person may take a while in the browser: five minutes unless --timeout says otherwise;
+        // each request to the provider gets --timeout as everywhere else.
+        const int waitSeconds = parser.isSet(timeout) ? timeoutSeconds : 300;
+        return corvina::SignInCommand(corvina::BridgeConfig::load(path), out, err, waitSeconds,
+                                      timeoutSeconds)
+            .exec(words[2]);
+    }
     if (words.size() >= 2 && words[0] == QLatin1String("account")) {
         QTextStream in(stdin);
         corvina::AccountSetup setup(path, in, out, err, ::isatty(STDIN_FILENO) == 1);

@@ -169,6 +169,7 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
                                "oauthAuthorizeUrl",
                                "oauthTokenUrl",
                                "oauthScope",
+                               "oauthIssuer",
                                "goaId"};
     for (const QString& key : settings.childKeys()) {
         if (!known.contains(key))
@@ -291,6 +292,7 @@ void BridgeConfig::readAuth(const QSettings& settings, Account* a, QStringList* 
     a->oauthAuthorizeUrl = text(settings, QStringLiteral("oauthAuthorizeUrl"));
     a->oauthTokenUrl = text(settings, QStringLiteral("oauthTokenUrl"));
     a->oauthScope = text(settings, QStringLiteral("oauthScope"));
+    a->oauthIssuer = text(settings, QStringLiteral("oauthIssuer"));
     a->goaId = text(settings, QStringLiteral("goaId"));
 
     // A key that the chosen way of logging in would not use is named rather than ignored: the
@@ -325,6 +327,9 @@ void BridgeConfig::readAuth(const QSettings& settings, Account* a, QStringList* 
                 *problems << QStringLiteral("oauthProvider custom needs oauthScope");
         }
     }
+    if (!a->oauthIssuer.isEmpty() && !a->oauthProvider.isEmpty() &&
+        a->oauthProvider != QLatin1String("discover"))
+        *problems << QStringLiteral("oauthIssuer is only for oauthProvider discover; remove it");
     if (a->auth == Auth::Goa && a->goaId.isEmpty())
         *problems << QStringLiteral("auth = goa needs goaId");
 
@@ -333,7 +338,8 @@ void BridgeConfig::readAuth(const QSettings& settings, Account* a, QStringList* 
                                                               {"oauthClientSecret", a->oauthClientSecret},
                                                               {"oauthAuthorizeUrl", a->oauthAuthorizeUrl},
                                                               {"oauthTokenUrl", a->oauthTokenUrl},
-                                                              {"oauthScope", a->oauthScope}};
+                                                              {"oauthScope", a->oauthScope},
+                                                              {"oauthIssuer", a->oauthIssuer}};
     if (!a->oauthProvider.isEmpty() && a->auth != Auth::OAuth2)
         *problems << QStringLiteral(
             "oauthProvider is only for auth = oauth2; remove it or set auth = oauth2");
@@ -343,7 +349,8 @@ void BridgeConfig::readAuth(const QSettings& settings, Account* a, QStringList* 
                              .arg(QLatin1String(key));
     }
     const QList<std::pair<const char*, QString>> endpoints = {{"oauthAuthorizeUrl", a->oauthAuthorizeUrl},
-                                                              {"oauthTokenUrl", a->oauthTokenUrl}};
+                                                              {"oauthTokenUrl", a->oauthTokenUrl},
+                                                              {"oauthIssuer", a->oauthIssuer}};
     for (const auto& [key, url] : endpoints) {
         if (url.isEmpty())
             continue;

@@ -58,6 +58,9 @@ public:
         QString oauthAuthorizeUrl;
         QString oauthTokenUrl;
         QString oauthScope;
+        // auth = oauth2 with oauthProvider discover: the provider's address, whose published
+        // metadata names its endpoints; empty: https://<host>.
+        QString oauthIssuer;
         QString goaId;                        // auth = goa: the desktop's id of the account
         QString caFile;                       // absolute; the only authorities trusted for the server
         int messages = DefaultMessages;       // newest messages kept per list

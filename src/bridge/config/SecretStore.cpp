@@ -6,6 +6,8 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
 // GLib's headers name struct members "signals", which Qt defines as a keyword.
 #pragma push_macro("signals")
@@ -40,6 +42,35 @@ const SecretSchema* passwordSchema() {
         return s;
     }();
     return &schema;
+}
+
+// A sign-in's secrets live under a schema of their own, so that a password lookup never hands out
+// a token and the keyring shows them apart. `kind` tells the refresh token from the client id a
+// provider registered us under (see OAuthTokens).
+const SecretSchema* tokenSchema() {
+    static const SecretSchema schema = [] {
+        SecretSchema s{};
+        s.name = "org.corvina.mail.OAuth2";
+        s.flags = SECRET_SCHEMA_NONE;
+        s.attributes[0] = {"account", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[1] = {"mail", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[2] = {"issuer", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[3] = {"kind", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        s.attributes[4] = {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING};
+        return s;
+    }();
+    return &schema;
+}
+
+// An item's attributes as UTF-8, kept alive by whoever holds the list (the call's thread).
+using Attributes = std::vector<std::pair<QByteArray, QByteArray>>;
+
+// A table of `attributes` for libsecret's calls; it points into `attributes`, which must outlive it.
+GHashTable* attributeTable(const Attributes& attributes) {
+    GHashTable* table = g_hash_table_new(g_str_hash, g_str_equal);
+    for (const auto& [name, value] : attributes)
+        g_hash_table_insert(table, const_cast<char*>(name.constData()), const_cast<char*>(value.constData()));
+    return table;
 }
 
 // One libsecret call and what it left. Shared with the thread that makes the call, so that a call
@@ -110,47 +141,39 @@ QString failure(const QString& what, const Call& call, bool inTime, int timeoutM
                                                   : QStringLiteral("the Secret Service refused"));
 }
 
-} // namespace
-
-SecretStore::SecretStore(int timeoutMs) : m_timeoutMs(timeoutMs) {}
-
-bool SecretStore::store(const Key& key, const QString& label, const QString& password, QString* error) const {
+// Stores `secret` under `attributes`, replacing what was stored under exactly those.
+bool storeItem(const SecretSchema* schema, const Attributes& attributes, const QString& label,
+               const QString& secret, int timeoutMs, const QString& what, QString* error) {
     auto call = std::make_shared<Call>();
-    const QByteArray account = key.account.toUtf8();
-    const QByteArray user = key.user.toUtf8();
-    const QByteArray host = key.host.toUtf8();
     const QByteArray text = label.toUtf8();
     // Owned by the call's thread: it may outlive this function when the service hangs.
-    auto secret = std::make_shared<QByteArray>(password.toUtf8());
+    auto value = std::make_shared<QByteArray>(secret.toUtf8());
     const bool inTime = runBounded(
         call,
         [=](Call& c) {
-            c.ok = secret_password_store_sync(passwordSchema(), SECRET_COLLECTION_DEFAULT, text.constData(),
-                                              secret->constData(), c.cancellable, &c.error, "account",
-                                              account.constData(), "user", user.constData(), "host",
-                                              host.constData(), nullptr) != FALSE;
-            secret->fill('\0');
+            GHashTable* table = attributeTable(attributes);
+            c.ok = secret_password_storev_sync(schema, table, SECRET_COLLECTION_DEFAULT, text.constData(),
+                                               value->constData(), c.cancellable, &c.error) != FALSE;
+            g_hash_table_unref(table);
+            value->fill('\0');
         },
-        m_timeoutMs);
+        timeoutMs);
     if (inTime && call->ok)
         return true;
     if (error)
-        *error = failure(QStringLiteral("cannot store the password in the Secret Service"), *call, inTime,
-                         m_timeoutMs);
+        *error = failure(what, *call, inTime, timeoutMs);
     return false;
 }
 
-SecretStore::Lookup SecretStore::lookup(const Key& key) const {
+SecretStore::Lookup lookupItem(const SecretSchema* schema, const Attributes& attributes, int timeoutMs,
+                               const QString& what) {
     auto call = std::make_shared<Call>();
-    const QByteArray account = key.account.toUtf8();
-    const QByteArray user = key.user.toUtf8();
-    const QByteArray host = key.host.toUtf8();
     const bool inTime = runBounded(
         call,
         [=](Call& c) {
-            gchar* found = secret_password_lookup_sync(passwordSchema(), c.cancellable, &c.error, "account",
-                                                       account.constData(), "user", user.constData(), "host",
-                                                       host.constData(), nullptr);
+            GHashTable* table = attributeTable(attributes);
+            gchar* found = secret_password_lookupv_sync(schema, table, c.cancellable, &c.error);
+            g_hash_table_unref(table);
             c.ok = c.error == nullptr;
             if (found != nullptr) {
                 c.password = QString::fromUtf8(found);
@@ -158,14 +181,70 @@ SecretStore::Lookup SecretStore::lookup(const Key& key) const {
                 secret_password_free(found);
             }
         },
-        m_timeoutMs);
-    Lookup result;
+        timeoutMs);
+    SecretStore::Lookup result;
     if (inTime && call->ok)
         result.password = call->password;
     else
-        result.error = failure(QStringLiteral("cannot read the password from the Secret Service"), *call,
-                               inTime, m_timeoutMs);
+        result.error = failure(what, *call, inTime, timeoutMs);
     return result;
+}
+
+// Removes every item of `schema` that carries `attributes` (and any others).
+bool clearItems(const SecretSchema* schema, const Attributes& attributes, int timeoutMs, const QString& what,
+                QString* error) {
+    auto call = std::make_shared<Call>();
+    const bool inTime = runBounded(
+        call,
+        [=](Call& c) {
+            GHashTable* table = attributeTable(attributes);
+            // False with no error means there was nothing to remove.
+            secret_password_clearv_sync(schema, table, c.cancellable, &c.error);
+            g_hash_table_unref(table);
+            c.ok = c.error == nullptr;
+        },
+        timeoutMs);
+    if (inTime && call->ok)
+        return true;
+    if (error)
+        *error = failure(what, *call, inTime, timeoutMs);
+    return false;
+}
+
+Attributes passwordAttributes(const SecretStore::Key& key) {
+    return {{"account", key.account.toUtf8()}, {"user", key.user.toUtf8()}, {"host", key.host.toUtf8()}};
+}
+
+Attributes tokenAttributes(const SecretStore::TokenKey& key) {
+    return {{"account", key.account.toUtf8()},
+            {"mail", key.mail.toUtf8()},
+            {"issuer", key.issuer.toUtf8()},
+            {"kind", key.kind.toUtf8()}};
+}
+
+} // namespace
+
+SecretStore::SecretStore(int timeoutMs) : m_timeoutMs(timeoutMs) {}
+
+bool SecretStore::store(const Key& key, const QString& label, const QString& password, QString* error) const {
+    return storeItem(passwordSchema(), passwordAttributes(key), label, password, m_timeoutMs,
+                     QStringLiteral("cannot store the password in the Secret Service"), error);
+}
+
+SecretStore::Lookup SecretStore::lookup(const Key& key) const {
+    return lookupItem(passwordSchema(), passwordAttributes(key), m_timeoutMs,
+                      QStringLiteral("cannot read the password from the Secret Service"));
+}
+
+bool SecretStore::storeToken(const TokenKey& key, const QString& label, const QString& secret,
+                             QString* error) const {
+    return storeItem(tokenSchema(), tokenAttributes(key), label, secret, m_timeoutMs,
+                     QStringLiteral("cannot store the sign-in in the Secret Service"), error);
+}
+
+SecretStore::Lookup SecretStore::lookupToken(const TokenKey& key) const {
+    return lookupItem(tokenSchema(), tokenAttributes(key), m_timeoutMs,
+                      QStringLiteral("cannot read the sign-in from the Secret Service"));
 }
 
 void SecretStore::forgetService() {
@@ -173,23 +252,11 @@ void SecretStore::forgetService() {
 }
 
 bool SecretStore::clear(const QString& account, QString* error) const {
-    auto call = std::make_shared<Call>();
-    const QByteArray name = account.toUtf8();
-    const bool inTime = runBounded(
-        call,
-        [=](Call& c) {
-            // False with no error means there was nothing to remove.
-            secret_password_clear_sync(passwordSchema(), c.cancellable, &c.error, "account", name.constData(),
-                                       nullptr);
-            c.ok = c.error == nullptr;
-        },
-        m_timeoutMs);
-    if (inTime && call->ok)
-        return true;
-    if (error)
-        *error = failure(QStringLiteral("cannot remove the password from the Secret Service"), *call, inTime,
-                         m_timeoutMs);
-    return false;
+    const Attributes attributes{{"account", account.toUtf8()}};
+    return clearItems(passwordSchema(), attributes, m_timeoutMs,
+                      QStringLiteral("cannot remove the password from the Secret Service"), error) &&
+           clearItems(tokenSchema(), attributes, m_timeoutMs,
+                      QStringLiteral("cannot remove the sign-in from the Secret Service"), error);
 }
 
 } // namespace corvina

@@ -7,8 +7,9 @@ namespace corvina {
 
 // Account passwords in the desktop's Secret Service (the keyring), through libsecret, under the
 // schema "org.corvina.mail.Password" with the attributes account (the group name in bridge.conf),
-// user and host. A password is only ever handed to the caller: never logged, never written to a
-// file by the bridge.
+// user and host; and what an OAuth 2 sign-in keeps (its refresh token, a registered client id) under
+// the schema "org.corvina.mail.OAuth2" with the attributes account, mail, issuer and kind. A secret
+// is only ever handed to the caller: never logged, never written to a file by the bridge.
 //
 // libsecret's calls wait for the service without a limit of their own (a keyring that never
 // answers would hang the bridge), so each call runs on a thread of its own and is given up, with
@@ -27,8 +28,17 @@ public:
         QString host;
     };
 
+    // What names a sign-in's secret: the account's group and mail, the provider that issued it
+    // (its authorization server's address) and which secret it is ("refresh-token", "client-id").
+    struct TokenKey {
+        QString account;
+        QString mail;
+        QString issuer;
+        QString kind;
+    };
+
     struct Lookup {
-        std::optional<QString> password; // nothing when none is stored, or on failure
+        std::optional<QString> password; // the secret; nothing when none is stored, or on failure
         QString error;                   // one line when the Secret Service could not be asked
     };
 
@@ -40,8 +50,12 @@ public:
     // The password stored for exactly this account, user and host: a password is never handed to
     // another server than the one it was stored for.
     Lookup lookup(const Key& key) const;
-    // Removes every password stored for `account`, whatever user and host it was stored with.
-    // True when the keyring was asked, whether or not it held one.
+    // Stores (or replaces) a sign-in's secret.
+    bool storeToken(const TokenKey& key, const QString& label, const QString& secret, QString* error) const;
+    // The secret stored under exactly this key.
+    Lookup lookupToken(const TokenKey& key) const;
+    // Removes every password and every sign-in stored for `account`, whatever user, host or
+    // provider it was stored with. True when the keyring was asked, whether or not it held one.
     bool clear(const QString& account, QString* error) const;
 
     int timeoutMs() const { return m_timeoutMs; }

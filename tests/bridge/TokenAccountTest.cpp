@@ -3,7 +3,14 @@
 // token. The tokenCommand is a small script of the test's that prints the next line of a file of
 // tokens the test minted, and counts its runs.
 #include "BridgeTesting.h"
+#include "bridge/config/OAuthEndpoints.h"
+#include "bridge/config/OAuthTokens.h"
+#include "bridge/config/SecretStore.h"
+#include "bridge/service/LiveBridge.h"
+#include "bridge/sync/AccountWorker.h"
+#include "support/KeyringDaemon.h"
 #include "support/OAuthProvider.h"
+#include "support/PrivateSessionBus.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -11,6 +18,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
+#include <QThread>
+#include <atomic>
 #include <gtest/gtest.h>
 
 namespace corvina::test {
@@ -31,6 +40,8 @@ protected:
                      "n=$((n + 1))\n"
                      "echo $n > \"$1/runs\"\n"
                      "sed -n \"${n}p\" \"$1/tokens\"\n");
+        // Read now: a private session bus (with its keyring) may have been set up just before.
+        environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("XDG_STATE_HOME"), state.path());
     }
 
@@ -197,6 +208,119 @@ TEST_F(XOAuth2AccountTest, AServerOfferingOnlyXOAuth2IsLoggedInWithIt) {
     EXPECT_EQ(runs(), 2);
     EXPECT_EQ(loginsWith(QStringLiteral("XOAUTH2")), 1) << server.log().toStdString();
     EXPECT_EQ(loginsWith(QStringLiteral("OAUTHBEARER")), 0);
+}
+
+// auth = oauth2 with an oauthProvider: the bridge's own sign-in (OAuthTokens), its refresh token
+// kept in a real keyring as `account signin` keeps it, minted here without a browser.
+class ProviderAccountTest : public TokenAccountTest {
+protected:
+    void SetUp() override {
+        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        QString error;
+        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+        OAuthTokens::forgetAll();
+        OAuthEndpoints::forgetDiscovered();
+        TokenAccountTest::SetUp();
+    }
+    void TearDown() override {
+        keyring.stop();
+        SecretStore::forgetService();
+        OAuthTokens::forgetAll();
+        OAuthEndpoints::forgetDiscovered();
+    }
+    // The keys that make ada's account one of the bridge's own sign-in.
+    QVariantMap providerKeys() const {
+        return QVariantMap({{"passwordCommand", QVariant()},
+                            {"auth", "oauth2"},
+                            {"oauthProvider", "custom"},
+                            {"oauthClientId", QString::fromLatin1(OAuthProvider::ClientId)},
+                            {"oauthAuthorizeUrl", provider.authorizeUrl()},
+                            {"oauthTokenUrl", provider.tokenUrl()},
+                            {"oauthScope", "mail"}});
+    }
+    // Keeps a refresh token for ada as a sign-in would.
+    void signedIn(const BridgeConfig::Account& a) {
+        QString error;
+        const std::optional<OAuthProvider::Tokens> tokens = provider.mint(User, 0, &error);
+        ASSERT_TRUE(tokens) << error.toStdString();
+        const OAuthEndpoints::Settings settings = OAuthTokens::settingsOf(a);
+        ASSERT_TRUE(store.storeToken(OAuthTokens::refreshTokenKey(settings, a.oauthTokenUrl),
+                                     OAuthTokens::refreshTokenLabel(settings, a.oauthTokenUrl),
+                                     tokens->refreshToken, &error))
+            << error.toStdString();
+    }
+
+    KeyringDaemon keyring;
+    SecretStore store{10000};
+};
+
+TEST_F(ProviderAccountTest, AnAccessTokenThatExpiresBetweenTwoChecksIsRefreshedWithoutASignIn) {
+    const BridgeConfig::Account a = account(providerKeys());
+    signedIn(a);
+    const AccountSync::Result first = LiveBridge::checkAccount(a, 10);
+    EXPECT_TRUE(first.ok) << first.error.toStdString();
+    EXPECT_EQ(provider.stats().refreshRequests, 1);
+    // Still fresh: from memory, the provider not asked.
+    EXPECT_TRUE(LiveBridge::checkAccount(a, 10).ok);
+    EXPECT_EQ(provider.stats().refreshRequests, 1);
+    // Run out on the provider's side: the server refuses it, it is forgotten and refreshed once.
+    ASSERT_TRUE(provider.expire(User));
+    const AccountSync::Result again = LiveBridge::checkAccount(a, 10);
+    EXPECT_TRUE(again.ok) << again.error.toStdString();
+    EXPECT_EQ(provider.stats().refreshRequests, 2);
+    EXPECT_EQ(loginsWith(QStringLiteral("OAUTHBEARER")), 3) << server.log().toStdString();
+}
+
+TEST_F(ProviderAccountTest, ARevokedSignInSaysSignInNeededAndAsksTheProviderOnce) {
+    const QString config = writeConfig({{QStringLiteral("work"), accountKeys(providerKeys())}});
+    signedIn(BridgeConfig::load(config).accounts().first());
+    const BridgeRun good = run(QStringLiteral("--once"), config);
+    EXPECT_EQ(good.exitCode, 0) << good.err.toStdString();
+
+    ASSERT_TRUE(provider.revoke(User));
+    const int before = provider.stats().tokenRequests;
+    const BridgeRun once = run(QStringLiteral("--once"), config);
+    EXPECT_EQ(once.exitCode, 1);
+    const QString line = QStringLiteral("sign-in needed: the provider no longer accepts the sign-in of "
+                                        "ada@example.org; run corvina-mail-bridge account signin work");
+    EXPECT_EQ(once.err, QStringLiteral("work: ") + line + u'\n');
+    EXPECT_EQ(status().value(QStringLiteral("lastError")).toString(), line);
+    // One refresh refused, nothing more: no login with a token the provider no longer knows.
+    EXPECT_EQ(provider.stats().tokenRequests - before, 1);
+}
+
+// The follower's pace after a failure: a sign-in that ran out waits for the poll, not the backoff,
+// so the provider is not asked again every few seconds.
+TEST(SignInNeededPaceTest, ASignInNeededWaitsThePollOtherFailuresTheBackoff) {
+    for (const bool signIn : {true, false}) {
+        BridgeConfig::Account a;
+        a.name = QStringLiteral("work");
+        a.host = QStringLiteral("127.0.0.1");
+        a.pollSeconds = 300;
+        AccountWorker::Timing timing;
+        timing.firstRetrySeconds = 1;
+        std::atomic<int> asked = 0;
+        AccountWorker worker(
+            a, timing, [&](const BridgeConfig::Account&, QString* error) -> std::optional<AccountCredential> {
+                ++asked;
+                *error = signIn ? QStringLiteral("sign-in needed: run it")
+                                : QStringLiteral("tokenCommand t failed with status 1");
+                return std::nullopt;
+            });
+        std::atomic<int> retry = -1;
+        QObject::connect(
+            &worker, &AccountWorker::failed, &worker,
+            [&](const QString&, const QString&, const QDateTime&, int seconds) {
+                retry.store(seconds);
+                worker.stop();
+            },
+            Qt::DirectConnection);
+        std::unique_ptr<QThread> thread(QThread::create([&worker] { worker.run(); }));
+        thread->start();
+        ASSERT_TRUE(thread->wait(QDeadlineTimer(20000)));
+        EXPECT_EQ(retry.load(), signIn ? 300 : 1);
+        EXPECT_EQ(asked.load(), 1);
+    }
 }
 
 } // namespace

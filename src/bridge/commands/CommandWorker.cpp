@@ -65,7 +65,9 @@ void CommandWorker::enqueue(MessageCommand::Action action, const QString& messag
                 AccountCredential::refused(m_account);
                 m_credential = m_passwords(m_account, &error);
                 if (!m_credential) {
-                    outcome.error += QStringLiteral("; no new token: ") + error;
+                    outcome.error = error.startsWith(QLatin1String(AccountCredential::SignInNeeded))
+                                        ? MessageCommand::actionName(action) + QStringLiteral(": ") + error
+                                        : outcome.error + QStringLiteral("; no new token: ") + error;
                     emit finished(ticket, outcome);
                     return;
                 }

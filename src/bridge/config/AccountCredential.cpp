@@ -1,6 +1,7 @@
 #include "AccountCredential.h"
 
 #include "AccountPassword.h"
+#include "OAuthTokens.h"
 #include "PasswordCommand.h"
 
 namespace corvina {
@@ -24,10 +25,14 @@ std::optional<AccountCredential> AccountCredential::obtain(const BridgeConfig::A
         return AccountCredential(std::move(*password));
     }
     case BridgeConfig::Auth::OAuth2: {
-        if (account.tokenCommand.isEmpty())
-            return fail(QStringLiteral("auth = oauth2 with oauthProvider %1: this bridge cannot sign in "
-                                       "with a provider; use a tokenCommand")
-                            .arg(account.oauthProvider));
+        if (account.tokenCommand.isEmpty()) {
+            // The bridge's own sign-in: the line of a refused refresh starts with SignInNeeded.
+            OAuthTokens::Failure failure = OAuthTokens::Failure::None;
+            std::optional<QString> token = OAuthTokens::accessToken(account, error, &failure, timeoutMs);
+            if (!token)
+                return std::nullopt;
+            return AccountCredential::token(std::move(*token));
+        }
         std::optional<QString> token = PasswordCommand::run(
             account.tokenCommand, error, timeoutMs, QStringLiteral("tokenCommand"), QStringLiteral("token"));
         if (!token)
@@ -41,8 +46,9 @@ std::optional<AccountCredential> AccountCredential::obtain(const BridgeConfig::A
 }
 
 void AccountCredential::refused(const BridgeConfig::Account& account) {
-    // A tokenCommand is asked again at the next obtain(): nothing is kept here to forget.
-    Q_UNUSED(account);
+    // A tokenCommand is asked again at the next obtain(): nothing is kept for it to forget.
+    if (account.auth == BridgeConfig::Auth::OAuth2 && account.tokenCommand.isEmpty())
+        OAuthTokens::forget(account);
 }
 
 } // namespace corvina

@@ -10,7 +10,8 @@ namespace corvina {
 
 // What an account logs in with, by its `auth`: a password (auth = password: AccountPassword, its
 // passwordCommand or the Secret Service), or an OAuth 2 access token (auth = oauth2: printed by
-// its tokenCommand). Never logged, never written anywhere by the bridge.
+// its tokenCommand, or from the bridge's own sign-in with an oauthProvider, OAuthTokens). Never
+// logged, never written anywhere by the bridge.
 class AccountCredential {
 public:
     // A password: the common case, so a password converts without a word (the places that log in

@@ -172,7 +172,10 @@ bool AccountSync::ensureLoggedIn(const CredentialSource& source, Result& result)
     AccountCredential::refused(m_account);
     credential = source(m_account, &error);
     if (!credential) {
-        result.error = first + QStringLiteral("; no new token: ") + error;
+        // A sign-in that ran out is what the person must act on: its line alone, as it starts.
+        result.error = error.startsWith(QLatin1String(AccountCredential::SignInNeeded))
+                           ? error
+                           : first + QStringLiteral("; no new token: ") + error;
         return false;
     }
     result = Result();

@@ -3,9 +3,11 @@
 // token. The tokenCommand is a small script of the test's that prints the next line of a file of
 // tokens the test minted, and counts its runs.
 #include "BridgeTesting.h"
+#include "bridge/commands/CommandWorker.h"
 #include "bridge/config/OAuthEndpoints.h"
 #include "bridge/config/OAuthTokens.h"
 #include "bridge/config/SecretStore.h"
+#include "bridge/imap/ImapSession.h"
 #include "bridge/service/LiveBridge.h"
 #include "bridge/sync/AccountWorker.h"
 #include "support/KeyringDaemon.h"
@@ -14,11 +16,13 @@
 
 #include <QDir>
 #include <QDirIterator>
+#include <QEventLoop>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <QThread>
+#include <QTimer>
 #include <atomic>
 #include <gtest/gtest.h>
 
@@ -208,6 +212,75 @@ TEST_F(XOAuth2AccountTest, AServerOfferingOnlyXOAuth2IsLoggedInWithIt) {
     EXPECT_EQ(runs(), 2);
     EXPECT_EQ(loginsWith(QStringLiteral("XOAUTH2")), 1) << server.log().toStdString();
     EXPECT_EQ(loginsWith(QStringLiteral("OAUTHBEARER")), 0);
+}
+
+// The command worker (the widget's buttons) logs in with a token too, and fetches a refused one
+// again once. The tokens come from a source of the test's own that counts its calls.
+class TokenCommandWorkerTest : public TokenAccountTest {
+protected:
+    QString idOf(const QString& subject) {
+        ImapSession session({server.host(), server.port(), BridgeConfig::Security::None, 10, QString()});
+        if (!session.connectToServer() || !session.login(User, Password))
+            return QString();
+        const std::optional<ImapSession::Folder> opened = session.examine(QStringLiteral("INBOX"));
+        const auto envelopes = opened ? session.fetchNewest(10) : std::nullopt;
+        for (const ImapSession::Envelope& envelope :
+             envelopes ? *envelopes : QList<ImapSession::Envelope>()) {
+            if (envelope.subject == subject)
+                return AccountSync::messageIdFor(QStringLiteral("INBOX"), opened->uidValidity, envelope.uid);
+        }
+        return QString();
+    }
+    // Opens the message with the worker, whose source hands out `tokens` one a call.
+    MessageCommand::Outcome openWith(const QStringList& tokens) {
+        deliver(QStringLiteral("Open me"));
+        const QString id = idOf(QStringLiteral("Open me"));
+        EXPECT_FALSE(id.isEmpty());
+        CommandWorker worker(
+            account({{"passwordCommand", QVariant()}, {"auth", "oauth2"}, {"tokenCommand", "t"}}),
+            cache.path(), 10,
+            [this, tokens](const BridgeConfig::Account&, QString*) -> std::optional<AccountCredential> {
+                const int at = asked++;
+                return AccountCredential::token(tokens.value(at));
+            });
+        std::optional<MessageCommand::Outcome> outcome;
+        QObject::connect(&worker, &CommandWorker::finished, &worker,
+                         [&](int, const MessageCommand::Outcome& o) { outcome = o; });
+        worker.enqueue(MessageCommand::Action::Open, id, 1);
+        const QDeadlineTimer deadline(20000);
+        while (!outcome && !deadline.hasExpired()) {
+            QEventLoop loop;
+            QTimer::singleShot(20, &loop, &QEventLoop::quit);
+            loop.exec();
+        }
+        EXPECT_TRUE(outcome.has_value());
+        return outcome.value_or(MessageCommand::Outcome());
+    }
+
+    QTemporaryDir cache;
+    std::atomic<int> asked = 0;
+};
+
+TEST_F(TokenCommandWorkerTest, ARefusedTokenIsFetchedAgainOnceAndTheCommandIsCarriedOut) {
+    const QString expired = mint(true);
+    const MessageCommand::Outcome outcome = openWith({expired, mint()});
+    EXPECT_TRUE(outcome.ok) << outcome.error.toStdString();
+    EXPECT_EQ(asked, 2);
+}
+
+TEST_F(TokenCommandWorkerTest, ATokenRefusedTwiceFailsTheCommandWithALineSayingSo) {
+    const QString first = mint();
+    const QString second = mint();
+    ASSERT_TRUE(provider.revoke(User));
+    const MessageCommand::Outcome outcome = openWith({first, second, mint()});
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(outcome.failure, MessageCommand::Failure::LoginRefused);
+    EXPECT_TRUE(outcome.error.startsWith(QStringLiteral(
+        "open: the server refused a new token too: token login (OAUTHBEARER) refused for ada: ")))
+        << outcome.error.toStdString();
+    EXPECT_FALSE(outcome.error.contains(first));
+    EXPECT_FALSE(outcome.error.contains(second));
+    EXPECT_EQ(asked, 2);
 }
 
 // auth = oauth2 with an oauthProvider: the bridge's own sign-in (OAuthTokens), its refresh token

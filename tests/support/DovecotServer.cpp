@@ -137,15 +137,15 @@ bool DovecotServer::writeConfig(QString* error) {
                              .arg(dir)
                        : QStringLiteral("ssl = no\n"))
             .arg(m_tls ? m_tlsPort : 0)
-            .arg(tokens ? QStringLiteral(" xoauth2 oauthbearer") : QString())
+            .arg(tokens ? u' ' + m_tokenMechanisms : QString())
             // Tokens go to the provider only, passwords to the password file only: a token is
             // never tried as a password.
             .arg(tokens ? QStringLiteral("passdb {\n"
                                          "  driver = oauth2\n"
-                                         "  mechanisms = xoauth2 oauthbearer\n"
+                                         "  mechanisms = %2\n"
                                          "  args = %1/oauth2.conf\n"
                                          "}\n")
-                              .arg(dir)
+                              .arg(dir, m_tokenMechanisms)
                         : QString())
             .arg(tokens ? QStringLiteral("  mechanisms = plain login\n") : QString()) +
         (m_capabilities.isEmpty() ? QString()

@@ -60,7 +60,13 @@ public:
     // (AUTHENTICATE XOAUTH2 and OAUTHBEARER), each checked by asking `introspectionUrl` (RFC 7662,
     // the token POSTed as a form; OAuthProvider::introspectUrl()) whether it is active and whose it
     // is. The token's user must be the one who logs in. Password logins work as before.
-    void enableTokenLogins(const QString& introspectionUrl) { m_introspectionUrl = introspectionUrl; }
+    // `mechanisms` are the SASL mechanisms offered for tokens (AUTH= in the capabilities): "xoauth2"
+    // alone makes a server like the providers that have not taken up OAUTHBEARER.
+    void enableTokenLogins(const QString& introspectionUrl,
+                           const QString& mechanisms = QStringLiteral("xoauth2 oauthbearer")) {
+        m_introspectionUrl = introspectionUrl;
+        m_tokenMechanisms = mechanisms;
+    }
 
     // Adds a user with a plain-text password; may be called while the server runs.
     void addUser(const QString& user, const QString& password);
@@ -121,6 +127,7 @@ private:
     bool m_specialUse = true;
     bool m_recordSessions = false;
     QString m_introspectionUrl;
+    QString m_tokenMechanisms;
 };
 
 } // namespace corvina::test

@@ -43,22 +43,41 @@ void CommandWorker::enqueue(MessageCommand::Action action, const QString& messag
     QMetaObject::invokeMethod(
         m_context.get(),
         [this, action, messageId, ticket] {
-            // A password is asked for only when a connection must be made: the Secret Service and
-            // password commands are not bothered for every command of a row of them. The one that
-            // made the connection is kept for the command's own reconnection, if it needs one.
+            // A password (or token) is asked for only when a connection must be made: the Secret
+            // Service and password commands are not bothered for every command of a row of them.
+            // The one that made the connection is kept for the command's own reconnection, if it
+            // needs one.
             if (!m_command->isConnected()) {
                 QString error;
-                const std::optional<QString> found = m_passwords(m_account, &error);
-                if (!found) {
+                m_credential = m_passwords(m_account, &error);
+                if (!m_credential) {
                     MessageCommand::Outcome outcome;
                     outcome.failure = MessageCommand::Failure::LoginRefused;
                     outcome.error = MessageCommand::actionName(action) + QStringLiteral(": ") + error;
                     emit finished(ticket, outcome);
                     return;
                 }
-                m_password = *found;
             }
-            emit finished(ticket, m_command->run(action, messageId, m_password));
+            MessageCommand::Outcome outcome = m_command->run(action, messageId, *m_credential);
+            if (outcome.failure == MessageCommand::Failure::LoginRefused && m_credential->isToken()) {
+                // A token may have run out since it was fetched: one fresh token, one more try.
+                QString error;
+                AccountCredential::refused(m_account);
+                m_credential = m_passwords(m_account, &error);
+                if (!m_credential) {
+                    outcome.error = error.startsWith(QLatin1String(AccountCredential::SignInNeeded))
+                                        ? MessageCommand::actionName(action) + QStringLiteral(": ") + error
+                                        : outcome.error + QStringLiteral("; no new token: ") + error;
+                    emit finished(ticket, outcome);
+                    return;
+                }
+                outcome = m_command->run(action, messageId, *m_credential);
+                if (outcome.failure == MessageCommand::Failure::LoginRefused)
+                    outcome.error = MessageCommand::actionName(action) +
+                                    QStringLiteral(": the server refused a new token too: ") +
+                                    outcome.error.section(QStringLiteral(": "), 1, -1);
+            }
+            emit finished(ticket, outcome);
             m_idleClose->start(m_idleCloseMs);
         },
         Qt::QueuedConnection);

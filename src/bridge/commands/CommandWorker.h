@@ -9,6 +9,7 @@
 #include <QThread>
 #include <QTimer>
 #include <memory>
+#include <optional>
 
 namespace corvina {
 
@@ -53,8 +54,8 @@ private:
     // All three live on m_thread and are destroyed there when it finishes.
     std::unique_ptr<QObject> m_context; // the queue is its event queue
     std::unique_ptr<MessageCommand> m_command;
-    std::unique_ptr<QTimer> m_idleClose; // started again after each command; closes the connection
-    QString m_password;                  // used on m_thread only
+    std::unique_ptr<QTimer> m_idleClose;           // started again after each command; closes the connection
+    std::optional<AccountCredential> m_credential; // used on m_thread only
     int m_idleCloseMs = IdleCloseMs;
 };
 

@@ -76,7 +76,7 @@ QString MessageCommand::cacheFileName(const QString& mail, const AccountSync::Me
 }
 
 MessageCommand::Outcome MessageCommand::run(Action action, const QString& messageId,
-                                            const QString& password) {
+                                            const AccountCredential& credential) {
     if (!actsOnMessage(action)) {
         // Nothing is sent to the server: the command has no message to act on.
         Outcome outcome;
@@ -95,16 +95,16 @@ MessageCommand::Outcome MessageCommand::run(Action action, const QString& messag
         return outcome;
     }
     m_moveSent = false;
-    Outcome outcome = attempt(action, *address, password, false);
+    Outcome outcome = attempt(action, *address, credential, false);
     if (!outcome.ok && m_connectionFailed) {
         // Most often a connection that died while nobody used it (the server restarted, the network
         // changed): one fresh connection, one more try.
         m_sync.session().abandon();
-        outcome = attempt(action, *address, password, true);
+        outcome = attempt(action, *address, credential, true);
     }
     if (!outcome.ok || action == Action::Reply)
         return outcome;
-    const AccountSync::Result lists = m_sync.run(password);
+    const AccountSync::Result lists = m_sync.run(credential);
     if (lists.ok) {
         outcome.synced = true;
         outcome.snapshots = lists.snapshots;
@@ -154,11 +154,11 @@ MessageCommand::Outcome MessageCommand::sessionFailed(Action action,
 }
 
 MessageCommand::Outcome MessageCommand::attempt(Action action, const AccountSync::MessageAddress& address,
-                                                const QString& password, bool retry) {
+                                                const AccountCredential& credential, bool retry) {
     m_connectionFailed = false;
     ImapSession& session = m_sync.session();
     if (!session.isConnected()) {
-        if (!session.connectToServer() || !session.login(m_account.user, password)) {
+        if (!session.connectToServer() || !AccountSync::logIn(session, m_account, credential)) {
             Outcome outcome = sessionFailed(action, address);
             session.logout();
             return outcome;

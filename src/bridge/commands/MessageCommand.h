@@ -72,15 +72,15 @@ public:
 
     // Blocking. Connects and logs in when not connected, and keeps the connection for the next
     // command.
-    Outcome run(Action action, const QString& messageId, const QString& password);
+    Outcome run(Action action, const QString& messageId, const AccountCredential& credential);
 
     bool isConnected() const { return m_sync.session().isConnected(); }
     // Says goodbye to the server (bounded by the timeout): for a connection no command needs now.
     void close() { m_sync.session().logout(); }
 
 private:
-    Outcome attempt(Action action, const AccountSync::MessageAddress& address, const QString& password,
-                    bool retry);
+    Outcome attempt(Action action, const AccountSync::MessageAddress& address,
+                    const AccountCredential& credential, bool retry);
     Outcome moveMessage(Action action, const AccountSync::MessageAddress& address, bool retry);
     Outcome openMessage(const AccountSync::MessageAddress& address);
     Outcome replyTo(const AccountSync::MessageAddress& address);

@@ -8,7 +8,8 @@
 
 namespace corvina {
 
-std::optional<QString> PasswordCommand::run(const QString& commandLine, QString* error, int timeoutMs) {
+std::optional<QString> PasswordCommand::run(const QString& commandLine, QString* error, int timeoutMs,
+                                            const QString& key, const QString& what) {
     auto fail = [error](const QString& why) {
         if (error)
             *error = why;
@@ -16,15 +17,15 @@ std::optional<QString> PasswordCommand::run(const QString& commandLine, QString*
     };
     QStringList words = CommandLine::words(commandLine);
     if (words.isEmpty())
-        return fail(QStringLiteral("passwordCommand is empty"));
+        return fail(QStringLiteral("%1 is empty").arg(key));
     const QString program = words.takeFirst();
     QProcess process;
     // The command may ask for a passphrase through its own agent, never on our standard input.
     process.setStandardInputFile(QProcess::nullDevice());
     process.start(program, words);
     if (!process.waitForStarted(timeoutMs))
-        return fail(QStringLiteral("passwordCommand %1 could not be started: %2")
-                        .arg(program, process.errorString()));
+        return fail(
+            QStringLiteral("%1 %2 could not be started: %3").arg(key, program, process.errorString()));
     // Read as it comes, so that a command that prints without end is stopped at the bound instead
     // of filling our memory (or being sent to the server as a password).
     const QDeadlineTimer deadline(timeoutMs);
@@ -39,18 +40,16 @@ std::optional<QString> PasswordCommand::run(const QString& commandLine, QString*
         if (printed.size() > MaximumOutputBytes) {
             process.kill();
             process.waitForFinished(1000);
-            return fail(QStringLiteral("passwordCommand %1 printed more than %2 bytes")
-                            .arg(program)
-                            .arg(MaximumOutputBytes));
+            return fail(
+                QStringLiteral("%1 %2 printed more than %3 bytes").arg(key, program).arg(MaximumOutputBytes));
         }
         if (process.state() == QProcess::NotRunning)
             break;
         if (deadline.hasExpired()) {
             process.kill();
             process.waitForFinished(1000);
-            return fail(QStringLiteral("passwordCommand %1 did not finish within %2 s")
-                            .arg(program)
-                            .arg(timeoutMs / 1000));
+            return fail(
+                QStringLiteral("%1 %2 did not finish within %3 s").arg(key, program).arg(timeoutMs / 1000));
         }
         const int wait = static_cast<int>(qMin<qint64>(deadline.remainingTime(), 1000));
         // False at once when the command closed its output but goes on: then wait for its end.
@@ -59,11 +58,10 @@ std::optional<QString> PasswordCommand::run(const QString& commandLine, QString*
     }
     if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
         const QString stderrLine = QString::fromUtf8(errors).section(u'\n', 0, 0).trimmed();
-        QString why = process.exitStatus() != QProcess::NormalExit
-                          ? QStringLiteral("passwordCommand %1 crashed").arg(program)
-                          : QStringLiteral("passwordCommand %1 failed with status %2")
-                                .arg(program)
-                                .arg(process.exitCode());
+        QString why =
+            process.exitStatus() != QProcess::NormalExit
+                ? QStringLiteral("%1 %2 crashed").arg(key, program)
+                : QStringLiteral("%1 %2 failed with status %3").arg(key, program).arg(process.exitCode());
         if (!stderrLine.isEmpty())
             why += QStringLiteral(": ") + stderrLine;
         return fail(why);
@@ -75,7 +73,7 @@ std::optional<QString> PasswordCommand::run(const QString& commandLine, QString*
     if (output.endsWith(u'\r'))
         output.chop(1);
     if (output.isEmpty())
-        return fail(QStringLiteral("passwordCommand %1 printed no password").arg(program));
+        return fail(QStringLiteral("%1 %2 printed no %3").arg(key, program, what));
     return output;
 }
 

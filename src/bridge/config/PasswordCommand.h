@@ -18,9 +18,12 @@ public:
     static constexpr qint64 MaximumOutputBytes = 64 * 1024;
 
     // The password, or nothing with `error` set to one line (the command's exit status and the
-    // first line it wrote on stderr; never its output).
+    // first line it wrote on stderr; never its output). `key` names the command in that line and
+    // `what` what it should have printed: a tokenCommand is run by the same code, for a token.
     static std::optional<QString> run(const QString& commandLine, QString* error,
-                                      int timeoutMs = DefaultTimeoutMs);
+                                      int timeoutMs = DefaultTimeoutMs,
+                                      const QString& key = QStringLiteral("passwordCommand"),
+                                      const QString& what = QStringLiteral("password"));
 };
 
 } // namespace corvina

@@ -4,6 +4,7 @@
 #include "GuardedStream.h"
 #include "ImapFolderName.h"
 #include "MessageHeaders.h"
+#include "TokenLogin.h"
 
 #include <QDeadlineTimer>
 #include <cerrno>
@@ -354,6 +355,171 @@ bool ImapSession::login(const QString& user, const QString& password) {
                         .arg(user, server.isEmpty() ? QString() : QStringLiteral(": ") + server));
     }
     return check(result, QStringLiteral("LOGIN"));
+}
+
+std::optional<QSet<QByteArray>> ImapSession::capabilitiesBeforeLogin() {
+    QSet<QByteArray> names;
+    auto collect = [&names](const mailimap_capability_data* caps) {
+        if (caps == nullptr || caps->cap_list == nullptr)
+            return;
+        for (clistiter* it = clist_begin(caps->cap_list); it != nullptr; it = clist_next(it)) {
+            const auto* cap = static_cast<const struct mailimap_capability*>(clist_content(it));
+            if (cap == nullptr)
+                continue;
+            if (cap->cap_type == MAILIMAP_CAPABILITY_NAME && cap->cap_data.cap_name != nullptr)
+                names.insert(QByteArray(cap->cap_data.cap_name).toUpper());
+            // libetpan keeps "AUTH=X" apart, as the mechanism X alone.
+            if (cap->cap_type == MAILIMAP_CAPABILITY_AUTH_TYPE && cap->cap_data.cap_auth_type != nullptr)
+                names.insert("AUTH=" + QByteArray(cap->cap_data.cap_auth_type).toUpper());
+        }
+    };
+    const mailimap_connection_info* info = m_imap->imap_connection_info;
+    if (info != nullptr && info->imap_capability != nullptr) {
+        collect(info->imap_capability);
+        return names;
+    }
+    mailimap_capability_data* caps = nullptr;
+    arm();
+    const int result = mailimap_capability(m_imap, &caps);
+    if (result == MAILIMAP_NO_ERROR)
+        collect(caps);
+    // The answer may also be kept as the connection's own; never free that one.
+    info = m_imap != nullptr ? m_imap->imap_connection_info : nullptr;
+    if (caps != nullptr && (info == nullptr || info->imap_capability != caps))
+        mailimap_capability_data_free(caps);
+    if (!check(result, QStringLiteral("CAPABILITY")))
+        return std::nullopt;
+    return names;
+}
+
+bool ImapSession::sendRaw(const QByteArray& line, const QString& what) {
+    if (mailstream_write(m_imap->imap_stream, line.constData(), static_cast<size_t>(line.size())) < 0 ||
+        mailstream_flush(m_imap->imap_stream) < 0) {
+        const QString broken = brokenText(what, MAILIMAP_ERROR_STREAM);
+        closeQuietly();
+        return fail(Failure::ConnectionLost, broken);
+    }
+    return true;
+}
+
+std::optional<QByteArray> ImapSession::readRawLine(const QString& what) {
+    MMAPString* buffer = mmap_string_new("");
+    if (buffer == nullptr) {
+        closeQuietly();
+        fail(Failure::Protocol, QStringLiteral("out of memory"));
+        return std::nullopt;
+    }
+    // As long as the guard lets it grow: the command's byte budget bounds one line too.
+    const char* line = mailstream_read_line_remove_eol(m_imap->imap_stream, buffer);
+    std::optional<QByteArray> read;
+    if (line != nullptr)
+        read = QByteArray(buffer->str, static_cast<qsizetype>(buffer->len));
+    mmap_string_free(buffer);
+    if (!read) {
+        const GuardedStream* stream = guard();
+        const bool overBudget = stream != nullptr && (stream->stop() == GuardedStream::Stop::TooManyBytes ||
+                                                      stream->stop() == GuardedStream::Stop::TooManyAnswers);
+        const QString broken = brokenText(what, MAILIMAP_ERROR_STREAM);
+        closeQuietly();
+        fail(overBudget ? Failure::Protocol : Failure::ConnectionLost, broken);
+    }
+    return read;
+}
+
+// libetpan has XOAUTH2 (mailimap_oauth2_authenticate) but not OAUTHBEARER, and its XOAUTH2 reads
+// the answer as any command's: a refused token, which the server answers with an error challenge
+// ("+ <base64 JSON>") and then waits for the client, would leave it waiting for a tagged answer
+// until the timeout. So both mechanisms are carried out here, line by line, on libetpan's stream
+// and under the same guard (deadline and budget) as every other command.
+bool ImapSession::authenticateWithToken(const QString& user, const QString& token) {
+    if (m_imap == nullptr)
+        return fail(Failure::ConnectionLost, QStringLiteral("not connected"));
+    const std::optional<QSet<QByteArray>> capabilities = capabilitiesBeforeLogin();
+    if (!capabilities)
+        return false;
+    const std::optional<TokenLogin::Mechanism> mechanism = TokenLogin::choose(*capabilities);
+    if (!mechanism)
+        return fail(Failure::Refused,
+                    QStringLiteral("the server offers no token login (AUTH=OAUTHBEARER or AUTH=XOAUTH2)"));
+    const QByteArray name = TokenLogin::name(*mechanism);
+    const QString what = QStringLiteral("AUTHENTICATE ") + QString::fromLatin1(name);
+    const QByteArray response =
+        TokenLogin::initialResponse(*mechanism, user, token, m_settings.host, m_settings.port).toBase64();
+    // The same numbering as libetpan's own commands, so that no tag is used twice.
+    ++m_imap->imap_tag;
+    const QByteArray tag = QByteArray::number(m_imap->imap_tag);
+    // With SASL-IR the message goes with the command; without, after the server's empty challenge.
+    const bool initial = capabilities->contains(QByteArrayLiteral("SASL-IR"));
+    arm();
+    if (!sendRaw(tag + " AUTHENTICATE " + name + (initial ? ' ' + response : QByteArray()) + "\r\n", what))
+        return false;
+    bool sent = initial;
+    bool acknowledged = false;
+    QString challenge;
+    for (;;) {
+        const std::optional<QByteArray> line = readRawLine(what);
+        if (!line)
+            return false;
+        // News the server sends meanwhile; the guard's budget bounds how many.
+        if (line->startsWith("* "))
+            continue;
+        if (line->startsWith('+')) {
+            if (!sent) {
+                if (!sendRaw(response + "\r\n", what))
+                    return false;
+                sent = true;
+                continue;
+            }
+            // The token was refused: the challenge says why, and is answered as the mechanism
+            // wants so that the server ends the command. It may come once.
+            if (acknowledged) {
+                closeQuietly();
+                return fail(Failure::Protocol, QStringLiteral("the server %1:%2 challenged again during %3")
+                                                   .arg(m_settings.host)
+                                                   .arg(m_settings.port)
+                                                   .arg(what));
+            }
+            challenge = TokenLogin::challengeText(line->mid(1));
+            if (!sendRaw(TokenLogin::errorAcknowledgement(*mechanism).toBase64() + "\r\n", what))
+                return false;
+            acknowledged = true;
+            continue;
+        }
+        if (!line->startsWith(tag + ' ')) {
+            closeQuietly();
+            return fail(Failure::Protocol,
+                        QStringLiteral("the server %1:%2 sent an answer to %3 that cannot be read")
+                            .arg(m_settings.host)
+                            .arg(m_settings.port)
+                            .arg(what));
+        }
+        const QByteArray rest = line->mid(tag.size() + 1);
+        const QByteArray status = rest.left(rest.indexOf(' ')).toUpper();
+        // Whatever the server says goes into a line; a server that repeated the token would not
+        // bring it there.
+        QString said = QString::fromUtf8(rest.mid(status.size())).trimmed();
+        if (!token.isEmpty())
+            said.replace(token, QStringLiteral("(token)"));
+        if (status == "OK") {
+            m_imap->imap_state = MAILIMAP_STATE_AUTHENTICATED;
+            // What the server announced before login is not what it offers now: asked again when
+            // needed (hasCapability, supportsIdle).
+            if (mailimap_connection_info* info = m_imap->imap_connection_info;
+                info != nullptr && info->imap_capability != nullptr) {
+                mailimap_capability_data_free(info->imap_capability);
+                info->imap_capability = nullptr;
+            }
+            m_capabilitiesAsked = false;
+            m_capabilities.clear();
+            return true;
+        }
+        const QString detail = (said.isEmpty() ? QString() : QStringLiteral(": ") + said) +
+                               (challenge.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(challenge));
+        if (status == "NO")
+            return fail(Failure::LoginRefused, QStringLiteral("token login (%1) refused for %2%3")
+                                                   .arg(QString::fromLatin1(name), user, detail));
+        return fail(Failure::Refused, QStringLiteral("%1 failed%2").arg(what, detail));
+    }
 }
 
 std::optional<ImapSession::Folder> ImapSession::examine(const QString& folder) {

@@ -86,6 +86,12 @@ public:
 
     bool connectToServer();
     bool login(const QString& user, const QString& password);
+    // Logs in with an OAuth 2 access token instead of a password: SASL OAUTHBEARER when the
+    // server's capabilities before login list AUTH=OAUTHBEARER, else XOAUTH2 when they list
+    // AUTH=XOAUTH2; a server with neither is refused (Failure::Refused) without a word of the
+    // token. A token the server refuses is Failure::LoginRefused, so that the caller can fetch a
+    // fresh one and try once more. The token never reaches errorText().
+    bool authenticateWithToken(const QString& user, const QString& token);
     // Opens `folder` read-only: looking never changes a flag.
     std::optional<Folder> examine(const QString& folder);
     // The newest `count` messages of the open folder, oldest first.
@@ -101,6 +107,7 @@ public:
     // Every later step, this session's whole attempt, ends by `deadline` (the one-shot modes give
     // each account --timeout in all); by default there is none and each step has the timeout.
     void setDeadline(QDeadlineTimer deadline) { m_deadline = deadline; }
+    QDeadlineTimer deadline() const { return m_deadline; }
 
     // What one command's answer may hold: far more than an honest server sends for what the bridge
     // asks, and little enough that the process stays under 200 MB whatever the server sends.
@@ -211,6 +218,14 @@ private:
     std::optional<Folder> open(const QString& folder, bool readOnly);
     bool needsFolder();
     bool askCapabilities();
+    // What the server announces before login (its greeting's list, else a CAPABILITY command),
+    // without touching what hasCapability() says after login.
+    std::optional<QSet<QByteArray>> capabilitiesBeforeLogin();
+    // A line of our own to the server, and one of its answer's lines without the line end: for
+    // the exchange of AUTHENTICATE, which libetpan does not carry out itself. Both run under the
+    // guard armed for the command; false (or nothing) with the connection closed on failure.
+    bool sendRaw(const QByteArray& line, const QString& what);
+    std::optional<QByteArray> readRawLine(const QString& what);
     std::optional<QList<quint32>> searchUids(int key, const QString& what);
     // UID FETCH of one message; the attributes of that message, or null when it is not there.
     // `type` is consumed.

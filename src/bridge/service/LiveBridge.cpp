@@ -1,21 +1,24 @@
 #include "LiveBridge.h"
 
-#include "bridge/config/AccountPassword.h"
+#include "bridge/config/AccountCredential.h"
 #include "bridge/sync/AccountSync.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QElapsedTimer>
 #include <QThread>
 #include <csignal>
+#include <utility>
 
 namespace corvina {
 
 namespace {
 
-// Where the program's bridge takes each account's password: its passwordCommand, else the Secret
-// Service. Called on each account's own thread in the foreground mode, which obtain() allows.
-std::optional<QString> obtainPassword(const BridgeConfig::Account& account, QString* error) {
-    return AccountPassword::obtain(account, error);
+// Where the program's bridge takes what each account logs in with: its password (passwordCommand,
+// else the Secret Service) or its token (tokenCommand). Called on each account's own thread in the
+// foreground mode, which obtain() allows.
+std::optional<AccountCredential> obtainPassword(const BridgeConfig::Account& account, QString* error) {
+    return AccountCredential::obtain(account, error);
 }
 
 } // namespace
@@ -171,12 +174,24 @@ AccountSync::Result LiveBridge::attempt(const BridgeConfig::Account& account,
         result.error = account.problem;
         return result;
     }
-    const std::optional<QString> secret = passwords(account, &result.error);
-    if (!secret)
+    // The time a passwordCommand or tokenCommand takes is its own: the attempt's deadline starts
+    // after the first, and is moved on by the time a second one (for a refused token) takes.
+    std::optional<AccountCredential> first = passwords(account, &result.error);
+    if (!first)
         return result;
     AccountSync sync(account, timeoutSeconds);
     sync.session().setDeadline(QDeadlineTimer(qint64(timeoutSeconds) * 1000));
-    return checkOnly ? sync.check(*secret) : sync.run(*secret);
+    const AccountSync::CredentialSource source = [&](const BridgeConfig::Account& a, QString* error) {
+        if (first)
+            return std::exchange(first, std::nullopt);
+        QElapsedTimer took;
+        took.start();
+        std::optional<AccountCredential> again = passwords(a, error);
+        sync.session().setDeadline(
+            QDeadlineTimer(sync.session().deadline().remainingTime() + took.elapsed()));
+        return again;
+    };
+    return checkOnly ? sync.check(source) : sync.run(source);
 }
 
 AccountSync::Result LiveBridge::checkAccount(const BridgeConfig::Account& account, int timeoutSeconds) {

@@ -136,14 +136,54 @@ bool AccountSync::failed(Result& result) {
     return false;
 }
 
-bool AccountSync::ensureLoggedIn(const QString& password, Result& result) {
+bool AccountSync::logIn(ImapSession& session, const BridgeConfig::Account& account,
+                        const AccountCredential& credential) {
+    return credential.isToken() ? session.authenticateWithToken(account.user, credential.secret())
+                                : session.login(account.user, credential.secret());
+}
+
+bool AccountSync::ensureLoggedIn(const AccountCredential& credential, Result& result) {
     if (m_session.isConnected())
         return true;
-    if (!m_session.connectToServer() || !m_session.login(m_account.user, password)) {
+    if (!m_session.connectToServer() || !logIn(m_session, m_account, credential)) {
         m_session.logout();
         return failed(result);
     }
     return true;
+}
+
+bool AccountSync::ensureLoggedIn(const CredentialSource& source, Result& result) {
+    if (m_session.isConnected())
+        return true;
+    QString error;
+    std::optional<AccountCredential> credential = source(m_account, &error);
+    if (!credential) {
+        result.ok = false;
+        result.error = error;
+        return false;
+    }
+    if (ensureLoggedIn(*credential, result))
+        return true;
+    if (!credential->isToken() || result.failure != ImapSession::Failure::LoginRefused)
+        return false;
+    // A token may run out between being handed out and being used, or be revoked and made anew:
+    // one fresh token is worth a try before the account is failed.
+    const QString first = result.error;
+    AccountCredential::refused(m_account);
+    credential = source(m_account, &error);
+    if (!credential) {
+        // A sign-in that ran out is what the person must act on: its line alone, as it starts.
+        result.error = error.startsWith(QLatin1String(AccountCredential::SignInNeeded))
+                           ? error
+                           : first + QStringLiteral("; no new token: ") + error;
+        return false;
+    }
+    result = Result();
+    if (ensureLoggedIn(*credential, result))
+        return true;
+    if (result.failure == ImapSession::Failure::LoginRefused)
+        result.error = QStringLiteral("the server refused a new token too: ") + result.error;
+    return false;
 }
 
 std::optional<AccountSync::Snapshot> AccountSync::newestOf(const QString& folder,
@@ -193,10 +233,21 @@ std::optional<AccountSync::Snapshot> AccountSync::flaggedOf(const QString& folde
     return snapshot;
 }
 
-AccountSync::Result AccountSync::run(const QString& password) {
+AccountSync::Result AccountSync::run(const AccountCredential& credential) {
     Result result;
-    if (!ensureLoggedIn(password, result))
+    if (!ensureLoggedIn(credential, result))
         return result;
+    return readLists(result);
+}
+
+AccountSync::Result AccountSync::run(const CredentialSource& source) {
+    Result result;
+    if (!ensureLoggedIn(source, result))
+        return result;
+    return readLists(result);
+}
+
+AccountSync::Result AccountSync::readLists(Result result) {
     using Kind = SnapshotFormat::ListKind;
     const auto inbox = newestOf(m_account.inbox, Kind::Inbox, result, &result.inbox);
     if (!inbox)
@@ -217,10 +268,21 @@ AccountSync::Result AccountSync::run(const QString& password) {
     return result;
 }
 
-AccountSync::Result AccountSync::check(const QString& password) {
+AccountSync::Result AccountSync::check(const AccountCredential& credential) {
     Result result;
-    if (!ensureLoggedIn(password, result))
+    if (!ensureLoggedIn(credential, result))
         return result;
+    return openFolders(result);
+}
+
+AccountSync::Result AccountSync::check(const CredentialSource& source) {
+    Result result;
+    if (!ensureLoggedIn(source, result))
+        return result;
+    return openFolders(result);
+}
+
+AccountSync::Result AccountSync::openFolders(Result result) {
     for (const QString& folder : {m_account.inbox, m_account.todo, m_account.memo}) {
         if (!folder.isEmpty() && !m_session.examine(folder)) {
             failed(result);

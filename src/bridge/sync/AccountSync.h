@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bridge/config/AccountCredential.h"
 #include "bridge/config/BridgeConfig.h"
 #include "bridge/imap/ImapSession.h"
 #include "model/SnapshotFormat.h"
@@ -9,6 +10,7 @@
 #include <QStringList>
 #include <QVariantList>
 #include <QVariantMap>
+#include <functional>
 #include <optional>
 
 namespace corvina {
@@ -46,12 +48,27 @@ public:
 
     explicit AccountSync(BridgeConfig::Account account, int timeoutSeconds = 30);
 
+    // What the account logs in with, or nothing with `error` set: AccountCredential::obtain for
+    // the program, something of their own for tests. Called on the account's thread before each
+    // login, so that a password changed meanwhile is used for the next connection.
+    using CredentialSource =
+        std::function<std::optional<AccountCredential>(const BridgeConfig::Account&, QString* error)>;
+
     // Connects (again, when needed) and reads every list. Not ok, with the first failure, when
     // any list cannot be read: a half-read account is not written, so the widget keeps showing the
     // last complete picture.
-    Result run(const QString& password);
+    Result run(const AccountCredential& credential);
+    // The same, with what `source` gives when a login is needed: a token the server refuses is
+    // fetched again once (AccountCredential::refused, then `source` again) and tried on a new
+    // connection; only a second refusal fails the run.
+    Result run(const CredentialSource& source);
     // Connects and logs in, then opens each configured folder: what "check" tells the user.
-    Result check(const QString& password);
+    Result check(const AccountCredential& credential);
+    Result check(const CredentialSource& source);
+
+    // Logs `session`, connected, in as `account`: LOGIN with a password, AUTHENTICATE with a token.
+    static bool logIn(ImapSession& session, const BridgeConfig::Account& account,
+                      const AccountCredential& credential);
 
     const ImapSession& session() const { return m_session; }
     // The account's connection, for following the server between runs (IDLE) on the same thread.
@@ -83,7 +100,10 @@ public:
                                          const ImapSession::Folder& folder, SnapshotFormat::ListKind kind);
 
 private:
-    bool ensureLoggedIn(const QString& password, Result& result);
+    bool ensureLoggedIn(const AccountCredential& credential, Result& result);
+    bool ensureLoggedIn(const CredentialSource& source, Result& result);
+    Result readLists(Result result);
+    Result openFolders(Result result);
     bool failed(Result& result);
     std::optional<Snapshot> newestOf(const QString& folder, SnapshotFormat::ListKind kind, Result& result,
                                      ImapSession::Folder* opened = nullptr);

@@ -48,15 +48,8 @@ void AccountWorker::run() {
         }
 
         QString error;
-        AccountSync::Result result;
-        std::optional<QString> password = QString();
         const bool connecting = !sync.session().isConnected();
-        if (connecting)
-            password = m_passwords(m_account, &error);
-        if (password)
-            result = sync.run(*password);
-        else
-            result.error = error;
+        AccountSync::Result result = sync.run(m_passwords);
 
         if (result.ok) {
             retry = m_timing.firstRetrySeconds;
@@ -78,8 +71,13 @@ void AccountWorker::run() {
 
         if (m_stop.load())
             break;
-        emit failed(m_account.name, result.error, QDateTime::currentDateTimeUtc(), retry);
-        m_wake.wait(QDeadlineTimer(qint64(retry) * 1000));
+        // A sign-in the provider refused stays refused until the person signs in again: asking
+        // the provider every few seconds meanwhile would only hammer it. Deliberately the normal
+        // poll's pace instead (a sign-in, a restart or a resume from sleep ends the wait sooner).
+        const bool signInNeeded = result.error.startsWith(QLatin1String(AccountCredential::SignInNeeded));
+        const int wait = signInNeeded ? qMax(retry, m_account.pollSeconds) : retry;
+        emit failed(m_account.name, result.error, QDateTime::currentDateTimeUtc(), wait);
+        m_wake.wait(QDeadlineTimer(qint64(wait) * 1000));
         retry = qMin(retry * 2, m_timing.maxRetrySeconds);
     }
     if (sync.session().isConnected()) {

@@ -28,10 +28,10 @@ namespace corvina {
 class AccountWorker : public QObject {
     Q_OBJECT
 public:
-    // The account's password, or nothing with `error` set. Called on the worker's thread before
-    // each login, so that a password changed meanwhile is used for the next connection.
-    using PasswordSource =
-        std::function<std::optional<QString>(const BridgeConfig::Account&, QString* error)>;
+    // What the account logs in with (a password or a token), or nothing with `error` set. Called
+    // on the worker's thread before each login, so that a password changed meanwhile is used for
+    // the next connection.
+    using PasswordSource = AccountSync::CredentialSource;
 
     struct Timing {
         int timeoutSeconds = 30; // every network wait

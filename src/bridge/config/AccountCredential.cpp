@@ -42,7 +42,10 @@ std::optional<AccountCredential> AccountCredential::obtain(const BridgeConfig::A
     case BridgeConfig::Auth::Goa:
         break;
     }
-    return fail(QStringLiteral("auth = goa: this bridge cannot read the desktop's online accounts"));
+    // The key is read so that a group written for a later bridge is understood, but this one cannot
+    // ask the desktop's online accounts yet: the account fails with a line saying what to do.
+    return fail(QStringLiteral("auth = goa: this bridge cannot use the desktop's online accounts yet; "
+                               "set auth = oauth2 or password"));
 }
 
 void AccountCredential::refused(const BridgeConfig::Account& account) {

@@ -489,11 +489,12 @@ TEST(OAuthEndpointsTest, ABuiltInProviderWithoutAClientIdSaysToRegisterOne) {
     const QString compiled = OAuthEndpoints::compiledClientId(s.provider);
     const std::optional<OAuthEndpoints> without = OAuthEndpoints::resolve(s, &error, 1000);
     EXPECT_EQ(without.has_value(), !compiled.isEmpty());
-    if (compiled.isEmpty())
+    if (compiled.isEmpty()) {
         EXPECT_EQ(error, QStringLiteral(
                              "no OAuth client id for microsoft: register one with the provider and set "
                              "oauthClientId (see \"Outlook.com and Microsoft 365\" in docs/bridge.md), or "
                              "use a package built with one"));
+    }
     s.clientId = QStringLiteral("00000000-0000-0000-0000-000000000000");
     const std::optional<OAuthEndpoints> found = OAuthEndpoints::resolve(s, &error, 1000);
     ASSERT_TRUE(found.has_value());

@@ -71,8 +71,9 @@ ORDER = ("app/today -> widget -> views -> ui -> shared -> model -> platform -> r
          "bridge/service -> bridge/commands -> bridge/sync -> bridge/config -> bridge/imap -> shared")
 
 # The Qt modules each folder may include and link. model and requestutils need QtCore only; nothing
-# but the widget's folders and its program uses QtWidgets; the bridge is a service without a GUI,
-# and only its service floor (and its program) talks D-Bus.
+# but the widget's folders and its program uses QtWidgets; the bridge is a service without a GUI;
+# its service floor (and its program) talks D-Bus, and its config floor asks the desktop's online
+# accounts over D-Bus for what an account logs in with.
 QT_MODULES = {
     "app/today": {"Core", "Gui", "Widgets", "Svg", "DBus"},
     "app/share": {"Core", "Gui"},
@@ -80,7 +81,7 @@ QT_MODULES = {
     "bridge/service": {"Core", "DBus"},
     "bridge/commands": {"Core"},
     "bridge/sync": {"Core"},
-    "bridge/config": {"Core", "Network", "NetworkAuth"},
+    "bridge/config": {"Core", "Network", "NetworkAuth", "DBus"},
     "bridge/imap": {"Core"},
     "widget": {"Core", "Gui", "Widgets"},
     "views": {"Core", "Gui", "Widgets", "Svg"},

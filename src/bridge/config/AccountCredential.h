@@ -9,9 +9,10 @@
 namespace corvina {
 
 // What an account logs in with, by its `auth`: a password (auth = password: AccountPassword, its
-// passwordCommand or the Secret Service), or an OAuth 2 access token (auth = oauth2: printed by
-// its tokenCommand, or from the bridge's own sign-in with an oauthProvider, OAuthTokens). Never
-// logged, never written anywhere by the bridge.
+// passwordCommand or the Secret Service), an OAuth 2 access token (auth = oauth2: printed by its
+// tokenCommand, or from the bridge's own sign-in with an oauthProvider, OAuthTokens), or what the
+// desktop's online accounts give for it (auth = goa: DesktopAccounts, a token or a password, asked
+// at every call). Never logged, never written anywhere by the bridge.
 class AccountCredential {
 public:
     // A password: the common case, so a password converts without a word (the places that log in
@@ -32,7 +33,8 @@ public:
     static std::optional<AccountCredential> obtain(const BridgeConfig::Account& account, QString* error,
                                                    int timeoutMs = SecretStore::DefaultTimeoutMs);
     // The server refused the token obtain() gave: whatever keeps it forgets it, so that the next
-    // obtain() fetches another.
+    // obtain() fetches another (for auth = goa: asks the desktop's service to check the sign-in
+    // first, which makes it refresh the token).
     static void refused(const BridgeConfig::Account& account);
 
 private:

@@ -491,9 +491,10 @@ int AccountSetup::remove(const QString& name) {
     }
     const QString group = account->name;
     QString error;
-    // An account that takes its password from a command may never have had one stored: without a
-    // Secret Service it can still be removed.
-    if (!m_secrets.clear(group, &error) && account->passwordCommand.isEmpty())
+    // An account that takes its password from a command, or its secret from the desktop's online
+    // accounts, may never have had one stored: without a Secret Service it can still be removed.
+    if (!m_secrets.clear(group, &error) && account->passwordCommand.isEmpty() &&
+        account->auth != BridgeConfig::Auth::Goa)
         return fail(QStringLiteral("account remove: %1; nothing was changed").arg(error));
     QString writeError;
     if (!AccountGroup::removeFrom(m_path, group, &writeError))

@@ -3,6 +3,7 @@
 #include "BridgeCommand.h"
 #include "ForegroundCommand.h"
 #include "GuessCommand.h"
+#include "ImportCommand.h"
 #include "OpenCommand.h"
 #include "SignInCommand.h"
 #include "bridge/config/BridgeConfig.h"
@@ -39,6 +40,12 @@ const char* const commandsHelp =
     "                    print as JSON the server and sign-in `account add` would use for the address\n"
     "                    (from the built-in providers table; status 1 for a domain it does not know);\n"
     "                    see account guess --help\n"
+    "  account import [--yes]\n"
+    "                    add the desktop's online accounts that carry mail (GNOME Online Accounts), each\n"
+    "                    asked y/N on standard input (all of them with --yes), as accounts with\n"
+    "                    auth = goa: server and login from the desktop, the token or password asked of\n"
+    "                    the desktop at every connect, nothing secret stored. One already imported is\n"
+    "                    skipped\n"
     "  account password ACCOUNT\n"
     "                    ask for the account's password again and replace the stored one\n"
     "  account remove ACCOUNT\n"
@@ -97,13 +104,16 @@ int main(int argc, char* argv[]) {
                        "(default 30) for a step (connecting, each command); "
                        "with --once and check, for each account's whole attempt."),
         QStringLiteral("SECONDS"), QStringLiteral("30"));
-    parser.addOptions({help, version, once, config, timeout});
-    parser.addPositionalArgument(QStringLiteral("command"),
-                                 QStringLiteral("account add | account guess ADDRESS | account list | "
-                                                "account password ACCOUNT | account remove ACCOUNT | "
-                                                "account signin ACCOUNT | "
-                                                "check [ACCOUNT] | open URL..."),
-                                 QStringLiteral("[command]"));
+    const QCommandLineOption yes(QStringLiteral("yes"),
+                                 QStringLiteral("account import: add every account without asking."));
+    parser.addOptions({help, version, once, config, timeout, yes});
+    parser.addPositionalArgument(
+        QStringLiteral("command"),
+        QStringLiteral("account add | account guess ADDRESS | account import | account list | "
+                       "account password ACCOUNT | account remove ACCOUNT | "
+                       "account signin ACCOUNT | "
+                       "check [ACCOUNT] | open URL..."),
+        QStringLiteral("[command]"));
     if (!parser.parse(QCoreApplication::arguments())) {
         err << "corvina-mail-bridge: " << parser.errorText() << Qt::endl;
         return corvina::BridgeCommand::UsageError;
@@ -145,6 +155,11 @@ int main(int argc, char* argv[]) {
         return corvina::SignInCommand(corvina::BridgeConfig::load(path), out, err, waitSeconds,
                                       timeoutSeconds)
             .exec(words[2]);
+    }
+    if (words.size() == 2 && words[0] == QLatin1String("account") && words[1] == QLatin1String("import")) {
+        QTextStream in(stdin);
+        return corvina::ImportCommand(path, in, out, err, ::isatty(STDIN_FILENO) == 1, timeoutSeconds * 1000)
+            .exec(parser.isSet(yes));
     }
     if (words.size() >= 2 && words[0] == QLatin1String("account")) {
         QTextStream in(stdin);

@@ -198,21 +198,6 @@ TEST_F(TokenAccountTest, ATokenCommandThatFailsIsSaidAndTheServerNotAsked) {
     EXPECT_EQ(provider.stats().introspections, 0);
 }
 
-TEST_F(TokenAccountTest, ADesktopOnlineAccountIsRefusedWithALineSayingSoAndTheServerNotAsked) {
-    const QString config =
-        writeConfig({{QStringLiteral("work"), accountKeys({{"passwordCommand", QVariant()},
-                                                           {"auth", "goa"},
-                                                           {"goaId", "account_1700000000_0"}})}});
-    const BridgeRun once = run(QStringLiteral("--once"), config);
-    EXPECT_EQ(once.exitCode, 1);
-    const QString said =
-        QStringLiteral("auth = goa: this bridge cannot use the desktop's online accounts yet; "
-                       "set auth = oauth2 or password");
-    EXPECT_EQ(once.err, QStringLiteral("work: %1\n").arg(said));
-    EXPECT_EQ(status().value(QStringLiteral("lastError")).toString(), said);
-    EXPECT_FALSE(server.log().contains(QStringLiteral("Login: "))) << server.log().toStdString();
-}
-
 class XOAuth2AccountTest : public TokenAccountTest {
 protected:
     QString mechanisms() const override { return QStringLiteral("xoauth2"); }

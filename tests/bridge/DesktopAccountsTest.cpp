@@ -9,6 +9,7 @@
 #include "bridge/config/DesktopAccounts.h"
 
 #include "BridgeTesting.h"
+#include "bridge/config/AccountCredential.h"
 #include "bridge/config/SecretStore.h"
 #include "platform/PropertyList.h"
 #include "shared/ConstVars.h"
@@ -24,6 +25,7 @@
 #include <QJsonObject>
 #include <QSettings>
 #include <QTemporaryDir>
+#include <QThread>
 #include <gtest/gtest.h>
 
 namespace corvina::test {
@@ -442,6 +444,97 @@ TEST_F(StandInAccountsTest, AnImportedAccountIsRemovedWithoutASecretService) {
     EXPECT_EQ(removed.exitCode, 0) << removed.err.toStdString();
     EXPECT_EQ(removed.out, QStringLiteral("Removed account work (ada@example.org) from %1\n").arg(config));
     EXPECT_EQ(groups(), QStringList());
+}
+
+TEST_F(StandInAccountsTest, ADesktopThatCannotRenewARefusedSignInSaysSo) {
+    QJsonObject refusing = googleAccount({mint(true)});
+    refusing.insert(QStringLiteral("ensureFails"), true);
+    desktop.setAccounts({refusing});
+    const BridgeRun once = run({QStringLiteral("--once")}, goaConfig());
+    EXPECT_EQ(once.exitCode, 1);
+    EXPECT_TRUE(once.err.startsWith(QStringLiteral("work: token login (OAUTHBEARER) refused for ada: ")))
+        << once.err.toStdString();
+    EXPECT_TRUE(once.err.endsWith(
+        QStringLiteral("; no new token: the desktop's online accounts could not renew the sign-in of %1 "
+                       "(ada@example.org): the desktop's online accounts refused: The provider refused the "
+                       "sign-in; sign in again in the desktop's settings (Online Accounts)\n")
+            .arg(GoaId)))
+        << once.err.toStdString();
+    // Asked once, then the account is left alone: no second token asked for.
+    EXPECT_EQ(desktop.count(QStringLiteral("EnsureCredentials ") + GoaId), 1);
+    EXPECT_EQ(desktop.count(QStringLiteral("GetAccessToken ") + GoaId), 1);
+}
+
+TEST_F(StandInAccountsTest, AnAccountWithoutAUsableSecretFailsWithALineAndIsNotImported) {
+    QJsonObject none = googleAccount({});
+    none.insert(QStringLiteral("secret"), QStringLiteral("none"));
+    QJsonObject emptyPassword = googleAccount({}, QStringLiteral("account_2"));
+    emptyPassword.insert(QStringLiteral("secret"), QStringLiteral("password"));
+    emptyPassword.insert(QStringLiteral("password"), QString());
+    QJsonObject emptyToken = googleAccount({QString()}, QStringLiteral("account_3"));
+    desktop.setAccounts({none, emptyPassword, emptyToken});
+    const QList<std::pair<QString, QString>> expected = {
+        {GoaId,
+         QStringLiteral("the desktop's online account %1 (ada@example.org) gives neither a token nor a "
+                        "password")
+             .arg(GoaId)},
+        {QStringLiteral("account_2"),
+         QStringLiteral("the desktop's online account account_2 (ada@example.org) has no "
+                        "IMAP password; set it in the desktop's settings (Online "
+                        "Accounts)")},
+        {QStringLiteral("account_3"), QStringLiteral("the desktop's online accounts gave an empty token")}};
+    for (const auto& [id, line] : expected) {
+        BridgeConfig::Account a = account({{"passwordCommand", QVariant()}, {"auth", "goa"}, {"goaId", id}});
+        QString error;
+        EXPECT_FALSE(AccountCredential::obtain(a, &error, 10000).has_value()) << id.toStdString();
+        EXPECT_EQ(error, line);
+    }
+
+    // account() wrote a bridge.conf of its own: the import starts without one.
+    QFile::remove(configPath());
+    const BridgeRun import =
+        run({QStringLiteral("account"), QStringLiteral("import"), QStringLiteral("--yes")}, configPath());
+    EXPECT_EQ(import.exitCode, 1);
+    EXPECT_EQ(import.err,
+              QStringLiteral("corvina-mail-bridge: account import: ada@example.org (%1) gives neither a "
+                             "token nor a password; not added\n")
+                  .arg(GoaId));
+    // The other two are added: what they give is asked only at a connect.
+    EXPECT_EQ(groups(), QStringList({QStringLiteral("example"), QStringLiteral("example2")}));
+}
+
+TEST_F(StandInAccountsTest, ABridgeConfThatCannotBeWrittenFailsTheImportWithALine) {
+    desktop.setAccounts({googleAccount({mint()})});
+    // A folder that cannot be made: a file stands where it would be.
+    QFile blocker(configDir.filePath(QStringLiteral("file")));
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    const QString path = configDir.filePath(QStringLiteral("file/bridge.conf"));
+    const BridgeRun import =
+        run({QStringLiteral("account"), QStringLiteral("import"), QStringLiteral("--yes")}, path);
+    EXPECT_EQ(import.exitCode, 1);
+    EXPECT_EQ(import.err,
+              QStringLiteral("corvina-mail-bridge: account import: ada@example.org (%1): cannot write "
+                             "%2; not added\n")
+                  .arg(GoaId, path));
+    EXPECT_FALSE(import.out.contains(QStringLiteral("Added account"))) << import.out.toStdString();
+}
+
+TEST_F(StandInAccountsTest, AFollowerThreadGetsTheDesktopsTokenToo) {
+    // The foreground mode asks on each account's own thread, which has no event loop.
+    const QString token = mint();
+    desktop.setAccounts({googleAccount({token})});
+    const BridgeConfig::Account a =
+        account({{"passwordCommand", QVariant()}, {"auth", "goa"}, {"goaId", GoaId}});
+    std::optional<AccountCredential> got;
+    QString error;
+    std::unique_ptr<QThread> thread(
+        QThread::create([&] { got = AccountCredential::obtain(a, &error, 10000); }));
+    thread->start();
+    ASSERT_TRUE(thread->wait(QDeadlineTimer(30000)));
+    ASSERT_TRUE(got.has_value()) << error.toStdString();
+    EXPECT_TRUE(got->isToken());
+    EXPECT_EQ(got->secret(), token);
 }
 
 TEST_F(StandInAccountsTest, AServiceThatDoesNotAnswerCostsALineWithinTheTimeout) {

@@ -80,7 +80,8 @@ bool ImportCommand::add(const DesktopAccounts::Account& account, const BridgeCon
     }
     QString error;
     if (!group.writeTo(m_path, &error)) {
-        m_err << "corvina-mail-bridge: account import: " << error << Qt::endl;
+        m_err << "corvina-mail-bridge: account import: " << account.presentationIdentity << " (" << account.id
+              << "): " << error << "; not added" << Qt::endl;
         return false;
     }
     m_taken.insert(name);

@@ -15,6 +15,7 @@
 //                  "tokens": ["first", "second"],  GetAccessToken hands out the current one; each
 //                                                  EnsureCredentials moves on to the next (as the
 //                                                  real service refreshes a token it found refused)
+//                  "ensureFails": false,       true: EnsureCredentials answers NotAuthorized
 //                  "password": "..."}]}
 // LOG gets one line a call: "GetManagedObjects", "GetAccessToken ID", "EnsureCredentials ID",
 // "GetPassword ID WHICH"; never a secret.
@@ -84,7 +85,12 @@ public:
             return true;
         }
         const QJsonArray tokens = account.value(QStringLiteral("tokens")).toArray();
-        if (member == QLatin1String("EnsureCredentials")) {
+        if (member == QLatin1String("EnsureCredentials") &&
+            account.value(QStringLiteral("ensureFails")).toBool()) {
+            connection.send(
+                message.createErrorReply(QStringLiteral("org.gnome.OnlineAccounts.Error.NotAuthorized"),
+                                         QStringLiteral("The provider refused the sign-in")));
+        } else if (member == QLatin1String("EnsureCredentials")) {
             if (m_current.value(id) + 1 < tokens.size())
                 ++m_current[id];
             connection.send(message.createReply(QVariant(3600)));

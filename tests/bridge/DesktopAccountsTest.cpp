@@ -552,6 +552,20 @@ TEST_F(StandInAccountsTest, AServiceThatDoesNotAnswerCostsALineWithinTheTimeout)
     EXPECT_EQ(answered->first().secret, DesktopAccounts::Secret::OAuth2);
 }
 
+TEST_F(StandInAccountsTest, AnAnswerOfTheWrongShapeCostsALine) {
+    desktop.setAccounts({googleAccount({mint()})});
+    QString error;
+    const std::optional<QList<DesktopAccounts::Account>> accounts = DesktopAccounts(10000).accounts(&error);
+    ASSERT_TRUE(accounts.has_value()) << error.toStdString();
+    ASSERT_EQ(accounts->size(), 1);
+    desktop.setWrongShape(true);
+    EXPECT_FALSE(DesktopAccounts(10000).accounts(&error).has_value());
+    EXPECT_EQ(error,
+              QStringLiteral("the desktop's online accounts gave a list of accounts of the wrong shape"));
+    EXPECT_FALSE(DesktopAccounts(10000).accessToken(accounts->first(), &error).has_value());
+    EXPECT_EQ(error, QStringLiteral("the desktop's online accounts gave no token"));
+}
+
 TEST_F(StandInAccountsTest, ImportAsksForEachAccountAndNamesTheSecondAfterTheFirst) {
     QJsonObject second = googleAccount({mint()}, QStringLiteral("account_1700000001_1"));
     second.insert(QStringLiteral("identity"), QStringLiteral("ada.work@example.org"));

@@ -78,6 +78,11 @@ void OnlineAccountsStandIn::setHanging(bool hanging) {
     writeState();
 }
 
+void OnlineAccountsStandIn::setWrongShape(bool wrong) {
+    m_wrongShape = wrong;
+    writeState();
+}
+
 QStringList OnlineAccountsStandIn::calls() const {
     QFile file(m_dir.filePath(QStringLiteral("calls.log")));
     if (!file.open(QIODevice::ReadOnly))
@@ -91,8 +96,9 @@ void OnlineAccountsStandIn::writeState() {
     QFile file(path + QStringLiteral(".new"));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return;
-    file.write(QJsonDocument(
-                   QJsonObject{{QStringLiteral("hang"), m_hanging}, {QStringLiteral("accounts"), m_accounts}})
+    file.write(QJsonDocument(QJsonObject{{QStringLiteral("hang"), m_hanging},
+                                         {QStringLiteral("wrongShape"), m_wrongShape},
+                                         {QStringLiteral("accounts"), m_accounts}})
                    .toJson());
     file.close();
     std::rename(QFile::encodeName(file.fileName()).constData(), QFile::encodeName(path).constData());

@@ -31,6 +31,8 @@ public:
     void setAccounts(const QJsonArray& accounts);
     // true: every call is taken and never answered, as a hung service does.
     void setHanging(bool hanging);
+    // true: GetManagedObjects and GetAccessToken are answered with a number, not what they give.
+    void setWrongShape(bool wrong);
     // Every call so far, a line each ("GetAccessToken account_1").
     QStringList calls() const;
     int count(const QString& call) const { return static_cast<int>(calls().count(call)); }
@@ -44,6 +46,7 @@ private:
     QProcess m_process;
     QJsonArray m_accounts;
     bool m_hanging = false;
+    bool m_wrongShape = false;
 };
 
 // Waits (bounded by `timeoutMs`) until `name` is owned on the session bus, or, with `owned` false,

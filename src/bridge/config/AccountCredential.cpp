@@ -35,7 +35,8 @@ std::optional<AccountCredential> fromDesktop(const BridgeConfig::Account& accoun
     };
     // Looked up at every connect: the person may have removed the account, turned its mail off or
     // changed its server in the desktop's settings since it was imported.
-    const DesktopAccounts desktop(timeoutMs);
+    // The store's timeout allows for a keyring's unlock prompt; the desktop's service needs less.
+    const DesktopAccounts desktop(qMin(timeoutMs, DesktopAccounts::DefaultTimeoutMs));
     const std::optional<QList<DesktopAccounts::Account>> accounts = desktop.accounts(error);
     if (!accounts)
         return std::nullopt;

@@ -7,6 +7,7 @@
 //
 // STATE is a JSON file the test writes and may change at any time; it is read again at every call:
 //   {"hang": false,                  true: take every call and never answer (a hung service)
+//    "wrongShape": false,            true: answer GetManagedObjects and GetAccessToken with a number
 //    "accounts": [{"id": "account_1", "provider": "Google", "identity": "ada@example.org",
 //                  "mailDisabled": false, "email": "ada@example.org", "name": "Ada",
 //                  "imapHost": "127.0.0.1:1143", "imapUserName": "ada",
@@ -66,6 +67,10 @@ public:
         if (state.value(QStringLiteral("hang")).toBool())
             return true;
 
+        if (state.value(QStringLiteral("wrongShape")).toBool()) {
+            connection.send(message.createReply(QVariant(7)));
+            return true;
+        }
         if (member == QLatin1String("GetManagedObjects") && path == Root) {
             ManagedObjects objects;
             objects.insert(QDBusObjectPath(Root + QStringLiteral("/Manager")),

@@ -5,6 +5,7 @@
 #include "widget/SnapshotLoader.h"
 
 #include <QFile>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QSettings>
 
@@ -90,11 +91,43 @@ ExtensionMessageList BridgeServerTest::widgetMessages() {
     return loader.updateData();
 }
 
+QJsonObject BridgeServerTest::accountStatus(const QString& stateHome, const QString& name) {
+    QFile file(stateHome + QStringLiteral("/corvina/bridge-status.json"));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(file.readAll())
+        .object()
+        .value(QStringLiteral("accounts"))
+        .toObject()
+        .value(name)
+        .toObject();
+}
+
 QVariantMap BridgeServerTest::snapshot(const QString& file) const {
     const PropertyList::Result parsed = PropertyList::readFile(
         container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail + u'/' + file);
     EXPECT_TRUE(parsed.ok()) << parsed.error.toStdString();
     return parsed.value.toMap();
+}
+
+void TokenServerTest::SetUp() {
+    QString error;
+    ASSERT_TRUE(provider.start(&error)) << error.toStdString();
+    server.enableTokenLogins(provider.introspectUrl(), mechanisms());
+    BridgeServerTest::SetUp();
+}
+
+QString TokenServerTest::mint(bool expired) {
+    const std::optional<OAuthProvider::Tokens> tokens = provider.mint(User);
+    EXPECT_TRUE(tokens);
+    if (expired) {
+        EXPECT_TRUE(provider.expire(User));
+    }
+    return tokens ? tokens->accessToken : QString();
+}
+
+int TokenServerTest::loginsWith(const QString& method) const {
+    return server.log().count(QStringLiteral("Login: user=<%1>, method=%2,").arg(User, method));
 }
 
 } // namespace corvina::test

@@ -29,15 +29,10 @@
 namespace corvina::test {
 namespace {
 
-class TokenAccountTest : public BridgeServerTest {
+class TokenAccountTest : public TokenServerTest {
 protected:
-    virtual QString mechanisms() const { return QStringLiteral("xoauth2 oauthbearer"); }
-
     void SetUp() override {
-        QString error;
-        ASSERT_TRUE(provider.start(&error)) << error.toStdString();
-        server.enableTokenLogins(provider.introspectUrl(), mechanisms());
-        BridgeServerTest::SetUp();
+        TokenServerTest::SetUp();
         QFile script(scripts.filePath(QStringLiteral("token.sh")));
         ASSERT_TRUE(script.open(QIODevice::WriteOnly));
         script.write("n=$(cat \"$1/runs\" 2>/dev/null || echo 0)\n"
@@ -49,17 +44,6 @@ protected:
         environment.insert(QStringLiteral("XDG_STATE_HOME"), state.path());
     }
 
-    // A token for ada, good for an hour unless `expired`.
-    QString mint(bool expired = false) {
-        const std::optional<OAuthProvider::Tokens> tokens = provider.mint(User);
-        EXPECT_TRUE(tokens);
-        // Made inactive at once, as a token that ran out: expire() ends every access token of the
-        // user so far, so an expired one is made before the good ones.
-        if (expired) {
-            EXPECT_TRUE(provider.expire(User));
-        }
-        return tokens ? tokens->accessToken : QString();
-    }
     // The tokens the command prints, one a run.
     void setTokens(const QStringList& tokens) {
         QFile file(scripts.filePath(QStringLiteral("tokens")));
@@ -80,36 +64,31 @@ protected:
     BridgeRun run(const QString& what, const QString& config) {
         return runBridge({what}, config, QByteArray(), environment);
     }
-    QJsonObject status() const {
-        QFile file(state.filePath(QStringLiteral("corvina/bridge-status.json")));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QJsonDocument::fromJson(file.readAll())
-            .object()
-            .value(QStringLiteral("accounts"))
-            .toObject()
-            .value(QStringLiteral("work"))
-            .toObject();
-    }
+    QJsonObject status() const { return accountStatus(state.path(), QStringLiteral("work")); }
     // Every file the bridge may have written (the shared folder, the state folder, bridge.conf's
-    // folder) that holds `token`.
-    QStringList filesHolding(const QString& token) const {
-        QStringList found;
+    // folder), by path, with its bytes.
+    QMap<QString, QByteArray> writtenFiles() const {
+        QMap<QString, QByteArray> files;
         for (const QString& root : {container.root(), state.path(), configDir.path()}) {
             QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
             while (it.hasNext()) {
                 QFile file(it.next());
-                if (file.open(QIODevice::ReadOnly) && file.readAll().contains(token.toUtf8()))
-                    found << file.fileName();
+                if (file.open(QIODevice::ReadOnly))
+                    files.insert(file.fileName(), file.readAll());
             }
+        }
+        return files;
+    }
+    // Those of them that hold `token`.
+    QStringList filesHolding(const QString& token) const {
+        QStringList found;
+        const QMap<QString, QByteArray> files = writtenFiles();
+        for (auto it = files.cbegin(); it != files.cend(); ++it) {
+            if (it.value().contains(token.toUtf8()))
+                found << it.key();
         }
         return found;
     }
-    int loginsWith(const QString& method) const {
-        return server.log().count(QStringLiteral("Login: user=<%1>, method=%2,").arg(User, method));
-    }
-
-    OAuthProvider provider;
     QTemporaryDir scripts;
     QTemporaryDir state;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();

@@ -11,6 +11,28 @@
 
 namespace corvina::test {
 
+QString standInBrowser(const QString& folder, const QString& mode) {
+    const QString path = folder + QStringLiteral("/browser-%1.sh").arg(mode);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(
+        QStringLiteral("#!/bin/sh\n"
+                       "page='%1'\n"
+                       "mode='%2'\n"
+                       "if [ \"$mode\" = follow ]; then exec curl -sL -o \"$page\" \"$1\"; fi\n"
+                       "next=$(curl -s -o /dev/null -w '%{redirect_url}' \"$1\")\n"
+                       "case \"$mode\" in\n"
+                       "  forge-state) next=$(printf '%s' \"$next\" | sed 's/state=[^&]*/state=forged/') ;;\n"
+                       "  drop-code) next=$(printf '%s' \"$next\" | sed 's/code=[^&]*&*//') ;;\n"
+                       "esac\n"
+                       "exec curl -s -o \"$page\" \"$next\"\n")
+            .arg(folder + QStringLiteral("/page.html"), mode)
+            .toUtf8());
+    file.close();
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    return path;
+}
+
 void BridgeServerTest::SetUp() {
     server.addUser(User, Password);
     QString error;

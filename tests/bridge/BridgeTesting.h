@@ -21,6 +21,13 @@ inline void PrintTo(const QString& text, std::ostream* os) {
 
 namespace corvina::test {
 
+// The stand-in browser (no real one can be had in a test): an executable script made in `folder`
+// that takes the authorization URL as its argument and fetches it with curl. `mode`: "follow"
+// (the redirect to the bridge's listener taken, as a browser does), "forge-state" (the redirect's
+// state replaced) or "drop-code" (the redirect without its code). The page the listener answered
+// with lands in `folder`/page.html.
+QString standInBrowser(const QString& folder, const QString& mode);
+
 // What corvina-mail-bridge did when a test ran it.
 struct BridgeRun {
     int exitCode = -1;

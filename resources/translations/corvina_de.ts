@@ -151,5 +151,13 @@
         <source>Could not hand the message to your mail client</source>
         <translation>Die Nachricht konnte nicht an das Mailprogramm übergeben werden</translation>
     </message>
+    <message>
+        <source>Sign in again to %1</source>
+        <translation>Erneut bei %1 anmelden</translation>
+    </message>
+    <message>
+        <source>Sign in</source>
+        <translation>Anmelden</translation>
+    </message>
 </context>
 </TS>

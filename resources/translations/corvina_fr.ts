@@ -151,5 +151,13 @@
         <source>Could not hand the message to your mail client</source>
         <translation>Impossible de transmettre le message au logiciel de messagerie</translation>
     </message>
+    <message>
+        <source>Sign in again to %1</source>
+        <translation>Reconnectez-vous à %1</translation>
+    </message>
+    <message>
+        <source>Sign in</source>
+        <translation>Se connecter</translation>
+    </message>
 </context>
 </TS>

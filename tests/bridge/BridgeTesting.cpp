@@ -5,10 +5,33 @@
 #include "widget/SnapshotLoader.h"
 
 #include <QFile>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QSettings>
 
 namespace corvina::test {
+
+QString standInBrowser(const QString& folder, const QString& mode) {
+    const QString path = folder + QStringLiteral("/browser-%1.sh").arg(mode);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(
+        QStringLiteral("#!/bin/sh\n"
+                       "page='%1'\n"
+                       "mode='%2'\n"
+                       "if [ \"$mode\" = follow ]; then exec curl -sL -o \"$page\" \"$1\"; fi\n"
+                       "next=$(curl -s -o /dev/null -w '%{redirect_url}' \"$1\")\n"
+                       "case \"$mode\" in\n"
+                       "  forge-state) next=$(printf '%s' \"$next\" | sed 's/state=[^&]*/state=forged/') ;;\n"
+                       "  drop-code) next=$(printf '%s' \"$next\" | sed 's/code=[^&]*&*//') ;;\n"
+                       "esac\n"
+                       "exec curl -s -o \"$page\" \"$next\"\n")
+            .arg(folder + QStringLiteral("/page.html"), mode)
+            .toUtf8());
+    file.close();
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    return path;
+}
 
 void BridgeServerTest::SetUp() {
     server.addUser(User, Password);
@@ -90,11 +113,43 @@ ExtensionMessageList BridgeServerTest::widgetMessages() {
     return loader.updateData();
 }
 
+QJsonObject BridgeServerTest::accountStatus(const QString& stateHome, const QString& name) {
+    QFile file(stateHome + QStringLiteral("/corvina/bridge-status.json"));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(file.readAll())
+        .object()
+        .value(QStringLiteral("accounts"))
+        .toObject()
+        .value(name)
+        .toObject();
+}
+
 QVariantMap BridgeServerTest::snapshot(const QString& file) const {
     const PropertyList::Result parsed = PropertyList::readFile(
         container.data() + "/" + corvina::ConstVars::todayFolder + "/" + Mail + u'/' + file);
     EXPECT_TRUE(parsed.ok()) << parsed.error.toStdString();
     return parsed.value.toMap();
+}
+
+void TokenServerTest::SetUp() {
+    QString error;
+    ASSERT_TRUE(provider.start(&error)) << error.toStdString();
+    server.enableTokenLogins(provider.introspectUrl(), mechanisms());
+    BridgeServerTest::SetUp();
+}
+
+QString TokenServerTest::mint(bool expired) {
+    const std::optional<OAuthProvider::Tokens> tokens = provider.mint(User);
+    EXPECT_TRUE(tokens);
+    if (expired) {
+        EXPECT_TRUE(provider.expire(User));
+    }
+    return tokens ? tokens->accessToken : QString();
+}
+
+int TokenServerTest::loginsWith(const QString& method) const {
+    return server.log().count(QStringLiteral("Login: user=<%1>, method=%2,").arg(User, method));
 }
 
 } // namespace corvina::test

@@ -3,8 +3,10 @@
 #include "bridge/config/BridgeConfig.h"
 #include "model/ExtensionMessage.h"
 #include "support/DovecotServer.h"
+#include "support/OAuthProvider.h"
 #include "support/TempContainer.h"
 
+#include <QJsonObject>
 #include <QMap>
 #include <QProcessEnvironment>
 #include <QString>
@@ -18,6 +20,13 @@ inline void PrintTo(const QString& text, std::ostream* os) {
 }
 
 namespace corvina::test {
+
+// The stand-in browser (no real one can be had in a test): an executable script made in `folder`
+// that takes the authorization URL as its argument and fetches it with curl. `mode`: "follow"
+// (the redirect to the bridge's listener taken, as a browser does), "forge-state" (the redirect's
+// state replaced) or "drop-code" (the redirect without its code). The page the listener answered
+// with lands in `folder`/page.html.
+QString standInBrowser(const QString& folder, const QString& mode);
 
 // What corvina-mail-bridge did when a test ran it.
 struct BridgeRun {
@@ -58,6 +67,10 @@ protected:
 
     // What the widget reads from the shared folder, through its own loader.
     static ExtensionMessageList widgetMessages();
+    // The entry of account `name` in the status file the bridge keeps under the XDG state folder
+    // `stateHome`; empty when the file or the entry is not there.
+    static QJsonObject accountStatus(const QString& stateHome, const QString& name);
+
     // One snapshot file as written, parsed.
     QVariantMap snapshot(const QString& file) const;
 
@@ -65,6 +78,25 @@ protected:
     TempContainer container;
     QTemporaryDir configDir;
     int delivered = 0;
+};
+
+// A BridgeServerTest whose Dovecot also takes OAuth 2 access tokens (the SASL mechanisms that
+// `mechanisms()` names), asking the stand-in provider (support/OAuthProvider) about each one.
+// The provider is up before the server starts.
+class TokenServerTest : public BridgeServerTest {
+protected:
+    virtual QString mechanisms() const { return QStringLiteral("xoauth2 oauthbearer"); }
+
+    void SetUp() override;
+
+    // An access token for ada, good for an hour unless `expired`: then made inactive at once, as
+    // a token that ran out. expire() ends every access token of the user so far, so an expired one
+    // is made before the good ones.
+    QString mint(bool expired = false);
+    // How many times Dovecot logged ada in with `method` ("OAUTHBEARER", "XOAUTH2").
+    int loginsWith(const QString& method) const;
+
+    OAuthProvider provider;
 };
 
 } // namespace corvina::test

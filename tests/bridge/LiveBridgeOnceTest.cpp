@@ -7,7 +7,6 @@
 #include "support/ScopedEnvironment.h"
 
 #include <QFile>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -33,15 +32,7 @@ protected:
     }
 
     QJsonObject accountStatus(const QString& name) const {
-        QFile file(stateDir.filePath(QStringLiteral("corvina/bridge-status.json")));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QJsonDocument::fromJson(file.readAll())
-            .object()
-            .value(QStringLiteral("accounts"))
-            .toObject()
-            .value(name)
-            .toObject();
+        return BridgeServerTest::accountStatus(stateDir.path(), name);
     }
 
     QTemporaryDir stateDir;

@@ -58,30 +58,8 @@ protected:
         return s;
     }
 
-    // The stand-in browser. `mode`: "follow" (as a browser does), "forge-state" (the redirect's
-    // state replaced) or "drop-code" (the redirect without its code). The page the listener
-    // answered with lands in page.html.
-    QString browserScript(const QString& mode) {
-        const QString path = dir.filePath(QStringLiteral("browser-%1.sh").arg(mode));
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(QStringLiteral(
-                       "#!/bin/sh\n"
-                       "page='%1'\n"
-                       "mode='%2'\n"
-                       "if [ \"$mode\" = follow ]; then exec curl -sL -o \"$page\" \"$1\"; fi\n"
-                       "next=$(curl -s -o /dev/null -w '%{redirect_url}' \"$1\")\n"
-                       "case \"$mode\" in\n"
-                       "  forge-state) next=$(printf '%s' \"$next\" | sed 's/state=[^&]*/state=forged/') ;;\n"
-                       "  drop-code) next=$(printf '%s' \"$next\" | sed 's/code=[^&]*&*//') ;;\n"
-                       "esac\n"
-                       "exec curl -s -o \"$page\" \"$next\"\n")
-                       .arg(dir.filePath(QStringLiteral("page.html")), mode)
-                       .toUtf8());
-        file.close();
-        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-        return path;
-    }
+    // The stand-in browser (BridgeTesting's), its page in page.html here.
+    QString browserScript(const QString& mode) { return standInBrowser(dir.path(), mode); }
 
     OAuthSignIn::Options options(const QString& mode) {
         OAuthSignIn::Options o;

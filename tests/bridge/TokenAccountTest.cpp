@@ -11,8 +11,11 @@
 #include "bridge/service/LiveBridge.h"
 #include "bridge/sync/AccountWorker.h"
 #include "support/KeyringDaemon.h"
+#include "support/NotificationRecorder.h"
 #include "support/OAuthProvider.h"
 #include "support/PrivateSessionBus.h"
+#include "support/ProcessStop.h"
+#include "support/WidgetTesting.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -20,24 +23,21 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
 #include <atomic>
+#include <csignal>
 #include <gtest/gtest.h>
 
 namespace corvina::test {
 namespace {
 
-class TokenAccountTest : public BridgeServerTest {
+class TokenAccountTest : public TokenServerTest {
 protected:
-    virtual QString mechanisms() const { return QStringLiteral("xoauth2 oauthbearer"); }
-
     void SetUp() override {
-        QString error;
-        ASSERT_TRUE(provider.start(&error)) << error.toStdString();
-        server.enableTokenLogins(provider.introspectUrl(), mechanisms());
-        BridgeServerTest::SetUp();
+        TokenServerTest::SetUp();
         QFile script(scripts.filePath(QStringLiteral("token.sh")));
         ASSERT_TRUE(script.open(QIODevice::WriteOnly));
         script.write("n=$(cat \"$1/runs\" 2>/dev/null || echo 0)\n"
@@ -49,17 +49,6 @@ protected:
         environment.insert(QStringLiteral("XDG_STATE_HOME"), state.path());
     }
 
-    // A token for ada, good for an hour unless `expired`.
-    QString mint(bool expired = false) {
-        const std::optional<OAuthProvider::Tokens> tokens = provider.mint(User);
-        EXPECT_TRUE(tokens);
-        // Made inactive at once, as a token that ran out: expire() ends every access token of the
-        // user so far, so an expired one is made before the good ones.
-        if (expired) {
-            EXPECT_TRUE(provider.expire(User));
-        }
-        return tokens ? tokens->accessToken : QString();
-    }
     // The tokens the command prints, one a run.
     void setTokens(const QStringList& tokens) {
         QFile file(scripts.filePath(QStringLiteral("tokens")));
@@ -80,36 +69,54 @@ protected:
     BridgeRun run(const QString& what, const QString& config) {
         return runBridge({what}, config, QByteArray(), environment);
     }
-    QJsonObject status() const {
-        QFile file(state.filePath(QStringLiteral("corvina/bridge-status.json")));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QJsonDocument::fromJson(file.readAll())
-            .object()
-            .value(QStringLiteral("accounts"))
-            .toObject()
-            .value(QStringLiteral("work"))
-            .toObject();
-    }
+    QJsonObject status() const { return accountStatus(state.path(), QStringLiteral("work")); }
     // Every file the bridge may have written (the shared folder, the state folder, bridge.conf's
-    // folder) that holds `token`.
-    QStringList filesHolding(const QString& token) const {
-        QStringList found;
+    // folder), by path, with its bytes.
+    QMap<QString, QByteArray> writtenFiles() const {
+        QMap<QString, QByteArray> files;
         for (const QString& root : {container.root(), state.path(), configDir.path()}) {
             QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
             while (it.hasNext()) {
                 QFile file(it.next());
-                if (file.open(QIODevice::ReadOnly) && file.readAll().contains(token.toUtf8()))
-                    found << file.fileName();
+                if (file.open(QIODevice::ReadOnly))
+                    files.insert(file.fileName(), file.readAll());
             }
+        }
+        return files;
+    }
+    // Those of them that hold `token`.
+    QStringList filesHolding(const QString& token) const {
+        QStringList found;
+        const QMap<QString, QByteArray> files = writtenFiles();
+        for (auto it = files.cbegin(); it != files.cend(); ++it) {
+            if (it.value().contains(token.toUtf8()))
+                found << it.key();
         }
         return found;
     }
-    int loginsWith(const QString& method) const {
-        return server.log().count(QStringLiteral("Login: user=<%1>, method=%2,").arg(User, method));
+    // All their text, one after the other.
+    QString filesText() const {
+        QString text;
+        for (const QByteArray& bytes : writtenFiles())
+            text += QString::fromUtf8(bytes) + u'\n';
+        return text;
+    }
+    // The words of `text` shaped like the provider's tokens (43 characters of base64url) that its
+    // introspection takes for a live access token.
+    QStringList liveTokensIn(const QString& text) const {
+        QStringList live;
+        static const QRegularExpression shape(
+            QStringLiteral("(?<![A-Za-z0-9_-])[A-Za-z0-9_-]{43}(?![A-Za-z0-9_-])"));
+        for (auto it = shape.globalMatch(text); it.hasNext();) {
+            const QString word = it.next().captured();
+            const OAuthProvider::Reply reply =
+                OAuthProvider::postForm(QUrl(provider.introspectUrl()), {{QStringLiteral("token"), word}});
+            if (reply.json().value(QStringLiteral("active")).toBool())
+                live << word;
+        }
+        return live;
     }
 
-    OAuthProvider provider;
     QTemporaryDir scripts;
     QTemporaryDir state;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -311,16 +318,30 @@ protected:
                             {"oauthTokenUrl", provider.tokenUrl()},
                             {"oauthScope", "mail"}});
     }
-    // Keeps a refresh token for ada as a sign-in would.
-    void signedIn(const BridgeConfig::Account& a) {
+    // Keeps a refresh token for `user` (ada unless said) as a sign-in would.
+    void signedIn(const BridgeConfig::Account& a, const QString& user = User) {
         QString error;
-        const std::optional<OAuthProvider::Tokens> tokens = provider.mint(User, 0, &error);
+        const std::optional<OAuthProvider::Tokens> tokens = provider.mint(user, 0, &error);
         ASSERT_TRUE(tokens) << error.toStdString();
         const OAuthEndpoints::Settings settings = OAuthTokens::settingsOf(a);
         ASSERT_TRUE(store.storeToken(OAuthTokens::refreshTokenKey(settings, a.oauthTokenUrl),
                                      OAuthTokens::refreshTokenLabel(settings, a.oauthTokenUrl),
                                      tokens->refreshToken, &error))
             << error.toStdString();
+    }
+
+    // A sign-in in the browser is for the account's `mail` (the provider's login_hint), so the
+    // server's user must be the address itself: ada@example.org with ada's password, logged in as
+    // such, a message delivered to her.
+    QVariantMap signedInByMail(const QString& subject) {
+        server.addUser(Mail, Password);
+        server.deliver(Mail, QStringLiteral("INBOX"),
+                       DovecotServer::message(subject, QStringLiteral("grace@example.org"),
+                                              QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"),
+                                              QStringLiteral("<signed-in@example.org>")));
+        QVariantMap keys = providerKeys();
+        keys.insert(QStringLiteral("user"), Mail);
+        return keys;
     }
 
     KeyringDaemon keyring;
@@ -360,6 +381,145 @@ TEST_F(ProviderAccountTest, ARevokedSignInSaysSignInNeededAndAsksTheProviderOnce
     EXPECT_EQ(status().value(QStringLiteral("lastError")).toString(), line);
     // One refresh refused, nothing more: no login with a token the provider no longer knows.
     EXPECT_EQ(provider.stats().tokenRequests - before, 1);
+}
+
+// A person's first day: `account signin` in the (stand-in) browser, then `check` and `--once` on the
+// same bridge.conf and keyring, against Dovecot's token logins.
+TEST_F(ProviderAccountTest, SignInThenCheckAndOnceSyncWithTheTokensInNoFileAndNoLine) {
+    const QString config = writeConfig(
+        {{QStringLiteral("work"), accountKeys(signedInByMail(QStringLiteral("Signed in in the browser")))}});
+    const BridgeConfig::Account a = BridgeConfig::load(config).accounts().first();
+    QProcessEnvironment browsing = environment;
+    browsing.insert(QStringLiteral("BROWSER"), standInBrowser(scripts.path(), QStringLiteral("follow")));
+    const BridgeRun signIn =
+        runBridge({QStringLiteral("account"), QStringLiteral("signin"), QStringLiteral("work")}, config,
+                  QByteArray(), browsing);
+    ASSERT_EQ(signIn.exitCode, 0) << signIn.err.toStdString();
+    EXPECT_TRUE(signIn.out.contains(
+        QStringLiteral("work: signed in as ada@example.org; the sign-in is kept in the Secret Service\n")))
+        << signIn.out.toStdString();
+    const std::optional<QString> refresh =
+        store.lookupToken(OAuthTokens::refreshTokenKey(OAuthTokens::settingsOf(a), a.oauthTokenUrl)).password;
+    ASSERT_TRUE(refresh.has_value() && !refresh->isEmpty());
+
+    const BridgeRun check = run(QStringLiteral("check"), config);
+    EXPECT_EQ(check.exitCode, 0) << check.err.toStdString();
+    EXPECT_EQ(check.out, QStringLiteral("work: ok\n"));
+    const BridgeRun once = run(QStringLiteral("--once"), config);
+    EXPECT_EQ(once.exitCode, 0) << once.err.toStdString();
+    const QVariantList inbox = snapshot(QStringLiteral("inbox.plist")).value(QStringLiteral("data")).toList();
+    ASSERT_EQ(inbox.size(), 1);
+    EXPECT_EQ(inbox.first().toMap().value(QStringLiteral("subject")),
+              QStringLiteral("Signed in in the browser"));
+    EXPECT_EQ(server.log().count(QStringLiteral("Login: user=<%1>, method=OAUTHBEARER,").arg(Mail)), 2)
+        << server.log().toStdString();
+    EXPECT_TRUE(status().value(QStringLiteral("ok")).toBool());
+    // The refresh token is in the keyring and nowhere else.
+    QString said;
+    for (const BridgeRun& r : {signIn, check, once})
+        said += r.out + r.err;
+    EXPECT_FALSE(said.contains(*refresh));
+    EXPECT_EQ(filesHolding(*refresh), QStringList());
+    // The access tokens the three processes had are known to nobody but the provider: anything
+    // shaped like one in the output or the files is asked of the provider, which must not know it.
+    const QStringList live = liveTokensIn(said + filesText());
+    EXPECT_EQ(live, QStringList());
+}
+
+// The running bridge (the program, following the account) when its sign-in runs out: the provider
+// is asked once, not at every poll; the person is told once by a desktop notification (the test's
+// NotificationRecorder on the private bus), whose "Sign in" runs `account signin` with the
+// stand-in browser, after which the account syncs at once; told again only after it synced.
+class FollowedSignInTest : public ProviderAccountTest {
+protected:
+    void SetUp() override {
+        ProviderAccountTest::SetUp();
+        recorder = std::make_unique<NotificationRecorder>(PrivateSessionBus::instance()->address());
+        ASSERT_TRUE(recorder->isRegistered());
+        // The sign-in runs as the bridge's child, in its environment: the browser is the stand-in.
+        environment.insert(QStringLiteral("BROWSER"),
+                           standInBrowser(scripts.path(), QStringLiteral("follow")));
+    }
+    void TearDown() override {
+        stopProcess(bridge, 10000);
+        ProviderAccountTest::TearDown();
+    }
+
+    void startBridge(const QString& config) {
+        bridge.setProcessEnvironment(environment);
+        bridge.start(QStringLiteral(CORVINA_BRIDGE_BINARY),
+                     {QStringLiteral("--config"), config, QStringLiteral("--timeout"), QStringLiteral("10")});
+        ASSERT_TRUE(bridge.waitForStarted(20000));
+    }
+    QString log() {
+        logText += QString::fromUtf8(bridge.readAllStandardError());
+        return logText;
+    }
+    // Waits (bounded) until `done` holds, the event loop running meanwhile: the recorder answers
+    // the bridge's notifications on it.
+    bool waitFor(const std::function<bool()>& done, int timeoutMs = 60000) {
+        return drain(
+            [&] {
+                log();
+                return done();
+            },
+            timeoutMs);
+    }
+
+    std::unique_ptr<NotificationRecorder> recorder;
+    QProcess bridge;
+    QString logText;
+};
+
+TEST_F(FollowedSignInTest, ARevokedSignInIsToldOnceAndItsActionSignsInAndTheAccountSyncs) {
+    QVariantMap keys = signedInByMail(QStringLiteral("Read after the sign-in"));
+    keys.insert(QStringLiteral("poll"), 1);
+    const QString config = writeConfig({{QStringLiteral("work"), accountKeys(keys)}});
+    signedIn(BridgeConfig::load(config).accounts().first(), Mail);
+    ASSERT_TRUE(provider.revoke(Mail));
+    const int before = provider.stats().tokenRequests;
+    startBridge(config);
+
+    const QString line = QStringLiteral("sign-in needed: the provider no longer accepts the sign-in of "
+                                        "ada@example.org; run corvina-mail-bridge account signin work");
+    // Three tries, a poll (1 s here) or more apart, meet the same refusal.
+    ASSERT_TRUE(waitFor([&] { return log().count(QStringLiteral("work: ") + line) >= 3; }))
+        << log().toStdString();
+    ASSERT_TRUE(waitFor([&] { return !recorder->notifications().isEmpty(); })) << log().toStdString();
+    ASSERT_EQ(recorder->notifications().size(), 1);
+    const NotificationRecorder::Notification shown = recorder->notifications().first();
+    EXPECT_EQ(shown.summary, QStringLiteral("Sign in again to ada@example.org"));
+    EXPECT_EQ(shown.body, line);
+    EXPECT_EQ(shown.actions, (QStringList{QStringLiteral("default"), QStringLiteral("Sign in"),
+                                          QStringLiteral("signin"), QStringLiteral("Sign in")}));
+    // No retry storm: the refused refresh token was sent once, not again at each poll.
+    EXPECT_EQ(provider.stats().tokenRequests - before, 1);
+    EXPECT_EQ(status().value(QStringLiteral("lastError")).toString(), line);
+    EXPECT_FALSE(status().value(QStringLiteral("ok")).toBool(true));
+
+    recorder->invokeAction(recorder->idOf(0), QStringLiteral("signin"));
+    ASSERT_TRUE(waitFor([&] { return status().value(QStringLiteral("ok")).toBool(); }))
+        << log().toStdString();
+    EXPECT_TRUE(log().contains(QStringLiteral("work: signing in, in the browser (from the notification)\n")))
+        << log().toStdString();
+    EXPECT_TRUE(log().contains(QStringLiteral("work: signed in: reading the account again\n")))
+        << log().toStdString();
+    const QVariantList inbox = snapshot(QStringLiteral("inbox.plist")).value(QStringLiteral("data")).toList();
+    ASSERT_EQ(inbox.size(), 1);
+    EXPECT_EQ(inbox.first().toMap().value(QStringLiteral("subject")),
+              QStringLiteral("Read after the sign-in"));
+    // The words no longer hold: the notification is taken away.
+    EXPECT_TRUE(waitFor([&] { return recorder->closed().contains(recorder->idOf(0)); }, 20000));
+    EXPECT_EQ(recorder->notifications().size(), 1);
+
+    // Run out again after a good sync: told again, once. SIGUSR1 makes the bridge log in afresh
+    // with the token the provider has just revoked.
+    ASSERT_TRUE(provider.revoke(Mail));
+    ASSERT_EQ(::kill(static_cast<pid_t>(bridge.processId()), SIGUSR1), 0);
+    ASSERT_TRUE(waitFor([&] { return recorder->notifications().size() >= 2; })) << log().toStdString();
+    EXPECT_TRUE(waitFor([&] { return log().count(QStringLiteral("work: ") + line) >= 5; }))
+        << log().toStdString();
+    EXPECT_EQ(recorder->notifications().size(), 2);
 }
 
 // The follower's pace after a failure: a sign-in that ran out waits for the poll, not the backoff,

@@ -5,7 +5,6 @@
 
 #include "BridgeTesting.h"
 #include "bridge/imap/ImapSession.h"
-#include "support/OAuthProvider.h"
 
 #include <gtest/gtest.h>
 
@@ -68,15 +67,8 @@ TEST(TokenLoginMessageTest, TheChallengeGivesOnlyItsStatusAndError) {
 }
 
 // ImapSession against Dovecot taking tokens from the stand-in provider, for user ada.
-class TokenSessionTest : public BridgeServerTest {
+class TokenSessionTest : public TokenServerTest {
 protected:
-    virtual QString mechanisms() const { return QStringLiteral("xoauth2 oauthbearer"); }
-    void SetUp() override {
-        QString error;
-        ASSERT_TRUE(provider.start(&error)) << error.toStdString();
-        server.enableTokenLogins(provider.introspectUrl(), mechanisms());
-        BridgeServerTest::SetUp();
-    }
     ImapSession::Settings settings() const {
         ImapSession::Settings s;
         s.host = server.host();
@@ -85,17 +77,6 @@ protected:
         s.timeoutSeconds = 10;
         return s;
     }
-    QString mint() {
-        const std::optional<OAuthProvider::Tokens> tokens = provider.mint(User);
-        EXPECT_TRUE(tokens);
-        return tokens ? tokens->accessToken : QString();
-    }
-    // Dovecot's line for each login, which names the mechanism.
-    int loginsWith(const QString& method) const {
-        return server.log().count(QStringLiteral("Login: user=<%1>, method=%2,").arg(User, method));
-    }
-
-    OAuthProvider provider;
 };
 
 TEST_F(TokenSessionTest, OAuthBearerIsChosenWhenOfferedAndTheSessionWorks) {

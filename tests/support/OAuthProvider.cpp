@@ -185,41 +185,29 @@ std::optional<OAuthProvider::Tokens> OAuthProvider::mint(const QString& user, in
                   answer.value(QStringLiteral("expires_in")).toInt()};
 }
 
-bool OAuthProvider::revoke(const QString& user, QString* error) {
+bool OAuthProvider::control(const QString& what, const QString& user, QString* error) {
     const Reply reply =
-        postForm(QUrl(baseUrl() + QStringLiteral("/control/revoke")), {{QStringLiteral("user"), user}});
+        postForm(QUrl(baseUrl() + QStringLiteral("/control/") + what), {{QStringLiteral("user"), user}});
     if (reply.status == 200)
         return true;
     if (error)
-        *error = QStringLiteral("revoke failed: %1 %2")
+        *error = QStringLiteral("%1 failed: %2 %3")
+                     .arg(what)
                      .arg(reply.status)
                      .arg(reply.error + QString::fromUtf8(reply.body));
     return false;
+}
+
+bool OAuthProvider::revoke(const QString& user, QString* error) {
+    return control(QStringLiteral("revoke"), user, error);
 }
 
 bool OAuthProvider::expire(const QString& user, QString* error) {
-    const Reply reply =
-        postForm(QUrl(baseUrl() + QStringLiteral("/control/expire")), {{QStringLiteral("user"), user}});
-    if (reply.status == 200)
-        return true;
-    if (error)
-        *error = QStringLiteral("expire failed: %1 %2")
-                     .arg(reply.status)
-                     .arg(reply.error + QString::fromUtf8(reply.body));
-    return false;
+    return control(QStringLiteral("expire"), user, error);
 }
 
 bool OAuthProvider::deny(const QString& user, bool denying, QString* error) {
-    const Reply reply = postForm(
-        QUrl(baseUrl() + (denying ? QStringLiteral("/control/deny") : QStringLiteral("/control/allow"))),
-        {{QStringLiteral("user"), user}});
-    if (reply.status == 200)
-        return true;
-    if (error)
-        *error = QStringLiteral("deny failed: %1 %2")
-                     .arg(reply.status)
-                     .arg(reply.error + QString::fromUtf8(reply.body));
-    return false;
+    return control(denying ? QStringLiteral("deny") : QStringLiteral("allow"), user, error);
 }
 
 OAuthProvider::Stats OAuthProvider::stats(QString* error) const {

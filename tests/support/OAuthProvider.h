@@ -101,6 +101,10 @@ public:
     static QByteArray formBody(const QList<QPair<QString, QString>>& fields);
 
 private:
+    // One of the control endpoints (/control/WHAT) for `user`; false with `error` set ("WHAT
+    // failed: ...") when the provider does not answer 200.
+    bool control(const QString& what, const QString& user, QString* error);
+
     QProcess m_process;
     quint16 m_port = 0;
     int m_accessTtl = 3600;

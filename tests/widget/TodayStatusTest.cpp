@@ -6,11 +6,18 @@
 #include "support/ScopedEnvironment.h"
 #include "support/ScopedZone.h"
 #include "support/TempContainer.h"
+#include "views/TodayStatusView.h"
 #include "widget/TodayViewController.h"
 
 #include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTextLayout>
+#include <QVBoxLayout>
 #include <gtest/gtest.h>
 
 using namespace corvina;
@@ -185,4 +192,77 @@ TEST(TodayStatus, TheControllerKnowsWhenItsAccountListWasRefused) {
     container.writeAccounts({TempContainer::account(account)});
     EXPECT_EQ(controller.updateData().size(), 1);
     EXPECT_TRUE(controller.accountsRefusal().isEmpty());
+}
+
+// The bridge's words when an account's sign-in has run out name the command a person must run:
+// the widget shows them whole below its list, read from the status file as the bridge writes it,
+// and never breaks the program's name at its hyphens (a person would copy "corvina-mail-" and
+// "bridge" as two words).
+TEST(TodayStatus, ASignInNeededIsShownWholeWithTheCommandToRun) {
+    const QDateTime now(QDate(2026, 11, 25), QTime(11, 5), Qt::UTC);
+    for (const QString& account : {QStringLiteral("work"), QStringLiteral("w"), QStringLiteral("personal"),
+                                   QStringLiteral("ada-at-home"), QStringLiteral("x1")}) {
+        const QString said =
+            QStringLiteral("sign-in needed: the provider no longer accepts the sign-in of ada@example.org; "
+                           "run corvina-mail-bridge account signin %1")
+                .arg(account);
+        QTemporaryDir state;
+        ASSERT_TRUE(QDir().mkpath(state.filePath(QStringLiteral("corvina"))));
+        QFile file(state.filePath(QStringLiteral("corvina/bridge-status.json")));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(
+            QJsonDocument(
+                QJsonObject{{QStringLiteral("version"), 1},
+                            {QStringLiteral("accounts"),
+                             QJsonObject{{account, QJsonObject{{QStringLiteral("mail"),
+                                                                QStringLiteral("ada@example.org")},
+                                                               {QStringLiteral("ok"), false},
+                                                               {QStringLiteral("lastError"), said},
+                                                               {QStringLiteral("lastErrorTime"),
+                                                                QStringLiteral("2026-11-25T10:42:00Z")}}}}}})
+                .toJson());
+        file.close();
+        const QStringList lines =
+            TodayStatus::lines(true, 4, BridgeStatusFile::failures(file.fileName()), now);
+        ASSERT_EQ(lines, QStringList{QStringLiteral("As of 10:42: ") + said});
+
+        // Below the list as the program's window holds it: a layout as large as its content asks.
+        QWidget window;
+        auto* column = new QVBoxLayout(&window);
+        column->setSizeConstraint(QLayout::SetFixedSize);
+        column->setContentsMargins(0, 0, 0, 0);
+        auto* view = new TodayStatusView(&window);
+        column->addWidget(view);
+        view->setLines(lines);
+        window.show();
+        column->activate();
+        const QLabel* label = view->findChild<QLabel*>();
+        ASSERT_NE(label, nullptr);
+        // Whole, for the eye and for a screen reader.
+        EXPECT_EQ(view->text(), lines.first());
+        EXPECT_EQ(label->accessibleName(), lines.first());
+        // As high as its wrapped lines need: nothing cut off below.
+        EXPECT_GE(label->height(), label->heightForWidth(label->width()));
+        // Laid out as the label lays it out, no line ends inside the program's name.
+        QTextLayout layout(label->text(), label->font());
+        QTextOption option;
+        option.setWrapMode(QTextOption::WordWrap);
+        layout.setTextOption(option);
+        layout.beginLayout();
+        QList<int> lineStarts;
+        for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+            line.setLineWidth(label->contentsRect().width());
+            lineStarts << line.textStart();
+        }
+        layout.endLayout();
+        EXPECT_GT(lineStarts.size(), 1) << "the words wrap in the widget's width";
+        const qsizetype program = label->text().indexOf(QStringLiteral("corvina"));
+        const qsizetype programEnd = label->text().indexOf(QStringLiteral("bridge"), program);
+        ASSERT_GE(program, 0) << label->text().toStdString();
+        ASSERT_GT(programEnd, program) << label->text().toStdString();
+        for (const int start : lineStarts) {
+            EXPECT_FALSE(start > program && start <= programEnd)
+                << account.toStdString() << ": a line starts at " << label->text().mid(start).toStdString();
+        }
+    }
 }

@@ -27,8 +27,13 @@ LiveBridge::LiveBridge(BridgeConfig config, QString dataFolder, QString statusPa
                        AccountWorker::PasswordSource passwords, AccountWorker::Timing timing, QObject* parent)
     : QObject(parent), m_config(std::move(config)), m_writer(std::move(dataFolder)),
       m_status(std::move(statusPath)), m_passwords(std::move(passwords)), m_timing(timing),
-      m_commands(m_config, m_passwords, timing.timeoutSeconds, MessageCommand::defaultCacheFolder()) {
+      m_commands(m_config, m_passwords, timing.timeoutSeconds, MessageCommand::defaultCacheFolder()),
+      // The sign-in is this very program's `account signin`: one implementation, run as a child.
+      m_signIn(QCoreApplication::applicationFilePath(), m_config.path()) {
     connect(&m_commands, &CommandCenter::log, this, &LiveBridge::log);
+    connect(&m_signIn, &SignInPrompt::log, this, &LiveBridge::log);
+    connect(&m_signIn, &SignInPrompt::signedIn, this,
+            [this](const QString& account) { syncAccountNow(account, QStringLiteral("signed in")); });
     connect(&m_commands, &CommandCenter::synced, this, &LiveBridge::accountSynced);
     connect(&m_commands, &CommandCenter::commandDone, this, &LiveBridge::commandDone);
 }
@@ -214,6 +219,15 @@ void LiveBridge::syncNow(const QString& reason) {
         r.worker->syncNow();
 }
 
+void LiveBridge::syncAccountNow(const QString& account, const QString& reason) {
+    for (const Running& r : m_workers) {
+        if (r.worker->account().name == account) {
+            emit log(account + QStringLiteral(": ") + reason + QStringLiteral(": reading the account again"));
+            r.worker->syncNow();
+        }
+    }
+}
+
 bool LiveBridge::stop(int timeoutMs) {
     for (const Running& r : m_workers)
         r.worker->stop();
@@ -240,6 +254,7 @@ void LiveBridge::accountSynced(const QString& account, const QList<AccountSync::
     }
     m_status.recordSync(account, mail, when);
     writeStatus();
+    m_signIn.synced(account);
     const int written = m_writer.filesWritten() - before;
     // Quiet while nothing changes; one line when the account works again or a list changed.
     if (m_failing.value(account, true))
@@ -254,6 +269,7 @@ void LiveBridge::accountFailed(const QString& account, const QString& error, con
     m_status.recordFailure(account, m_mails.value(account), error, when);
     writeStatus();
     m_failing.insert(account, true);
+    m_signIn.failed(account, m_mails.value(account), error);
     emit log(retrySeconds > 0 ? account + QStringLiteral(": ") + error +
                                     QStringLiteral("; trying again in %1 s").arg(retrySeconds)
                               : account + QStringLiteral(": ") + error);

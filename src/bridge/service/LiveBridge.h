@@ -1,5 +1,6 @@
 #pragma once
 
+#include "SignInPrompt.h"
 #include "bridge/commands/CommandCenter.h"
 #include "bridge/config/BridgeConfig.h"
 #include "bridge/sync/AccountSync.h"
@@ -77,6 +78,10 @@ public:
     CommandCenter& commands() { return m_commands; }
     // Every account reads all its lists again on a fresh connection (after a resume from suspend).
     void syncNow(const QString& reason);
+    // The same for one account (its group name), after its sign-in was renewed.
+    void syncAccountNow(const QString& account, const QString& reason);
+    // The notification that asks for a sign-in when an account's has run out.
+    SignInPrompt& signInPrompt() { return m_signIn; }
     // Asks every account to stop and waits up to `timeoutMs` for them; results that arrived
     // meanwhile are still written. False when some account is still busy (a server that does not
     // answer); the caller may then leave without it, as everything written so far is complete.
@@ -119,6 +124,7 @@ private:
     AccountWorker::PasswordSource m_passwords;
     AccountWorker::Timing m_timing;
     CommandCenter m_commands;
+    SignInPrompt m_signIn;
     std::vector<Running> m_workers;
     QMap<QString, QString> m_mails; // account name -> mail
     QMap<QString, bool> m_failing;  // account name -> whether its last attempt failed

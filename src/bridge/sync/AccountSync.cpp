@@ -142,9 +142,7 @@ bool AccountSync::logIn(ImapSession& session, const BridgeConfig::Account& accou
                                 : session.login(account.user, credential.secret());
 }
 
-bool AccountSync::ensureLoggedIn(const AccountCredential& credential, Result& result) {
-    if (m_session.isConnected())
-        return true;
+bool AccountSync::connectAndLogIn(const AccountCredential& credential, Result& result) {
     if (!m_session.connectToServer() || !logIn(m_session, m_account, credential)) {
         m_session.logout();
         return failed(result);
@@ -162,7 +160,7 @@ bool AccountSync::ensureLoggedIn(const CredentialSource& source, Result& result)
         result.error = error;
         return false;
     }
-    if (ensureLoggedIn(*credential, result))
+    if (connectAndLogIn(*credential, result))
         return true;
     if (!credential->isToken() || result.failure != ImapSession::Failure::LoginRefused)
         return false;
@@ -179,7 +177,7 @@ bool AccountSync::ensureLoggedIn(const CredentialSource& source, Result& result)
         return false;
     }
     result = Result();
-    if (ensureLoggedIn(*credential, result))
+    if (connectAndLogIn(*credential, result))
         return true;
     if (result.failure == ImapSession::Failure::LoginRefused)
         result.error = QStringLiteral("the server refused a new token too: ") + result.error;
@@ -233,18 +231,31 @@ std::optional<AccountSync::Snapshot> AccountSync::flaggedOf(const QString& folde
     return snapshot;
 }
 
+AccountSync::CredentialSource AccountSync::fixed(const AccountCredential& credential) {
+    return [credential](const BridgeConfig::Account&, QString*) { return std::optional(credential); };
+}
+
 AccountSync::Result AccountSync::run(const AccountCredential& credential) {
-    Result result;
-    if (!ensureLoggedIn(credential, result))
-        return result;
-    return readLists(result);
+    return run(fixed(credential));
 }
 
 AccountSync::Result AccountSync::run(const CredentialSource& source) {
+    return pass(source, &AccountSync::readLists);
+}
+
+AccountSync::Result AccountSync::check(const AccountCredential& credential) {
+    return check(fixed(credential));
+}
+
+AccountSync::Result AccountSync::check(const CredentialSource& source) {
+    return pass(source, &AccountSync::openFolders);
+}
+
+AccountSync::Result AccountSync::pass(const CredentialSource& source, Result (AccountSync::*then)(Result)) {
     Result result;
     if (!ensureLoggedIn(source, result))
         return result;
-    return readLists(result);
+    return (this->*then)(result);
 }
 
 AccountSync::Result AccountSync::readLists(Result result) {
@@ -266,20 +277,6 @@ AccountSync::Result AccountSync::readLists(Result result) {
     }
     result.ok = true;
     return result;
-}
-
-AccountSync::Result AccountSync::check(const AccountCredential& credential) {
-    Result result;
-    if (!ensureLoggedIn(credential, result))
-        return result;
-    return openFolders(result);
-}
-
-AccountSync::Result AccountSync::check(const CredentialSource& source) {
-    Result result;
-    if (!ensureLoggedIn(source, result))
-        return result;
-    return openFolders(result);
 }
 
 AccountSync::Result AccountSync::openFolders(Result result) {

@@ -56,15 +56,17 @@ public:
 
     // Connects (again, when needed) and reads every list. Not ok, with the first failure, when
     // any list cannot be read: a half-read account is not written, so the widget keeps showing the
-    // last complete picture.
-    Result run(const AccountCredential& credential);
-    // The same, with what `source` gives when a login is needed: a token the server refuses is
-    // fetched again once (AccountCredential::refused, then `source` again) and tried on a new
-    // connection; only a second refusal fails the run.
+    // last complete picture. Logs in with what `source` gives when a login is needed: a token the
+    // server refuses is fetched again once (AccountCredential::refused, then `source` again) and
+    // tried on a new connection; only a second refusal fails the run.
     Result run(const CredentialSource& source);
-    // Connects and logs in, then opens each configured folder: what "check" tells the user.
-    Result check(const AccountCredential& credential);
+    // Connects and logs in as run() does, then opens each configured folder: what "check" tells
+    // the user.
     Result check(const CredentialSource& source);
+    // The same with one credential, handed out every time it is asked for (a refused token is
+    // tried once more, the same one).
+    Result run(const AccountCredential& credential);
+    Result check(const AccountCredential& credential);
 
     // Logs `session`, connected, in as `account`: LOGIN with a password, AUTHENTICATE with a token.
     static bool logIn(ImapSession& session, const BridgeConfig::Account& account,
@@ -100,8 +102,11 @@ public:
                                          const ImapSession::Folder& folder, SnapshotFormat::ListKind kind);
 
 private:
-    bool ensureLoggedIn(const AccountCredential& credential, Result& result);
+    static CredentialSource fixed(const AccountCredential& credential);
+    // Logs in when not connected, then `then` (readLists or openFolders).
+    Result pass(const CredentialSource& source, Result (AccountSync::*then)(Result));
     bool ensureLoggedIn(const CredentialSource& source, Result& result);
+    bool connectAndLogIn(const AccountCredential& credential, Result& result);
     Result readLists(Result result);
     Result openFolders(Result result);
     bool failed(Result& result);

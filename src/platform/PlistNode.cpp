@@ -13,9 +13,6 @@ namespace corvina {
 
 namespace {
 
-// Seconds from 1970-01-01 to 2001-01-01, the epoch of property-list dates.
-constexpr qint64 ReferenceDateOffset = 978307200;
-
 // Containers nested deeper than this are not converted (PropertyList refuses them before).
 constexpr int DeepestConversion = 128;
 
@@ -103,7 +100,7 @@ bool toVariant(plist_t node, int depth, QVariant& out) {
         // libplist splits a date before 2001 into whole seconds rounded toward zero and a positive
         // fraction: -1.25 s comes as -1 and 250000
         const qint64 fraction = seconds < 0 ? -std::abs(micros / 1000) : micros / 1000;
-        const qint64 ms = (static_cast<qint64>(seconds) + ReferenceDateOffset) * 1000 + fraction;
+        const qint64 ms = (static_cast<qint64>(seconds) + PlistNode::ReferenceDateOffset) * 1000 + fraction;
         out = QDateTime::fromMSecsSinceEpoch(ms, QTimeZone::utc());
         return true;
     }

@@ -13,6 +13,9 @@ namespace corvina {
 // given for them; so a record built either way is the same record.
 class PlistNode {
 public:
+    // Seconds from 1970-01-01 to 2001-01-01, the epoch of property-list dates.
+    static constexpr qint64 ReferenceDateOffset = 978307200;
+
     PlistNode() = default;
     explicit PlistNode(void* node) : m_node(node) {}
 

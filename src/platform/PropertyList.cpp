@@ -1,6 +1,7 @@
 #include "PropertyList.h"
 
 #include "PlistDictionary.h"
+#include "PlistNode.h"
 #include "RegularFile.h"
 
 #include <QDateTime>
@@ -15,9 +16,6 @@
 namespace corvina {
 
 namespace {
-
-// Seconds from 1970-01-01 to 2001-01-01, the epoch of property-list dates.
-constexpr qint64 ReferenceDateOffset = 978307200;
 
 struct PlistDeleter {
     void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
@@ -530,7 +528,7 @@ plist_t fromVariant(const QVariant& value, PropertyList::Format format, QString*
             return nullptr;
         }
         // libplist 2.2 writes dates before 2001 a second off, and whole seconds only
-        const qint64 seconds = value.toDateTime().toSecsSinceEpoch() - ReferenceDateOffset;
+        const qint64 seconds = value.toDateTime().toSecsSinceEpoch() - PlistNode::ReferenceDateOffset;
         if (seconds < 0 || seconds > INT32_MAX) {
             *error = QStringLiteral("only dates from 2001 to 2069 can be written");
             return nullptr;

@@ -96,10 +96,19 @@ TEST_F(BridgeConfigTest, PlainTextIsOnlyForThisMachine) {
     const BridgeConfig config =
         load("[remote]\nmail = a@example.org\nhost = imap.example.org\nsecurity = none\n"
              "[local]\nmail = b@example.org\nhost = localhost\nsecurity = none\n"
-             "[loop]\nmail = c@example.org\nhost = 127.0.0.1\nsecurity = none\nport = 1143\n");
+             "[loop]\nmail = c@example.org\nhost = 127.0.0.1\nsecurity = none\nport = 1143\n"
+             "[six]\nmail = d@example.org\nhost = ::1\nsecurity = none\n"
+             "[other]\nmail = e@example.org\nhost = 127.0.0.2\nsecurity = none\n"
+             "[alike]\nmail = f@example.org\nhost = 127.0.0.1.example.org\nsecurity = none\n");
     EXPECT_EQ(
         config.account(QStringLiteral("remote"))->problem,
         QStringLiteral("security none is only allowed for 127.0.0.1 or localhost, not imap.example.org"));
+    // every loopback address is this machine; a name that only starts like one is not
+    EXPECT_EQ(config.account(QStringLiteral("six"))->problem, QString());
+    EXPECT_EQ(config.account(QStringLiteral("other"))->problem, QString());
+    EXPECT_EQ(config.account(QStringLiteral("alike"))->problem,
+              QStringLiteral(
+                  "security none is only allowed for 127.0.0.1 or localhost, not 127.0.0.1.example.org"));
     EXPECT_EQ(config.account(QStringLiteral("local"))->problem, QString());
     EXPECT_EQ(config.account(QStringLiteral("local"))->port, 143);
     EXPECT_EQ(config.account(QStringLiteral("loop"))->port, 1143);

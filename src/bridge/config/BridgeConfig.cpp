@@ -1,5 +1,7 @@
 #include "BridgeConfig.h"
 
+#include "OAuthHttp.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QSet>
@@ -19,11 +21,6 @@ QString text(const QSettings& settings, const QString& key) {
     return value.toString().trimmed();
 }
 
-bool isLoopback(const QString& host) {
-    return host == QLatin1String("127.0.0.1") || host == QLatin1String("::1") ||
-           host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0;
-}
-
 // What is wrong with `url` as a provider's endpoint, or empty. The sign-in sends a client secret
 // and receives tokens there, so only https will do; plain http only where nothing leaves this
 // machine (a provider run on loopback, as the tests do).
@@ -34,7 +31,7 @@ QString endpointProblem(const QString& key, const QString& url) {
     const QString scheme = parsed.scheme().toLower();
     if (scheme == QLatin1String("https"))
         return QString();
-    if (scheme == QLatin1String("http") && isLoopback(parsed.host()))
+    if (scheme == QLatin1String("http") && OAuthHttp::isLoopback(parsed.host()))
         return QString();
     return QStringLiteral("%1 must be an https URL (http only for 127.0.0.1, ::1 or localhost), not %2")
         .arg(key, url);
@@ -195,7 +192,7 @@ BridgeConfig::Account BridgeConfig::readAccount(QSettings& settings, const QStri
         a.security = Security::None;
     else
         problems << QStringLiteral("security must be tls, starttls or none, not %1").arg(security);
-    if (a.security == Security::None && !a.host.isEmpty() && !isLoopback(a.host))
+    if (a.security == Security::None && !a.host.isEmpty() && !OAuthHttp::isLoopback(a.host))
         problems
             << QStringLiteral("security none is only allowed for 127.0.0.1 or localhost, not %1").arg(a.host);
 

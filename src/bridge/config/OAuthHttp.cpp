@@ -86,14 +86,14 @@ OAuthHttp::Reply send(Method method, const QUrl& url, const QByteArray& contentT
     return result;
 }
 
-bool isLoopback(const QString& host) {
+} // namespace
+
+bool OAuthHttp::isLoopback(const QString& host) {
     if (host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0)
         return true;
     const QHostAddress address(host);
     return !address.isNull() && address.isLoopback();
 }
-
-} // namespace
 
 OAuthHttp::Reply OAuthHttp::postForm(const QUrl& url, const Form& form, int timeoutMs) {
     return send(Method::Post, url, "application/x-www-form-urlencoded", encodeForm(form), timeoutMs);

@@ -35,6 +35,9 @@ public:
     // What is wrong with `url` as an endpoint of a sign-in, or empty: https, or plain http to this
     // machine only (127.0.0.1, ::1, localhost), where nothing crosses a network.
     static QString endpointProblem(const QUrl& url);
+    // Whether `host` names this machine: localhost, or a loopback address (127.0.0.0/8, ::1).
+    // Plain http, or a server without TLS, is accepted only there, where nothing crosses a network.
+    static bool isLoopback(const QString& host);
     // `form` as application/x-www-form-urlencoded.
     static QByteArray encodeForm(const Form& form);
 };

@@ -1,5 +1,7 @@
 #include "ProviderTable.h"
 
+#include "OAuthHttp.h"
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -87,11 +89,6 @@ private:
     QString m_problem;
 };
 
-bool isLoopback(const QString& host) {
-    return host == QLatin1String("127.0.0.1") ||
-           host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0;
-}
-
 // The entry's provider, or its first problem in `*problem`.
 ProviderTable::Provider readEntry(const QJsonObject& entry, QString* problem) {
     EntryReader read(entry);
@@ -121,7 +118,7 @@ ProviderTable::Provider readEntry(const QJsonObject& entry, QString* problem) {
     if (!p.security.isNull() && !securities.contains(p.security))
         read.fail(QStringLiteral("security must be tls, starttls or none, not %1").arg(p.security));
     // The same rule as bridge.conf's: plain IMAP only to this computer.
-    if (p.security == QLatin1String("none") && !isLoopback(p.host))
+    if (p.security == QLatin1String("none") && !OAuthHttp::isLoopback(p.host))
         read.fail(QStringLiteral("security none is only allowed for 127.0.0.1 or localhost"));
     if (!p.auth.isNull() && p.auth != QLatin1String("password") && p.auth != QLatin1String("oauth2"))
         read.fail(QStringLiteral("auth must be password or oauth2, not %1").arg(p.auth));

@@ -1,10 +1,9 @@
 #include "AccountSetup.h"
 
 #include "bridge/config/AccountPassword.h"
+#include "bridge/config/CommandLine.h"
 
 #include <QDir>
-#include <QFileInfo>
-#include <QRegularExpression>
 #include <csignal>
 #include <termios.h>
 #include <unistd.h>
@@ -67,27 +66,10 @@ QString providerSummary(const ProviderTable::Provider& p) {
     return lines.join(u'\n');
 }
 
-// `text` as one word for a POSIX shell: as it is when it holds nothing the shell reads, else in
-// single quotes (a quote inside written '\'').
-QString shellWord(const QString& text) {
-    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_@%+=:,./-]+$"));
-    if (plain.match(text).hasMatch())
-        return text;
-    QString quoted = text;
-    quoted.replace(u'\'', QLatin1String("'\\''"));
-    return u'\'' + quoted + u'\'';
-}
-
 } // namespace
 
 QString AccountSetup::commandFor(const QString& words, const QString& name) const {
-    QString command = QStringLiteral("corvina-mail-bridge");
-    // The hint must work as printed: a config other than the one the bridge reads by default is
-    // named, by its absolute path, so that the command works from any folder.
-    const QString path = QFileInfo(m_path).absoluteFilePath();
-    if (path != QFileInfo(BridgeConfig::defaultPath()).absoluteFilePath())
-        command += QStringLiteral(" --config ") + shellWord(path);
-    return command + u' ' + words + u' ' + shellWord(name);
+    return CommandLine::bridgeCommand(m_path, words, name);
 }
 
 AccountSetup::AccountSetup(QString configPath, QTextStream& in, QTextStream& out, QTextStream& err,

@@ -1,24 +1,13 @@
 #include "ImportCommand.h"
 
 #include "bridge/config/AccountGroup.h"
+#include "bridge/config/CommandLine.h"
 
-#include <QFileInfo>
-#include <QRegularExpression>
 #include <QVariantMap>
 
 namespace corvina {
 
 namespace {
-
-// `text` as one word for a POSIX shell, as `account add` prints its hints.
-QString shellWord(const QString& text) {
-    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_@%+=:,./-]+$"));
-    if (plain.match(text).hasMatch())
-        return text;
-    QString quoted = text;
-    quoted.replace(u'\'', QLatin1String("'\\''"));
-    return u'\'' + quoted + u'\'';
-}
 
 // What a person reads about an account before saying yes: whose it is and where its mail comes from.
 QString describe(const DesktopAccounts::Account& a) {
@@ -85,14 +74,9 @@ bool ImportCommand::add(const DesktopAccounts::Account& account, const BridgeCon
         return false;
     }
     m_taken.insert(name);
-    QString check = QStringLiteral("corvina-mail-bridge");
-    // The hint must work as printed: a config other than the default one is named.
-    const QString path = QFileInfo(m_path).absoluteFilePath();
-    if (path != QFileInfo(BridgeConfig::defaultPath()).absoluteFilePath())
-        check += QStringLiteral(" --config ") + shellWord(path);
     m_out << "Added account " << name << " (" << mail << ") to " << m_path
-          << "; it signs in through the desktop's online accounts. Try it: " << check << " check "
-          << shellWord(name) << Qt::endl;
+          << "; it signs in through the desktop's online accounts. Try it: "
+          << CommandLine::bridgeCommand(m_path, QStringLiteral("check"), name) << Qt::endl;
     // Deliberate: the desktop may take a certificate the bridge does not; said before the first
     // failure, so the line that follows it is no surprise.
     if (account.imapAcceptSslErrors && account.security() != QLatin1String("none"))

@@ -1,6 +1,10 @@
 #include "CommandLine.h"
 
+#include "BridgeConfig.h"
+
+#include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 
 namespace corvina {
 
@@ -51,6 +55,23 @@ std::optional<QStringList> CommandLine::expand(const QStringList& words, const Q
         out << filled;
     }
     return out;
+}
+
+QString CommandLine::shellWord(const QString& text) {
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_@%+=:,./-]+$"));
+    if (plain.match(text).hasMatch())
+        return text;
+    QString quoted = text;
+    quoted.replace(u'\'', QLatin1String("'\\''"));
+    return u'\'' + quoted + u'\'';
+}
+
+QString CommandLine::bridgeCommand(const QString& configPath, const QString& words, const QString& account) {
+    QString command = QStringLiteral("corvina-mail-bridge");
+    const QString path = QFileInfo(configPath).absoluteFilePath();
+    if (path != QFileInfo(BridgeConfig::defaultPath()).absoluteFilePath())
+        command += QStringLiteral(" --config ") + shellWord(path);
+    return command + u' ' + words + u' ' + shellWord(account);
 }
 
 } // namespace corvina

@@ -25,6 +25,14 @@ public:
     static std::optional<QStringList> expand(const QStringList& words, const QHash<QChar, QString>& fields,
                                              const QHash<QChar, QStringList>& listFields, QString* error,
                                              QList<QChar>* used = nullptr);
+
+    // `text` as one word for a POSIX shell: as it is when it holds nothing the shell reads, else in
+    // single quotes (a quote inside written '\'').
+    static QString shellWord(const QString& text);
+    // The bridge's command `words` for `account` ("check", "account signin"), as printed for a person
+    // to run in a shell. A config other than the one the bridge reads by default is named by its
+    // absolute path, so that the command works as printed, from any folder.
+    static QString bridgeCommand(const QString& configPath, const QString& words, const QString& account);
 };
 
 } // namespace corvina

@@ -2,6 +2,7 @@
 
 #include "model/ExtensionAddress.h"
 #include "model/ExtensionMessage.h"
+#include "support/Fixtures.h"
 
 #include <QDir>
 #include <QFile>
@@ -9,12 +10,9 @@
 #include <gtest/gtest.h>
 
 using namespace corvina;
+using corvina::test::s;
 
 namespace {
-
-std::string s(const QString& text) {
-    return text.toStdString();
-}
 
 HostCommand parsed(const QString& url) {
     QString error = QStringLiteral("stale");

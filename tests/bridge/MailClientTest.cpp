@@ -2,6 +2,7 @@
 
 #include "requestutils/RequestUtils.h"
 #include "support/FakeHostApp.h"
+#include "support/Fixtures.h"
 #include "support/MailDesktop.h"
 #include "support/ScopedEnvironment.h"
 
@@ -21,13 +22,10 @@ using namespace corvina;
 using corvina::test::FakeHostApp;
 using corvina::test::HostLaunch;
 using corvina::test::MailDesktop;
+using corvina::test::s;
 using corvina::test::ScopedEnvironment;
 
 namespace {
-
-std::string s(const QString& text) {
-    return text.toStdString();
-}
 
 // The recorder writes a line break as "\n" and a backslash as "\\"; this is the text it was given.
 QString unescaped(const QString& recorded) {

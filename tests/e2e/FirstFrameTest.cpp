@@ -13,13 +13,13 @@ using corvina::test::TempContainer;
 
 namespace {
 
-struct Outcome {
+struct FrameOutcome {
     int exitCode = -1;
     QByteArray out;
     QByteArray err;
 };
 
-Outcome runWidget(const TempContainer& container, const QStringList& extra, bool stopAtFirstFrame) {
+FrameOutcome runWidget(const TempContainer& container, const QStringList& extra, bool stopAtFirstFrame) {
     QTemporaryDir config;
     QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -58,13 +58,13 @@ TEST(FirstFrame, IsPaintedBeforeTheSnapshotIsRead) {
 
     // The read itself is seen: a run that goes on to its first update logs the broken file.
     QTemporaryDir out;
-    const Outcome shown =
+    const FrameOutcome shown =
         runWidget(container, {QStringLiteral("--screenshot"), out.filePath(QStringLiteral("s.png"))}, false);
     ASSERT_EQ(shown.exitCode, 0) << shown.err.toStdString();
     ASSERT_TRUE(shown.err.contains(readLine)) << shown.err.toStdString();
 
     // Stopped at the first frame: the frame came (the clock was printed), the read had not yet.
-    const Outcome first = runWidget(container, {}, true);
+    const FrameOutcome first = runWidget(container, {}, true);
     ASSERT_EQ(first.exitCode, 0) << first.err.toStdString();
     bool isNumber = false;
     EXPECT_GT(first.out.trimmed().toLongLong(&isNumber), 0);

@@ -14,14 +14,14 @@
 
 namespace {
 
-struct Outcome {
+struct ListOutcome {
     int exitCode = -1;
     QByteArray out;
     QByteArray err;
 };
 
-Outcome run(const QStringList& arguments,
-            const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment()) {
+ListOutcome run(const QStringList& arguments,
+                const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment()) {
     QProcess process;
     process.setProcessEnvironment(environment);
     process.start(QStringLiteral(CORVINA_TODAY_BINARY), arguments);
@@ -92,7 +92,7 @@ QProcessEnvironment environmentWith(const QString& name, const QString& value) {
 TEST(ListCommand, JsonAllPrintsEveryRecordNewestFirst) {
     QTemporaryDir root;
     writeContainer(root.path(), mixedSpec());
-    const Outcome r = run({"--list", "--json", "--all", "--container", root.path()});
+    const ListOutcome r = run({"--list", "--json", "--all", "--container", root.path()});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_TRUE(r.err.isEmpty()) << r.err.toStdString();
     const QJsonArray rows = QJsonDocument::fromJson(r.out).array();
@@ -172,7 +172,7 @@ TEST(ListCommand, TheStoredListChoiceFiltersAndCutsAsTheWidgetDoes) {
     ASSERT_EQ(memo.size(), 1);
     EXPECT_EQ(memo[0]["messageId"], "b1");
     choose("7"); // no list: nothing shown yet
-    const Outcome none = run({"--list", "--json", "--container", root.path()}, environment);
+    const ListOutcome none = run({"--list", "--json", "--container", root.path()}, environment);
     EXPECT_EQ(none.exitCode, 0);
     EXPECT_EQ(QJsonDocument::fromJson(none.out).array().size(), 0);
 }
@@ -188,7 +188,7 @@ TEST(ListCommand, PlainOutputIsOneLinePerMessage) {
              {"messages", QJsonArray{QJsonObject{
                               {"subject", "two\nlines\tand a tab"}, {"from", "Ann"}, {"date", 100}}}}}}}};
     writeContainer(root.path(), spec);
-    const Outcome r = run({"--list", "--container", root.path()}, environmentWith("TZ", "UTC"));
+    const ListOutcome r = run({"--list", "--container", root.path()}, environmentWith("TZ", "UTC"));
     EXPECT_EQ(r.exitCode, 0);
     const QList<QByteArray> fields = r.out.trimmed().split('\t');
     ASSERT_EQ(fields.size(), 3) << r.out.toStdString();
@@ -200,23 +200,23 @@ TEST(ListCommand, PlainOutputIsOneLinePerMessage) {
 
 TEST(ListCommand, AnEmptyContainerIsAnEmptyList) {
     QTemporaryDir root;
-    const Outcome r = run({"--list", "--json", "--container", root.path()});
+    const ListOutcome r = run({"--list", "--json", "--container", root.path()});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(QJsonDocument::fromJson(r.out).array().size(), 0);
     EXPECT_TRUE(QJsonDocument::fromJson(r.out).isArray());
     EXPECT_TRUE(r.err.isEmpty()) << r.err.toStdString();
-    const Outcome plain = run({"--list", "--container", root.path()});
+    const ListOutcome plain = run({"--list", "--container", root.path()});
     EXPECT_EQ(plain.exitCode, 0);
     EXPECT_TRUE(plain.out.isEmpty());
 }
 
 TEST(ListCommand, NoContainerIsAnEmptyListAndOneLineOnStderr) {
-    const Outcome unset = run({"--list", "--json"}, environmentWith("CORVINA_GROUP_CONTAINER", ""));
+    const ListOutcome unset = run({"--list", "--json"}, environmentWith("CORVINA_GROUP_CONTAINER", ""));
     EXPECT_EQ(unset.exitCode, 0);
     EXPECT_TRUE(QJsonDocument::fromJson(unset.out).isArray());
     EXPECT_EQ(QJsonDocument::fromJson(unset.out).array().size(), 0);
     EXPECT_EQ(unset.err, "corvina-today: no shared container (CORVINA_GROUP_CONTAINER is set but empty)\n");
-    const Outcome missing = run({"--list", "--json", "--container", "/nonexistent/box"});
+    const ListOutcome missing = run({"--list", "--json", "--container", "/nonexistent/box"});
     EXPECT_EQ(missing.exitCode, 0);
     EXPECT_EQ(QJsonDocument::fromJson(missing.out).array().size(), 0);
     EXPECT_EQ(missing.err, "corvina-today: no shared container at /nonexistent/box\n");
@@ -238,7 +238,7 @@ TEST(ListCommand, ARefusedAccountListIsAnEmptyListAndSaidOnStderr) {
                             " (XML property list holds more than 131072 objects): no account is read\n";
     for (const QStringList& arguments : {QStringList{"--list", "--json", "--all"}, QStringList{"--list"},
                                          QStringList{"--list", "--format", "text"}}) {
-        const Outcome r = run(arguments + QStringList{"--container", root.path()});
+        const ListOutcome r = run(arguments + QStringList{"--container", root.path()});
         EXPECT_EQ(r.exitCode, 0) << arguments.join(' ').toStdString();
         EXPECT_TRUE(r.err.contains(said)) << r.err.toStdString();
         EXPECT_TRUE(
@@ -254,13 +254,13 @@ TEST(ListCommand, ARefusedAccountListIsAnEmptyListAndSaidOnStderr) {
 }
 
 TEST(ListCommand, JsonOrAllWithoutListIsAUsageError) {
-    const Outcome r = run({"--json"});
+    const ListOutcome r = run({"--json"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.err, "corvina-today: --json and --all go with --list\n");
 }
 
 TEST(ListCommand, HelpNamesTheOptions) {
-    const Outcome r = run({"--help"});
+    const ListOutcome r = run({"--help"});
     EXPECT_EQ(r.exitCode, 0);
     for (const char* option : {"--list", "--json", "--all", "--container"}) {
         EXPECT_TRUE(r.out.contains(option)) << option;
@@ -268,7 +268,7 @@ TEST(ListCommand, HelpNamesTheOptions) {
 }
 
 TEST(ListCommand, TheDemoMailboxListsItsEnabledAccounts) {
-    const Outcome r = run(
+    const ListOutcome r = run(
         {"--list", "--json", "--all", "--container", QStringLiteral(CORVINA_SOURCE_DIR) + "/resources/demo"});
     EXPECT_EQ(r.exitCode, 0);
     const QJsonArray rows = QJsonDocument::fromJson(r.out).array();
@@ -304,14 +304,14 @@ TEST(ListCommand, JsonIsByteForByteWhatQtsWriterMakesOfIt) {
         {"snapshots", QJsonArray{QJsonObject{
                           {"account", ada}, {"file", "s"}, {"format", "binary"}, {"messages", messages}}}}};
     writeContainer(root.path(), spec);
-    const Outcome indented = run({"--list", "--json", "--all", "--container", root.path()});
+    const ListOutcome indented = run({"--list", "--json", "--all", "--container", root.path()});
     ASSERT_EQ(indented.exitCode, 0) << indented.err.toStdString();
     const QJsonDocument document = QJsonDocument::fromJson(indented.out);
     ASSERT_EQ(document.array().size(), 4) << indented.out.toStdString();
     EXPECT_EQ(indented.out.toStdString(), document.toJson(QJsonDocument::Indented).toStdString());
     EXPECT_TRUE(indented.out.contains("\"folderStandardId\": -7")) << indented.out.toStdString();
 
-    const Outcome compact = run({"--list", "--format", "json", "--container", root.path()});
+    const ListOutcome compact = run({"--list", "--format", "json", "--container", root.path()});
     ASSERT_EQ(compact.exitCode, 0) << compact.err.toStdString();
     EXPECT_EQ(compact.out.toStdString(),
               (QJsonDocument::fromJson(compact.out).toJson(QJsonDocument::Compact) + "\n").toStdString());

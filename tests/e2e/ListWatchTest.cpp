@@ -80,13 +80,13 @@ QJsonObject object(const QByteArray& line) {
     return document.object();
 }
 
-struct Outcome {
+struct WatchOutcome {
     int exitCode = -1;
     QByteArray out;
     QByteArray err;
 };
 
-Outcome run(const QStringList& arguments) {
+WatchOutcome run(const QStringList& arguments) {
     QProcess process;
     process.start(QStringLiteral(CORVINA_TODAY_BINARY), arguments);
     EXPECT_TRUE(process.waitForFinished(30000));
@@ -172,7 +172,7 @@ TEST(ListWatch, TheTooltipNamesTheFiveNewestAndIsSafeMarkup) {
     first.insert(QStringLiteral("subject"), QStringLiteral("Q&A\nsecond line"));
     messages[0] = first;
     container.writeSnapshot(ada, QStringLiteral("inbox"), messages);
-    const Outcome r = run({"--list", "--format", "waybar"});
+    const WatchOutcome r = run({"--list", "--format", "waybar"});
     EXPECT_EQ(r.exitCode, 0);
     const QJsonObject line = object(r.out);
     EXPECT_EQ(line["text"], "7");
@@ -188,7 +188,7 @@ TEST(ListWatch, PlainWatchPrintsTheJsonArrayOnOneLineAndEndsOnSigint) {
     odd.insert(QStringLiteral("subject"), QStringLiteral("tab\tquote\" ä \u2028"));
     messages[1] = odd;
     container.writeSnapshot(ada, QStringLiteral("inbox"), messages);
-    const Outcome listed = run({"--list", "--json"});
+    const WatchOutcome listed = run({"--list", "--json"});
     // The --json array, byte for byte as Qt writes it compact.
     const QByteArray expected = QJsonDocument::fromJson(listed.out).toJson(QJsonDocument::Compact) + '\n';
     ASSERT_EQ(QJsonDocument::fromJson(listed.out).array().size(), 2);
@@ -256,7 +256,7 @@ TEST(ListWatch, PlainTextNamesTheCountAndTheNewestOrTheMissingFolder) {
     EXPECT_EQ(run({"--list", "--format", "text"}).out, "3 · Sender 1: Subject 1\n");
     container.writeSnapshot(ada, QStringLiteral("inbox"), {});
     EXPECT_EQ(run({"--list", "--format", "text"}).out, "0\n");
-    const Outcome missing = run({"--list", "--format", "text", "--container", "/nonexistent/box"});
+    const WatchOutcome missing = run({"--list", "--format", "text", "--container", "/nonexistent/box"});
     EXPECT_EQ(missing.exitCode, 0);
     EXPECT_EQ(missing.out, "no shared folder\n");
     EXPECT_EQ(missing.err, "corvina-today: no shared container at /nonexistent/box\n");
@@ -265,7 +265,7 @@ TEST(ListWatch, PlainTextNamesTheCountAndTheNewestOrTheMissingFolder) {
 TEST(ListWatch, WatchOrFormatWithoutListIsAUsageError) {
     for (const QStringList& arguments : {QStringList{"--watch"}, QStringList{"--format", "waybar"},
                                          QStringList{"--watch", "--format", "text"}}) {
-        const Outcome r = run(arguments);
+        const WatchOutcome r = run(arguments);
         EXPECT_EQ(r.exitCode, 2) << arguments.join(' ').toStdString();
         EXPECT_EQ(r.err, "corvina-today: --watch and --format go with --list (corvina-today --list --watch "
                          "[--format NAME])\n");
@@ -274,23 +274,23 @@ TEST(ListWatch, WatchOrFormatWithoutListIsAUsageError) {
 }
 
 TEST(ListWatch, AnUnknownFormatIsAUsageErrorNamingTheKnownOnes) {
-    const Outcome r = run({"--list", "--watch", "--format", "i3bar"});
+    const WatchOutcome r = run({"--list", "--watch", "--format", "i3bar"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.err, "corvina-today: unknown --format \"i3bar\"; the formats are json, waybar, text\n");
     EXPECT_TRUE(r.out.isEmpty());
     EXPECT_EQ(StatusLine::formatNames, (QStringList{"json", "waybar", "text"}));
-    const Outcome both = run({"--list", "--json", "--format", "json"});
+    const WatchOutcome both = run({"--list", "--json", "--format", "json"});
     EXPECT_EQ(both.exitCode, 2);
     EXPECT_TRUE(both.err.contains("--json and --format")) << both.err.toStdString();
-    const Outcome interval = run({"--list", "--interval", "5"});
+    const WatchOutcome interval = run({"--list", "--interval", "5"});
     EXPECT_EQ(interval.exitCode, 2) << "--interval goes with --list only when it watches";
-    const Outcome zero = run({"--list", "--watch", "--interval", "0"});
+    const WatchOutcome zero = run({"--list", "--watch", "--interval", "0"});
     EXPECT_EQ(zero.exitCode, 2);
     EXPECT_EQ(zero.err, "corvina-today: --interval wants a whole number of seconds, 1 or more\n");
 }
 
 TEST(ListWatch, HelpAndTheManualPageNameTheOptionsAndFormats) {
-    const Outcome r = run({"--help"});
+    const WatchOutcome r = run({"--help"});
     EXPECT_EQ(r.exitCode, 0);
     QFile manual(QStringLiteral(CORVINA_SOURCE_DIR "/resources/man/corvina-today.1"));
     ASSERT_TRUE(manual.open(QIODevice::ReadOnly));

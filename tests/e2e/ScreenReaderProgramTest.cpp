@@ -28,7 +28,7 @@ using namespace corvina::test;
 
 namespace {
 
-const QString kAccount = QStringLiteral("ann@example.org");
+const QString kReaderAccount = QStringLiteral("ann@example.org");
 const QString kKeys = QStringLiteral("Enter opens, R replies, A archives, Delete deletes");
 // Bounds for a machine kept busy: every wait ends as soon as what it waits for is there.
 constexpr int kStartMs = 20000;
@@ -121,9 +121,9 @@ protected:
         }
         QDBusConnection::disconnectFromBus(QStringLiteral("a11y"));
 
-        container.writeAccounts({TempContainer::account(kAccount)});
-        container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"),
-                                TempContainer::inboxMessages(kAccount, {"m0", "m1", "m2"}));
+        container.writeAccounts({TempContainer::account(kReaderAccount)});
+        container.writeSnapshot(kReaderAccount, QStringLiteral("inbox.plist"),
+                                TempContainer::inboxMessages(kReaderAccount, {"m0", "m1", "m2"}));
         QProcessEnvironment widgetEnv = env;
         widgetEnv.insert(QStringLiteral("DISPLAY"), x.display());
         widgetEnv.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));

@@ -50,7 +50,7 @@ int inkBetween(const QImage& image, int y0, int y1) {
     return ink;
 }
 
-TempContainer* messages(TempContainer& container, int count) {
+TempContainer* withMessages(TempContainer& container, int count) {
     const QString account = QStringLiteral("ann@example.org");
     container.writeAccounts({TempContainer::account(account)});
     QVariantList rows;
@@ -61,7 +61,7 @@ TempContainer* messages(TempContainer& container, int count) {
 }
 
 TempContainer* fourMessages(TempContainer& container) {
-    return messages(container, 4);
+    return withMessages(container, 4);
 }
 
 // The widget's own height: header 30, gap 5, 60 a row; the window adds nothing around it.
@@ -85,7 +85,7 @@ TEST(Screenshot, RendersTheWidgetAtItsSizeAfterTheFirstLoad) {
 TEST(Screenshot, TheWindowIsExactlyAsHighAsItsRows) {
     for (const int rows : {1, 10}) {
         TempContainer container;
-        messages(container, rows);
+        withMessages(container, rows);
         const QImage shot = shoot(container.root(), {});
         ASSERT_FALSE(shot.isNull());
         // No band under the last row: the row itself reaches the bottom edge.
@@ -95,7 +95,7 @@ TEST(Screenshot, TheWindowIsExactlyAsHighAsItsRows) {
     // No rows: the header, and the words for the empty list below it (a line of text and its
     // margins, 8 above and 12 below).
     TempContainer empty;
-    messages(empty, 0);
+    withMessages(empty, 0);
     const QImage shot = shoot(empty.root(), {});
     ASSERT_FALSE(shot.isNull());
     EXPECT_GE(shot.height(), widgetHeight(0) + 8 + 10 + 12);

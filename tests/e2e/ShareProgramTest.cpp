@@ -33,7 +33,7 @@ using corvina::test::TempContainer;
 
 namespace {
 
-struct Outcome {
+struct ShareOutcome {
     int exitCode = -1;
     QByteArray out;
     QByteArray err;
@@ -118,9 +118,9 @@ protected:
         return env;
     }
 
-    Outcome run(const QStringList& arguments) const { return run(arguments, environment()); }
+    ShareOutcome run(const QStringList& arguments) const { return run(arguments, environment()); }
 
-    static Outcome run(const QStringList& arguments, const QProcessEnvironment& env) {
+    static ShareOutcome run(const QStringList& arguments, const QProcessEnvironment& env) {
         QProcess process;
         process.setProcessEnvironment(env);
         process.start(QStringLiteral(CORVINA_SHARE_BINARY), arguments);
@@ -188,9 +188,10 @@ TEST_F(ShareProgram, SharesFilesAPictureALinkAndATextAsOneDraft) {
     const QString text = QStringLiteral("Three files and a link for you");
     const QString title = QStringLiteral("Meeting papers");
 
-    const Outcome outcome = run({QStringLiteral("--title"), title, QStringLiteral("--text"), text,
-                                 source(QStringLiteral("notes.txt")), source(QStringLiteral("report.pdf")),
-                                 source(QStringLiteral("photo.png")), kLink});
+    const ShareOutcome outcome =
+        run({QStringLiteral("--title"), title, QStringLiteral("--text"), text,
+             source(QStringLiteral("notes.txt")), source(QStringLiteral("report.pdf")),
+             source(QStringLiteral("photo.png")), kLink});
 
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err.toStdString();
     EXPECT_TRUE(outcome.out.isEmpty()) << outcome.out.toStdString();
@@ -230,9 +231,9 @@ TEST_F(ShareProgram, TitleBecomesTheSubjectWithoutALinkAndFileUrlsAreFiles) {
         QUrl::fromLocalFile(source(QStringLiteral("a b.txt"))).toString(QUrl::FullyEncoded);
     ASSERT_TRUE(fileUrl.contains(QLatin1String("a%20b.txt")));
 
-    const Outcome outcome = run({QStringLiteral("--container"), container.root(), QStringLiteral("--service"),
-                                 QStringLiteral("Reports"), QStringLiteral("--title"),
-                                 QStringLiteral("Quarterly figures"), fileUrl});
+    const ShareOutcome outcome = run(
+        {QStringLiteral("--container"), container.root(), QStringLiteral("--service"),
+         QStringLiteral("Reports"), QStringLiteral("--title"), QStringLiteral("Quarterly figures"), fileUrl});
 
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err.toStdString();
     EXPECT_EQ(contents(staging(QStringLiteral("Reports")) + QStringLiteral("/a b.txt")),
@@ -251,7 +252,7 @@ TEST_F(ShareProgram, SendsToTheMailApplicationBuildOfItsBundleIdentifier) {
     QProcessEnvironment env = environment();
     env.insert(QStringLiteral("CORVINA_BUNDLE_IDENTIFIER"), QStringLiteral("org.corvina.mail2.share"));
 
-    const Outcome outcome = run({QStringLiteral("--text"), QStringLiteral("hello"), kLink}, env);
+    const ShareOutcome outcome = run({QStringLiteral("--text"), QStringLiteral("hello"), kLink}, env);
 
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err.toStdString();
     const ExtensionMessagePtr draft = receivedDraft();
@@ -260,7 +261,7 @@ TEST_F(ShareProgram, SendsToTheMailApplicationBuildOfItsBundleIdentifier) {
     EXPECT_TRUE(draft->attachments()->isEmpty());
 
     // The same command under the default identifier looks for the base build, which is not there.
-    const Outcome base = run({QStringLiteral("--text"), QStringLiteral("hello")});
+    const ShareOutcome base = run({QStringLiteral("--text"), QStringLiteral("hello")});
     EXPECT_EQ(base.exitCode, 5) << base.err.toStdString();
 }
 
@@ -270,7 +271,7 @@ TEST_F(ShareProgram, AFileThatCannotBeStagedIsExitOneAndNothingIsSent) {
     ASSERT_TRUE(QDir().mkpath(staging()));
     LockHolder holder(staging());
 
-    const Outcome outcome = run({source(QStringLiteral("notes.txt"))});
+    const ShareOutcome outcome = run({source(QStringLiteral("notes.txt"))});
 
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_TRUE(outcome.err.contains("corvina-share: only 0 of 1 files could be placed in the shared folder; "
@@ -287,7 +288,8 @@ TEST_F(ShareProgram, AFileThatLooksLikeAPictureButDoesNotDecodeIsSharedAsTheFile
     const QByteArray broken = QByteArray("\x89PNG\r\n\x1a\n", 8) + "not really a picture";
     writeSource(QStringLiteral("broken.png"), broken);
 
-    const Outcome outcome = run({source(QStringLiteral("notes.txt")), source(QStringLiteral("broken.png"))});
+    const ShareOutcome outcome =
+        run({source(QStringLiteral("notes.txt")), source(QStringLiteral("broken.png"))});
 
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err.toStdString();
     EXPECT_EQ(contents(staging() + QStringLiteral("/broken.png")), broken);
@@ -306,7 +308,7 @@ TEST_F(ShareProgram, TheMailApplicationsOwnItemsAreNoServiceAndStayAsTheyWere) {
          {QStringLiteral("Today"), QStringLiteral("Accounts.plist"), QStringLiteral("Contacts"),
           QStringLiteral(".Today.lock"), QStringLiteral(".Accounts.plist.lock"),
           QStringLiteral(".Contacts.lock"), QStringLiteral("today"), QStringLiteral(".Share.lock")}) {
-        const Outcome outcome =
+        const ShareOutcome outcome =
             run({QStringLiteral("--service"), reserved, source(QStringLiteral("notes.txt"))});
         EXPECT_EQ(outcome.exitCode, 2) << reserved.toStdString() << ": " << outcome.err.toStdString();
         EXPECT_TRUE(outcome.err.startsWith("corvina-share: --service wants a folder name of its own"))
@@ -333,7 +335,7 @@ TEST_F(ShareProgram, ALinkedDataFolderIsExitFourAndWhatItPointsAtIsUntouched) {
               0);
     const std::string before = describeTree(elsewhere.path());
 
-    const Outcome outcome =
+    const ShareOutcome outcome =
         run({QStringLiteral("--text"), QStringLiteral("hello"), source(QStringLiteral("notes.txt"))});
 
     EXPECT_EQ(outcome.exitCode, 4) << outcome.err.toStdString();
@@ -353,7 +355,7 @@ TEST_F(ShareProgram, AFifoIsExitThreeAtOnce) {
     ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0644), 0);
 
     // run() gives up after a minute; a program waiting for a writer would never end by itself.
-    const Outcome outcome = run({source(QStringLiteral("notes.txt")), fifo});
+    const ShareOutcome outcome = run({source(QStringLiteral("notes.txt")), fifo});
 
     EXPECT_EQ(outcome.exitCode, 3);
     EXPECT_TRUE(outcome.err.contains(("corvina-share: not a plain file: " + fifo).toUtf8()))
@@ -376,7 +378,7 @@ TEST_F(ShareProgram, AHiddenOrLinkDesktopFileIsNotInstalledAndNothingIsStaged) {
     };
     for (const auto& entry : entries) {
         host.installDesktopFile(QStringLiteral("org.corvina.mail.desktop"), entry.contents.toUtf8());
-        const Outcome outcome = run({source(QStringLiteral("notes.txt"))});
+        const ShareOutcome outcome = run({source(QStringLiteral("notes.txt"))});
         EXPECT_EQ(outcome.exitCode, 5) << outcome.err.toStdString();
         EXPECT_TRUE(
             outcome.err.contains("corvina-share: the mail application (org.corvina.mail) is not installed: "))
@@ -390,7 +392,7 @@ TEST_F(ShareProgram, AComposeUrlOverTheArgumentLimitIsExitSixBeforeAnythingIsSta
     host.installRecorder(QStringLiteral("org.corvina.mail"));
     stageEarlierShare();
     // Each "ä" takes six bytes percent-encoded: 150 000 bytes and more.
-    const Outcome outcome =
+    const ShareOutcome outcome =
         run({QStringLiteral("--text"), QString(25000, QChar(0xe4)), source(QStringLiteral("notes.txt"))});
     EXPECT_EQ(outcome.exitCode, 6) << outcome.err.toStdString();
     EXPECT_TRUE(
@@ -405,7 +407,7 @@ TEST_F(ShareProgram, AComposeUrlOverTheArgumentLimitIsExitSixBeforeAnythingIsSta
 TEST_F(ShareProgram, ALongTextWithinTheLimitIsSent) {
     host.installRecorder(QStringLiteral("org.corvina.mail"));
     const QString text(100000, u'a');
-    const Outcome outcome = run({QStringLiteral("--text"), text});
+    const ShareOutcome outcome = run({QStringLiteral("--text"), text});
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err.toStdString();
     const ExtensionMessagePtr draft = receivedDraft();
     ASSERT_TRUE(draft);
@@ -419,7 +421,7 @@ TEST_F(ShareProgram, FileNamesOfUpTo255BytesAreShared) {
     writeSource(longest, kReport);
     writeSource(other, kNotes);
 
-    const Outcome outcome = run({source(longest), source(other)});
+    const ShareOutcome outcome = run({source(longest), source(other)});
 
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err.toStdString();
     EXPECT_EQ(contents(staging() + u'/' + longest), kReport);
@@ -449,24 +451,25 @@ TEST_F(ShareProgram, APathThatIsNotUtf8IsRefusedAsSuchNotAsMissing) {
                       {QStringLiteral("-c"), QStringLiteral("exec \"$0\" \"$1$(printf '\\351').txt\""),
                        QStringLiteral(CORVINA_SHARE_BINARY), stem});
         EXPECT_TRUE(process.waitForFinished(60000));
-        return Outcome{process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+        return ShareOutcome{process.exitCode(), process.readAllStandardOutput(),
+                            process.readAllStandardError()};
     };
 
-    const Outcome outcome = runNative(sources.filePath(QStringLiteral("caf")));
+    const ShareOutcome outcome = runNative(sources.filePath(QStringLiteral("caf")));
     EXPECT_EQ(outcome.exitCode, 3);
     EXPECT_TRUE(outcome.err.contains(
         ("corvina-share: cannot share " + sources.path() + "/caf\\xE9.txt: its path is not valid UTF-8")
             .toUtf8()))
         << outcome.err.toStdString();
     // A file manager passes the same file as a URL, the byte percent-encoded.
-    const Outcome url = run(
+    const ShareOutcome url = run(
         {QUrl::fromLocalFile(sources.path()).toString(QUrl::FullyEncoded) + QStringLiteral("/caf%E9.txt")});
     EXPECT_EQ(url.exitCode, 3);
     EXPECT_TRUE(url.err.contains(
         ("corvina-share: cannot share " + sources.path() + "/caf\\xE9.txt: its path is not valid UTF-8")
             .toUtf8()))
         << url.err.toStdString();
-    const Outcome missing = runNative(sources.filePath(QStringLiteral("other")));
+    const ShareOutcome missing = runNative(sources.filePath(QStringLiteral("other")));
     EXPECT_EQ(missing.exitCode, 3);
     EXPECT_TRUE(
         missing.err.contains(("corvina-share: no such file: " + sources.path() + "/other\\xE9.txt").toUtf8()))
@@ -479,15 +482,15 @@ TEST_F(ShareProgram, MissingFileIsExitThreeAndTouchesNothing) {
     stageEarlierShare();
     const QString missing = sources.filePath(QStringLiteral("missing.pdf"));
 
-    const Outcome outcome = run({QStringLiteral("--title"), QStringLiteral("t"),
-                                 source(QStringLiteral("notes.txt")), missing, kLink});
+    const ShareOutcome outcome = run({QStringLiteral("--title"), QStringLiteral("t"),
+                                      source(QStringLiteral("notes.txt")), missing, kLink});
 
     EXPECT_EQ(outcome.exitCode, 3);
     EXPECT_TRUE(outcome.err.contains(("corvina-share: no such file: " + missing).toUtf8()))
         << outcome.err.toStdString();
     // Other schemes are paths, and a folder is no file to attach.
     EXPECT_EQ(run({QStringLiteral("mailto:ann@example.org")}).exitCode, 3);
-    const Outcome folder = run({sources.path()});
+    const ShareOutcome folder = run({sources.path()});
     EXPECT_EQ(folder.exitCode, 3);
     EXPECT_TRUE(folder.err.contains("not a plain file")) << folder.err.toStdString();
     expectNothingTouched();
@@ -497,12 +500,13 @@ TEST_F(ShareProgram, NoSharedFolderIsExitFour) {
     host.installRecorder(QStringLiteral("org.corvina.mail"));
     QProcessEnvironment env = environment();
     env.insert(QStringLiteral("CORVINA_GROUP_CONTAINER"), QString());
-    const Outcome unset = run({source(QStringLiteral("notes.txt"))}, env);
+    const ShareOutcome unset = run({source(QStringLiteral("notes.txt"))}, env);
     EXPECT_EQ(unset.exitCode, 4);
     EXPECT_TRUE(unset.err.contains("corvina-share: no shared folder")) << unset.err.toStdString();
 
     const QString nowhere = sources.filePath(QStringLiteral("no-such-container"));
-    const Outcome absent = run({QStringLiteral("--container"), nowhere, source(QStringLiteral("notes.txt"))});
+    const ShareOutcome absent =
+        run({QStringLiteral("--container"), nowhere, source(QStringLiteral("notes.txt"))});
     EXPECT_EQ(absent.exitCode, 4);
     EXPECT_TRUE(absent.err.contains(nowhere.toUtf8())) << absent.err.toStdString();
     EXPECT_FALSE(QFileInfo::exists(nowhere));
@@ -512,7 +516,7 @@ TEST_F(ShareProgram, NoSharedFolderIsExitFour) {
 TEST_F(ShareProgram, MailApplicationNotInstalledIsExitFive) {
     // The fixture's applications folders hold nothing.
     stageEarlierShare();
-    const Outcome outcome = run({source(QStringLiteral("notes.txt")), kLink});
+    const ShareOutcome outcome = run({source(QStringLiteral("notes.txt")), kLink});
     EXPECT_EQ(outcome.exitCode, 5);
     EXPECT_TRUE(
         outcome.err.contains("corvina-share: the mail application (org.corvina.mail) is not installed"))
@@ -523,7 +527,7 @@ TEST_F(ShareProgram, MailApplicationNotInstalledIsExitFive) {
 TEST_F(ShareProgram, UsageErrorsAreExitTwo) {
     host.installRecorder(QStringLiteral("org.corvina.mail"));
     stageEarlierShare();
-    const Outcome nothing = run({});
+    const ShareOutcome nothing = run({});
     EXPECT_EQ(nothing.exitCode, 2);
     EXPECT_TRUE(nothing.err.contains("nothing to share")) << nothing.err.toStdString();
     EXPECT_EQ(run({QStringLiteral("--text"), QString()}).exitCode, 2);
@@ -539,7 +543,7 @@ TEST_F(ShareProgram, UsageErrorsAreExitTwo) {
 }
 
 TEST_F(ShareProgram, HelpListsTheOptionsAndExitStatuses) {
-    const Outcome outcome = run({QStringLiteral("--help")});
+    const ShareOutcome outcome = run({QStringLiteral("--help")});
     EXPECT_EQ(outcome.exitCode, 0);
     const QString help = QString::fromUtf8(outcome.out);
     for (const char* option : {"--title <TEXT>", "--text <TEXT>", "--service <NAME>", "--container <DIR>",

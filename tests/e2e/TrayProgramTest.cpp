@@ -22,11 +22,11 @@ using namespace corvina::test;
 
 namespace {
 
-const QString kAccount = QStringLiteral("ann@example.org");
+const QString kTrayAccount = QStringLiteral("ann@example.org");
 const QString kTitle = QStringLiteral("Corvina Today");
 
-QVariantList messages(const QStringList& ids) {
-    return TempContainer::inboxMessages(kAccount, ids);
+QVariantList trayMessages(const QStringList& ids) {
+    return TempContainer::inboxMessages(kTrayAccount, ids);
 }
 
 class TrayProgram : public ::testing::Test {
@@ -39,8 +39,9 @@ protected:
         ASSERT_TRUE(tray->isRegistered());
         notifications = std::make_unique<NotificationRecorder>(bus->address());
         ASSERT_TRUE(notifications->isRegistered());
-        container.writeAccounts({TempContainer::account(kAccount)});
-        container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"), messages({"m0", "m1", "m2"}));
+        container.writeAccounts({TempContainer::account(kTrayAccount)});
+        container.writeSnapshot(kTrayAccount, QStringLiteral("inbox.plist"),
+                                trayMessages({"m0", "m1", "m2"}));
         host.installRecorder(QStringLiteral("org.corvina.mail"));
 
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -81,8 +82,8 @@ protected:
 
     // The mail application replaces its snapshot the way it is meant to: a new file renamed over the old.
     void replaceSnapshot(const QStringList& ids) {
-        container.writeSnapshot(kAccount, QStringLiteral(".inbox.plist.new"), messages(ids));
-        const QString folder = container.data() + QStringLiteral("/Today/") + kAccount;
+        container.writeSnapshot(kTrayAccount, QStringLiteral(".inbox.plist.new"), trayMessages(ids));
+        const QString folder = container.data() + QStringLiteral("/Today/") + kTrayAccount;
         ASSERT_EQ(std::rename(QFile::encodeName(folder + QStringLiteral("/.inbox.plist.new")).constData(),
                               QFile::encodeName(folder + QStringLiteral("/inbox.plist")).constData()),
                   0);
@@ -115,7 +116,7 @@ TEST_F(TrayProgram, TwoNewMessagesCountTwoTheirArchiveActionReachesTheMailAppAnd
     replaceSnapshot({"n1", "n2", "m0", "m1", "m2"});
     ASSERT_TRUE(drain([&] { return tray->toolTip(item).startsWith(QStringLiteral("2 new")); }, 10000))
         << tray->toolTip(item).toStdString();
-    EXPECT_EQ(tray->toolTip(item), QStringLiteral("2 new messages\nSender n1\nSender n2"));
+    EXPECT_EQ(tray->toolTip(item), QStringLiteral("2 new trayMessages\nSender n1\nSender n2"));
     ASSERT_TRUE(drain([&] { return notifications->notifications().size() == 2; }, 10000));
     EXPECT_EQ(notifications->notifications().at(0).summary, QStringLiteral("Sender n1"));
     EXPECT_EQ(notifications->notifications().at(1).summary, QStringLiteral("Sender n2"));
@@ -158,8 +159,8 @@ TEST(TrayProgramWithoutTray, ShowsTheWindowAndSaysWhyAndEscapeStillQuits) {
     PrivateSessionBus* bus = PrivateSessionBus::instance();
     ASSERT_NE(bus, nullptr);
     TempContainer container;
-    container.writeAccounts({TempContainer::account(kAccount)});
-    container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"), messages({"m0"}));
+    container.writeAccounts({TempContainer::account(kTrayAccount)});
+    container.writeSnapshot(kTrayAccount, QStringLiteral("inbox.plist"), trayMessages({"m0"}));
     QTemporaryDir config;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("DISPLAY"), x.display());

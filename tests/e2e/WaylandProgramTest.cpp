@@ -25,7 +25,7 @@ using corvina::test::WestonServer;
 
 namespace {
 
-const QString kAccount = QStringLiteral("ann@example.org");
+const QString kWaylandAccount = QStringLiteral("ann@example.org");
 
 QProcessEnvironment widgetEnvironment(const WestonServer& weston, const QString& config) {
     QProcessEnvironment env = weston.clientEnvironment();
@@ -42,10 +42,10 @@ QProcessEnvironment widgetEnvironment(const WestonServer& weston, const QString&
 }
 
 void fill(TempContainer& container) {
-    container.writeAccounts({TempContainer::account(kAccount)});
+    container.writeAccounts({TempContainer::account(kWaylandAccount)});
     container.writeSnapshot(
-        kAccount, QStringLiteral("inbox.plist"),
-        TempContainer::inboxMessages(kAccount,
+        kWaylandAccount, QStringLiteral("inbox.plist"),
+        TempContainer::inboxMessages(kWaylandAccount,
                                      {QStringLiteral("m0"), QStringLiteral("m1"), QStringLiteral("m2")}));
 }
 

@@ -22,19 +22,19 @@ using corvina::test::XServer;
 
 namespace {
 
-const QString kAccount = QStringLiteral("ann@example.org");
-const QRgb kPanel = qRgb(0x24, 0x26, 0x2b);
+const QString kShownAccount = QStringLiteral("ann@example.org");
+const QRgb kShownPanel = qRgb(0x24, 0x26, 0x2b);
 constexpr int kWidth = 320;
 // The widget's own layout: the header and the gap, then rows of 60.
-constexpr int kTableTop = 30 + 5;
-constexpr int kRowHeight = 60;
+constexpr int kShownTableTop = 30 + 5;
+constexpr int kShownRowHeight = 60;
 
 // Pixels of `rect` in `image` that are not the panel's colour: text and pictures.
 int inkIn(const QImage& image, const QRect& rect) {
     int ink = 0;
     for (int y = rect.top(); y <= rect.bottom(); ++y)
         for (int x = rect.left(); x <= rect.right(); ++x)
-            ink += image.valid(x, y) && image.pixel(x, y) != kPanel;
+            ink += image.valid(x, y) && image.pixel(x, y) != kShownPanel;
     return ink;
 }
 
@@ -44,12 +44,12 @@ public:
     explicit ShownWidget(int rows) {
         if (!x.start())
             return;
-        container.writeAccounts({TempContainer::account(kAccount)});
+        container.writeAccounts({TempContainer::account(kShownAccount)});
         QStringList ids;
         for (int i = 0; i < rows; ++i)
             ids << QStringLiteral("m%1").arg(i);
-        container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"),
-                                TempContainer::inboxMessages(kAccount, ids));
+        container.writeSnapshot(kShownAccount, QStringLiteral("inbox.plist"),
+                                TempContainer::inboxMessages(kShownAccount, ids));
         host.installRecorder(QStringLiteral("org.corvina.mail"));
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(QStringLiteral("DISPLAY"), x.display());
@@ -84,7 +84,7 @@ public:
     int heightOnScreen() const {
         const QImage screen = x.screen();
         int y = origin.y();
-        while (y < screen.height() && screen.pixel(origin.x() + 2, y) == kPanel)
+        while (y < screen.height() && screen.pixel(origin.x() + 2, y) == kShownPanel)
             ++y;
         return y - origin.y();
     }
@@ -119,14 +119,15 @@ TEST(WindowOnScreen, IsExactlyAsHighAsTheWidgetWithNoBandUnderTheLastRow) {
     for (const int rows : {1, 10}) {
         ShownWidget shown(rows);
         ASSERT_TRUE(shown.shown()) << "the widget's window did not appear";
-        const int expected = kTableTop + rows * kRowHeight;
+        const int expected = kShownTableTop + rows * kShownRowHeight;
         // The height animates from the empty table's to the rows'; then it stays.
         EXPECT_TRUE(waitFor([&] { return shown.heightOnScreen() == expected; }, 10000))
             << rows << " rows: the panel is " << shown.heightOnScreen() << " high on the screen, not "
             << expected;
         EXPECT_EQ(shown.heightOfWindow(), expected) << rows << " rows";
         // The last row's text reaches down into the window's last row band.
-        EXPECT_GT(inkIn(shown.window(expected), QRect(60, expected - kRowHeight, 160, kRowHeight)), 50)
+        EXPECT_GT(inkIn(shown.window(expected), QRect(60, expected - kShownRowHeight, 160, kShownRowHeight)),
+                  50)
             << rows << " rows";
     }
 }
@@ -136,15 +137,16 @@ TEST(WindowOnScreen, AnEmptyListIsTheHeaderAndItsWords) {
     ASSERT_TRUE(shown.shown()) << "the widget's window did not appear";
     // The header (35) and "No messages" below it, with the status line's margins (8 above, 12
     // below): one line of text.
-    ASSERT_TRUE(waitFor([&] { return shown.heightOnScreen() > kTableTop + 20; }, 10000))
+    ASSERT_TRUE(waitFor([&] { return shown.heightOnScreen() > kShownTableTop + 20; }, 10000))
         << "no words under the empty list: " << shown.heightOnScreen();
     QThread::msleep(300); // the last step of the height animation, if any
     const int height = shown.heightOnScreen();
     EXPECT_EQ(shown.heightOfWindow(), height);
-    EXPECT_GE(height, kTableTop + 8 + 10 + 12);
-    EXPECT_LE(height, kTableTop + 8 + 20 + 12);
-    EXPECT_EQ(inkIn(shown.window(height), QRect(0, kTableTop, kWidth, 8)), 0);
-    EXPECT_GT(inkIn(shown.window(height), QRect(0, kTableTop + 8, kWidth, height - kTableTop - 8)), 50);
+    EXPECT_GE(height, kShownTableTop + 8 + 10 + 12);
+    EXPECT_LE(height, kShownTableTop + 8 + 20 + 12);
+    EXPECT_EQ(inkIn(shown.window(height), QRect(0, kShownTableTop, kWidth, 8)), 0);
+    EXPECT_GT(inkIn(shown.window(height), QRect(0, kShownTableTop + 8, kWidth, height - kShownTableTop - 8)),
+              50);
 }
 
 namespace {
@@ -159,9 +161,9 @@ public:
     // pointer and the button under it, not compared while the pointer may be there;
     // `ignoredInRow`: the button it pressed (drawn pressed or hovered), moving with the row.
     LeavingRow(const QImage& before, int row, int rows, QRect ignoredOnScreen, QRect ignoredInRow)
-        : m_before(before.convertToFormat(QImage::Format_RGB32)), m_top(kTableTop + row * kRowHeight),
-          m_end(kTableTop + rows * kRowHeight), m_ignoredOnScreen(ignoredOnScreen),
-          m_ignoredInRow(ignoredInRow) {}
+        : m_before(before.convertToFormat(QImage::Format_RGB32)),
+          m_top(kShownTableTop + row * kShownRowHeight), m_end(kShownTableTop + rows * kShownRowHeight),
+          m_ignoredOnScreen(ignoredOnScreen), m_ignoredInRow(ignoredInRow) {}
 
     struct Frame {
         int dx = 0;           // how far the leaving row was moved sideways
@@ -177,9 +179,9 @@ public:
         Frame out;
         // The rows below: the shift that explains most of the lines below the leaving row's band.
         int best = -1;
-        for (int dy = 0; dy <= kRowHeight; ++dy) {
+        for (int dy = 0; dy <= kShownRowHeight; ++dy) {
             int lines = 0;
-            for (int y = m_top + kRowHeight; y < m_end; ++y)
+            for (int y = m_top + kShownRowHeight; y < m_end; ++y)
                 lines += risingLine(frame, y, dy);
             if (lines > best) {
                 best = lines;
@@ -188,7 +190,7 @@ public:
         }
         // The leaving row, above where the rows below have come: the shift that shows most of its
         // drawn pixels (then most of its lines) as they were. Moved by its whole width, it is gone.
-        const int leavingEnd = m_top + kRowHeight - out.dy;
+        const int leavingEnd = m_top + kShownRowHeight - out.dy;
         int bestDrawn = -1;
         int bestLines = -1;
         for (int dx = -kWidth; dx <= kWidth; ++dx) {
@@ -231,7 +233,7 @@ private:
         for (int x = 0; x < kWidth; ++x) {
             if (m_pointerThere && m_ignoredOnScreen.contains(x, y))
                 continue;
-            const QRgb expected = from < m_end ? at(m_before, x, from) : kPanel;
+            const QRgb expected = from < m_end ? at(m_before, x, from) : kShownPanel;
             if (at(frame, x, y) != expected)
                 return false;
         }
@@ -247,10 +249,10 @@ private:
             if ((m_pointerThere && m_ignoredOnScreen.contains(x, y)) ||
                 m_ignoredInRow.contains(from, y - m_top))
                 continue;
-            const QRgb expected = from >= 0 && from < kWidth ? at(m_before, from, y) : kPanel;
+            const QRgb expected = from >= 0 && from < kWidth ? at(m_before, from, y) : kShownPanel;
             if (at(frame, x, y) != expected)
                 return -1;
-            drawn += expected != kPanel;
+            drawn += expected != kShownPanel;
         }
         return drawn;
     }
@@ -274,7 +276,7 @@ struct Watched {
 
 Watched clickAndWatch(ShownWidget& shown, int buttonX) {
     constexpr int rows = 3;
-    const int height = kTableTop + rows * kRowHeight;
+    const int height = kShownTableTop + rows * kShownRowHeight;
     Watched watched;
     // The rows drawn and still: two reads alike, the last row's text in them.
     const bool still = waitFor(
@@ -283,7 +285,7 @@ Watched clickAndWatch(ShownWidget& shown, int buttonX) {
             QThread::msleep(100);
             watched.before = shown.window(height);
             return a == watched.before &&
-                   inkIn(watched.before, QRect(60, height - kRowHeight, 160, kRowHeight)) > 50 &&
+                   inkIn(watched.before, QRect(60, height - kShownRowHeight, 160, kShownRowHeight)) > 50 &&
                    shown.heightOnScreen() == height;
         },
         10000);
@@ -299,11 +301,12 @@ Watched clickAndWatch(ShownWidget& shown, int buttonX) {
     click.setProcessEnvironment(env);
     click.start(QStringLiteral("xdotool"),
                 {QStringLiteral("mousemove"), QStringLiteral("--window"), shown.windowId,
-                 QString::number(buttonX), QString::number(kTableTop + 40), QStringLiteral("click"),
+                 QString::number(buttonX), QString::number(kShownTableTop + 40), QStringLiteral("click"),
                  QStringLiteral("1"), QStringLiteral("mousemove"), QStringLiteral("790"),
                  QStringLiteral("890")});
     // At rest: the second row in the first row's place, the third in the second's.
-    const QImage movedUp = watched.before.copy(0, kTableTop + kRowHeight, kWidth, 2 * kRowHeight);
+    const QImage movedUp =
+        watched.before.copy(0, kShownTableTop + kShownRowHeight, kWidth, 2 * kShownRowHeight);
     QImage previous;
     bool pointerThere = true;
     QDeadlineTimer guard(20000);
@@ -317,7 +320,7 @@ Watched clickAndWatch(ShownWidget& shown, int buttonX) {
         if (read == previous && (watched.frames.isEmpty() || watched.frames.last() != read)) {
             watched.frames << read;
             watched.pointerThere << pointerThere;
-            if (read.copy(0, kTableTop, kWidth, 2 * kRowHeight) == movedUp) {
+            if (read.copy(0, kShownTableTop, kWidth, 2 * kShownRowHeight) == movedUp) {
                 watched.settled = true;
                 break;
             }
@@ -338,7 +341,7 @@ struct Seen {
 };
 
 Seen judge(const Watched& watched, int buttonX, int direction) {
-    const int clickY = kTableTop + 40;
+    const int clickY = kShownTableTop + 40;
     const LeavingRow leaving(watched.before, 0, 3, QRect(buttonX - 16, clickY - 16, 48, 48),
                              QRect(buttonX - 14, 40 - 14, 28, 28));
     Seen seen;

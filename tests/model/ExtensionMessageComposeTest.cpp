@@ -1,6 +1,7 @@
 #include "model/ExtensionAddress.h"
 #include "model/ExtensionMessage.h"
 #include "requestutils/RequestUtils.h"
+#include "support/Fixtures.h"
 #include "support/LogCapture.h"
 
 #include <QBuffer>
@@ -9,21 +10,18 @@
 
 using namespace corvina;
 using corvina::test::LogCapture;
+using corvina::test::s;
 
 namespace {
 
-std::string s(const QString& text) {
-    return text.toStdString();
-}
-
-ExtensionAddressPtr address(const QString& mail) {
+ExtensionAddressPtr composeAddress(const QString& mail) {
     return ExtensionAddress::initWithDictonary(QVariantMap{{"mail", mail}});
 }
 
 MutableList<ExtensionAddressPtr> recipients(const QStringList& mails) {
     auto list = makeMutableList<ExtensionAddressPtr>();
     for (const QString& mail : mails) {
-        list->append(address(mail));
+        list->append(composeAddress(mail));
     }
     return list;
 }
@@ -131,14 +129,14 @@ TEST(ExtensionMessageQueryUrl, RecipientsAreJoinedEachFollowedByASemicolon) {
 TEST(ExtensionMessageQueryUrl, AnEmptyAddressStillAddsItsSemicolon) {
     const auto m = ExtensionMessage::init();
     m->setTo(recipients({""}));
-    const auto withNull = address("x");
+    const auto withNull = composeAddress("x");
     withNull->setMail(QString());
     m->setBcc(makeMutableList<ExtensionAddressPtr>());
     m->bcc()->append(withNull);
     const auto parameters = parametersOf(m->queryUrl("compose"));
     EXPECT_EQ(s(parameters.value("to").toString()), ";") << "the joined text is not empty, so it is written";
     EXPECT_EQ(s(parameters.value("bcc").toString()), "(null);")
-        << "a missing address reads as in a description";
+        << "a missing composeAddress reads as in a description";
 }
 
 TEST(ExtensionMessageQueryUrl, AttachmentsKeepTheirIndexAndSkipOtherKinds) {

@@ -38,7 +38,7 @@ protected:
     }
 };
 
-QDateTime epochPlus(qint64 seconds) {
+QDateTime fixtureEpochPlus(qint64 seconds) {
     return QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC);
 }
 
@@ -59,8 +59,8 @@ TEST_P(RecordFixtures, Messages) {
     EXPECT_EQ(m[0]->folderPath(), QStringLiteral("INBOX"));
     EXPECT_EQ(m[0]->folderStandardId().toLongLong(), 1);
     EXPECT_EQ(m[0]->unread().toLongLong(), 1);
-    EXPECT_EQ(m[0]->date(), epochPlus(1700000000));
-    EXPECT_EQ(m[0]->dateString(), ExtensionDate::shared().centralDate(epochPlus(1700000000)));
+    EXPECT_EQ(m[0]->date(), fixtureEpochPlus(1700000000));
+    EXPECT_EQ(m[0]->dateString(), ExtensionDate::shared().centralDate(fixtureEpochPlus(1700000000)));
     ASSERT_FALSE(m[0]->image().isNull());
     EXPECT_EQ(m[0]->image().size(), QSize(3, 2));
     EXPECT_EQ(QColor(m[0]->image().pixel(2, 1)), QColor(200, 40, 90));
@@ -75,11 +75,11 @@ TEST_P(RecordFixtures, Messages) {
     EXPECT_EQ(m[1]->folderPath(), QString(""));
     EXPECT_EQ(m[1]->folderStandardId().toLongLong(), 0);
     EXPECT_EQ(m[1]->unread().toLongLong(), 0);
-    EXPECT_EQ(m[1]->date(), epochPlus(0));
+    EXPECT_EQ(m[1]->date(), fixtureEpochPlus(0));
     EXPECT_TRUE(m[1]->image().isNull());
 
     // 2: the date as a numeric text
-    EXPECT_EQ(m[2]->date(), epochPlus(1700000000));
+    EXPECT_EQ(m[2]->date(), fixtureEpochPlus(1700000000));
 
     // 3: a date that is a list: everything before it set, the date and what follows null
     EXPECT_EQ(m[3]->subject(), QStringLiteral("Broken date"));
@@ -96,7 +96,7 @@ TEST_P(RecordFixtures, Messages) {
 
     // 4: an avatar without Base64 content, a real-valued date
     EXPECT_TRUE(m[4]->image().isNull());
-    EXPECT_EQ(m[4]->date(), epochPlus(1700000128));
+    EXPECT_EQ(m[4]->date(), fixtureEpochPlus(1700000128));
 
     // 5: a number where a text belongs, a text where a number belongs, a boolean flag
     EXPECT_EQ(m[5]->subject(), QStringLiteral("42"));
@@ -106,7 +106,7 @@ TEST_P(RecordFixtures, Messages) {
     // 6: non-ASCII texts kept exactly
     EXPECT_EQ(m[6]->subject(), QStringLiteral("Grüße aus Köln 🌧"));
     EXPECT_EQ(m[6]->from(), QStringLiteral("Jürgen Groß"));
-    EXPECT_EQ(m[6]->date(), epochPlus(1700000000));
+    EXPECT_EQ(m[6]->date(), fixtureEpochPlus(1700000000));
 
     // 7: Base64 of bytes that are no image
     EXPECT_TRUE(m[7]->image().isNull());

@@ -1,14 +1,13 @@
 #include "requestutils/RequestUtils.h"
+#include "support/Fixtures.h"
 
 #include <gtest/gtest.h>
 
 using namespace corvina;
+using corvina::test::s;
 using namespace corvina::RequestUtils;
 
 namespace {
-std::string s(const QString& text) {
-    return text.toStdString();
-}
 Url url(const char* text) {
     return *Url::URLWithString(text);
 }

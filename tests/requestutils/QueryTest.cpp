@@ -1,15 +1,11 @@
 #include "requestutils/RequestUtils.h"
+#include "support/Fixtures.h"
 
 #include <QRandomGenerator>
 #include <gtest/gtest.h>
 
 using namespace corvina::RequestUtils;
-
-namespace {
-std::string s(const QString& text) {
-    return text.toStdString();
-}
-} // namespace
+using corvina::test::s;
 
 TEST(URLEncodedString, KeepsOnlyUnreservedCharacters) {
     EXPECT_EQ(s(URLEncodedString("a b")), "a%20b");

@@ -1,14 +1,10 @@
 #include "requestutils/RequestUtils.h"
+#include "support/Fixtures.h"
 
 #include <gtest/gtest.h>
 
 using namespace corvina::RequestUtils;
-
-namespace {
-std::string s(const QString& text) {
-    return text.toStdString();
-}
-} // namespace
+using corvina::test::s;
 
 TEST(URLStrings, Fragments) {
     EXPECT_EQ(s(URLFragment("a?b#c")), "c");

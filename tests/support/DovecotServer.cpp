@@ -24,8 +24,8 @@ namespace {
 
 // Long enough for a loaded machine, short enough that a broken set-up fails the test instead of
 // hanging it.
-constexpr int StartTimeoutMs = 20000;
-constexpr int StopTimeoutMs = 10000;
+constexpr int DovecotStartTimeoutMs = 20000;
+constexpr int DovecotStopTimeoutMs = 10000;
 
 // The owner of the mail files: the static user database below serves every user as nobody.
 struct MailOwner {
@@ -226,7 +226,7 @@ bool DovecotServer::start(QString* error) {
         m_process.setProcessChannelMode(QProcess::MergedChannels);
         m_process.start(QStringLiteral("dovecot"), {QStringLiteral("-F"), QStringLiteral("-c"),
                                                     m_dir.filePath(QStringLiteral("dovecot.conf"))});
-        if (!m_process.waitForStarted(StartTimeoutMs)) {
+        if (!m_process.waitForStarted(DovecotStartTimeoutMs)) {
             reason = QStringLiteral("dovecot could not be started: ") + m_process.errorString();
             break;
         }
@@ -281,7 +281,7 @@ bool DovecotServer::enableTls(QString* error) {
         openssl.setWorkingDirectory(dir);
         openssl.setProcessChannelMode(QProcess::MergedChannels);
         openssl.start(QStringLiteral("openssl"), arguments);
-        if (!openssl.waitForFinished(StartTimeoutMs) || openssl.exitStatus() != QProcess::NormalExit ||
+        if (!openssl.waitForFinished(DovecotStartTimeoutMs) || openssl.exitStatus() != QProcess::NormalExit ||
             openssl.exitCode() != 0) {
             if (error)
                 *error =
@@ -299,7 +299,7 @@ QString DovecotServer::caFile() const {
 }
 
 bool DovecotServer::waitForGreeting(QString* error) {
-    const QDeadlineTimer deadline(StartTimeoutMs);
+    const QDeadlineTimer deadline(DovecotStartTimeoutMs);
     while (!deadline.hasExpired()) {
         if (m_process.state() != QProcess::Running) {
             *error = QStringLiteral("dovecot exited: ") + QString::fromUtf8(m_process.readAll());
@@ -317,8 +317,9 @@ bool DovecotServer::waitForGreeting(QString* error) {
         // Not listening yet: the master is still reading its configuration.
         m_process.waitForFinished(50);
     }
-    *error =
-        QStringLiteral("dovecot did not greet on port %1 within %2 s").arg(m_port).arg(StartTimeoutMs / 1000);
+    *error = QStringLiteral("dovecot did not greet on port %1 within %2 s")
+                 .arg(m_port)
+                 .arg(DovecotStartTimeoutMs / 1000);
     return false;
 }
 
@@ -371,10 +372,10 @@ void DovecotServer::stop() {
     // A mail process that is serving a client outlives its master: a stopped server must not keep
     // talking to the clients it had.
     const QList<pid_t> sessions = descendants(static_cast<pid_t>(m_process.processId()));
-    stopProcess(m_process, StopTimeoutMs);
+    stopProcess(m_process, DovecotStopTimeoutMs);
     for (const pid_t pid : sessions)
         ::kill(pid, SIGKILL);
-    const QDeadlineTimer deadline(StopTimeoutMs);
+    const QDeadlineTimer deadline(DovecotStopTimeoutMs);
     for (const pid_t pid : sessions) {
         while (!isGone(pid) && !deadline.hasExpired())
             QThread::msleep(10);

@@ -18,4 +18,8 @@ QByteArray fixtureBytes(const QString& relative) {
     return file.readAll();
 }
 
+std::string s(const QString& text) {
+    return text.toStdString();
+}
+
 } // namespace corvina::test

@@ -18,8 +18,8 @@ namespace corvina::test {
 
 namespace {
 
-constexpr int StartTimeoutMs = 15000;
-constexpr int StopTimeoutMs = 5000;
+constexpr int KeyringStartTimeoutMs = 15000;
+constexpr int KeyringStopTimeoutMs = 5000;
 const QString ServiceName = QStringLiteral("org.freedesktop.secrets");
 
 } // namespace
@@ -76,13 +76,13 @@ bool KeyringDaemon::start(QString* error) {
     m_process.start(
         QStringLiteral("gnome-keyring-daemon"),
         {QStringLiteral("--foreground"), QStringLiteral("--unlock"), QStringLiteral("--components=secrets")});
-    if (!m_process.waitForStarted(StartTimeoutMs))
+    if (!m_process.waitForStarted(KeyringStartTimeoutMs))
         return fail(QStringLiteral("gnome-keyring-daemon could not be started: ") + m_process.errorString());
     // The login keyring is made with this password (an empty one makes none) and left unlocked.
     m_process.write("keyring-of-the-test");
     m_process.closeWriteChannel();
 
-    const QDeadlineTimer deadline(StartTimeoutMs);
+    const QDeadlineTimer deadline(KeyringStartTimeoutMs);
     while (!deadline.hasExpired()) {
         if (m_process.state() != QProcess::Running)
             return fail(QStringLiteral("gnome-keyring-daemon exited"));
@@ -92,7 +92,7 @@ bool KeyringDaemon::start(QString* error) {
         m_process.waitForFinished(50);
     }
     return fail(QStringLiteral("gnome-keyring-daemon did not offer a default keyring within %1 s")
-                    .arg(StartTimeoutMs / 1000));
+                    .arg(KeyringStartTimeoutMs / 1000));
 }
 
 void KeyringDaemon::freeze() {
@@ -108,7 +108,7 @@ void KeyringDaemon::resume() {
 
 void KeyringDaemon::stop() {
     resume();
-    stopProcess(m_process, StopTimeoutMs);
+    stopProcess(m_process, KeyringStopTimeoutMs);
 }
 
 } // namespace corvina::test

@@ -9,25 +9,25 @@ namespace corvina::test {
 
 namespace {
 
-const QString Service = QStringLiteral("org.freedesktop.Notifications");
-const QString Path = QStringLiteral("/org/freedesktop/Notifications");
-QAtomicInt g_connections = 0;
+const QString NotificationsService = QStringLiteral("org.freedesktop.Notifications");
+const QString NotificationsPath = QStringLiteral("/org/freedesktop/Notifications");
+QAtomicInt g_recorderConnections = 0;
 
 } // namespace
 
 NotificationRecorder::NotificationRecorder(const QString& address)
-    : m_connectionName(
-          QStringLiteral("corvina-notification-recorder-%1").arg(g_connections.fetchAndAddRelaxed(1))),
+    : m_connectionName(QStringLiteral("corvina-notification-recorder-%1")
+                           .arg(g_recorderConnections.fetchAndAddRelaxed(1))),
       m_connection(QDBusConnection::connectToBus(address, m_connectionName)) {
     m_registered = m_connection.isConnected() &&
-                   m_connection.registerObject(Path, this, QDBusConnection::ExportAllSlots) &&
-                   m_connection.registerService(Service);
+                   m_connection.registerObject(NotificationsPath, this, QDBusConnection::ExportAllSlots) &&
+                   m_connection.registerService(NotificationsService);
 }
 
 NotificationRecorder::~NotificationRecorder() {
     if (m_connection.isConnected()) {
-        m_connection.unregisterService(Service);
-        m_connection.unregisterObject(Path);
+        m_connection.unregisterService(NotificationsService);
+        m_connection.unregisterObject(NotificationsPath);
     }
     QDBusConnection::disconnectFromBus(m_connectionName);
 }
@@ -56,7 +56,8 @@ void NotificationRecorder::CloseNotification(uint id) {
         QMutexLocker lock(&m_mutex);
         m_closed.append(id);
     }
-    QDBusMessage closed = QDBusMessage::createSignal(Path, Service, QStringLiteral("NotificationClosed"));
+    QDBusMessage closed = QDBusMessage::createSignal(NotificationsPath, NotificationsService,
+                                                     QStringLiteral("NotificationClosed"));
     closed << id << uint(3);
     m_connection.send(closed);
 }
@@ -72,13 +73,15 @@ uint NotificationRecorder::idOf(qsizetype index) const {
 }
 
 void NotificationRecorder::invokeAction(uint id, const QString& key) {
-    QDBusMessage invoked = QDBusMessage::createSignal(Path, Service, QStringLiteral("ActionInvoked"));
+    QDBusMessage invoked =
+        QDBusMessage::createSignal(NotificationsPath, NotificationsService, QStringLiteral("ActionInvoked"));
     invoked << id << key;
     m_connection.send(invoked);
 }
 
 void NotificationRecorder::dismiss(uint id) {
-    QDBusMessage closed = QDBusMessage::createSignal(Path, Service, QStringLiteral("NotificationClosed"));
+    QDBusMessage closed = QDBusMessage::createSignal(NotificationsPath, NotificationsService,
+                                                     QStringLiteral("NotificationClosed"));
     closed << id << uint(2);
     m_connection.send(closed);
 }

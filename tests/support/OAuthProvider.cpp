@@ -13,8 +13,8 @@ namespace {
 
 // Long enough for a loaded machine, short enough that a broken set-up fails the test instead of
 // hanging it.
-constexpr int StartTimeoutMs = 15000;
-constexpr int StopTimeoutMs = 5000;
+constexpr int ProviderStartTimeoutMs = 15000;
+constexpr int ProviderStopTimeoutMs = 5000;
 // An answer larger than this is no answer of the stand-in's.
 constexpr qsizetype MaxReplyBytes = 1024 * 1024;
 
@@ -107,10 +107,10 @@ bool OAuthProvider::start(QString* error) {
     m_process.start(QStringLiteral(CORVINA_TEST_OAUTHPROVIDER),
                     {QStringLiteral("--user"), m_defaultUser, QStringLiteral("--access-ttl"),
                      QString::number(m_accessTtl)});
-    if (!m_process.waitForStarted(StartTimeoutMs))
+    if (!m_process.waitForStarted(ProviderStartTimeoutMs))
         return fail(QStringLiteral("the OAuth provider stand-in could not be started: ") +
                     m_process.errorString());
-    const QDeadlineTimer deadline(StartTimeoutMs);
+    const QDeadlineTimer deadline(ProviderStartTimeoutMs);
     while (!m_process.canReadLine() && !deadline.hasExpired()) {
         if (m_process.state() != QProcess::Running)
             return fail(QStringLiteral("the OAuth provider stand-in exited"));
@@ -128,7 +128,7 @@ bool OAuthProvider::start(QString* error) {
 void OAuthProvider::stop() {
     if (m_process.state() == QProcess::NotRunning)
         return;
-    stopProcess(m_process, StopTimeoutMs);
+    stopProcess(m_process, ProviderStopTimeoutMs);
 }
 
 bool OAuthProvider::isRunning() const {

@@ -19,10 +19,10 @@ namespace corvina::test {
 
 namespace {
 
-constexpr int StartTimeoutMs = 15000;
-constexpr int StopTimeoutMs = 5000;
+constexpr int DaemonStartTimeoutMs = 15000;
+constexpr int DaemonStopTimeoutMs = 5000;
 constexpr int CallTimeoutMs = 15000;
-const QString Service = QStringLiteral("org.gnome.OnlineAccounts");
+const QString AccountsService = QStringLiteral("org.gnome.OnlineAccounts");
 const QString AccountsPath = QStringLiteral("/org/gnome/OnlineAccounts/Accounts/");
 
 // A call to the daemon; its error as one line in `error` when it fails.
@@ -81,29 +81,30 @@ bool OnlineAccountsDaemon::start(QString* error) {
     m_process.setStandardOutputFile(m_dir.filePath(QStringLiteral("goa-daemon.log")));
     m_process.setStandardErrorFile(m_dir.filePath(QStringLiteral("goa-daemon.log")), QIODevice::Append);
     m_process.start(QString::fromLatin1(Program), {QStringLiteral("--replace")});
-    if (!m_process.waitForStarted(StartTimeoutMs))
+    if (!m_process.waitForStarted(DaemonStartTimeoutMs))
         return fail(QStringLiteral("goa-daemon could not be started: ") + m_process.errorString());
-    if (!waitForBusName(Service, true, StartTimeoutMs))
-        return fail(
-            QStringLiteral("goa-daemon did not own %1 within %2 s").arg(Service).arg(StartTimeoutMs / 1000));
+    if (!waitForBusName(AccountsService, true, DaemonStartTimeoutMs))
+        return fail(QStringLiteral("goa-daemon did not own %1 within %2 s")
+                        .arg(AccountsService)
+                        .arg(DaemonStartTimeoutMs / 1000));
     return true;
 }
 
 void OnlineAccountsDaemon::stop() {
     if (m_process.state() == QProcess::NotRunning)
         return;
-    stopProcess(m_process, StopTimeoutMs);
-    waitForBusName(Service, false, StopTimeoutMs);
+    stopProcess(m_process, DaemonStopTimeoutMs);
+    waitForBusName(AccountsService, false, DaemonStopTimeoutMs);
 }
 
 QString OnlineAccountsDaemon::addImapAccount(const QString& mail, const QString& name, const QString& host,
                                              quint16 port, const QString& user, const QString& password,
                                              QString* error) {
     QDBusMessage message = QDBusMessage::createMethodCall(
-        Service, QStringLiteral("/org/gnome/OnlineAccounts/Manager"),
+        AccountsService, QStringLiteral("/org/gnome/OnlineAccounts/Manager"),
         QStringLiteral("org.gnome.OnlineAccounts.Manager"), QStringLiteral("AddAccount"));
     // What the desktop's settings send for an "IMAP and SMTP" account: the server as host:port,
-    // the passwords as credentials (kept by the daemon in the Secret Service), mail turned on.
+    // the passwords as credentials (kept by the daemon in the Secret AccountsService), mail turned on.
     const QString server = host + u':' + QString::number(port);
     const QMap<QString, QString> details{{QStringLiteral("Enabled"), QStringLiteral("true")},
                                          {QStringLiteral("EmailAddress"), mail},
@@ -139,7 +140,7 @@ QString OnlineAccountsDaemon::addImapAccount(const QString& mail, const QString&
 }
 
 bool OnlineAccountsDaemon::removeAccount(const QString& id, QString* error) {
-    return call(QDBusMessage::createMethodCall(Service, AccountsPath + id,
+    return call(QDBusMessage::createMethodCall(AccountsService, AccountsPath + id,
                                                QStringLiteral("org.gnome.OnlineAccounts.Account"),
                                                QStringLiteral("Remove")),
                 error)
@@ -147,8 +148,9 @@ bool OnlineAccountsDaemon::removeAccount(const QString& id, QString* error) {
 }
 
 bool OnlineAccountsDaemon::setMailDisabled(const QString& id, bool disabled, QString* error) {
-    QDBusMessage message = QDBusMessage::createMethodCall(
-        Service, AccountsPath + id, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
+    QDBusMessage message = QDBusMessage::createMethodCall(AccountsService, AccountsPath + id,
+                                                          QStringLiteral("org.freedesktop.DBus.Properties"),
+                                                          QStringLiteral("Set"));
     message << QStringLiteral("org.gnome.OnlineAccounts.Account") << QStringLiteral("MailDisabled")
             << QVariant::fromValue(QDBusVariant(disabled));
     return call(message, error).type() == QDBusMessage::ReplyMessage;

@@ -15,8 +15,8 @@ namespace corvina::test {
 
 namespace {
 
-constexpr int StartTimeoutMs = 15000;
-constexpr int StopTimeoutMs = 5000;
+constexpr int StandInStartTimeoutMs = 15000;
+constexpr int StandInStopTimeoutMs = 5000;
 
 } // namespace
 
@@ -52,20 +52,20 @@ bool OnlineAccountsStandIn::start(QString* error) {
     m_process.start(
         QStringLiteral(CORVINA_TEST_ONLINEACCOUNTS),
         {m_dir.filePath(QStringLiteral("state.json")), m_dir.filePath(QStringLiteral("calls.log"))});
-    if (!m_process.waitForStarted(StartTimeoutMs))
+    if (!m_process.waitForStarted(StandInStartTimeoutMs))
         return fail(QStringLiteral("the stand-in could not be started: ") + m_process.errorString());
-    if (!waitForBusName(QString::fromLatin1(Name), true, StartTimeoutMs))
+    if (!waitForBusName(QString::fromLatin1(Name), true, StandInStartTimeoutMs))
         return fail(QStringLiteral("the stand-in did not own %1 within %2 s")
                         .arg(QString::fromLatin1(Name))
-                        .arg(StartTimeoutMs / 1000));
+                        .arg(StandInStartTimeoutMs / 1000));
     return true;
 }
 
 void OnlineAccountsStandIn::stop() {
     if (m_process.state() == QProcess::NotRunning)
         return;
-    stopProcess(m_process, StopTimeoutMs);
-    waitForBusName(QString::fromLatin1(Name), false, StopTimeoutMs);
+    stopProcess(m_process, StandInStopTimeoutMs);
+    waitForBusName(QString::fromLatin1(Name), false, StandInStopTimeoutMs);
 }
 
 void OnlineAccountsStandIn::setAccounts(const QJsonArray& accounts) {

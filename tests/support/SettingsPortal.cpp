@@ -7,25 +7,26 @@ namespace corvina::test {
 
 namespace {
 
-const QString Service = QStringLiteral("org.freedesktop.portal.Desktop");
-const QString Path = QStringLiteral("/org/freedesktop/portal/desktop");
-const QString Interface = QStringLiteral("org.freedesktop.portal.Settings");
-QAtomicInt g_connections = 0;
+const QString PortalService = QStringLiteral("org.freedesktop.portal.Desktop");
+const QString PortalPath = QStringLiteral("/org/freedesktop/portal/desktop");
+const QString PortalInterface = QStringLiteral("org.freedesktop.portal.Settings");
+QAtomicInt g_portalConnections = 0;
 
 } // namespace
 
 SettingsPortal::SettingsPortal(const QString& address, uint colorScheme)
-    : m_connectionName(QStringLiteral("corvina-settings-portal-%1").arg(g_connections.fetchAndAddRelaxed(1))),
+    : m_connectionName(
+          QStringLiteral("corvina-settings-portal-%1").arg(g_portalConnections.fetchAndAddRelaxed(1))),
       m_connection(QDBusConnection::connectToBus(address, m_connectionName)), m_colorScheme(colorScheme) {
     m_registered = m_connection.isConnected() &&
-                   m_connection.registerObject(Path, this, QDBusConnection::ExportAllSlots) &&
-                   m_connection.registerService(Service);
+                   m_connection.registerObject(PortalPath, this, QDBusConnection::ExportAllSlots) &&
+                   m_connection.registerService(PortalService);
 }
 
 SettingsPortal::~SettingsPortal() {
     if (m_connection.isConnected()) {
-        m_connection.unregisterService(Service);
-        m_connection.unregisterObject(Path);
+        m_connection.unregisterService(PortalService);
+        m_connection.unregisterObject(PortalPath);
     }
     QDBusConnection::disconnectFromBus(m_connectionName);
 }
@@ -41,7 +42,8 @@ QDBusVariant SettingsPortal::Read(const QString& group, const QString& key, cons
 
 void SettingsPortal::setColorScheme(uint colorScheme) {
     m_colorScheme = colorScheme;
-    QDBusMessage changed = QDBusMessage::createSignal(Path, Interface, QStringLiteral("SettingChanged"));
+    QDBusMessage changed =
+        QDBusMessage::createSignal(PortalPath, PortalInterface, QStringLiteral("SettingChanged"));
     changed << QStringLiteral("org.freedesktop.appearance") << QStringLiteral("color-scheme")
             << QVariant::fromValue(QDBusVariant(colorScheme));
     m_connection.send(changed);

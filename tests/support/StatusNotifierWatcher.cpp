@@ -10,30 +10,30 @@ namespace corvina::test {
 
 namespace {
 
-const QString Service = QStringLiteral("org.kde.StatusNotifierWatcher");
-const QString Path = QStringLiteral("/StatusNotifierWatcher");
+const QString WatcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
+const QString WatcherPath = QStringLiteral("/StatusNotifierWatcher");
 const QString ItemInterface = QStringLiteral("org.kde.StatusNotifierItem");
 const QString ItemPath = QStringLiteral("/StatusNotifierItem");
-QAtomicInt g_connections = 0;
+QAtomicInt g_watcherConnections = 0;
 
 } // namespace
 
 StatusNotifierWatcher::StatusNotifierWatcher(const QString& address)
-    : m_connectionName(
-          QStringLiteral("corvina-status-notifier-watcher-%1").arg(g_connections.fetchAndAddRelaxed(1))),
+    : m_connectionName(QStringLiteral("corvina-status-notifier-watcher-%1")
+                           .arg(g_watcherConnections.fetchAndAddRelaxed(1))),
       m_connection(QDBusConnection::connectToBus(address, m_connectionName)) {
     m_registered =
         m_connection.isConnected() &&
-        m_connection.registerObject(Path, this,
+        m_connection.registerObject(WatcherPath, this,
                                     QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals |
                                         QDBusConnection::ExportAllProperties) &&
-        m_connection.registerService(Service);
+        m_connection.registerService(WatcherService);
 }
 
 StatusNotifierWatcher::~StatusNotifierWatcher() {
     if (m_connection.isConnected()) {
-        m_connection.unregisterService(Service);
-        m_connection.unregisterObject(Path);
+        m_connection.unregisterService(WatcherService);
+        m_connection.unregisterObject(WatcherPath);
     }
     QDBusConnection::disconnectFromBus(m_connectionName);
 }

@@ -16,11 +16,11 @@ using namespace corvina;
 
 namespace {
 
-constexpr int kRowHeight = 40;
+constexpr int kAccessibleRowHeight = 40;
 
 // A cell like the widget's: its buttons made in another order than they are drawn (Archive,
 // Delete, Reply, drawn Reply, Archive, Delete), inside a view of their own.
-class Rows : public TableViewDataSource, public TableViewDelegate {
+class AccessibleRows : public TableViewDataSource, public TableViewDelegate {
 public:
     qint64 count = 4;
     QList<QPair<qint64, QString>> clicks;
@@ -28,11 +28,11 @@ public:
     qint64 numberOfRowsInTableView(TableView*) override { return count; }
     QWidget* viewForTableColumn(TableView* table, TableColumn*, qint64 row) override {
         auto* cell = new QWidget;
-        cell->resize(table->width(), kRowHeight);
+        cell->resize(table->width(), kAccessibleRowHeight);
         cell->setAccessibleName(QStringLiteral("row %1").arg(row));
         cell->setAccessibleDescription(QStringLiteral("about row %1").arg(row));
         auto* inner = new QWidget(cell);
-        inner->setGeometry(0, 0, table->width(), kRowHeight);
+        inner->setGeometry(0, 0, table->width(), kAccessibleRowHeight);
         const QList<QPair<QString, int>> buttons{{"Archive", 128}, {"Delete", 156}, {"Reply", 100}};
         for (const auto& [name, x] : buttons) {
             auto* button = new ImageButton(inner);
@@ -55,7 +55,7 @@ protected:
         window.resize(200, 240);
         table = new TableView(QRect(0, 0, 200, 200), &window);
         table->setAccessibleName(QStringLiteral("Messages"));
-        table->setRowHeight(kRowHeight);
+        table->setRowHeight(kAccessibleRowHeight);
         table->setIntercellSpacing(QSizeF(0, 0));
         table->setDataSource(&rows);
         table->setDelegate(&rows);
@@ -69,7 +69,7 @@ protected:
 
     void press(Qt::Key key) { QTest::keyClick(window.windowHandle(), key); }
 
-    Rows rows;
+    AccessibleRows rows;
     QWidget window;
     TableView* table = nullptr;
     QAccessibleInterface* list = nullptr;

@@ -17,7 +17,7 @@ using namespace corvina;
 
 namespace {
 
-class Rows : public TableViewDataSource, public TableViewDelegate {
+class TodayRows : public TableViewDataSource, public TableViewDelegate {
 public:
     qint64 count = 3;
     bool todayRows = false;
@@ -39,7 +39,7 @@ int paintedPixels(QWidget* w) {
 }
 
 // A table of `rows` (the data source and delegate) rows of the widget's height and width, loaded.
-std::unique_ptr<TodayTableView> loadedTable(Rows& rows, int height = 200) {
+std::unique_ptr<TodayTableView> loadedTable(TodayRows& rows, int height = 200) {
     auto table = std::make_unique<TodayTableView>(QRect(0, 0, TodayMetrics::width, height));
     table->setRowHeight(TodayMetrics::rowHeight);
     table->setDataSource(&rows);
@@ -73,7 +73,7 @@ TEST(TodayTableView, NoHeaderNoFocusRingTransparentNoSpacing) {
 }
 
 TEST(TodayTableView, FirstRowStartsAtTheTopEdge) {
-    Rows rows;
+    TodayRows rows;
     auto loaded = loadedTable(rows);
     TodayTableView& table = *loaded;
     EXPECT_EQ(table.numberOfRows(), 3);
@@ -90,7 +90,7 @@ TEST(TodayTableView, FirstRowStartsAtTheTopEdge) {
 }
 
 TEST(TodayTableView, SelectedTodayRowsDrawNoHighlightPlainRowsDo) {
-    Rows rows;
+    TodayRows rows;
     auto loaded = loadedTable(rows);
     TodayTableView& table = *loaded;
     table.selectRow(1);
@@ -106,7 +106,7 @@ TEST(TodayTableView, SelectedTodayRowsDrawNoHighlightPlainRowsDo) {
 }
 
 TEST(TodayTableView, SelectingTellsTheDelegateOnlyOnChange) {
-    Rows rows;
+    TodayRows rows;
     auto loaded = loadedTable(rows);
     TodayTableView& table = *loaded;
     table.selectRow(2);
@@ -119,7 +119,7 @@ TEST(TodayTableView, SelectingTellsTheDelegateOnlyOnChange) {
 }
 
 TEST(TodayTableView, RemovingRowsKeepsItsOwnCountAndMovesRowsUp) {
-    Rows rows;
+    TodayRows rows;
     rows.count = 5;
     auto loaded = loadedTable(rows, 300);
     TodayTableView& table = *loaded;
@@ -133,12 +133,12 @@ TEST(TodayTableView, RemovingRowsKeepsItsOwnCountAndMovesRowsUp) {
 
 namespace {
 
-// Rows that fill their whole rect with a colour: the removed one red, the others blue.
-class PaintedRows : public Rows {
+// TodayRows that fill their whole rect with a colour: the removed one red, the others blue.
+class PaintedRows : public TodayRows {
 public:
     qint64 redRow = 1;
     QWidget* viewForTableColumn(TableView* table, TableColumn* column, qint64 row) override {
-        QWidget* w = Rows::viewForTableColumn(table, column, row);
+        QWidget* w = TodayRows::viewForTableColumn(table, column, row);
         QPalette palette = w->palette();
         palette.setColor(QPalette::Window, row == redRow ? QColor(Qt::red) : QColor(Qt::blue));
         w->setPalette(palette);
@@ -186,9 +186,9 @@ TEST(TodayTableView, ASlidingRowIsNeverDrawnOverTheRowsMovingUp) {
 
 namespace {
 
-// Rows whose cells draw thin lines of their own colour across their width and leave the rest
+// TodayRows whose cells draw thin lines of their own colour across their width and leave the rest
 // transparent, as text does: the first removed one red, the second green, the others blue.
-class LinedRows : public Rows {
+class LinedRows : public TodayRows {
 public:
     QWidget* viewForTableColumn(TableView* table, TableColumn*, qint64 row) override {
         const QColor colour = row == 1 ? QColor(Qt::red) : row == 2 ? QColor(Qt::green) : QColor(Qt::blue);

@@ -25,19 +25,19 @@ using corvina::test::TempContainer;
 
 namespace {
 
-const QString kAnn = QStringLiteral("ann@example.org");
+const QString kNotifiedAccount = QStringLiteral("ann@example.org");
 
-ExtensionMessagePtr message(const QString& id, const QString& subject = QString()) {
-    QVariantMap m = TempContainer::message(id, kAnn, 1795000000, 1);
+ExtensionMessagePtr notifiedMessage(const QString& id, const QString& subject = QString()) {
+    QVariantMap m = TempContainer::message(id, kNotifiedAccount, 1795000000, 1);
     m.insert(QStringLiteral("from"), QStringLiteral("Sender ") + id);
     m.insert(QStringLiteral("subject"), subject.isNull() ? QStringLiteral("Subject ") + id : subject);
     return ExtensionMessage::initWithDictonary(m);
 }
 
-ExtensionMessageList messages(const QStringList& ids) {
+ExtensionMessageList notifiedMessages(const QStringList& ids) {
     ExtensionMessageList out;
     for (const QString& id : ids)
-        out << message(id);
+        out << notifiedMessage(id);
     return out;
 }
 
@@ -51,7 +51,7 @@ protected:
         host.installRecorder(ConstVars::appIdentifier);
         notifier = std::make_unique<MailNotifier>(&tracker);
         // What the program holds at its start is never announced.
-        tracker.update(messages({"m0", "m1"}));
+        tracker.update(notifiedMessages({"m0", "m1"}));
     }
 
     // Waits until the recorder has `count` notifications and the notifier has the ids of those it
@@ -73,8 +73,8 @@ protected:
 } // namespace
 
 TEST_F(MailNotifierTest, OnePerNewMessageWithSenderSubjectAndTheThreeActions) {
-    tracker.update(messages({"n1"}) + ExtensionMessageList{message("n2", "Fish & <chips>")} +
-                   messages({"m0", "m1"}));
+    tracker.update(notifiedMessages({"n1"}) + ExtensionMessageList{notifiedMessage("n2", "Fish & <chips>")} +
+                   notifiedMessages({"m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(2, 2));
     const auto shown = recorder->notifications();
     EXPECT_EQ(shown.at(0).applicationName, QStringLiteral("Corvina Today"));
@@ -94,7 +94,7 @@ TEST_F(MailNotifierTest, OnePerNewMessageWithSenderSubjectAndTheThreeActions) {
 }
 
 TEST_F(MailNotifierTest, ActionsSendTheWidgetsOwnCommandsForThatMessage) {
-    tracker.update(messages({"n1", "n2", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n1", "n2", "m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(2, 2));
     const uint n1 = recorder->idOf(0);
     const uint n2 = recorder->idOf(1);
@@ -113,7 +113,7 @@ TEST_F(MailNotifierTest, ActionsSendTheWidgetsOwnCommandsForThatMessage) {
     // Exactly the URLs the row's buttons make, with the same launch options (archive and delete in
     // the background, open in the foreground).
     EXPECT_EQ(launches.at(0).arguments,
-              QStringList{ExtensionUtilities::CommandURLForMessage(message("n2"), ConstVars::commandArchive)
+              QStringList{ExtensionUtilities::CommandURLForMessage(notifiedMessage("n2"), ConstVars::commandArchive)
                               ->absoluteString()});
     EXPECT_EQ(launches.at(0).arguments,
               QStringList{QStringLiteral(
@@ -133,7 +133,7 @@ TEST_F(MailNotifierTest, ActionsSendTheWidgetsOwnCommandsForThatMessage) {
 
 TEST_F(MailNotifierTest, MoreThanThreeAtOnceAreOneNotification) {
     QSignalSpy showList(notifier.get(), &MailNotifier::showListRequested);
-    tracker.update(messages({"n1", "n2", "n3", "n4", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n1", "n2", "n3", "n4", "m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(1, 1));
     const auto shown = recorder->notifications().at(0);
     EXPECT_EQ(shown.summary, QStringLiteral("4 new messages"));
@@ -142,7 +142,7 @@ TEST_F(MailNotifierTest, MoreThanThreeAtOnceAreOneNotification) {
                              "Sender n4: Subject n4"));
     EXPECT_EQ(shown.actions, (QStringList{"default", "Show the list", "show", "Show the list"}));
     // Three at once are three.
-    tracker.update(messages({"p1", "p2", "p3", "n1", "n2", "n3", "n4", "m0", "m1"}));
+    tracker.update(notifiedMessages({"p1", "p2", "p3", "n1", "n2", "n3", "n4", "m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(4, 4));
     recorder->invokeAction(recorder->idOf(0), QStringLiteral("show"));
     ASSERT_TRUE(drain([&] { return showList.size() == 1; }));
@@ -150,10 +150,10 @@ TEST_F(MailNotifierTest, MoreThanThreeAtOnceAreOneNotification) {
 }
 
 TEST_F(MailNotifierTest, ReplacedWhenSomeOfItsMessagesLeaveAndClosedWhenAllHave) {
-    tracker.update(messages({"n1", "n2", "n3", "n4", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n1", "n2", "n3", "n4", "m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(1, 1));
     const uint group = recorder->idOf(0);
-    tracker.update(messages({"s1", "n2", "n3", "m0", "m1"}));
+    tracker.update(notifiedMessages({"s1", "n2", "n3", "m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(3, 2));
     const auto replaced = recorder->notifications().at(1);
     EXPECT_EQ(replaced.replacesId, group);
@@ -161,15 +161,15 @@ TEST_F(MailNotifierTest, ReplacedWhenSomeOfItsMessagesLeaveAndClosedWhenAllHave)
     EXPECT_EQ(recorder->notifications().at(2).summary, QStringLiteral("Sender s1"));
     const uint single = recorder->idOf(2);
 
-    tracker.update(messages({"m0", "m1"}));
+    tracker.update(notifiedMessages({"m0", "m1"}));
     ASSERT_TRUE(drain([&] { return recorder->closed().size() == 2 && notifier->shownIds().isEmpty(); }));
     EXPECT_EQ(recorder->closed(), (QList<uint>{group, single}));
 }
 
 TEST_F(MailNotifierTest, WhatLeavesBeforeTheServiceAnsweredIsNotForgotten) {
     // Both reads come before the service's answers do.
-    tracker.update(messages({"n1", "n2", "n3", "n4", "p1", "m0", "m1"}));
-    tracker.update(messages({"n1", "n2", "n3", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n1", "n2", "n3", "n4", "p1", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n1", "n2", "n3", "m0", "m1"}));
     EXPECT_TRUE(recorder->notifications().isEmpty());
     ASSERT_TRUE(
         drain([&] { return recorder->notifications().size() == 2 && notifier->shownIds().size() == 1; }));
@@ -177,21 +177,21 @@ TEST_F(MailNotifierTest, WhatLeavesBeforeTheServiceAnsweredIsNotForgotten) {
     EXPECT_EQ(recorder->notifications().at(1).summary, QStringLiteral("3 new messages"));
     EXPECT_EQ(recorder->notifications().at(1).replacesId, recorder->idOf(0));
 
-    tracker.update(messages({"q1", "m0", "m1"}));
-    tracker.update(messages({"m0", "m1"}));
+    tracker.update(notifiedMessages({"q1", "m0", "m1"}));
+    tracker.update(notifiedMessages({"m0", "m1"}));
     ASSERT_TRUE(drain([&] { return recorder->closed().size() == 2 && notifier->keptCount() == 0; }));
     EXPECT_EQ(recorder->closed(), (QList<uint>{recorder->idOf(0), recorder->idOf(2)}));
 }
 
 TEST_F(MailNotifierTest, ADismissedNotificationIsForgotten) {
-    tracker.update(messages({"n1", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n1", "m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(1, 1));
     recorder->dismiss(recorder->idOf(0));
     ASSERT_TRUE(drain([&] { return notifier->shownIds().isEmpty(); }));
-    tracker.update(messages({"m0", "m1"}));
+    tracker.update(notifiedMessages({"m0", "m1"}));
     recorder->invokeAction(recorder->idOf(0), ConstVars::commandArchive);
     // A later notification shows that both were handled: nothing was closed or launched.
-    tracker.update(messages({"n2", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n2", "m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(2, 1));
     EXPECT_TRUE(recorder->closed().isEmpty());
     EXPECT_TRUE(host.launches().isEmpty());
@@ -202,9 +202,9 @@ TEST_F(MailNotifierTest, TheSettingTurnsThemOff) {
     MailNotifier::setEnabled(false);
     EXPECT_FALSE(MailNotifier::isEnabled());
     EXPECT_EQ(UserDefaults::valueForKey(MailNotifier::enabledKey).toBool(), false);
-    tracker.update(messages({"n1", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n1", "m0", "m1"}));
     MailNotifier::setEnabled(true);
-    tracker.update(messages({"n2", "n1", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n2", "n1", "m0", "m1"}));
     ASSERT_TRUE(waitForNotifications(1, 1));
     EXPECT_EQ(recorder->notifications().at(0).summary, QStringLiteral("Sender n2"));
 }
@@ -212,7 +212,7 @@ TEST_F(MailNotifierTest, TheSettingTurnsThemOff) {
 TEST_F(MailNotifierTest, NoServiceDropsThemQuietly) {
     recorder.reset();
     LogCapture log;
-    tracker.update(messages({"n1", "n2", "m0", "m1"}));
+    tracker.update(notifiedMessages({"n1", "n2", "m0", "m1"}));
     EXPECT_EQ(notifier->keptCount(), 2);
     // The service's refusal comes back; nothing is kept, and one line says why.
     ASSERT_TRUE(drain([&] { return notifier->keptCount() == 0; }));

@@ -29,10 +29,10 @@ using corvina::test::TempContainer;
 
 namespace {
 
-const QString kAccount = QStringLiteral("ann@example.org");
+const QString kFlowAccount = QStringLiteral("ann@example.org");
 
 QVariantList snapshot(const QStringList& ids) {
-    return TempContainer::inboxMessages(kAccount, ids);
+    return TempContainer::inboxMessages(kFlowAccount, ids);
 }
 
 class NewMailFlow : public ::testing::Test {
@@ -43,7 +43,7 @@ protected:
         recorder = std::make_unique<NotificationRecorder>(bus->address());
         ASSERT_TRUE(recorder->isRegistered());
         host.installRecorder(ConstVars::appIdentifier);
-        container.writeAccounts({TempContainer::account(kAccount)});
+        container.writeAccounts({TempContainer::account(kFlowAccount)});
         write({"m0", "m1", "m2"});
 
         // As the host builds it, started in the tray: the window hidden.
@@ -65,7 +65,7 @@ protected:
     }
 
     void write(const QStringList& ids) {
-        container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"), snapshot(ids));
+        container.writeSnapshot(kFlowAccount, QStringLiteral("inbox.plist"), snapshot(ids));
     }
 
     // One update of the widget, as its timer or the folder watcher asks for it, run to its end.

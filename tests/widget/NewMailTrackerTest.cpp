@@ -23,14 +23,15 @@ ExtensionMessagePtr message(const QString& id, const QString& account = kAnn, qi
     return ExtensionMessage::initWithDictonary(m);
 }
 
-ExtensionMessageList messages(const QStringList& ids, const QString& account = kAnn, qint64 folder = 1) {
+ExtensionMessageList trackedMessages(const QStringList& trackedIds, const QString& account = kAnn,
+                                     qint64 folder = 1) {
     ExtensionMessageList out;
-    for (const QString& id : ids)
+    for (const QString& id : trackedIds)
         out << message(id, account, folder);
     return out;
 }
 
-QStringList ids(const ExtensionMessageList& list) {
+QStringList trackedIds(const ExtensionMessageList& list) {
     QStringList out;
     for (const auto& m : list)
         out << m->messageId();
@@ -47,7 +48,7 @@ protected:
 TEST_F(NewMailTrackerTest, WhatAnAccountHoldsWhenFirstSeenIsNotNew) {
     NewMailTracker tracker;
     QSignalSpy arrived(&tracker, &NewMailTracker::arrived);
-    tracker.update(messages({"m0", "m1", "m2"}));
+    tracker.update(trackedMessages({"m0", "m1", "m2"}));
     EXPECT_EQ(tracker.newInboxCount(), 0);
     EXPECT_FALSE(tracker.isNew(message("m0")));
     EXPECT_FALSE(tracker.isMarked(message("m0")));
@@ -59,74 +60,74 @@ TEST_F(NewMailTrackerTest, WhatAnAccountHoldsWhenFirstSeenIsNotNew) {
 
 TEST_F(NewMailTrackerTest, TwoArrivalsCountTwoAndAreAnnouncedNewestFirst) {
     NewMailTracker tracker;
-    tracker.update(messages({"m0", "m1"}));
+    tracker.update(trackedMessages({"m0", "m1"}));
     QSignalSpy arrived(&tracker, &NewMailTracker::arrived);
     QSignalSpy changed(&tracker, &NewMailTracker::changed);
-    tracker.update(messages({"n1", "n2", "m0", "m1"}));
+    tracker.update(trackedMessages({"n1", "n2", "m0", "m1"}));
     EXPECT_EQ(tracker.newInboxCount(), 2);
-    EXPECT_EQ(ids(tracker.newInboxMessages()), (QStringList{"n1", "n2"}));
+    EXPECT_EQ(trackedIds(tracker.newInboxMessages()), (QStringList{"n1", "n2"}));
     EXPECT_TRUE(tracker.isNew(message("n1")));
     EXPECT_TRUE(tracker.isMarked(message("n2")));
     EXPECT_FALSE(tracker.isMarked(message("m0")));
     ASSERT_EQ(arrived.size(), 1);
-    EXPECT_EQ(ids(arrived.at(0).at(0).value<ExtensionMessageList>()), (QStringList{"n1", "n2"}));
+    EXPECT_EQ(trackedIds(arrived.at(0).at(0).value<ExtensionMessageList>()), (QStringList{"n1", "n2"}));
     EXPECT_EQ(changed.size(), 1);
     // The same read again changes nothing and announces nothing.
-    tracker.update(messages({"n1", "n2", "m0", "m1"}));
+    tracker.update(trackedMessages({"n1", "n2", "m0", "m1"}));
     EXPECT_EQ(arrived.size(), 1);
     EXPECT_EQ(changed.size(), 1);
 }
 
 TEST_F(NewMailTrackerTest, OnlyTheInboxCountsAndIsAnnouncedButEveryListIsMarked) {
     NewMailTracker tracker;
-    tracker.update(messages({"m0"}));
+    tracker.update(trackedMessages({"m0"}));
     QSignalSpy arrived(&tracker, &NewMailTracker::arrived);
-    ExtensionMessageList read = messages({"todo"}, kAnn, 11) + messages({"m0"});
+    ExtensionMessageList read = trackedMessages({"todo"}, kAnn, 11) + trackedMessages({"m0"});
     tracker.update(read);
     EXPECT_EQ(tracker.newInboxCount(), 0);
     EXPECT_TRUE(tracker.isMarked(message("todo", kAnn, 11)));
     EXPECT_EQ(arrived.size(), 0);
     // A message moved from the Inbox to another list is the same message: not new.
-    tracker.update(messages({"m0"}, kAnn, 12) + messages({"todo"}, kAnn, 11));
+    tracker.update(trackedMessages({"m0"}, kAnn, 12) + trackedMessages({"todo"}, kAnn, 11));
     EXPECT_FALSE(tracker.isNew(message("m0", kAnn, 12)));
 }
 
 TEST_F(NewMailTrackerTest, TheSameMessagesReadAgainStillTellAMoveOutOfTheInbox) {
     NewMailTracker tracker;
-    tracker.update(messages({"m0"}));
-    tracker.update(messages({"n1", "m0"}));
+    tracker.update(trackedMessages({"m0"}));
+    tracker.update(trackedMessages({"n1", "m0"}));
     ASSERT_EQ(tracker.newInboxCount(), 1);
     QSignalSpy changed(&tracker, &NewMailTracker::changed);
     QSignalSpy arrived(&tracker, &NewMailTracker::arrived);
     QSignalSpy left(&tracker, &NewMailTracker::left);
-    // The same accounts and ids in the same order, but n1 now in another list: not in the count
+    // The same accounts and trackedIds in the same order, but n1 now in another list: not in the count
     // any more, still marked, nothing arrived or left.
-    tracker.update(messages({"n1"}, kAnn, 11) + messages({"m0"}));
+    tracker.update(trackedMessages({"n1"}, kAnn, 11) + trackedMessages({"m0"}));
     EXPECT_EQ(tracker.newInboxCount(), 0);
     EXPECT_TRUE(tracker.isMarked(message("n1", kAnn, 11)));
     EXPECT_EQ(changed.size(), 1);
     EXPECT_EQ(arrived.size(), 0);
     EXPECT_EQ(left.size(), 0);
     // And back into the Inbox: counted again, not announced again.
-    tracker.update(messages({"n1", "m0"}));
+    tracker.update(trackedMessages({"n1", "m0"}));
     EXPECT_EQ(tracker.newInboxCount(), 1);
     EXPECT_EQ(changed.size(), 2);
     EXPECT_EQ(arrived.size(), 0);
     // Read again unchanged while the window is looked at: the look has taken it, the marker stays.
     tracker.beginLook();
-    tracker.update(messages({"n1", "m0"}));
+    tracker.update(trackedMessages({"n1", "m0"}));
     EXPECT_EQ(tracker.newInboxCount(), 0);
     EXPECT_TRUE(tracker.isMarked(message("n1")));
     tracker.endLook();
-    tracker.update(messages({"n1", "m0"}));
+    tracker.update(trackedMessages({"n1", "m0"}));
     EXPECT_FALSE(tracker.isMarked(message("n1")));
     EXPECT_EQ(tracker.newInboxCount(), 0);
 }
 
 TEST_F(NewMailTrackerTest, ALookClearsTheCountAndKeepsTheMarkersForItsLength) {
     NewMailTracker tracker;
-    tracker.update(messages({"m0"}));
-    tracker.update(messages({"n1", "n2", "m0"}));
+    tracker.update(trackedMessages({"m0"}));
+    tracker.update(trackedMessages({"n1", "n2", "m0"}));
     ASSERT_EQ(tracker.newInboxCount(), 2);
     QSignalSpy markers(&tracker, &NewMailTracker::markersChanged);
     tracker.beginLook();
@@ -135,7 +136,7 @@ TEST_F(NewMailTrackerTest, ALookClearsTheCountAndKeepsTheMarkersForItsLength) {
     EXPECT_TRUE(tracker.isMarked(message("n1")));
     EXPECT_FALSE(tracker.isMarked(message("m0")));
     // What comes during the look is seen as it comes, and marked until the look ends.
-    tracker.update(messages({"n3", "n1", "n2", "m0"}));
+    tracker.update(trackedMessages({"n3", "n1", "n2", "m0"}));
     EXPECT_EQ(tracker.newInboxCount(), 0);
     EXPECT_TRUE(tracker.isMarked(message("n3")));
     tracker.endLook();
@@ -150,14 +151,14 @@ TEST_F(NewMailTrackerTest, ALookClearsTheCountAndKeepsTheMarkersForItsLength) {
 TEST_F(NewMailTrackerTest, KeptAcrossRestartsByIdPerAccountAndNothingAnnouncedAtStart) {
     {
         NewMailTracker tracker;
-        tracker.update(messages({"m0"}) + messages({"x"}, kBob));
-        tracker.update(messages({"n1", "m0"}) + messages({"y", "x"}, kBob));
+        tracker.update(trackedMessages({"m0"}) + trackedMessages({"x"}, kBob));
+        tracker.update(trackedMessages({"n1", "m0"}) + trackedMessages({"y", "x"}, kBob));
         ASSERT_EQ(tracker.newInboxCount(), 2);
     }
     NewMailTracker restarted;
     QSignalSpy arrived(&restarted, &NewMailTracker::arrived);
     // The same id in the other account is another message.
-    restarted.update(messages({"n1", "m0", "y"}) + messages({"y", "x"}, kBob));
+    restarted.update(trackedMessages({"n1", "m0", "y"}) + trackedMessages({"y", "x"}, kBob));
     EXPECT_TRUE(restarted.isNew(message("n1")));
     EXPECT_FALSE(restarted.isNew(message("m0")));
     EXPECT_TRUE(restarted.isNew(message("y", kBob)));
@@ -170,21 +171,21 @@ TEST_F(NewMailTrackerTest, KeptAcrossRestartsByIdPerAccountAndNothingAnnouncedAt
 
 TEST_F(NewMailTrackerTest, AReadThatFoundNothingForAMomentMakesNothingNew) {
     NewMailTracker tracker;
-    tracker.update(messages({"m0", "m1"}));
+    tracker.update(trackedMessages({"m0", "m1"}));
     QSignalSpy arrived(&tracker, &NewMailTracker::arrived);
     QSignalSpy left(&tracker, &NewMailTracker::left);
     tracker.update({});
     EXPECT_EQ(left.size(), 1);
-    tracker.update(messages({"m0", "m1"}));
+    tracker.update(trackedMessages({"m0", "m1"}));
     EXPECT_EQ(tracker.newInboxCount(), 0);
     EXPECT_EQ(arrived.size(), 0);
 }
 
 TEST_F(NewMailTrackerTest, WhatLeavesIsToldAndForgotten) {
     NewMailTracker tracker;
-    tracker.update(messages({"m0", "m1", "m2"}));
+    tracker.update(trackedMessages({"m0", "m1", "m2"}));
     QSignalSpy left(&tracker, &NewMailTracker::left);
-    tracker.update(messages({"m0", "m2"}));
+    tracker.update(trackedMessages({"m0", "m2"}));
     ASSERT_EQ(left.size(), 1);
     const auto gone = left.at(0).at(0).value<QList<QPair<QString, QString>>>();
     EXPECT_EQ(gone, (QList<QPair<QString, QString>>{{kAnn, QStringLiteral("m1")}}));
@@ -193,19 +194,19 @@ TEST_F(NewMailTrackerTest, WhatLeavesIsToldAndForgotten) {
     EXPECT_EQ(UserDefaults::valueForKey(QStringLiteral("seen/ann%40example.org")).toStringList(),
               (QStringList{"m0", "m2"}));
     // Back again, it is new: the list forgot it.
-    tracker.update(messages({"m1", "m0", "m2"}));
+    tracker.update(trackedMessages({"m1", "m0", "m2"}));
     EXPECT_TRUE(tracker.isNew(message("m1")));
 }
 
 TEST_F(NewMailTrackerTest, AnAccountSeenEmptyStaysKnownAfterARestart) {
     {
         NewMailTracker tracker;
-        tracker.update(messages({"m0"}));
-        tracker.update(messages({"m1"})); // m0 went and m1 is new: nothing held is seen
+        tracker.update(trackedMessages({"m0"}));
+        tracker.update(trackedMessages({"m1"})); // m0 went and m1 is new: nothing held is seen
     }
     ASSERT_TRUE(UserDefaults::valueForKey(QStringLiteral("seen/ann%40example.org")).toStringList().isEmpty());
     NewMailTracker restarted;
-    restarted.update(messages({"n9"}));
+    restarted.update(trackedMessages({"n9"}));
     // Not taken for a first sight: n9 came after the last look.
     EXPECT_TRUE(restarted.isNew(message("n9")));
 }
@@ -215,8 +216,8 @@ TEST_F(NewMailTrackerTest, TheWindowShownOrActivatedIsALook) {
     QWidget window;
     tracker.watchWindow(&window);
     EXPECT_FALSE(tracker.isLooking());
-    tracker.update(messages({"m0"}));
-    tracker.update(messages({"n1", "m0"}));
+    tracker.update(trackedMessages({"m0"}));
+    tracker.update(trackedMessages({"n1", "m0"}));
     ASSERT_EQ(tracker.newInboxCount(), 1);
     window.show();
     EXPECT_TRUE(tracker.isLooking());

@@ -14,7 +14,7 @@ ExtensionMessagePtr message(const QString& id, const QVariant& folderStandardId)
     return m;
 }
 
-QStringList ids(const std::optional<ExtensionMessageList>& messages) {
+QStringList filteredIds(const std::optional<ExtensionMessageList>& messages) {
     QStringList out;
     for (const auto& m : messages.value_or(ExtensionMessageList())) {
         out << m->messageId();
@@ -32,15 +32,15 @@ ExtensionMessageList mixed() {
 } // namespace
 
 TEST(SegmentFilter, NeverChosenShowsEveryFolder) {
-    EXPECT_EQ(ids(SegmentFilter::dataToShow(mixed(), 0)),
+    EXPECT_EQ(filteredIds(SegmentFilter::dataToShow(mixed(), 0)),
               (QStringList{"inbox", "todo", "memo", "thirteen", "sent", "none", "absent"}));
 }
 
 TEST(SegmentFilter, EachSegmentSelectsItsFolderKind) {
-    EXPECT_EQ(ids(SegmentFilter::dataToShow(mixed(), 1)), QStringList{"inbox"});
-    EXPECT_EQ(ids(SegmentFilter::dataToShow(mixed(), 2)), QStringList{"todo"});
-    EXPECT_EQ(ids(SegmentFilter::dataToShow(mixed(), 3)), QStringList{"memo"});
-    EXPECT_EQ(ids(SegmentFilter::dataToShow(mixed(), 4)), QStringList{"thirteen"});
+    EXPECT_EQ(filteredIds(SegmentFilter::dataToShow(mixed(), 1)), QStringList{"inbox"});
+    EXPECT_EQ(filteredIds(SegmentFilter::dataToShow(mixed(), 2)), QStringList{"todo"});
+    EXPECT_EQ(filteredIds(SegmentFilter::dataToShow(mixed(), 3)), QStringList{"memo"});
+    EXPECT_EQ(filteredIds(SegmentFilter::dataToShow(mixed(), 4)), QStringList{"thirteen"});
 }
 
 TEST(SegmentFilter, OtherValuesKeepWhatIsShown) {
@@ -52,8 +52,8 @@ TEST(SegmentFilter, OtherValuesKeepWhatIsShown) {
 TEST(SegmentFilter, TheKindIsComparedAsANumber) {
     const ExtensionMessageList list{message("real", 11.0), message("bool", true),
                                     message("text", QStringLiteral("11")), message("other", 11.5)};
-    EXPECT_EQ(ids(SegmentFilter::dataToShow(list, 2)), (QStringList{"real", "text"}));
-    EXPECT_EQ(ids(SegmentFilter::dataToShow(list, 1)), QStringList{"bool"});
+    EXPECT_EQ(filteredIds(SegmentFilter::dataToShow(list, 2)), (QStringList{"real", "text"}));
+    EXPECT_EQ(filteredIds(SegmentFilter::dataToShow(list, 1)), QStringList{"bool"});
 }
 
 TEST(SegmentFilter, ElevenMatchingGiveTheFirstTen) {

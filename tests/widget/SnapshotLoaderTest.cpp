@@ -32,7 +32,7 @@ const QString kToday = ConstVars::todayFolder;
 const QString ada = QStringLiteral("ada@example.org");
 const QString bob = QStringLiteral("bob@example.org");
 
-QStringList ids(const ExtensionMessageList& messages) {
+QStringList loadedIds(const ExtensionMessageList& messages) {
     QStringList out;
     for (const auto& m : messages) {
         out << m->messageId();
@@ -57,7 +57,7 @@ TEST(SnapshotLoader, ReadsEnabledAccountsNewestFirstFromBothForms) {
     LogCapture capture;
     SnapshotLoader loader;
     const auto messages = loader.updateData();
-    EXPECT_EQ(ids(messages), (QStringList{"a2", "b1", "a1"}));
+    EXPECT_EQ(loadedIds(messages), (QStringList{"a2", "b1", "a1"}));
     EXPECT_EQ(messages[0]->subject(), QStringLiteral("Subject of a2"));
     EXPECT_EQ(loader.updateStatus(), UpdateResult::NewData);
     EXPECT_TRUE(capture.lines().isEmpty());
@@ -89,7 +89,7 @@ TEST(SnapshotLoader, DotFilesAreNeverReadAndAnyOtherNameIs) {
     container.writeSnapshot(ada, "no-extension", {TempContainer::message("plain", ada, 2)});
     container.writeSnapshot(ada, "odd.txt", {TempContainer::message("txt", ada, 1)});
     container.writeSnapshot(".hidden@example.org", "s", {TempContainer::message("hidden", ada, 4)});
-    EXPECT_EQ(ids(SnapshotLoader().updateData()), (QStringList{"plain", "txt"}));
+    EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), (QStringList{"plain", "txt"}));
 }
 
 TEST(SnapshotLoader, AnEmptyDataListYieldsNothingButCountsAsNewData) {
@@ -108,7 +108,7 @@ TEST(SnapshotLoader, TheSameMessageInTwoAccountsIsListedTwice) {
     container.writeSnapshot(ada, "s", {shared});
     container.writeSnapshot(bob, "s", {shared, TempContainer::message("newer", bob, 1800000000)});
     const auto messages = SnapshotLoader().updateData();
-    EXPECT_EQ(ids(messages), (QStringList{"newer", "same", "same"}));
+    EXPECT_EQ(loadedIds(messages), (QStringList{"newer", "same", "same"}));
     EXPECT_TRUE(messages[1]->isEqual(messages[2].get()));
 }
 
@@ -136,7 +136,7 @@ TEST(SnapshotLoader, DataThatIsATextAbandonsTheRestButKeepsWhatWasRead) {
     EXPECT_EQ(capture.lines(),
               QStringList{"[***ERROR***] updateData exception enumerate: unsupported value of type string"});
     EXPECT_EQ(loader.updateStatus(), UpdateResult::Failed);
-    QStringList got = ids(messages);
+    QStringList got = loadedIds(messages);
     got.sort();
     before.sort();
     EXPECT_EQ(got, before);
@@ -164,7 +164,7 @@ TEST(SnapshotLoader, AFileThatIsNoPropertyListIsLoggedAndSkipped) {
     container.writeBytes(kToday + "/" + ada + "/garbage", "\x01\x02 certainly not a property list");
     container.writeSnapshot(ada, "good", {TempContainer::message("ok", ada, 5)});
     LogCapture capture;
-    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
+    EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), QStringList{"ok"});
     ASSERT_EQ(capture.lines().size(), 1);
     EXPECT_TRUE(capture.lines().first().startsWith("updateData error deserialize "))
         << capture.lines().first().toStdString();
@@ -205,7 +205,7 @@ TEST(SnapshotLoader, AFileOverTheSizeCapIsRefusedUnread) {
     huge.close();
     container.writeSnapshot(ada, "small", {TempContainer::message("ok", ada, 5)});
     LogCapture capture;
-    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
+    EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), QStringList{"ok"});
     EXPECT_EQ(capture.lines(),
               QStringList{"updateData error deserialize property list is larger than 67108864 bytes"});
 }
@@ -217,7 +217,7 @@ TEST(SnapshotLoader, AnAccountFolderThatIsAFileAndSubfoldersAreSkipped) {
     container.writeSnapshot(ada, "deeper/s", {TempContainer::message("deep", ada, 1)});
     container.writeSnapshot(ada, "s", {TempContainer::message("top", ada, 2)});
     LogCapture capture;
-    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"top"});
+    EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), QStringList{"top"});
     EXPECT_TRUE(capture.lines().isEmpty());
 }
 
@@ -230,7 +230,7 @@ TEST(SnapshotLoader, SymlinkLoopsAreSkipped) {
     ASSERT_TRUE(QFile::link(today + ada + "/x", today + ada + "/y")); // files that point at each other
     ASSERT_TRUE(QFile::link(today + ada + "/y", today + ada + "/x"));
     LogCapture capture;
-    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
+    EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), QStringList{"ok"});
     EXPECT_TRUE(capture.lines().isEmpty());
 }
 
@@ -254,7 +254,7 @@ TEST(SnapshotLoader, AnUnreadableFileIsSkippedSilently) {
     ASSERT_TRUE(permissions.active());
     ASSERT_FALSE(QFile(locked).open(QIODevice::ReadOnly));
     LogCapture capture;
-    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"ok"});
+    EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), QStringList{"ok"});
     EXPECT_TRUE(capture.lines().isEmpty());
 }
 
@@ -262,7 +262,7 @@ TEST(SnapshotLoader, AnEnabledAccountWithoutMailReadsTheNoMailFolder) {
     TempContainer container;
     container.writeAccounts({QVariantMap{{"enabled", true}}});
     container.writeSnapshot("No Mail", "s", {TempContainer::message("nomail", ada, 1)});
-    EXPECT_EQ(ids(SnapshotLoader().updateData()), QStringList{"nomail"});
+    EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), QStringList{"nomail"});
 }
 
 TEST(SnapshotLoader, MessagesWithoutADateComeLast) {
@@ -274,7 +274,7 @@ TEST(SnapshotLoader, MessagesWithoutADateComeLast) {
         ada, "s",
         {undated, TempContainer::message("old", ada, 10), TempContainer::message("new", ada, 1700000000)});
     LogCapture capture;
-    EXPECT_EQ(ids(SnapshotLoader().updateData()), (QStringList{"new", "old", "undated"}));
+    EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), (QStringList{"new", "old", "undated"}));
     EXPECT_EQ(capture.lines(),
               QStringList{"ExtensionMessage initWithDictonary floatValue: unsupported value of type array"});
 }
@@ -349,7 +349,7 @@ TEST(SnapshotLoader, LinksOutOfTheSharedFolderAreNotFollowed) {
     ASSERT_TRUE(QFile::link(file.fileName(), container.data() + "/" + kToday + "/" + bob + "/linked-out"));
     LogCapture capture;
     SnapshotLoader loader;
-    EXPECT_EQ(ids(loader.updateData()), QStringList{"b1"});
+    EXPECT_EQ(loadedIds(loader.updateData()), QStringList{"b1"});
     EXPECT_TRUE(capture.lines().isEmpty()) << capture.lines().join("|").toStdString();
 }
 
@@ -364,7 +364,7 @@ TEST(SnapshotLoader, LinksThatStayInsideTheSharedFolderAreFollowed) {
     ASSERT_TRUE(QFile::link("../Moved/ada", container.data() + "/" + kToday + "/" + ada));
     ASSERT_TRUE(QFile::link("../../Moved/bob-inbox", container.data() + "/" + kToday + "/" + bob + "/inbox"));
     SnapshotLoader loader;
-    EXPECT_EQ(ids(loader.updateData()), (QStringList{"b1", "a1"}));
+    EXPECT_EQ(loadedIds(loader.updateData()), (QStringList{"b1", "a1"}));
 }
 
 TEST(SnapshotLoader, ATodayFolderLinkedOutOfTheSharedFolderIsNotRead) {
@@ -391,7 +391,7 @@ TEST(SnapshotLoader, AFifoAmongTheSnapshotsIsSkippedWithoutWaiting) {
     ASSERT_TRUE(QFile::link(fifo, container.data() + "/" + kToday + "/" + ada + "/link-to-pipe"));
     auto future = std::async(std::launch::async, [] {
         SnapshotLoader loader;
-        return ids(loader.updateData());
+        return loadedIds(loader.updateData());
     });
     if (future.wait_for(5s) != std::future_status::ready) {
         // let the blocked open end so that the test fails instead of hanging
@@ -436,5 +436,5 @@ TEST(SnapshotLoader, ManyMessagesComeNewestFirstEqualDatesInFileOrder) {
     }
     order.append(QStringLiteral("undated"));
     LogCapture capture;
-    EXPECT_EQ(ids(SnapshotLoader().updateData()), order);
+    EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), order);
 }

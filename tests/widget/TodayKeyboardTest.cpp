@@ -28,7 +28,7 @@ using corvina::test::TempContainer;
 
 namespace {
 
-const QString kAccount = QStringLiteral("ann@example.org");
+const QString kKeyboardAccount = QStringLiteral("ann@example.org");
 constexpr qint64 kNow = 1795000000;
 
 QString url(const QString& command, const QString& id, int folder = 1) {
@@ -40,7 +40,7 @@ QString url(const QString& command, const QString& id, int folder = 1) {
 class TodayKeyboardTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        container.writeAccounts({TempContainer::account(kAccount)});
+        container.writeAccounts({TempContainer::account(kKeyboardAccount)});
         host.installRecorder(ConstVars::appIdentifier);
     }
 
@@ -49,14 +49,14 @@ protected:
         QVariantList out;
         qint64 date = kNow;
         for (const auto& [id, folder, unread] : rows) {
-            QVariantMap m = TempContainer::message(id, kAccount, date, folder);
+            QVariantMap m = TempContainer::message(id, kKeyboardAccount, date, folder);
             m.insert(QStringLiteral("subject"), QStringLiteral("Subject ") + id);
             m.insert(QStringLiteral("from"), QStringLiteral("Sender ") + id);
             m.insert(QStringLiteral("isUnread"), unread);
             out << m;
             date -= 600;
         }
-        container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"), out);
+        container.writeSnapshot(kKeyboardAccount, QStringLiteral("inbox.plist"), out);
     }
 
     void writeInbox(const QStringList& ids) {

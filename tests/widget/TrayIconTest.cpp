@@ -18,18 +18,18 @@ using corvina::test::TempContainer;
 
 namespace {
 
-const QString kAnn = QStringLiteral("ann@example.org");
+const QString kTrayAccount = QStringLiteral("ann@example.org");
 
-ExtensionMessagePtr message(const QString& id, const QString& from, qint64 folder = 1) {
-    QVariantMap m = TempContainer::message(id, kAnn, 1795000000, folder);
+ExtensionMessagePtr trayMessage(const QString& id, const QString& from, qint64 folder = 1) {
+    QVariantMap m = TempContainer::message(id, kTrayAccount, 1795000000, folder);
     m.insert(QStringLiteral("from"), from);
     return ExtensionMessage::initWithDictonary(m);
 }
 
-ExtensionMessageList messages(const QStringList& ids) {
+ExtensionMessageList trayMessages(const QStringList& ids) {
     ExtensionMessageList out;
     for (const QString& id : ids)
-        out << message(id, QStringLiteral("Sender ") + id);
+        out << trayMessage(id, QStringLiteral("Sender ") + id);
     return out;
 }
 
@@ -44,35 +44,35 @@ protected:
 
 TEST_F(TrayIconTest, TheCountAndTheNewestSendersOfTheInbox) {
     TrayIcon tray(&tracker, &window);
-    tracker.update(messages({"m0", "m1"}));
+    tracker.update(trayMessages({"m0", "m1"}));
     EXPECT_EQ(tray.count(), 0);
     EXPECT_EQ(tray.toolTip(), QStringLiteral("No new mail"));
     const QImage none = tray.icon().pixmap(32, 32).toImage();
 
-    tracker.update(messages({"n1", "n2", "m0", "m1"}));
+    tracker.update(trayMessages({"n1", "n2", "m0", "m1"}));
     EXPECT_EQ(tray.count(), 2);
-    EXPECT_EQ(tray.toolTip(), QStringLiteral("2 new messages\nSender n1\nSender n2"));
+    EXPECT_EQ(tray.toolTip(), QStringLiteral("2 new trayMessages\nSender n1\nSender n2"));
     // The icon carries the count.
     EXPECT_NE(tray.icon().pixmap(32, 32).toImage(), none);
     EXPECT_EQ(tray.icon().pixmap(32, 32).toImage(), TrayIcon::iconForCount(2).pixmap(32, 32).toImage());
     EXPECT_NE(TrayIcon::iconForCount(2).pixmap(32, 32).toImage(),
               TrayIcon::iconForCount(3).pixmap(32, 32).toImage());
 
-    // At most three senders, newest first, each once; another list's message does not count.
+    // At most three senders, newest first, each once; another list's trayMessage does not count.
     tracker.update(
-        ExtensionMessageList{message("n5", QStringLiteral("Dora")), message("n4", QStringLiteral("Carl")),
-                             message("n3", QStringLiteral("Carl")), message("t1", QStringLiteral("Eve"), 11),
-                             message("n6", QStringLiteral("Bea"))} +
-        messages({"n1", "n2", "m0", "m1"}));
+        ExtensionMessageList{trayMessage("n5", QStringLiteral("Dora")), trayMessage("n4", QStringLiteral("Carl")),
+                             trayMessage("n3", QStringLiteral("Carl")), trayMessage("t1", QStringLiteral("Eve"), 11),
+                             trayMessage("n6", QStringLiteral("Bea"))} +
+        trayMessages({"n1", "n2", "m0", "m1"}));
     EXPECT_EQ(tray.count(), 6);
-    EXPECT_EQ(tray.toolTip(), QStringLiteral("6 new messages\nDora\nCarl\nBea"));
+    EXPECT_EQ(tray.toolTip(), QStringLiteral("6 new trayMessages\nDora\nCarl\nBea"));
 }
 
 TEST_F(TrayIconTest, OpeningTheWindowClearsTheCountAndAClickToggles) {
     TrayIcon tray(&tracker, &window);
     tracker.watchWindow(&window);
-    tracker.update(messages({"m0"}));
-    tracker.update(messages({"n1", "n2", "m0"}));
+    tracker.update(trayMessages({"m0"}));
+    tracker.update(trayMessages({"n1", "n2", "m0"}));
     ASSERT_EQ(tray.count(), 2);
     EXPECT_FALSE(window.isVisible());
     EXPECT_EQ(tray.toggleAction()->text(), QStringLiteral("Show the list"));
@@ -87,9 +87,9 @@ TEST_F(TrayIconTest, OpeningTheWindowClearsTheCountAndAClickToggles) {
     EXPECT_FALSE(window.isVisible());
     EXPECT_EQ(tray.toggleAction()->text(), QStringLiteral("Show the list"));
     // Still 0 after the window went: those two were seen.
-    tracker.update(messages({"n1", "n2", "m0"}));
+    tracker.update(trayMessages({"n1", "n2", "m0"}));
     EXPECT_EQ(tray.count(), 0);
-    tracker.update(messages({"n3", "n1", "n2", "m0"}));
+    tracker.update(trayMessages({"n3", "n1", "n2", "m0"}));
     EXPECT_EQ(tray.count(), 1);
 }
 
@@ -120,8 +120,8 @@ TEST_F(TrayIconTest, TheMenuTurnsNotificationsOffAndOn) {
 
 TEST_F(TrayIconTest, APictureOfThePanelWithTheMenuOpen) {
     TrayIcon tray(&tracker, &window);
-    tracker.update(messages({"m0"}));
-    tracker.update(messages({"n1", "n2", "m0"}));
+    tracker.update(trayMessages({"m0"}));
+    tracker.update(trayMessages({"n1", "n2", "m0"}));
     const QImage picture = tray.picture();
     ASSERT_FALSE(picture.isNull());
     const QSize menu = tray.menu()->sizeHint();
@@ -142,8 +142,8 @@ TEST_F(TrayIconTest, TextsInTheUsersLanguage) {
     Localization::setLocale(QLocale(QLocale::German, QLocale::Germany));
     {
         TrayIcon tray(&tracker, &window);
-        tracker.update(messages({"m0"}));
-        tracker.update(messages({"n1", "n2", "m0"}));
+        tracker.update(trayMessages({"m0"}));
+        tracker.update(trayMessages({"n1", "n2", "m0"}));
         EXPECT_EQ(tray.toolTip(), QStringLiteral("2 neue Nachrichten\nSender n1\nSender n2"));
         EXPECT_EQ(tray.toggleAction()->text(), QStringLiteral("Liste zeigen"));
         EXPECT_EQ(tray.quitAction()->text(), QStringLiteral("Beenden"));
@@ -151,7 +151,7 @@ TEST_F(TrayIconTest, TextsInTheUsersLanguage) {
     Localization::setLocale(QLocale(QLocale::French, QLocale::France));
     {
         TrayIcon tray(&tracker, &window);
-        EXPECT_EQ(tray.toolTip(), QStringLiteral("2 nouveaux messages\nSender n1\nSender n2"));
+        EXPECT_EQ(tray.toolTip(), QStringLiteral("2 nouveaux trayMessages\nSender n1\nSender n2"));
         EXPECT_EQ(tray.notificationsAction()->text(), QStringLiteral("Notifier les nouveaux messages"));
     }
     Localization::setLocale(before);

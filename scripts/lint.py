@@ -410,6 +410,11 @@ def ensure_compile_commands(root, build):
         raise RuntimeError(f"no compile commands in {build} (configure it, or pass --build)")
     with open(db, encoding="utf-8") as f:
         entries = json.load(f)
+    if any("/Unity/unity_" in e["file"] for e in entries):
+        # CI's batched build compiles no source on its own: clang-tidy would find nothing to check
+        # and pass by saying nothing, so say it instead
+        raise RuntimeError(f"{build} is a unity build (as CI=true scripts/build makes it), which has no compile "
+                           "command per source; configure it with -DCMAKE_UNITY_BUILD=OFF, or pass --build")
     return {os.path.realpath(os.path.join(e["directory"], e["file"])) for e in entries}
 
 

@@ -13,6 +13,7 @@
 
 import json
 import os
+import re
 import shlex
 import subprocess
 import sys
@@ -26,6 +27,15 @@ SRC = os.path.join(SOURCE_DIR, "src")
 failures = []
 
 
+def sources_of(path):
+    """The sources a compiled file stands for: a unity build's batch file (CI builds in batches)
+    compiles several, each with the flags of its target; any other file is its own source."""
+    if "/Unity/unity_" not in path:
+        return [path]
+    with open(path, encoding="utf-8") as f:
+        return [os.path.realpath(m.group(1)) for m in re.finditer(r'^#include "(/[^"]+\.cpp)"', f.read(), re.M)]
+
+
 def compile_commands():
     """row of the folder table -> the argument list of its first compiled source there."""
     with open(os.path.join(BUILD_DIR, "compile_commands.json"), encoding="utf-8") as f:
@@ -33,12 +43,13 @@ def compile_commands():
     by_folder = {}
     for e in sorted(entries, key=lambda e: e["file"]):
         path = os.path.realpath(os.path.join(e["directory"], e["file"]))
-        relative = os.path.relpath(path, SRC)
-        row = lint.floor_of(relative.replace(os.sep, "/"))
-        if not relative.startswith("..") and row in lint.ALLOWED and path.endswith(".cpp") \
-                and "_autogen" not in relative:
-            argv = e["arguments"] if "arguments" in e else shlex.split(e["command"])
-            by_folder.setdefault(row, (e["directory"], path, argv))
+        for source in sources_of(path):
+            relative = os.path.relpath(source, SRC)
+            row = lint.floor_of(relative.replace(os.sep, "/"))
+            if not relative.startswith("..") and row in lint.ALLOWED and source.endswith(".cpp") \
+                    and "_autogen" not in relative:
+                argv = e["arguments"] if "arguments" in e else shlex.split(e["command"])
+                by_folder.setdefault(row, (e["directory"], path, argv))
     return by_folder
 
 

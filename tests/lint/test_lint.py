@@ -285,6 +285,20 @@ class Tidy(ScratchTree):
         self.assertIn("src/model/Probe.cpp:6:", out)
         self.assertIn("bugprone-use-after-move", out)
 
+    def test_a_unity_build_is_refused_in_words(self):
+        # CI's batched build has a compile command per batch, none for the source itself
+        unity = os.path.join(self.build, "Unity", "unity_0_cxx.cxx")
+        os.makedirs(os.path.dirname(unity))
+        with open(unity, "w", encoding="utf-8") as f:
+            f.write('#include "%s"\n' % self.source)
+        with open(os.path.join(self.build, "compile_commands.json"), "w", encoding="utf-8") as f:
+            f.write('[{"directory": "%s", "file": "%s", "command": "c++ -std=c++20 -c %s -o u.o"}]'
+                    % (self.build, unity, unity))
+        status, out = lint(self.root, "--only", "tidy", "--build", self.build, "--all")
+        self.assertEqual(status, 2, out)
+        self.assertIn("is a unity build", out)
+        self.assertIn("-DCMAKE_UNITY_BUILD=OFF", out)
+
     def test_only_the_changed_files_are_checked(self):
         self.git("init", "-q", "-b", "topic")
         self.git("add", "-A")

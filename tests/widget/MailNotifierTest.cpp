@@ -112,9 +112,9 @@ TEST_F(MailNotifierTest, ActionsSendTheWidgetsOwnCommandsForThatMessage) {
     const auto launches = host.launches();
     // Exactly the URLs the row's buttons make, with the same launch options (archive and delete in
     // the background, open in the foreground).
-    EXPECT_EQ(launches.at(0).arguments,
-              QStringList{ExtensionUtilities::CommandURLForMessage(notifiedMessage("n2"), ConstVars::commandArchive)
-                              ->absoluteString()});
+    EXPECT_EQ(launches.at(0).arguments, QStringList{ExtensionUtilities::CommandURLForMessage(
+                                                        notifiedMessage("n2"), ConstVars::commandArchive)
+                                                        ->absoluteString()});
     EXPECT_EQ(launches.at(0).arguments,
               QStringList{QStringLiteral(
                   "corvina://archive?mail=ann%40example.org&messageid=n2&folderstandardid=1")});

@@ -59,11 +59,12 @@ TEST_F(TrayIconTest, TheCountAndTheNewestSendersOfTheInbox) {
               TrayIcon::iconForCount(3).pixmap(32, 32).toImage());
 
     // At most three senders, newest first, each once; another list's trayMessage does not count.
-    tracker.update(
-        ExtensionMessageList{trayMessage("n5", QStringLiteral("Dora")), trayMessage("n4", QStringLiteral("Carl")),
-                             trayMessage("n3", QStringLiteral("Carl")), trayMessage("t1", QStringLiteral("Eve"), 11),
-                             trayMessage("n6", QStringLiteral("Bea"))} +
-        trayMessages({"n1", "n2", "m0", "m1"}));
+    tracker.update(ExtensionMessageList{trayMessage("n5", QStringLiteral("Dora")),
+                                        trayMessage("n4", QStringLiteral("Carl")),
+                                        trayMessage("n3", QStringLiteral("Carl")),
+                                        trayMessage("t1", QStringLiteral("Eve"), 11),
+                                        trayMessage("n6", QStringLiteral("Bea"))} +
+                   trayMessages({"n1", "n2", "m0", "m1"}));
     EXPECT_EQ(tray.count(), 6);
     EXPECT_EQ(tray.toolTip(), QStringLiteral("6 new trayMessages\nDora\nCarl\nBea"));
 }

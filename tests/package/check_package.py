@@ -35,6 +35,9 @@ TODAY_FILES = {
 }
 BRIDGE_FILES = {
     "usr/bin/corvina-mail-bridge",
+    "usr/bin/corvina-accounts",
+    "usr/share/applications/org.corvina.mail.accounts.desktop",
+    "usr/share/man/man1/corvina-accounts.1.gz",
     "usr/lib/systemd/user/corvina-mail-bridge.service",
     "usr/share/applications/org.corvina.mail.desktop",
     "usr/share/dbus-1/services/org.corvina.mail.service",
@@ -42,7 +45,7 @@ BRIDGE_FILES = {
     "usr/share/doc/corvina-mail-bridge/copyright",
     "usr/share/doc/corvina-mail-bridge/changelog.gz",
 }
-PROGRAMS = ("corvina-today", "corvina-share", "corvina-mail-bridge")
+PROGRAMS = ("corvina-today", "corvina-share", "corvina-mail-bridge", "corvina-accounts")
 
 
 def fail(message):

@@ -7,6 +7,7 @@
 
 #include "accounts/AccountList.h"
 #include "accounts/AddAccountPage.h"
+#include "accounts/BackgroundJob.h"
 #include "bridge/BridgeTesting.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
@@ -23,6 +24,7 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QSpinBox>
+#include <QTcpServer>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -268,6 +270,104 @@ TEST_F(AccountsWindowTest, ABridgeConfThatCannotBeWrittenIsSaidAndLeavesNoPasswo
         SecretStore(10000).lookup({QStringLiteral("example"), QStringLiteral("grace"), server.host()});
     EXPECT_EQ(left.error, QString());
     EXPECT_FALSE(left.password.has_value());
+}
+
+} // namespace
+} // namespace corvina::test
+
+namespace corvina::test {
+namespace {
+
+TEST_F(AccountsWindowTest, WithoutASecretServiceSaveSaysSoAndWritesNothing) {
+    keyring.stop();
+    SecretStore::forgetService();
+    AccountsWindow window(config, status, 10);
+    window.show();
+    window.showAddPage();
+    fillIn(window, GracePassword);
+    press(window, QStringLiteral("Save"));
+    const QString said = window.addPage().resultText();
+    EXPECT_TRUE(said.startsWith(QStringLiteral("cannot store the password in the Secret Service: ")))
+        << said.toStdString();
+    EXPECT_TRUE(said.endsWith(QStringLiteral(
+        "; nothing was written (a passwordCommand in bridge.conf is the other way, see docs/bridge.md)")))
+        << said.toStdString();
+    EXPECT_FALSE(said.contains(GracePassword));
+    EXPECT_FALSE(QFile::exists(config));
+    EXPECT_EQ(window.accounts().rowCount(), 0);
+}
+
+TEST_F(AccountsWindowTest, WithoutASecretServiceRemoveSaysSoAndKeepsTheAccount) {
+    writeConfig({{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()}})}});
+    config = configDir.filePath(QStringLiteral("bridge.conf"));
+    keyring.stop();
+    SecretStore::forgetService();
+    AccountsWindow window(config, status, 10);
+    ASSERT_EQ(window.accounts().rowCount(), 1);
+    named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    window.removeSelected(false);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return window.messageText().startsWith(QStringLiteral("The account")); }, 60000))
+        << window.messageText().toStdString();
+    EXPECT_TRUE(window.messageText().startsWith(QStringLiteral(
+        "The account work was not removed: cannot remove the password from the Secret Service")))
+        << window.messageText().toStdString();
+    EXPECT_TRUE(window.messageText().endsWith(QStringLiteral("; nothing was changed")))
+        << window.messageText().toStdString();
+    EXPECT_EQ(QSettings(config, QSettings::IniFormat).childGroups(), QStringList{QStringLiteral("work")});
+    EXPECT_EQ(window.accounts().rowCount(), 1);
+}
+
+TEST_F(AccountsWindowTest, WhatIsMissingIsSaidBeforeAnythingIsTried) {
+    writeConfig({{QStringLiteral("work"), accountKeys()}});
+    config = configDir.filePath(QStringLiteral("bridge.conf"));
+    AccountsWindow window(config, status, 10);
+    window.show();
+    window.showAddPage();
+    press(window, QStringLiteral("Test connection"));
+    EXPECT_EQ(window.addPage().resultText(),
+              QStringLiteral("A mail address is needed (like ada@example.org)."));
+    fillIn(window, QString());
+    press(window, QStringLiteral("Test connection"));
+    EXPECT_EQ(window.addPage().resultText(), QStringLiteral("Type the password first."));
+    QLineEdit* mail = named<QLineEdit>(window.addPage(), QStringLiteral("Mail address"));
+    mail->setText(Mail);
+    press(window, QStringLiteral("Save"));
+    EXPECT_EQ(window.addPage().resultText(), QStringLiteral("ada@example.org is already the account work."));
+    EXPECT_EQ(QSettings(config, QSettings::IniFormat).childGroups(), QStringList{QStringLiteral("work")});
+}
+
+TEST_F(AccountsWindowTest, CancelWhileATestRunsLeavesItToEndOnItsOwn) {
+    // A server that takes the connection and never says a word: the check waits for its deadline.
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    auto window = std::make_unique<AccountsWindow>(config, status, 2);
+    window->show();
+    window->showAddPage();
+    fillIn(*window, GracePassword);
+    named<QSpinBox>(window->addPage(), QStringLiteral("Port"))->setValue(silent.serverPort());
+    QTest::mouseClick(named<QPushButton>(window->addPage(), QStringLiteral("Test connection")),
+                      Qt::LeftButton);
+    EXPECT_TRUE(window->addPage().isBusy());
+    EXPECT_EQ(window->addPage().resultText(), QStringLiteral("Testing the connection…"));
+    // Cancel answers at once: the list is back while the check still waits on its thread.
+    QTest::mouseClick(named<QPushButton>(window->addPage(), QStringLiteral("Cancel")), Qt::LeftButton);
+    EXPECT_FALSE(window->addPage().isVisible());
+    EXPECT_FALSE(window->addPage().isBusy());
+    // The check ends at its deadline and its job goes away; its line went nowhere.
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return window->addPage().findChildren<BackgroundJob*>().isEmpty(); }, 60000));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(window->addPage().resultText(), QStringLiteral("Testing the connection…"));
+    // A second test, then the window closed while it runs: it waits for the check, which ends.
+    window->showAddPage();
+    fillIn(*window, GracePassword);
+    named<QSpinBox>(window->addPage(), QStringLiteral("Port"))->setValue(silent.serverPort());
+    QTest::mouseClick(named<QPushButton>(window->addPage(), QStringLiteral("Test connection")),
+                      Qt::LeftButton);
+    EXPECT_TRUE(window->addPage().isBusy());
+    window->close();
+    window.reset();
 }
 
 } // namespace

@@ -363,7 +363,7 @@ void AddAccountPage::save() {
                               : g.writeTo(path, &outcome->error);
         },
         this);
-    const QString name = g.name();
+    const QString& name = g.name();
     connect(job, &BackgroundJob::finished, this, [this, outcome, name, withPassword] {
         finishJob();
         if (!outcome->ok) {

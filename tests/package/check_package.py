@@ -261,8 +261,8 @@ def check_programs(root, build, source, scratch):
 def check_desktop_and_metainfo(root, version):
     validator = tool("desktop-file-validate", "desktop-file-utils")
     desktop_files = sorted(glob.glob(os.path.join(root, "usr/share/applications/*.desktop")))
-    if len(desktop_files) != 3:
-        fail("expected three desktop files, found %r" % desktop_files)
+    if len(desktop_files) != 4:
+        fail("expected four desktop files, found %r" % desktop_files)
     checked = subprocess.run([validator] + desktop_files, capture_output=True, text=True)
     if checked.returncode != 0 or (checked.stdout + checked.stderr).strip():
         fail("desktop-file-validate: " + (checked.stdout + checked.stderr).strip())

@@ -60,6 +60,10 @@
         <translation>Beenden</translation>
     </message>
     <message>
+        <source>Accounts…</source>
+        <translation>Konten…</translation>
+    </message>
+    <message>
         <source>Open</source>
         <translation>Öffnen</translation>
     </message>

@@ -60,6 +60,10 @@
         <translation>Quitter</translation>
     </message>
     <message>
+        <source>Accounts…</source>
+        <translation>Comptes…</translation>
+    </message>
+    <message>
         <source>Open</source>
         <translation>Ouvrir</translation>
     </message>

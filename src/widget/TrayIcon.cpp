@@ -2,7 +2,9 @@
 
 #include "MailNotifier.h"
 #include "NewMailTracker.h"
+#include "platform/CompanionProgram.h"
 #include "platform/Localization.h"
+#include "platform/Log.h"
 
 #include <QAction>
 #include <QCoreApplication>
@@ -62,6 +64,13 @@ TrayIcon::TrayIcon(NewMailTracker* tracker, QWidget* window, QObject* parent)
     m_notifications->setCheckable(true);
     m_notifications->setChecked(MailNotifier::isEnabled());
     connect(m_notifications, &QAction::toggled, this, [](bool on) { MailNotifier::setEnabled(on); });
+    // The mail bridge's Accounts window, a program of its own: the widget links nothing of the
+    // bridge, it only starts it.
+    m_accounts = m_menu->addAction(Localization::text(QStringLiteral("Accounts…")), this, [] {
+        QString error;
+        if (!CompanionProgram::start(QStringLiteral("corvina-accounts"), {}, &error))
+            Log::error(QStringLiteral("[%@] Accounts window not started: %@"), {error});
+    });
     m_menu->addSeparator();
     m_quit = m_menu->addAction(Localization::text(QStringLiteral("Quit")), qApp, &QCoreApplication::quit);
 

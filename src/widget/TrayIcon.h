@@ -38,6 +38,7 @@ public:
     QMenu* menu() const { return m_menu; }
     QAction* toggleAction() const { return m_toggle; }
     QAction* notificationsAction() const { return m_notifications; }
+    QAction* accountsAction() const { return m_accounts; }
     QAction* quitAction() const { return m_quit; }
     QSystemTrayIcon* systemTrayIcon() const { return m_tray; }
 
@@ -66,6 +67,7 @@ private:
     QMenu* m_menu = nullptr;
     QAction* m_toggle = nullptr;
     QAction* m_notifications = nullptr;
+    QAction* m_accounts = nullptr;
     QAction* m_quit = nullptr;
     QSystemTrayIcon* m_tray = nullptr;
     int m_count = -1;

@@ -146,7 +146,7 @@ TEST_F(TrayProgram, TwoNewMessagesCountTwoTheirArchiveActionReachesTheMailAppAnd
 
     // The tray's menu, as the desktop shows it; its Quit ends the program.
     const QStringList labels = tray->menuLabels(item);
-    EXPECT_EQ(labels, (QStringList{"Show the list", "Notify about new mail", "", "Quit"}));
+    EXPECT_EQ(labels, (QStringList{"Show the list", "Notify about new mail", "Accounts…", "", "Quit"}));
     ASSERT_TRUE(tray->clickMenu(item, QStringLiteral("Quit")));
     ASSERT_TRUE(widget.waitForFinished(5000)) << "Quit did not end the program";
     EXPECT_EQ(widget.exitStatus(), QProcess::NormalExit);

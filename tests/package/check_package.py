@@ -35,6 +35,9 @@ TODAY_FILES = {
 }
 BRIDGE_FILES = {
     "usr/bin/corvina-mail-bridge",
+    "usr/bin/corvina-accounts",
+    "usr/share/applications/org.corvina.mail.accounts.desktop",
+    "usr/share/man/man1/corvina-accounts.1.gz",
     "usr/lib/systemd/user/corvina-mail-bridge.service",
     "usr/share/applications/org.corvina.mail.desktop",
     "usr/share/dbus-1/services/org.corvina.mail.service",
@@ -42,7 +45,7 @@ BRIDGE_FILES = {
     "usr/share/doc/corvina-mail-bridge/copyright",
     "usr/share/doc/corvina-mail-bridge/changelog.gz",
 }
-PROGRAMS = ("corvina-today", "corvina-share", "corvina-mail-bridge")
+PROGRAMS = ("corvina-today", "corvina-share", "corvina-mail-bridge", "corvina-accounts")
 
 
 def fail(message):
@@ -258,8 +261,8 @@ def check_programs(root, build, source, scratch):
 def check_desktop_and_metainfo(root, version):
     validator = tool("desktop-file-validate", "desktop-file-utils")
     desktop_files = sorted(glob.glob(os.path.join(root, "usr/share/applications/*.desktop")))
-    if len(desktop_files) != 3:
-        fail("expected three desktop files, found %r" % desktop_files)
+    if len(desktop_files) != 4:
+        fail("expected four desktop files, found %r" % desktop_files)
     checked = subprocess.run([validator] + desktop_files, capture_output=True, text=True)
     if checked.returncode != 0 or (checked.stdout + checked.stderr).strip():
         fail("desktop-file-validate: " + (checked.stdout + checked.stderr).strip())

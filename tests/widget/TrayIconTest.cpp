@@ -98,11 +98,13 @@ TEST_F(TrayIconTest, TheMenuTurnsNotificationsOffAndOn) {
     TrayIcon tray(&tracker, &window);
     ASSERT_NE(tray.menu(), nullptr);
     const QList<QAction*> actions = tray.menu()->actions();
-    ASSERT_EQ(actions.size(), 4);
+    ASSERT_EQ(actions.size(), 5);
     EXPECT_EQ(actions.at(0), tray.toggleAction());
     EXPECT_EQ(actions.at(1), tray.notificationsAction());
-    EXPECT_TRUE(actions.at(2)->isSeparator());
-    EXPECT_EQ(actions.at(3), tray.quitAction());
+    EXPECT_EQ(actions.at(2), tray.accountsAction());
+    EXPECT_EQ(tray.accountsAction()->text(), QStringLiteral("Accounts…"));
+    EXPECT_TRUE(actions.at(3)->isSeparator());
+    EXPECT_EQ(actions.at(4), tray.quitAction());
     EXPECT_EQ(tray.quitAction()->text(), QStringLiteral("Quit"));
 
     EXPECT_TRUE(tray.notificationsAction()->isCheckable());
@@ -148,12 +150,14 @@ TEST_F(TrayIconTest, TextsInTheUsersLanguage) {
         EXPECT_EQ(tray.toolTip(), QStringLiteral("2 neue Nachrichten\nSender n1\nSender n2"));
         EXPECT_EQ(tray.toggleAction()->text(), QStringLiteral("Liste zeigen"));
         EXPECT_EQ(tray.quitAction()->text(), QStringLiteral("Beenden"));
+        EXPECT_EQ(tray.accountsAction()->text(), QStringLiteral("Konten…"));
     }
     Localization::setLocale(QLocale(QLocale::French, QLocale::France));
     {
         TrayIcon tray(&tracker, &window);
         EXPECT_EQ(tray.toolTip(), QStringLiteral("2 nouveaux trayMessages\nSender n1\nSender n2"));
         EXPECT_EQ(tray.notificationsAction()->text(), QStringLiteral("Notifier les nouveaux messages"));
+        EXPECT_EQ(tray.accountsAction()->text(), QStringLiteral("Comptes…"));
     }
     Localization::setLocale(before);
 }

@@ -1,6 +1,6 @@
 #include "AccountSetup.h"
 
-#include "bridge/config/AccountPassword.h"
+#include "bridge/config/AccountChanges.h"
 #include "bridge/config/CommandLine.h"
 
 #include <QDir>
@@ -22,17 +22,6 @@ void restoreTerminalAndExit(int signal) {
         ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &savedTerminal);
     std::signal(signal, SIG_DFL);
     std::raise(signal);
-}
-
-// "ada@fastmail.com" suggests "fastmail".
-QString suggestedName(const QString& mail, const BridgeConfig& config) {
-    QString base = mail.section(u'@', 1).section(u'.', 0, 0).toLower();
-    if (!AccountGroup::isPlainName(base))
-        base = QStringLiteral("mail");
-    QString name = base;
-    for (int n = 2; config.account(name) != nullptr; ++n)
-        name = base + QString::number(n);
-    return name;
 }
 
 // A path typed at the prompt, where no shell expands it: "~/" is the home folder, and a relative
@@ -75,7 +64,7 @@ QString AccountSetup::commandFor(const QString& words, const QString& name) cons
 AccountSetup::AccountSetup(QString configPath, QTextStream& in, QTextStream& out, QTextStream& err,
                            bool terminal, int secretTimeoutMs)
     : m_path(std::move(configPath)), m_in(in), m_out(out), m_err(err), m_terminal(terminal),
-      m_secrets(secretTimeoutMs) {}
+      m_changes(m_path, secretTimeoutMs) {}
 
 int AccountSetup::fail(const QString& text) {
     m_err << "corvina-mail-bridge: " << text << Qt::endl;
@@ -214,7 +203,7 @@ QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config
          .kept = Kept::GroupName,
          .defaultValue =
              [&config](const Answers& answers) {
-                 return suggestedName(answers.value(QStringLiteral("mail")), config);
+                 return AccountGroup::suggestedName(answers.value(QStringLiteral("mail")), config);
              },
          .check = nameCheck},
         // Asked only where the provider takes both; a provider that takes no password signs in.
@@ -421,18 +410,9 @@ int AccountSetup::storeAndWrite(const AccountGroup& group, const BridgeConfig::A
     if (password->isEmpty())
         return fail(QStringLiteral("account add: no password given; nothing was written"));
 
-    // The password first: a group in bridge.conf without a password to go with it would only fail.
     QString error;
-    if (!m_secrets.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account), *password,
-                         &error))
-        return fail(QStringLiteral("account add: %1; nothing was written (a passwordCommand in bridge.conf "
-                                   "is the other way, see docs/bridge.md)")
-                        .arg(error));
-    if (!group.writeTo(m_path, &error)) {
-        QString ignored;
-        m_secrets.clear(group.name(), &ignored);
+    if (!m_changes.addWithPassword(group, account, *password, &error))
         return fail(QStringLiteral("account add: %1").arg(error));
-    }
     m_out << "Added account " << group.name() << " (" << group.keys().value(QStringLiteral("mail")).toString()
           << ") to " << m_path << "; its password is in the Secret Service. Try it: "
           << commandFor(QStringLiteral("check"), group.name()) << Qt::endl;
@@ -456,8 +436,7 @@ int AccountSetup::setPassword(const QString& name) {
     if (!password || password->isEmpty())
         return fail(QStringLiteral("account password: no password given; nothing was changed"));
     QString error;
-    if (!m_secrets.store(AccountPassword::keyOf(*account), AccountPassword::labelOf(*account), *password,
-                         &error))
+    if (!m_changes.replacePassword(*account, *password, &error))
         return fail(QStringLiteral("account password: %1").arg(error));
     m_out << "Stored the password of " << account->name << " (" << account->mail << ") in the Secret Service"
           << Qt::endl;
@@ -473,16 +452,11 @@ int AccountSetup::remove(const QString& name) {
     }
     const QString group = account->name;
     QString error;
-    // An account that takes its password from a command, or its secret from the desktop's online
-    // accounts, may never have had one stored: without a Secret Service it can still be removed.
-    if (!m_secrets.clear(group, &error) && account->passwordCommand.isEmpty() &&
-        account->auth != BridgeConfig::Auth::Goa)
-        return fail(QStringLiteral("account remove: %1; nothing was changed").arg(error));
-    QString writeError;
-    if (!AccountGroup::removeFrom(m_path, group, &writeError))
-        return fail(QStringLiteral("account remove: %1").arg(writeError));
+    bool keyringCleared = false;
+    if (!m_changes.remove(*account, &error, &keyringCleared))
+        return fail(QStringLiteral("account remove: %1").arg(error));
     m_out << "Removed account " << group << " (" << account->mail << ") from " << m_path;
-    if (error.isEmpty())
+    if (keyringCleared)
         m_out << " and its password from the Secret Service";
     m_out << Qt::endl;
     return Ok;

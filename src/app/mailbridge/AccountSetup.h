@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bridge/config/AccountChanges.h"
 #include "bridge/config/AccountGroup.h"
 #include "bridge/config/BridgeConfig.h"
 #include "bridge/config/ProviderTable.h"
@@ -88,7 +89,7 @@ private:
     QTextStream& m_out;
     QTextStream& m_err;
     bool m_terminal;
-    SecretStore m_secrets;
+    AccountChanges m_changes; // what the window changes too, by the same code
 };
 
 } // namespace corvina

@@ -4,6 +4,7 @@
 #include "TodayWindow.h"
 #include "WidgetHost.h"
 #include "platform/Bundle.h"
+#include "platform/CompanionProgram.h"
 #include "platform/GroupContainer.h"
 #include "widget/TrayIcon.h"
 
@@ -22,15 +23,16 @@
 
 namespace {
 
-// --list (with --json, --all, --watch and --format), --help and --version need no display: a status
-// bar or a script can call them from anywhere, and --list --watch runs its event loop without one.
+// --list (with --json, --all, --watch and --format), --help, --version and --accounts need no display: a
+// status bar or a script can call them from anywhere, and --list --watch runs its event loop without
+// one; --accounts only starts another program, which opens its own.
 // Everything else shows the widget and needs a GUI application object.
 bool needsNoDisplay(int argc, char* argv[]) {
     for (int i = 1; i < argc; ++i) {
         const QByteArray a(argv[i]);
         if (a == "--list" || a == "--json" || a == "--all" || a == "--watch" || a == "--format" ||
             a.startsWith("--format=") || a == "--help" || a == "-h" || a == "--help-all" ||
-            a == "--version" || a == "-v") {
+            a == "--version" || a == "-v" || a == "--accounts") {
             return true;
         }
     }
@@ -224,7 +226,12 @@ int main(int argc, char* argv[]) {
             "waybar (a Waybar custom module's JSON: text, tooltip, class, alt) or text (the count,\n"
             "the newest sender and subject: Polybar, i3blocks)."),
         QStringLiteral("NAME"));
-    parser.addOptions({list, json, all, watch, format, container, interval, screenshot, tray, appearance});
+    const QCommandLineOption accounts(
+        QStringLiteral("accounts"),
+        QStringLiteral(
+            "Open the mail bridge's Accounts window (corvina-accounts) to set up your mail, and exit."));
+    parser.addOptions(
+        {list, json, all, watch, format, container, interval, screenshot, tray, appearance, accounts});
     parser.process(*app);
 
     if (parser.isSet(container)) {
@@ -240,6 +247,16 @@ int main(int argc, char* argv[]) {
         err << "corvina-today: --watch and --format go with --list (corvina-today --list --watch "
                "[--format NAME])\n";
         return 2;
+    }
+    if (parser.isSet(accounts)) {
+        // The window is the bridge's program; the widget links nothing of the bridge, it starts it.
+        QString error;
+        if (!corvina::CompanionProgram::start(QStringLiteral("corvina-accounts"), {}, &error)) {
+            err << "corvina-today: " << error
+                << "; the Accounts window comes with the corvina-mail-bridge package\n";
+            return 1;
+        }
+        return 0;
     }
     if (parser.isSet(list)) {
         if (parser.isSet(screenshot) || parser.isSet(tray) || parser.isSet(appearance) ||

@@ -16,6 +16,16 @@ bool AccountGroup::isPlainName(const QString& name) {
     return plain.match(name).hasMatch();
 }
 
+QString AccountGroup::suggestedName(const QString& mail, const BridgeConfig& config) {
+    QString base = mail.section(u'@', 1).section(u'.', 0, 0).toLower();
+    if (!isPlainName(base))
+        base = QStringLiteral("mail");
+    QString name = base;
+    for (int n = 2; config.account(name) != nullptr; ++n)
+        name = base + QString::number(n);
+    return name;
+}
+
 BridgeConfig::Account AccountGroup::read() const {
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("bridge.conf"));

@@ -18,6 +18,9 @@ public:
     // Group names become INI section names: plain words (letters, digits, "-", "_" and ".", not
     // first) keep bridge.conf readable and editable by hand.
     static bool isPlainName(const QString& name);
+    // The name offered for a new account of `mail` beside the accounts of `config`: the first word
+    // of its domain ("ada@fastmail.com" gives "fastmail"), with a number when that name is taken.
+    static QString suggestedName(const QString& mail, const BridgeConfig& config);
 
     const QString& name() const { return m_name; }
     const QVariantMap& keys() const { return m_keys; }

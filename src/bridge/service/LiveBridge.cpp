@@ -203,6 +203,14 @@ AccountSync::Result LiveBridge::checkAccount(const BridgeConfig::Account& accoun
     return attempt(account, &obtainPassword, timeoutSeconds, true);
 }
 
+AccountSync::Result LiveBridge::checkAccount(const BridgeConfig::Account& account, const QString& password,
+                                             int timeoutSeconds) {
+    const AccountWorker::PasswordSource typed = [password](const BridgeConfig::Account&, QString*) {
+        return std::optional<AccountCredential>(password);
+    };
+    return attempt(account, typed, timeoutSeconds, true);
+}
+
 void LiveBridge::openUris(const QStringList& uris, const QVariantMap& platformData) {
     m_commands.open(uris, platformData);
 }

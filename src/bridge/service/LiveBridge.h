@@ -73,6 +73,10 @@ public:
     // password, then a connection, a login and each configured folder opened, all within one
     // deadline of `timeoutSeconds` as --once has. Not ok, with the first failure, when any fails.
     static AccountSync::Result checkAccount(const BridgeConfig::Account& account, int timeoutSeconds);
+    // The same check with a password the person typed and nothing stored yet: what the Accounts
+    // window's "Test connection" runs before the account is saved.
+    static AccountSync::Result checkAccount(const BridgeConfig::Account& account, const QString& password,
+                                            int timeoutSeconds);
     // Carries out the command URLs of one request (see CommandCenter::open).
     void openUris(const QStringList& uris, const QVariantMap& platformData);
     CommandCenter& commands() { return m_commands; }

@@ -1,0 +1,182 @@
+#include "AccountsWindow.h"
+
+#include "AccountList.h"
+#include "AddAccountPage.h"
+#include "BackgroundJob.h"
+#include "bridge/config/AccountChanges.h"
+#include "platform/Localization.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QListView>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QVBoxLayout>
+#include <memory>
+
+namespace corvina {
+
+namespace {
+
+QString localized(const char* english) {
+    return Localization::text(QString::fromUtf8(english));
+}
+
+} // namespace
+
+AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusPath, int timeoutSeconds,
+                               QWidget* parent)
+    : QWidget(parent), m_accounts(new AccountList(configPath, statusPath, this)) {
+    setWindowTitle(localized("Mail accounts"));
+
+    m_listPage = new QWidget;
+    auto* heading = new QLabel(localized("Your mail accounts"));
+    QFont bold = heading->font();
+    bold.setBold(true);
+    heading->setFont(bold);
+    m_list = new QListView;
+    m_list->setModel(m_accounts);
+    m_list->setWordWrap(true);
+    m_list->setSpacing(4);
+    m_list->setAccessibleName(localized("Accounts"));
+    m_list->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_empty = new QLabel(localized("No accounts yet"));
+    m_empty->setAlignment(Qt::AlignCenter);
+    m_add = new QPushButton(localized("&Add account…"));
+    m_add->setAccessibleName(localized("Add account"));
+    m_remove = new QPushButton(localized("&Remove…"));
+    m_remove->setAccessibleName(localized("Remove account"));
+    m_message = new QLabel;
+    m_message->setWordWrap(true);
+    m_message->setTextInteractionFlags(Qt::TextSelectableByMouse);
+
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(m_add);
+    buttons->addWidget(m_remove);
+    buttons->addStretch();
+    auto* listLayout = new QVBoxLayout(m_listPage);
+    listLayout->addWidget(heading);
+    listLayout->addWidget(m_list, 1);
+    listLayout->addWidget(m_empty, 1);
+    listLayout->addLayout(buttons);
+    listLayout->addWidget(m_message);
+    setTabOrder(m_list, m_add);
+    setTabOrder(m_add, m_remove);
+
+    m_addPage = new AddAccountPage(configPath, timeoutSeconds);
+    m_pages = new QStackedWidget;
+    m_pages->addWidget(m_listPage);
+    m_pages->addWidget(m_addPage);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_pages);
+    resize(520, 480);
+
+    connect(m_accounts, &AccountList::reloaded, this, &AccountsWindow::updateListPage);
+    connect(m_list->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &AccountsWindow::updateListPage);
+    connect(m_add, &QPushButton::clicked, this, &AccountsWindow::showAddPage);
+    connect(m_remove, &QPushButton::clicked, this, [this] { removeSelected(); });
+    connect(m_addPage, &AddAccountPage::cancelled, this, [this] {
+        showMessage(QString());
+        showList();
+    });
+    connect(m_addPage, &AddAccountPage::saved, this, [this](const QString& name, const QString& note) {
+        m_accounts->reload();
+        showMessage(note.isEmpty() ? localized("Added the account %1.").arg(name)
+                                   : localized("Added the account %1. %2").arg(name, note));
+        showList();
+    });
+    updateListPage();
+}
+
+AccountsWindow::~AccountsWindow() = default;
+
+QString AccountsWindow::messageText() const {
+    return m_message->text();
+}
+
+void AccountsWindow::showMessage(const QString& text) {
+    m_message->setText(text);
+}
+
+void AccountsWindow::showAddPage() {
+    // Shown first: the address field takes the keyboard only once it can be seen.
+    m_pages->setCurrentWidget(m_addPage);
+    m_addPage->clear();
+}
+
+void AccountsWindow::showList() {
+    m_pages->setCurrentWidget(m_listPage);
+    updateListPage();
+    if (m_accounts->rowCount() > 0)
+        m_list->setFocus();
+    else
+        m_add->setFocus();
+}
+
+void AccountsWindow::updateListPage() {
+    const bool empty = m_accounts->rowCount() == 0;
+    m_list->setVisible(!empty);
+    m_empty->setVisible(empty);
+    m_remove->setVisible(!empty);
+    m_remove->setEnabled(m_job == nullptr && m_list->selectionModel()->hasSelection());
+}
+
+void AccountsWindow::removeSelected(bool confirm) {
+    const QModelIndexList selected = m_list->selectionModel()->selectedIndexes();
+    if (selected.isEmpty() || m_job != nullptr)
+        return;
+    const QString name = selected.first().data(AccountList::NameRole).toString();
+    const BridgeConfig::Account* found = m_accounts->config().account(name);
+    if (found == nullptr)
+        return;
+    const BridgeConfig::Account account = *found;
+    if (confirm) {
+        QMessageBox ask(
+            QMessageBox::Question, localized("Remove account"),
+            localized("Remove the account %1 (%2)? Its settings leave bridge.conf and its password "
+                      "leaves the keyring; the mail on the server stays.")
+                .arg(account.name, account.mail),
+            QMessageBox::Cancel, this);
+        QPushButton* remove = ask.addButton(localized("&Remove"), QMessageBox::DestructiveRole);
+        remove->setAccessibleName(localized("Remove"));
+        ask.setDefaultButton(QMessageBox::Cancel);
+        ask.exec();
+        if (ask.clickedButton() != remove)
+            return;
+    }
+    struct Outcome {
+        bool ok = false;
+        bool keyringCleared = false;
+        QString error;
+    };
+    auto outcome = std::make_shared<Outcome>();
+    const QString path = m_accounts->configPath();
+    m_job = new BackgroundJob(
+        [outcome, account, path] {
+            // The same code as `account remove`.
+            outcome->ok = AccountChanges(path).remove(account, &outcome->error, &outcome->keyringCleared);
+        },
+        this);
+    connect(m_job, &BackgroundJob::finished, this, [this, outcome, account] {
+        m_job->deleteLater();
+        m_job = nullptr;
+        m_accounts->reload();
+        if (!outcome->ok)
+            showMessage(localized("The account %1 was not removed: %2").arg(account.name, outcome->error));
+        else if (outcome->keyringCleared)
+            showMessage(localized("Removed the account %1 and its password.").arg(account.name));
+        else
+            showMessage(
+                localized("Removed the account %1; the keyring could not be reached, so a password it "
+                          "holds for it stays there.")
+                    .arg(account.name));
+    });
+    showMessage(localized("Removing %1…").arg(account.name));
+    m_job->start();
+    updateListPage();
+}
+
+} // namespace corvina

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QString>
+#include <QWidget>
+
+class QLabel;
+class QListView;
+class QPushButton;
+class QStackedWidget;
+
+namespace corvina {
+
+class AccountList;
+class AddAccountPage;
+class BackgroundJob;
+
+// The Accounts window: the accounts of bridge.conf with each one's state, followed live (the list
+// page), and the page that adds one. Every change goes through the bridge's own code
+// (AccountChanges, the same as `corvina-mail-bridge account ...`).
+class AccountsWindow : public QWidget {
+    Q_OBJECT
+public:
+    AccountsWindow(const QString& configPath, const QString& statusPath, int timeoutSeconds,
+                   QWidget* parent = nullptr);
+    ~AccountsWindow() override;
+
+    AccountList& accounts() { return *m_accounts; }
+    AddAccountPage& addPage() { return *m_addPage; }
+    // The line under the list: what the last change did, or why it failed.
+    QString messageText() const;
+
+    void showAddPage();
+    void showList();
+    // Removes the selected account after the person confirmed it (`confirm` asks them; tests
+    // answer for them).
+    void removeSelected(bool confirm = true);
+
+private:
+    void updateListPage();
+    void showMessage(const QString& text);
+
+    AccountList* m_accounts = nullptr;
+    QStackedWidget* m_pages = nullptr;
+    QWidget* m_listPage = nullptr;
+    QListView* m_list = nullptr;
+    QLabel* m_empty = nullptr;
+    QPushButton* m_add = nullptr;
+    QPushButton* m_remove = nullptr;
+    QLabel* m_message = nullptr;
+    AddAccountPage* m_addPage = nullptr;
+    BackgroundJob* m_job = nullptr;
+};
+
+} // namespace corvina

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "AccountGroup.h"
+#include "BridgeConfig.h"
+#include "SecretStore.h"
+
+#include <QString>
+
+namespace corvina {
+
+// The changes to the accounts that keep bridge.conf and the Secret Service in step: an account
+// added with its password, a password replaced, an account removed with whatever the keyring held
+// for it. `corvina-mail-bridge account add | password | remove` and the Accounts window both make
+// them through here, so that the two cannot come to differ.
+//
+// Each call may wait for the keyring (up to the store's timeout, longer when it asks the person to
+// unlock it): a window calls it off its GUI thread. The errors are one line, in the words the
+// command line prints after its "account add: " (or password, remove).
+class AccountChanges {
+public:
+    explicit AccountChanges(QString configPath, int secretTimeoutMs = SecretStore::DefaultTimeoutMs);
+
+    const QString& configPath() const { return m_path; }
+
+    // Stores `password` for the account `group` makes (`account`: the group as the bridge reads it,
+    // AccountGroup::read), then writes the group into bridge.conf. The password goes first: a group
+    // without a password to go with it would only fail. When the file cannot be written the stored
+    // password is taken out again. False, with `error` set, when anything failed: then nothing was
+    // written.
+    bool addWithPassword(const AccountGroup& group, const BridgeConfig::Account& account,
+                         const QString& password, QString* error) const;
+    // Replaces the stored password of `account`.
+    bool replacePassword(const BridgeConfig::Account& account, const QString& password, QString* error) const;
+    // Takes `account` out of bridge.conf, and every password and sign-in the keyring holds for it.
+    // An account that takes its password from a command, or its secret from the desktop's online
+    // accounts, may never have had one stored: without a Secret Service it is still removed, and `keyringCleared` (when given) says false.
+    bool remove(const BridgeConfig::Account& account, QString* error, bool* keyringCleared = nullptr) const;
+
+private:
+    QString m_path;
+    SecretStore m_secrets;
+};
+
+} // namespace corvina

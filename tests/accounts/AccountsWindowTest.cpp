@@ -1,0 +1,374 @@
+// The Accounts window in-process (offscreen), against the test's own Dovecot and a real keyring
+// daemon on a private session bus: an account added by filling in its fields, its connection
+// tested (ok, and a wrong password in the bridge's words), saved into bridge.conf and the keyring,
+// turned current by the bridge's sync, and removed again. Each state is drawn to a PNG when
+// CORVINA_ACCOUNTS_SHOTS names a folder (how docs/accounts-*.png are made).
+#include "accounts/AccountsWindow.h"
+
+#include "accounts/AccountList.h"
+#include "accounts/AddAccountPage.h"
+#include "accounts/BackgroundJob.h"
+#include "bridge/BridgeTesting.h"
+#include "bridge/config/SecretStore.h"
+#include "bridge/service/LiveBridge.h"
+#include "support/KeyringDaemon.h"
+#include "support/PrivateSessionBus.h"
+
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QPushButton>
+#include <QSettings>
+#include <QSpinBox>
+#include <QTcpServer>
+#include <QTest>
+#include <gtest/gtest.h>
+
+namespace corvina::test {
+namespace {
+
+template <class W> W* named(QWidget& root, const QString& name) {
+    for (W* w : root.findChildren<W*>()) {
+        if (w->accessibleName() == name)
+            return w;
+    }
+    return nullptr;
+}
+
+// The label under the list or the page whose text starts with `start`, if one is shown.
+QLabel* labelStartingWith(QWidget& root, const QString& start) {
+    for (QLabel* label : root.findChildren<QLabel*>()) {
+        if (label->isVisible() && label->text().startsWith(start))
+            return label;
+    }
+    return nullptr;
+}
+
+class AccountsWindowTest : public BridgeServerTest {
+protected:
+    static inline const QString GracePassword = QStringLiteral("Tr0ub4dor&3 corvina");
+
+    void SetUp() override {
+        BridgeServerTest::SetUp();
+        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        QString error;
+        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+        server.addUser(QStringLiteral("grace"), GracePassword);
+        server.deliver(QStringLiteral("grace"), QStringLiteral("INBOX"),
+                       DovecotServer::message(QStringLiteral("For Grace"), QStringLiteral("ada@example.org"),
+                                              QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"),
+                                              QStringLiteral("<g1@example.org>")));
+        config = configDir.filePath(QStringLiteral("bridge.conf"));
+        // Where the bridge writes it with XDG_STATE_HOME set to stateHome.
+        status = stateHome + QStringLiteral("/corvina/bridge-status.json");
+    }
+    void TearDown() override {
+        keyring.stop();
+        SecretStore::forgetService();
+    }
+
+    // Draws the window as it is now into the folder CORVINA_ACCOUNTS_SHOTS names, if any.
+    static void shoot(QWidget& window, const QString& name) {
+        const QString folder = qEnvironmentVariable("CORVINA_ACCOUNTS_SHOTS");
+        if (folder.isEmpty())
+            return;
+        QDir().mkpath(folder);
+        // The layout follows a changed text through posted events: drawn before them, a label would
+        // keep the size of its old text.
+        for (int i = 0; i < 3; ++i)
+            QCoreApplication::processEvents();
+        EXPECT_TRUE(window.grab().save(QDir(folder).filePath(QStringLiteral("accounts-%1.png").arg(name))));
+    }
+
+    // Fills in grace's account on the test's server, as a person would: an address whose domain
+    // the providers table does not know, so the server's fields are shown.
+    void fillIn(AccountsWindow& window, const QString& password) {
+        QWidget& page = window.addPage();
+        for (const char* field : {"Mail address", "IMAP server", "Login name", "Password"})
+            named<QLineEdit>(page, QString::fromLatin1(field))->clear();
+        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Mail address")),
+                         QStringLiteral("grace@example.org"));
+        QGroupBox* server = page.findChild<QGroupBox*>();
+        ASSERT_NE(server, nullptr);
+        EXPECT_TRUE(server->isVisible());
+        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("IMAP server")), this->server.host());
+        QComboBox* security = named<QComboBox>(page, QStringLiteral("Security"));
+        security->setCurrentIndex(security->findData(QStringLiteral("none")));
+        QSpinBox* port = named<QSpinBox>(page, QStringLiteral("Port"));
+        port->setValue(this->server.port());
+        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Login name")), QStringLiteral("grace"));
+        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Password")), password);
+    }
+
+    // Presses `button` of the add page and waits for its work to end.
+    static void press(AccountsWindow& window, const QString& button) {
+        QPushButton* b = named<QPushButton>(window.addPage(), button);
+        ASSERT_NE(b, nullptr) << button.toStdString();
+        QTest::mouseClick(b, Qt::LeftButton);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !window.addPage().isBusy(); }, 60000));
+    }
+
+    KeyringDaemon keyring;
+    QString config;
+    QString stateHome = configDir.filePath(QStringLiteral("xdg-state"));
+    QString status;
+};
+
+TEST_F(AccountsWindowTest, AddTestSaveSyncAndRemoveAnAccount) {
+    AccountsWindow window(config, status, 10);
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    // Empty: the words and the button to add one.
+    ASSERT_NE(labelStartingWith(window, QStringLiteral("No accounts yet")), nullptr);
+    QPushButton* add = named<QPushButton>(window, QStringLiteral("Add account"));
+    ASSERT_NE(add, nullptr);
+    EXPECT_TRUE(add->isVisible());
+    shoot(window, QStringLiteral("empty"));
+
+    QTest::mouseClick(add, Qt::LeftButton);
+    ASSERT_TRUE(named<QLineEdit>(window.addPage(), QStringLiteral("Mail address"))->isVisible());
+    shoot(window, QStringLiteral("add"));
+
+    // A wrong password: the bridge's own words, the same as its check says for it.
+    fillIn(window, QStringLiteral("not the password"));
+    press(window, QStringLiteral("Test connection"));
+    BridgeConfig::Account expected;
+    {
+        QSettings written(configDir.filePath(QStringLiteral("expected.conf")), QSettings::IniFormat);
+        written.setValue(QStringLiteral("example/mail"), QStringLiteral("grace@example.org"));
+        written.setValue(QStringLiteral("example/host"), server.host());
+        written.setValue(QStringLiteral("example/port"), server.port());
+        written.setValue(QStringLiteral("example/security"), QStringLiteral("none"));
+        written.setValue(QStringLiteral("example/user"), QStringLiteral("grace"));
+    }
+    expected = BridgeConfig::load(configDir.filePath(QStringLiteral("expected.conf"))).accounts().value(0);
+    const AccountSync::Result refused =
+        LiveBridge::checkAccount(expected, QStringLiteral("not the password"), 10);
+    ASSERT_FALSE(refused.ok);
+    EXPECT_EQ(window.addPage().resultText(), refused.error);
+    EXPECT_FALSE(window.addPage().resultText().contains(QStringLiteral("not the password")));
+    EXPECT_FALSE(QFile::exists(config)) << "nothing is written before Save";
+    shoot(window, QStringLiteral("wrong-password"));
+
+    fillIn(window, GracePassword);
+    press(window, QStringLiteral("Test connection"));
+    EXPECT_EQ(window.addPage().resultText(),
+              QStringLiteral("Connection ok: the server took the login and the inbox opened."));
+    EXPECT_FALSE(QFile::exists(config)) << "nothing is written before Save";
+    shoot(window, QStringLiteral("test-ok"));
+
+    press(window, QStringLiteral("Save"));
+    QSettings written(config, QSettings::IniFormat);
+    EXPECT_EQ(written.childGroups(), QStringList{QStringLiteral("example")});
+    EXPECT_EQ(written.value(QStringLiteral("example/mail")).toString(), QStringLiteral("grace@example.org"));
+    EXPECT_EQ(written.value(QStringLiteral("example/host")).toString(), server.host());
+    EXPECT_EQ(written.value(QStringLiteral("example/port")).toString(), QString::number(server.port()));
+    EXPECT_EQ(written.value(QStringLiteral("example/security")).toString(), QStringLiteral("none"));
+    EXPECT_EQ(written.value(QStringLiteral("example/user")).toString(), QStringLiteral("grace"));
+    QFile file(config);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_FALSE(file.readAll().contains(GracePassword.toUtf8()));
+    EXPECT_EQ(SecretStore(10000)
+                  .lookup({QStringLiteral("example"), QStringLiteral("grace"), server.host()})
+                  .password.value_or(QString()),
+              GracePassword);
+    EXPECT_EQ(window.messageText(), QStringLiteral("Added the account example."));
+    ASSERT_EQ(window.accounts().rowCount(), 1);
+    EXPECT_EQ(window.accounts().index(0).data(AccountList::StateRole).toString(),
+              QStringLiteral("Not read yet: the bridge has not synced it"));
+    // The account the window saved is one the command line's check takes.
+    const BridgeRun check = runBridge({QStringLiteral("check"), QStringLiteral("example")}, config);
+    EXPECT_EQ(check.out, QStringLiteral("example: ok\n")) << check.err.toStdString();
+    shoot(window, QStringLiteral("saved"));
+
+    // The bridge syncs it: the row turns current, followed live from the status file.
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XDG_STATE_HOME"), stateHome);
+    const BridgeRun once = runBridge({QStringLiteral("--once")}, config, QByteArray(), env);
+    ASSERT_EQ(once.exitCode, 0) << once.err.toStdString();
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            return window.accounts()
+                .index(0)
+                .data(AccountList::StateRole)
+                .toString()
+                .startsWith(QStringLiteral("Current as of "));
+        },
+        20000))
+        << window.accounts().index(0).data(AccountList::StateRole).toString().toStdString();
+    shoot(window, QStringLiteral("current"));
+
+    // Removed (the confirmation answered for the person): out of bridge.conf and the keyring.
+    QListView* list = named<QListView>(window, QStringLiteral("Accounts"));
+    list->setCurrentIndex(window.accounts().index(0));
+    window.removeSelected(false);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window.accounts().rowCount() == 0; }, 60000));
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return window.messageText().startsWith(QStringLiteral("Removed")); }, 60000));
+    EXPECT_EQ(window.messageText(), QStringLiteral("Removed the account example and its password."));
+    EXPECT_EQ(QSettings(config, QSettings::IniFormat).childGroups(), QStringList());
+    const SecretStore::Lookup gone =
+        SecretStore(10000).lookup({QStringLiteral("example"), QStringLiteral("grace"), server.host()});
+    EXPECT_EQ(gone.error, QString());
+    EXPECT_FALSE(gone.password.has_value());
+    EXPECT_NE(labelStartingWith(window, QStringLiteral("No accounts yet")), nullptr);
+}
+
+TEST_F(AccountsWindowTest, AKnownProviderShowsOnlyWhatIsStillNeeded) {
+    AccountsWindow window(config, status, 10);
+    window.show();
+    window.showAddPage();
+    AddAccountPage& page = window.addPage();
+    QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Mail address")), QStringLiteral("ada@yahoo.com"));
+    EXPECT_FALSE(page.findChild<QGroupBox*>()->isVisible()) << "the server's fields are the table's";
+    EXPECT_TRUE(named<QLineEdit>(page, QStringLiteral("Password"))->isVisible());
+    // The table's app-password note, with its link to where the provider makes one.
+    QLabel* note = labelStartingWith(page, QStringLiteral("It needs an app password"));
+    ASSERT_NE(note, nullptr);
+    EXPECT_TRUE(note->text().contains(QStringLiteral("href=\"https://login.yahoo.com/account/security\"")))
+        << note->text().toStdString();
+    shoot(window, QStringLiteral("provider"));
+
+    // A provider that takes no password: no password, no test; Save writes the sign-in's group and
+    // names what is left to do.
+    QLineEdit* mail = named<QLineEdit>(page, QStringLiteral("Mail address"));
+    mail->clear();
+    QTest::keyClicks(mail, QStringLiteral("ada@outlook.com"));
+    EXPECT_FALSE(named<QLineEdit>(page, QStringLiteral("Password"))->isVisible());
+    EXPECT_FALSE(named<QPushButton>(page, QStringLiteral("Test connection"))->isVisible());
+    press(window, QStringLiteral("Save"));
+    QSettings written(config, QSettings::IniFormat);
+    EXPECT_EQ(written.childGroups(), QStringList{QStringLiteral("outlook")});
+    EXPECT_EQ(written.value(QStringLiteral("outlook/auth")).toString(), QStringLiteral("oauth2"));
+    EXPECT_EQ(written.value(QStringLiteral("outlook/oauthProvider")).toString(), QStringLiteral("microsoft"));
+    EXPECT_EQ(window.messageText(),
+              QStringLiteral("Added the account outlook. Sign in in your browser to finish: "
+                             "run corvina-mail-bridge account signin outlook"));
+}
+
+TEST_F(AccountsWindowTest, ABridgeConfThatCannotBeWrittenIsSaidAndLeavesNoPasswordBehind) {
+    // A file where bridge.conf's folder should be (root may write anywhere else): the password was
+    // stored first and is taken out again.
+    const QString blocker = configDir.filePath(QStringLiteral("a-file"));
+    QFile file(blocker);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.close();
+    config = blocker + QStringLiteral("/bridge.conf");
+    AccountsWindow window(config, status, 10);
+    window.show();
+    window.showAddPage();
+    fillIn(window, GracePassword);
+    press(window, QStringLiteral("Save"));
+    EXPECT_TRUE(window.addPage().isVisible()) << "the page stays, with what went wrong";
+    EXPECT_EQ(window.addPage().resultText(), QStringLiteral("cannot write %1").arg(config));
+    EXPECT_FALSE(QFile::exists(config));
+    const SecretStore::Lookup left =
+        SecretStore(10000).lookup({QStringLiteral("example"), QStringLiteral("grace"), server.host()});
+    EXPECT_EQ(left.error, QString());
+    EXPECT_FALSE(left.password.has_value());
+}
+
+} // namespace
+} // namespace corvina::test
+
+namespace corvina::test {
+namespace {
+
+TEST_F(AccountsWindowTest, WithoutASecretServiceSaveSaysSoAndWritesNothing) {
+    keyring.stop();
+    SecretStore::forgetService();
+    AccountsWindow window(config, status, 10);
+    window.show();
+    window.showAddPage();
+    fillIn(window, GracePassword);
+    press(window, QStringLiteral("Save"));
+    const QString said = window.addPage().resultText();
+    EXPECT_TRUE(said.startsWith(QStringLiteral("cannot store the password in the Secret Service: ")))
+        << said.toStdString();
+    EXPECT_TRUE(said.endsWith(QStringLiteral(
+        "; nothing was written (a passwordCommand in bridge.conf is the other way, see docs/bridge.md)")))
+        << said.toStdString();
+    EXPECT_FALSE(said.contains(GracePassword));
+    EXPECT_FALSE(QFile::exists(config));
+    EXPECT_EQ(window.accounts().rowCount(), 0);
+}
+
+TEST_F(AccountsWindowTest, WithoutASecretServiceRemoveSaysSoAndKeepsTheAccount) {
+    writeConfig({{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()}})}});
+    config = configDir.filePath(QStringLiteral("bridge.conf"));
+    keyring.stop();
+    SecretStore::forgetService();
+    AccountsWindow window(config, status, 10);
+    ASSERT_EQ(window.accounts().rowCount(), 1);
+    named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    window.removeSelected(false);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return window.messageText().startsWith(QStringLiteral("The account")); }, 60000))
+        << window.messageText().toStdString();
+    EXPECT_TRUE(window.messageText().startsWith(QStringLiteral(
+        "The account work was not removed: cannot remove the password from the Secret Service")))
+        << window.messageText().toStdString();
+    EXPECT_TRUE(window.messageText().endsWith(QStringLiteral("; nothing was changed")))
+        << window.messageText().toStdString();
+    EXPECT_EQ(QSettings(config, QSettings::IniFormat).childGroups(), QStringList{QStringLiteral("work")});
+    EXPECT_EQ(window.accounts().rowCount(), 1);
+}
+
+TEST_F(AccountsWindowTest, WhatIsMissingIsSaidBeforeAnythingIsTried) {
+    writeConfig({{QStringLiteral("work"), accountKeys()}});
+    config = configDir.filePath(QStringLiteral("bridge.conf"));
+    AccountsWindow window(config, status, 10);
+    window.show();
+    window.showAddPage();
+    press(window, QStringLiteral("Test connection"));
+    EXPECT_EQ(window.addPage().resultText(),
+              QStringLiteral("A mail address is needed (like ada@example.org)."));
+    fillIn(window, QString());
+    press(window, QStringLiteral("Test connection"));
+    EXPECT_EQ(window.addPage().resultText(), QStringLiteral("Type the password first."));
+    QLineEdit* mail = named<QLineEdit>(window.addPage(), QStringLiteral("Mail address"));
+    mail->setText(Mail);
+    press(window, QStringLiteral("Save"));
+    EXPECT_EQ(window.addPage().resultText(), QStringLiteral("ada@example.org is already the account work."));
+    EXPECT_EQ(QSettings(config, QSettings::IniFormat).childGroups(), QStringList{QStringLiteral("work")});
+}
+
+TEST_F(AccountsWindowTest, CancelWhileATestRunsLeavesItToEndOnItsOwn) {
+    // A server that takes the connection and never says a word: the check waits for its deadline.
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    auto window = std::make_unique<AccountsWindow>(config, status, 2);
+    window->show();
+    window->showAddPage();
+    fillIn(*window, GracePassword);
+    named<QSpinBox>(window->addPage(), QStringLiteral("Port"))->setValue(silent.serverPort());
+    QTest::mouseClick(named<QPushButton>(window->addPage(), QStringLiteral("Test connection")),
+                      Qt::LeftButton);
+    EXPECT_TRUE(window->addPage().isBusy());
+    EXPECT_EQ(window->addPage().resultText(), QStringLiteral("Testing the connection…"));
+    // Cancel answers at once: the list is back while the check still waits on its thread.
+    QTest::mouseClick(named<QPushButton>(window->addPage(), QStringLiteral("Cancel")), Qt::LeftButton);
+    EXPECT_FALSE(window->addPage().isVisible());
+    EXPECT_FALSE(window->addPage().isBusy());
+    // The check ends at its deadline and its job goes away; its line went nowhere.
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return window->addPage().findChildren<BackgroundJob*>().isEmpty(); }, 60000));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(window->addPage().resultText(), QStringLiteral("Testing the connection…"));
+    // A second test, then the window closed while it runs: it waits for the check, which ends.
+    window->showAddPage();
+    fillIn(*window, GracePassword);
+    named<QSpinBox>(window->addPage(), QStringLiteral("Port"))->setValue(silent.serverPort());
+    QTest::mouseClick(named<QPushButton>(window->addPage(), QStringLiteral("Test connection")),
+                      Qt::LeftButton);
+    EXPECT_TRUE(window->addPage().isBusy());
+    window->close();
+    window.reset();
+}
+
+} // namespace
+} // namespace corvina::test

@@ -11,6 +11,8 @@ class Localization {
 public:
     // The translation of `key` for the current language, or `key` where there is none.
     static QString text(const QString& key);
+    // The same for a key written as a UTF-8 literal in the code.
+    static QString text(const char* key) { return text(QString::fromUtf8(key)); }
 
     // The language used; the first call picks the user's locale (LANG, LC_ALL, LC_MESSAGES).
     static QLocale locale();

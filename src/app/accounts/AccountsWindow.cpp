@@ -17,21 +17,13 @@
 
 namespace corvina {
 
-namespace {
-
-QString localized(const char* english) {
-    return Localization::text(QString::fromUtf8(english));
-}
-
-} // namespace
-
 AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusPath, int timeoutSeconds,
                                QWidget* parent)
     : QWidget(parent), m_accounts(new AccountList(configPath, statusPath, this)) {
-    setWindowTitle(localized("Mail accounts"));
+    setWindowTitle(Localization::text("Mail accounts"));
 
     m_listPage = new QWidget;
-    auto* heading = new QLabel(localized("Your mail accounts"));
+    auto* heading = new QLabel(Localization::text("Your mail accounts"));
     QFont bold = heading->font();
     bold.setBold(true);
     heading->setFont(bold);
@@ -39,14 +31,14 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     m_list->setModel(m_accounts);
     m_list->setWordWrap(true);
     m_list->setSpacing(4);
-    m_list->setAccessibleName(localized("Accounts"));
+    m_list->setAccessibleName(Localization::text("Accounts"));
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
-    m_empty = new QLabel(localized("No accounts yet"));
+    m_empty = new QLabel(Localization::text("No accounts yet"));
     m_empty->setAlignment(Qt::AlignCenter);
-    m_add = new QPushButton(localized("&Add account…"));
-    m_add->setAccessibleName(localized("Add account"));
-    m_remove = new QPushButton(localized("&Remove…"));
-    m_remove->setAccessibleName(localized("Remove account"));
+    m_add = new QPushButton(Localization::text("&Add account…"));
+    m_add->setAccessibleName(Localization::text("Add account"));
+    m_remove = new QPushButton(Localization::text("&Remove…"));
+    m_remove->setAccessibleName(Localization::text("Remove account"));
     m_message = new QLabel;
     m_message->setWordWrap(true);
     m_message->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -84,8 +76,8 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     });
     connect(m_addPage, &AddAccountPage::saved, this, [this](const QString& name, const QString& note) {
         m_accounts->reload();
-        showMessage(note.isEmpty() ? localized("Added the account %1.").arg(name)
-                                   : localized("Added the account %1. %2").arg(name, note));
+        showMessage(note.isEmpty() ? Localization::text("Added the account %1.").arg(name)
+                                   : Localization::text("Added the account %1. %2").arg(name, note));
         showList();
     });
     updateListPage();
@@ -135,13 +127,13 @@ void AccountsWindow::removeSelected(bool confirm) {
     const BridgeConfig::Account account = *found;
     if (confirm) {
         QMessageBox ask(
-            QMessageBox::Question, localized("Remove account"),
-            localized("Remove the account %1 (%2)? Its settings leave bridge.conf and its password "
-                      "leaves the keyring; the mail on the server stays.")
+            QMessageBox::Question, Localization::text("Remove account"),
+            Localization::text("Remove the account %1 (%2)? Its settings leave bridge.conf and its password "
+                               "leaves the keyring; the mail on the server stays.")
                 .arg(account.name, account.mail),
             QMessageBox::Cancel, this);
-        QPushButton* remove = ask.addButton(localized("&Remove"), QMessageBox::DestructiveRole);
-        remove->setAccessibleName(localized("Remove"));
+        QPushButton* remove = ask.addButton(Localization::text("&Remove"), QMessageBox::DestructiveRole);
+        remove->setAccessibleName(Localization::text("Remove"));
         ask.setDefaultButton(QMessageBox::Cancel);
         ask.exec();
         if (ask.clickedButton() != remove)
@@ -165,16 +157,17 @@ void AccountsWindow::removeSelected(bool confirm) {
         m_job = nullptr;
         m_accounts->reload();
         if (!outcome->ok)
-            showMessage(localized("The account %1 was not removed: %2").arg(account.name, outcome->error));
-        else if (outcome->keyringCleared)
-            showMessage(localized("Removed the account %1 and its password.").arg(account.name));
-        else
             showMessage(
-                localized("Removed the account %1; the keyring could not be reached, so a password it "
-                          "holds for it stays there.")
-                    .arg(account.name));
+                Localization::text("The account %1 was not removed: %2").arg(account.name, outcome->error));
+        else if (outcome->keyringCleared)
+            showMessage(Localization::text("Removed the account %1 and its password.").arg(account.name));
+        else
+            showMessage(Localization::text(
+                            "Removed the account %1; the keyring could not be reached, so a password it "
+                            "holds for it stays there.")
+                            .arg(account.name));
     });
-    showMessage(localized("Removing %1…").arg(account.name));
+    showMessage(Localization::text("Removing %1…").arg(account.name));
     m_job->start();
     updateListPage();
 }

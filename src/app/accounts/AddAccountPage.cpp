@@ -20,10 +20,6 @@ namespace corvina {
 
 namespace {
 
-QString localized(const char* english) {
-    return Localization::text(QString::fromUtf8(english));
-}
-
 const QString OAuth2 = QStringLiteral("oauth2");
 constexpr int TlsPort = 993;
 constexpr int PlainPort = 143;
@@ -42,13 +38,13 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     QString tableError;
     m_providers = ProviderTable::builtIn(&tableError);
 
-    auto* heading = new QLabel(localized("Add a mail account"));
+    auto* heading = new QLabel(Localization::text("Add a mail account"));
     QFont bold = heading->font();
     bold.setBold(true);
     heading->setFont(bold);
 
     m_mail = new QLineEdit;
-    m_mail->setAccessibleName(localized("Mail address"));
+    m_mail->setAccessibleName(Localization::text("Mail address"));
     m_mail->setPlaceholderText(QStringLiteral("ada@example.org"));
     m_providerText = new QLabel;
     m_providerText->setWordWrap(true);
@@ -59,57 +55,58 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
         m_providerText->setText(tableError.toHtmlEscaped());
 
     m_host = new QLineEdit;
-    m_host->setAccessibleName(localized("IMAP server"));
+    m_host->setAccessibleName(Localization::text("IMAP server"));
     m_port = new QSpinBox;
     m_port->setRange(1, 65535);
     m_port->setValue(TlsPort);
-    m_port->setAccessibleName(localized("Port"));
+    m_port->setAccessibleName(Localization::text("Port"));
     m_security = new QComboBox;
-    m_security->setAccessibleName(localized("Security"));
+    m_security->setAccessibleName(Localization::text("Security"));
     // Each choice says in one line what it means, so that the person need not know the words.
-    m_security->addItem(localized("TLS: encrypted from the start (usually port 993)"), QStringLiteral("tls"));
-    m_security->addItem(localized("STARTTLS: encrypted after the greeting (usually port 143)"),
+    m_security->addItem(Localization::text("TLS: encrypted from the start (usually port 993)"),
+                        QStringLiteral("tls"));
+    m_security->addItem(Localization::text("STARTTLS: encrypted after the greeting (usually port 143)"),
                         QStringLiteral("starttls"));
-    m_security->addItem(localized("None: not encrypted, only for a server on this computer"),
+    m_security->addItem(Localization::text("None: not encrypted, only for a server on this computer"),
                         QStringLiteral("none"));
     m_user = new QLineEdit;
-    m_user->setAccessibleName(localized("Login name"));
-    m_user->setPlaceholderText(localized("the mail address"));
-    m_server = new QGroupBox(localized("Server"));
+    m_user->setAccessibleName(Localization::text("Login name"));
+    m_user->setPlaceholderText(Localization::text("the mail address"));
+    m_server = new QGroupBox(Localization::text("Server"));
     auto* serverForm = new QFormLayout(m_server);
-    serverForm->addRow(fieldLabel(localized("IMAP ser&ver:"), m_host), m_host);
-    serverForm->addRow(fieldLabel(localized("Securit&y:"), m_security), m_security);
-    serverForm->addRow(fieldLabel(localized("P&ort:"), m_port), m_port);
-    serverForm->addRow(fieldLabel(localized("&Login name:"), m_user), m_user);
+    serverForm->addRow(fieldLabel(Localization::text("IMAP ser&ver:"), m_host), m_host);
+    serverForm->addRow(fieldLabel(Localization::text("Securit&y:"), m_security), m_security);
+    serverForm->addRow(fieldLabel(Localization::text("P&ort:"), m_port), m_port);
+    serverForm->addRow(fieldLabel(Localization::text("&Login name:"), m_user), m_user);
 
     m_password = new QLineEdit;
     m_password->setEchoMode(QLineEdit::Password);
-    m_password->setAccessibleName(localized("Password"));
-    m_passwordLabel = fieldLabel(localized("&Password:"), m_password);
+    m_password->setAccessibleName(Localization::text("Password"));
+    m_passwordLabel = fieldLabel(Localization::text("&Password:"), m_password);
     m_passwordNote = new QLabel;
     m_passwordNote->setWordWrap(true);
     m_passwordNote->setTextFormat(Qt::RichText);
     m_passwordNote->setOpenExternalLinks(true);
-    m_foldersNote =
-        new QLabel(localized("The To Do and Memo lists' folders are chosen later, from the server's own "
-                             "list; until then To Do shows the inbox's flagged messages."));
+    m_foldersNote = new QLabel(
+        Localization::text("The To Do and Memo lists' folders are chosen later, from the server's own "
+                           "list; until then To Do shows the inbox's flagged messages."));
     m_foldersNote->setWordWrap(true);
 
-    m_test = new QPushButton(localized("&Test connection"));
-    m_test->setAccessibleName(localized("Test connection"));
-    m_save = new QPushButton(localized("&Save"));
-    m_save->setAccessibleName(localized("Save"));
-    m_cancel = new QPushButton(localized("Cancel"));
-    m_cancel->setAccessibleName(localized("Cancel"));
+    m_test = new QPushButton(Localization::text("&Test connection"));
+    m_test->setAccessibleName(Localization::text("Test connection"));
+    m_save = new QPushButton(Localization::text("&Save"));
+    m_save->setAccessibleName(Localization::text("Save"));
+    m_cancel = new QPushButton(Localization::text("Cancel"));
+    m_cancel->setAccessibleName(Localization::text("Cancel"));
     m_cancel->setShortcut(QKeySequence(Qt::Key_Escape));
     m_result = new QLabel;
     m_result->setWordWrap(true);
     m_result->setTextInteractionFlags(Qt::TextSelectableByMouse);
     // The line is what the person reads after a test or a save; a screen reader reads it too.
-    m_result->setAccessibleDescription(localized("The result of the connection test or the save"));
+    m_result->setAccessibleDescription(Localization::text("The result of the connection test or the save"));
 
     auto* form = new QFormLayout;
-    form->addRow(fieldLabel(localized("Mail &address:"), m_mail), m_mail);
+    form->addRow(fieldLabel(Localization::text("Mail &address:"), m_mail), m_mail);
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(m_test);
     buttons->addStretch();
@@ -210,8 +207,8 @@ void AddAccountPage::addressChanged() {
     if (!typed) {
         if (m_providers)
             m_providerText->setText(
-                localized("Type your mail address first: the settings of a known provider are "
-                          "filled in for you."));
+                Localization::text("Type your mail address first: the settings of a known provider are "
+                                   "filled in for you."));
         return;
     }
     if (!p) {
@@ -221,31 +218,32 @@ void AddAccountPage::addressChanged() {
         if (m_host->text().isEmpty())
             m_host->setPlaceholderText(guess.host);
         m_providerText->setText(
-            localized("Your provider is not in the list this program knows: give its IMAP "
-                      "server's settings (your provider's help pages name them)."));
+            Localization::text("Your provider is not in the list this program knows: give its IMAP "
+                               "server's settings (your provider's help pages name them)."));
         return;
     }
-    QString text = localized("%1: server %2, port %3, %4. %5")
+    QString text = Localization::text("%1: server %2, port %3, %4. %5")
                        .arg(p->name.toHtmlEscaped(), p->host.toHtmlEscaped(), QString::number(p->port),
                             p->security, p->note.toHtmlEscaped());
     m_providerText->setText(text);
-    const QString where = p->appPasswordUrl.isNull() ? QString()
-                                                     : QStringLiteral(" <a href=\"%1\">%2</a>")
-                                                           .arg(p->appPasswordUrl.toHtmlEscaped(),
-                                                                localized("Make one at your provider."));
+    const QString where =
+        p->appPasswordUrl.isNull()
+            ? QString()
+            : QStringLiteral(" <a href=\"%1\">%2</a>")
+                  .arg(p->appPasswordUrl.toHtmlEscaped(), Localization::text("Make one at your provider."));
     if (signsInOnly()) {
-        m_passwordNote->setText(localized(
+        m_passwordNote->setText(Localization::text(
             "It takes no password: you sign in in your browser. This window cannot do that yet: save the "
             "account, then run the command it shows."));
     } else if (p->auth == OAuth2) {
         m_passwordNote->setText(
-            localized("Use an app password made for this program, not your account's password "
-                      "(signing in in the browser is not in this window yet).") +
+            Localization::text("Use an app password made for this program, not your account's password "
+                               "(signing in in the browser is not in this window yet).") +
             where);
     } else if (p->appPassword) {
         m_passwordNote->setText(
-            localized("It needs an app password made for this program, not your account's "
-                      "password.") +
+            Localization::text("It needs an app password made for this program, not your account's "
+                               "password.") +
             where);
     }
 }
@@ -277,14 +275,14 @@ AccountGroup AddAccountPage::group() const {
 QString AddAccountPage::problem(const AccountGroup& group, const BridgeConfig::Account& account) const {
     const QString mail = group.keys().value(QStringLiteral("mail")).toString();
     if (!mail.contains(u'@'))
-        return localized("A mail address is needed (like ada@example.org).");
+        return Localization::text("A mail address is needed (like ada@example.org).");
     const BridgeConfig config = BridgeConfig::load(m_configPath);
     if (const BridgeConfig::Account* taken = config.account(mail))
-        return localized("%1 is already the account %2.").arg(mail, taken->name);
+        return Localization::text("%1 is already the account %2.").arg(mail, taken->name);
     if (!account.problem.isEmpty())
         return account.problem;
     if (!signsInOnly() && m_password->text().isEmpty())
-        return localized("Type the password first.");
+        return Localization::text("Type the password first.");
     return QString();
 }
 
@@ -329,11 +327,12 @@ void AddAccountPage::testConnection() {
     connect(job, &BackgroundJob::finished, this, [this, result] {
         finishJob();
         if (result->ok)
-            showResult(localized("Connection ok: the server took the login and the inbox opened."), true);
+            showResult(Localization::text("Connection ok: the server took the login and the inbox opened."),
+                       true);
         else
             showResult(result->error, false);
     });
-    setBusy(job, localized("Testing the connection…"));
+    setBusy(job, Localization::text("Testing the connection…"));
     job->start();
 }
 
@@ -371,13 +370,13 @@ void AddAccountPage::save() {
             return;
         }
         const QString note =
-            withPassword
-                ? QString()
-                : localized("Sign in in your browser to finish: run corvina-mail-bridge account signin %1")
-                      .arg(name);
+            withPassword ? QString()
+                         : Localization::text(
+                               "Sign in in your browser to finish: run corvina-mail-bridge account signin %1")
+                               .arg(name);
         emit saved(name, note);
     });
-    setBusy(job, localized("Saving…"));
+    setBusy(job, Localization::text("Saving…"));
     job->start();
 }
 

@@ -29,7 +29,7 @@ QStringList splitRecipients(const QString& text) {
     return out;
 }
 
-QString shortened(const QString& text) {
+QString shortenedForLog(const QString& text) {
     constexpr qsizetype Shown = 80;
     return text.size() <= Shown ? text : text.left(Shown) + QStringLiteral("...");
 }
@@ -58,20 +58,21 @@ std::optional<HostCommand> HostCommand::parse(const QString& url, QString* error
                           .arg(MaximumUrlLength));
     const std::optional<Url> parsed = Url::URLWithString(url);
     if (!parsed)
-        return refuse(QStringLiteral("not a URL: %1").arg(shortened(url)));
+        return refuse(QStringLiteral("not a URL: %1").arg(shortenedForLog(url)));
     if (parsed->scheme().compare(CommandURL::scheme, Qt::CaseInsensitive) != 0)
         return refuse((QStringLiteral("not a ") + CommandURL::scheme + QStringLiteral(": URL: %1"))
-                          .arg(shortened(url)));
+                          .arg(shortenedForLog(url)));
     if (!url.mid(CommandURL::scheme.size()).startsWith(QLatin1String("://")))
-        return refuse(QStringLiteral("no command where the host stands in %1").arg(shortened(url)));
+        return refuse(QStringLiteral("no command where the host stands in %1").arg(shortenedForLog(url)));
     // The command stands where a host would, alone: no user, password, port or path beside it.
     if (!parsed->user().isEmpty() || !parsed->password().isNull() || !parsed->port().isNull() ||
         !parsed->path().isEmpty() || !parsed->parameterString().isNull())
-        return refuse(QStringLiteral("more than a command where the host stands in %1").arg(shortened(url)));
+        return refuse(
+            QStringLiteral("more than a command where the host stands in %1").arg(shortenedForLog(url)));
     const QString name = parsed->host();
     const std::optional<Kind> kind = commandKindNamed(name);
     if (!kind)
-        return refuse(QStringLiteral("unknown command \"%1\"").arg(shortened(name)));
+        return refuse(QStringLiteral("unknown command \"%1\"").arg(shortenedForLog(name)));
     if (*kind == Kind::Message || *kind == Kind::Send)
         return refuse(QStringLiteral("%1 is not carried out by the bridge").arg(name));
 
@@ -98,7 +99,7 @@ std::optional<HostCommand> HostCommand::parse(const QString& url, QString* error
             if (!path.isEmpty() && info.isAbsolute() && info.isFile())
                 draft.attachments << path;
             else
-                dropped << shortened(path);
+                dropped << shortenedForLog(path);
         }
         if (!dropped.isEmpty())
             command.m_note =
@@ -129,8 +130,8 @@ std::optional<HostCommand> HostCommand::parse(const QString& url, QString* error
     const QString encodedMail = query.mid(mailKey.size(), idAt - mailKey.size());
     const QString mail = RequestUtils::URLDecodedString(encodedMail, false);
     if (mail.isNull())
-        return refuse(
-            QStringLiteral("%1: mail is not percent-encoded UTF-8: %2").arg(name, shortened(encodedMail)));
+        return refuse(QStringLiteral("%1: mail is not percent-encoded UTF-8: %2")
+                          .arg(name, shortenedForLog(encodedMail)));
     if (mail.isEmpty() || encodedMail == nullText)
         return refuse(QStringLiteral("%1: no mail (the account of the message)").arg(name));
     const QString id = query.mid(idAt + idKey.size(), folderAt - idAt - idKey.size());
@@ -139,7 +140,7 @@ std::optional<HostCommand> HostCommand::parse(const QString& url, QString* error
     const QString folder = query.mid(folderAt + folderKey.size());
     if (folder != nullText && !isDecimalNumber(folder))
         return refuse(
-            QStringLiteral("%1: folderstandardid is not a number: %2").arg(name, shortened(folder)));
+            QStringLiteral("%1: folderstandardid is not a number: %2").arg(name, shortenedForLog(folder)));
     command.m_account = mail;
     command.m_messageId = id;
     command.m_folderStandardId = folder == nullText ? QString() : folder;

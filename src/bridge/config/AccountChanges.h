@@ -33,7 +33,8 @@ public:
     bool replacePassword(const BridgeConfig::Account& account, const QString& password, QString* error) const;
     // Takes `account` out of bridge.conf, and every password and sign-in the keyring holds for it.
     // An account that takes its password from a command, or its secret from the desktop's online
-    // accounts, may never have had one stored: without a Secret Service it is still removed, and `keyringCleared` (when given) says false.
+    // accounts, may never have had one stored: without a Secret Service it is still removed, and
+    // `keyringCleared` (when given) says false.
     bool remove(const BridgeConfig::Account& account, QString* error, bool* keyringCleared = nullptr) const;
 
 private:

@@ -116,7 +116,7 @@ TEST_F(TrayProgram, TwoNewMessagesCountTwoTheirArchiveActionReachesTheMailAppAnd
     replaceSnapshot({"n1", "n2", "m0", "m1", "m2"});
     ASSERT_TRUE(drain([&] { return tray->toolTip(item).startsWith(QStringLiteral("2 new")); }, 10000))
         << tray->toolTip(item).toStdString();
-    EXPECT_EQ(tray->toolTip(item), QStringLiteral("2 new trayMessages\nSender n1\nSender n2"));
+    EXPECT_EQ(tray->toolTip(item), QStringLiteral("2 new messages\nSender n1\nSender n2"));
     ASSERT_TRUE(drain([&] { return notifications->notifications().size() == 2; }, 10000));
     EXPECT_EQ(notifications->notifications().at(0).summary, QStringLiteral("Sender n1"));
     EXPECT_EQ(notifications->notifications().at(1).summary, QStringLiteral("Sender n2"));

@@ -136,7 +136,7 @@ TEST(ExtensionMessageQueryUrl, AnEmptyAddressStillAddsItsSemicolon) {
     const auto parameters = parametersOf(m->queryUrl("compose"));
     EXPECT_EQ(s(parameters.value("to").toString()), ";") << "the joined text is not empty, so it is written";
     EXPECT_EQ(s(parameters.value("bcc").toString()), "(null);")
-        << "a missing composeAddress reads as in a description";
+        << "a missing address reads as in a description";
 }
 
 TEST(ExtensionMessageQueryUrl, AttachmentsKeepTheirIndexAndSkipOtherKinds) {

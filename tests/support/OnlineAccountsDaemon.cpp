@@ -104,7 +104,7 @@ QString OnlineAccountsDaemon::addImapAccount(const QString& mail, const QString&
         AccountsService, QStringLiteral("/org/gnome/OnlineAccounts/Manager"),
         QStringLiteral("org.gnome.OnlineAccounts.Manager"), QStringLiteral("AddAccount"));
     // What the desktop's settings send for an "IMAP and SMTP" account: the server as host:port,
-    // the passwords as credentials (kept by the daemon in the Secret AccountsService), mail turned on.
+    // the passwords as credentials (kept by the daemon in the Secret Service), mail turned on.
     const QString server = host + u':' + QString::number(port);
     const QMap<QString, QString> details{{QStringLiteral("Enabled"), QStringLiteral("true")},
                                          {QStringLiteral("EmailAddress"), mail},

@@ -133,7 +133,7 @@ TEST(TodayTableView, RemovingRowsKeepsItsOwnCountAndMovesRowsUp) {
 
 namespace {
 
-// TodayRows that fill their whole rect with a colour: the removed one red, the others blue.
+// Rows that fill their whole rect with a colour: the removed one red, the others blue.
 class PaintedRows : public TodayRows {
 public:
     qint64 redRow = 1;
@@ -186,7 +186,7 @@ TEST(TodayTableView, ASlidingRowIsNeverDrawnOverTheRowsMovingUp) {
 
 namespace {
 
-// TodayRows whose cells draw thin lines of their own colour across their width and leave the rest
+// Rows whose cells draw thin lines of their own colour across their width and leave the rest
 // transparent, as text does: the first removed one red, the second green, the others blue.
 class LinedRows : public TodayRows {
 public:

@@ -100,7 +100,7 @@ TEST_F(NewMailTrackerTest, TheSameMessagesReadAgainStillTellAMoveOutOfTheInbox) 
     QSignalSpy changed(&tracker, &NewMailTracker::changed);
     QSignalSpy arrived(&tracker, &NewMailTracker::arrived);
     QSignalSpy left(&tracker, &NewMailTracker::left);
-    // The same accounts and trackedIds in the same order, but n1 now in another list: not in the count
+    // The same accounts and ids in the same order, but n1 now in another list: not in the count
     // any more, still marked, nothing arrived or left.
     tracker.update(trackedMessages({"n1"}, kAnn, 11) + trackedMessages({"m0"}));
     EXPECT_EQ(tracker.newInboxCount(), 0);

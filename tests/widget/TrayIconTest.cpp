@@ -51,14 +51,14 @@ TEST_F(TrayIconTest, TheCountAndTheNewestSendersOfTheInbox) {
 
     tracker.update(trayMessages({"n1", "n2", "m0", "m1"}));
     EXPECT_EQ(tray.count(), 2);
-    EXPECT_EQ(tray.toolTip(), QStringLiteral("2 new trayMessages\nSender n1\nSender n2"));
+    EXPECT_EQ(tray.toolTip(), QStringLiteral("2 new messages\nSender n1\nSender n2"));
     // The icon carries the count.
     EXPECT_NE(tray.icon().pixmap(32, 32).toImage(), none);
     EXPECT_EQ(tray.icon().pixmap(32, 32).toImage(), TrayIcon::iconForCount(2).pixmap(32, 32).toImage());
     EXPECT_NE(TrayIcon::iconForCount(2).pixmap(32, 32).toImage(),
               TrayIcon::iconForCount(3).pixmap(32, 32).toImage());
 
-    // At most three senders, newest first, each once; another list's trayMessage does not count.
+    // At most three senders, newest first, each once; another list's message does not count.
     tracker.update(ExtensionMessageList{trayMessage("n5", QStringLiteral("Dora")),
                                         trayMessage("n4", QStringLiteral("Carl")),
                                         trayMessage("n3", QStringLiteral("Carl")),
@@ -66,7 +66,7 @@ TEST_F(TrayIconTest, TheCountAndTheNewestSendersOfTheInbox) {
                                         trayMessage("n6", QStringLiteral("Bea"))} +
                    trayMessages({"n1", "n2", "m0", "m1"}));
     EXPECT_EQ(tray.count(), 6);
-    EXPECT_EQ(tray.toolTip(), QStringLiteral("6 new trayMessages\nDora\nCarl\nBea"));
+    EXPECT_EQ(tray.toolTip(), QStringLiteral("6 new messages\nDora\nCarl\nBea"));
 }
 
 TEST_F(TrayIconTest, OpeningTheWindowClearsTheCountAndAClickToggles) {
@@ -155,7 +155,7 @@ TEST_F(TrayIconTest, TextsInTheUsersLanguage) {
     Localization::setLocale(QLocale(QLocale::French, QLocale::France));
     {
         TrayIcon tray(&tracker, &window);
-        EXPECT_EQ(tray.toolTip(), QStringLiteral("2 nouveaux trayMessages\nSender n1\nSender n2"));
+        EXPECT_EQ(tray.toolTip(), QStringLiteral("2 nouveaux messages\nSender n1\nSender n2"));
         EXPECT_EQ(tray.notificationsAction()->text(), QStringLiteral("Notifier les nouveaux messages"));
         EXPECT_EQ(tray.accountsAction()->text(), QStringLiteral("Comptes…"));
     }

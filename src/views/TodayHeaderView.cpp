@@ -4,6 +4,10 @@
 #include "platform/UserDefaults.h"
 #include "shared/ConstVars.h"
 
+#include <QAction>
+#include <QContextMenuEvent>
+#include <QMenu>
+
 namespace corvina {
 
 TodayHeaderView::TodayHeaderView(QWidget* parent)
@@ -27,6 +31,15 @@ TodayHeaderView::TodayHeaderView(QWidget* parent)
         segment = 0;
     m_control->setSelectedSegment(int(segment));
     layoutControl();
+
+    m_menu = new QMenu(this);
+    m_accounts = m_menu->addAction(Localization::text(QStringLiteral("Accounts…")), this,
+                                   &TodayHeaderView::accountsRequested);
+}
+
+void TodayHeaderView::contextMenuEvent(QContextMenuEvent* event) {
+    m_menu->popup(event->globalPos());
+    event->accept();
 }
 
 void TodayHeaderView::selectedSegment(SegmentedControl*) {

@@ -3,6 +3,9 @@
 #include "ui/FlippedView.h"
 #include "ui/SegmentedControl.h"
 
+class QAction;
+class QMenu;
+
 namespace corvina {
 
 // What the header's delegate answers: the user picked a list in the header.
@@ -34,14 +37,27 @@ public:
     // Stores the chosen segment and tells the delegate.
     void select();
 
+    // The header's context menu (a right click, the menu key or Shift+F10 on the list selector):
+    // "Accounts…", which asks for the mail bridge's Accounts window. An addition of this desktop:
+    // a left click on the header still only picks a list.
+    QMenu* contextMenu() const { return m_menu; }
+    QAction* accountsAction() const { return m_accounts; }
+
+signals:
+    // "Accounts…" was chosen; whoever hosts the widget starts the window.
+    void accountsRequested();
+
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    void contextMenuEvent(QContextMenuEvent* event) override;
 
 private:
     void layoutControl();
 
     SegmentedControl* m_control;
     TodayHeaderViewDelegate* m_delegate = nullptr;
+    QMenu* m_menu = nullptr;
+    QAction* m_accounts = nullptr;
 };
 
 } // namespace corvina

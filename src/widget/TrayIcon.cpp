@@ -56,6 +56,14 @@ QPixmap drawIcon(int side, int count) {
 
 } // namespace
 
+bool TrayIcon::openAccountsWindow() {
+    QString error;
+    if (CompanionProgram::start(QStringLiteral("corvina-accounts"), {}, &error))
+        return true;
+    Log::error(QStringLiteral("[%@] Accounts window not started: %@"), {error});
+    return false;
+}
+
 TrayIcon::TrayIcon(NewMailTracker* tracker, QWidget* window, QObject* parent)
     : QObject(parent), m_tracker(tracker), m_window(window), m_menu(new QMenu()) {
     m_menu->setObjectName(QStringLiteral("trayMenu"));
@@ -66,11 +74,8 @@ TrayIcon::TrayIcon(NewMailTracker* tracker, QWidget* window, QObject* parent)
     connect(m_notifications, &QAction::toggled, this, [](bool on) { MailNotifier::setEnabled(on); });
     // The mail bridge's Accounts window, a program of its own: the widget links nothing of the
     // bridge, it only starts it.
-    m_accounts = m_menu->addAction(Localization::text(QStringLiteral("Accounts…")), this, [] {
-        QString error;
-        if (!CompanionProgram::start(QStringLiteral("corvina-accounts"), {}, &error))
-            Log::error(QStringLiteral("[%@] Accounts window not started: %@"), {error});
-    });
+    m_accounts = m_menu->addAction(Localization::text(QStringLiteral("Accounts…")), this,
+                                   [] { openAccountsWindow(); });
     m_menu->addSeparator();
     m_quit = m_menu->addAction(Localization::text(QStringLiteral("Quit")), qApp, &QCoreApplication::quit);
 

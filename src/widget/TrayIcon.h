@@ -30,6 +30,11 @@ public:
     static constexpr int TooltipSenders = 3;
 
     TrayIcon(NewMailTracker* tracker, QWidget* window, QObject* parent = nullptr);
+
+    // Starts the mail bridge's Accounts window, a program of its own (the widget links nothing of
+    // the bridge): for the menu's "Accounts…" and the widget's own ways to it (its header's menu,
+    // the link under an empty or failing list). A line in the log when it cannot be started.
+    static bool openAccountsWindow();
     ~TrayIcon() override;
 
     int count() const { return m_count; }

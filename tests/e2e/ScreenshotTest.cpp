@@ -92,14 +92,15 @@ TEST(Screenshot, TheWindowIsExactlyAsHighAsItsRows) {
         EXPECT_EQ(shot.size(), QSize(320, widgetHeight(rows))) << rows << " rows";
         EXPECT_GT(inkBetween(shot, widgetHeight(rows) - 60, widgetHeight(rows)), 50) << rows << " rows";
     }
-    // No rows: the header, and the words for the empty list below it (a line of text and its
-    // margins, 8 above and 12 below).
+    // No rows: the header, and the words for the empty list below it (a line of text, then the
+    // line of the link "Add your mail account…" at most 8 below it, and their margins, 8 above and
+    // 12 below).
     TempContainer empty;
     withMessages(empty, 0);
     const QImage shot = shoot(empty.root(), {});
     ASSERT_FALSE(shot.isNull());
-    EXPECT_GE(shot.height(), widgetHeight(0) + 8 + 10 + 12);
-    EXPECT_LE(shot.height(), widgetHeight(0) + 8 + 20 + 12);
+    EXPECT_GE(shot.height(), widgetHeight(0) + 8 + 10 + 10 + 12);
+    EXPECT_LE(shot.height(), widgetHeight(0) + 8 + 20 + 8 + 20 + 12);
     EXPECT_EQ(inkBetween(shot, widgetHeight(0), widgetHeight(0) + 8), 0);
     EXPECT_GT(inkBetween(shot, widgetHeight(0) + 8, shot.height()), 50);
 }
@@ -141,9 +142,9 @@ TEST(Screenshot, AnEmptyListSaysSoBelowTheHeader) {
     container.writeAccounts({TempContainer::account(QStringLiteral("ann@example.org"))});
     const QImage shot = shoot(container.root(), {});
     ASSERT_FALSE(shot.isNull());
-    // The bare header, and one line of words below it.
-    EXPECT_GT(shot.height(), kBareHeaderHeight + 10);
-    EXPECT_LT(shot.height(), kBareHeaderHeight + 50);
+    // The bare header, and one line of words below it, then the link to the Accounts window.
+    EXPECT_GT(shot.height(), kBareHeaderHeight + 20);
+    EXPECT_LT(shot.height(), kBareHeaderHeight + 80);
     EXPECT_GT(inkBetween(shot, kBareHeaderHeight, shot.height()), 50);
 }
 

@@ -6,8 +6,11 @@
 #include "support/WidgetTesting.h"
 #include "views/TodayMetrics.h"
 
+#include <QAction>
+#include <QContextMenuEvent>
 #include <QDir>
 #include <QFontMetrics>
+#include <QMenu>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -179,4 +182,30 @@ TEST(TodayHeaderView, LabelsTooLongEvenSideBySideGetASmallerFontThatFitsThem) {
     EXPECT_EQ(control.labelFont().pixelSize(), usual);
     EXPECT_EQ(control.segmentRect(0).width(), 86);
     EXPECT_EQ(control.segmentRect(2).width(), 87);
+}
+
+// An addition of this desktop: the header's context menu opens the mail bridge's Accounts window
+// (through whoever hosts the widget); a left click still only picks a list.
+TEST(TodayHeaderViewAccounts, ItsContextMenuAsksForTheAccountsWindow) {
+    TodayHeaderView header;
+    ASSERT_NE(header.contextMenu(), nullptr);
+    ASSERT_NE(header.accountsAction(), nullptr);
+    EXPECT_EQ(header.accountsAction()->text(), QStringLiteral("Accounts…"));
+    EXPECT_EQ(header.contextMenu()->actions(), QList<QAction*>{header.accountsAction()});
+    int asked = 0;
+    QObject::connect(&header, &TodayHeaderView::accountsRequested, [&] { ++asked; });
+    header.accountsAction()->trigger();
+    EXPECT_EQ(asked, 1);
+}
+
+TEST(TodayHeaderViewAccounts, AContextMenuEventOnTheListSelectorShowsTheMenu) {
+    TodayHeaderView header;
+    header.resize(320, 30);
+    header.show();
+    // The menu key (or Shift+F10) on the focused selector: Qt sends the event to the selector, which
+    // leaves it to the header.
+    QContextMenuEvent event(QContextMenuEvent::Keyboard, QPoint(50, 10), header.mapToGlobal(QPoint(50, 10)));
+    QCoreApplication::sendEvent(header.control(), &event);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return header.contextMenu()->isVisible(); }, 5000));
+    header.contextMenu()->hide();
 }

@@ -7,6 +7,7 @@
 #include "platform/Log.h"
 #include "shared/BridgeStatusFile.h"
 #include "ui/SystemColors.h"
+#include "views/TodayHeaderView.h"
 #include "views/TodayStatusView.h"
 #include "widget/FileWatch.h"
 #include "widget/MailNotifier.h"
@@ -51,6 +52,11 @@ void WidgetHost::start(bool inTray) {
     applyAppearance();
     QWidget* root = m_controller->view();
     m_window = std::make_unique<TodayWindow>(root);
+    // The widget's own ways to the Accounts window, beside the tray's.
+    connect(m_window->statusView(), &TodayStatusView::accountsRequested, this,
+            [] { TrayIcon::openAccountsWindow(); });
+    connect(m_controller->myHeaderView(), &TodayHeaderView::accountsRequested, this,
+            [] { TrayIcon::openAccountsWindow(); });
     const EdgeInsets margins = m_controller->widgetMarginInsetsForProposedMarginInsets(proposedMargins);
     m_window->layout()->setContentsMargins(int(margins.left), int(margins.top), int(margins.right),
                                            int(margins.bottom));

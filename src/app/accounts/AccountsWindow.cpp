@@ -3,9 +3,13 @@
 #include "AccountList.h"
 #include "AddAccountPage.h"
 #include "BackgroundJob.h"
+#include "KeepCurrentRow.h"
 #include "bridge/config/AccountChanges.h"
+#include "bridge/service/BridgeUnit.h"
 #include "platform/Localization.h"
 
+#include <QCheckBox>
+#include <QDBusConnection>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListView>
@@ -16,6 +20,14 @@
 #include <memory>
 
 namespace corvina {
+
+namespace {
+
+// How long one call to systemd may take: it answers in milliseconds unless it is stuck, and a
+// stuck one must cost the switch a line, not the window.
+constexpr int SystemdTimeoutMs = 10000;
+
+} // namespace
 
 AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusPath, int timeoutSeconds,
                                QWidget* parent)
@@ -42,6 +54,8 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     m_message = new QLabel;
     m_message->setWordWrap(true);
     m_message->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_bridgeUnit = new BridgeUnit(QDBusConnection::sessionBus(), SystemdTimeoutMs, this);
+    m_keepCurrent = new KeepCurrentRow(m_bridgeUnit);
 
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(m_add);
@@ -53,8 +67,10 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     listLayout->addWidget(m_empty, 1);
     listLayout->addLayout(buttons);
     listLayout->addWidget(m_message);
+    listLayout->addWidget(m_keepCurrent);
     setTabOrder(m_list, m_add);
     setTabOrder(m_add, m_remove);
+    setTabOrder(m_remove, m_keepCurrent->toggle());
 
     m_addPage = new AddAccountPage(configPath, timeoutSeconds);
     m_pages = new QStackedWidget;
@@ -81,6 +97,7 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
         showList();
     });
     updateListPage();
+    m_bridgeUnit->refresh();
 }
 
 AccountsWindow::~AccountsWindow() = default;

@@ -13,6 +13,8 @@ namespace corvina {
 class AccountList;
 class AddAccountPage;
 class BackgroundJob;
+class BridgeUnit;
+class KeepCurrentRow;
 
 // The Accounts window: the accounts of bridge.conf with each one's state, followed live (the list
 // page), and the page that adds one. Every change goes through the bridge's own code
@@ -26,6 +28,8 @@ public:
 
     AccountList& accounts() { return *m_accounts; }
     AddAccountPage& addPage() { return *m_addPage; }
+    KeepCurrentRow& keepCurrent() { return *m_keepCurrent; }
+    BridgeUnit& bridgeUnit() { return *m_bridgeUnit; }
     // The line under the list: what the last change did, or why it failed.
     QString messageText() const;
 
@@ -49,6 +53,8 @@ private:
     QLabel* m_message = nullptr;
     AddAccountPage* m_addPage = nullptr;
     BackgroundJob* m_job = nullptr;
+    BridgeUnit* m_bridgeUnit = nullptr;
+    KeepCurrentRow* m_keepCurrent = nullptr;
 };
 
 } // namespace corvina

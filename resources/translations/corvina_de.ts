@@ -163,5 +163,341 @@
         <source>Sign in</source>
         <translation>Anmelden</translation>
     </message>
+    <message>
+        <source>The bridge cannot use it: %1</source>
+        <translation>Die Brücke kann es nicht verwenden: %1</translation>
+    </message>
+    <message>
+        <source>Turned off (enabled = false in bridge.conf)</source>
+        <translation>Ausgeschaltet (enabled = false in bridge.conf)</translation>
+    </message>
+    <message>
+        <source>Not read yet: the bridge has not synced it</source>
+        <translation>Noch nicht gelesen: die Brücke hat es noch nicht abgeglichen</translation>
+    </message>
+    <message>
+        <source>Current as of %1</source>
+        <translation>Aktuell, Stand %1</translation>
+    </message>
+    <message>
+        <source>Sign-in needed (since %1): %2</source>
+        <translation>Anmeldung nötig (seit %1): %2</translation>
+    </message>
+    <message>
+        <source>Not current: %1 (at %2); last current at %3</source>
+        <translation>Nicht aktuell: %1 (um %2); zuletzt aktuell um %3</translation>
+    </message>
+    <message>
+        <source>Not current: %1 (at %2)</source>
+        <translation>Nicht aktuell: %1 (um %2)</translation>
+    </message>
+    <message>
+        <source>Mail accounts</source>
+        <translation>E-Mail-Konten</translation>
+    </message>
+    <message>
+        <source>Your mail accounts</source>
+        <translation>Ihre E-Mail-Konten</translation>
+    </message>
+    <message>
+        <source>Accounts</source>
+        <translation>Konten</translation>
+    </message>
+    <message>
+        <source>No accounts yet</source>
+        <translation>Noch keine Konten</translation>
+    </message>
+    <message>
+        <source>&amp;Add account…</source>
+        <translation>Konto &amp;hinzufügen…</translation>
+    </message>
+    <message>
+        <source>Add account</source>
+        <translation>Konto hinzufügen</translation>
+    </message>
+    <message>
+        <source>&amp;Remove…</source>
+        <translation>&amp;Entfernen…</translation>
+    </message>
+    <message>
+        <source>Remove account</source>
+        <translation>Konto entfernen</translation>
+    </message>
+    <message>
+        <source>Added the account %1.</source>
+        <translation>Das Konto %1 wurde hinzugefügt.</translation>
+    </message>
+    <message>
+        <source>Added the account %1. %2</source>
+        <translation>Das Konto %1 wurde hinzugefügt. %2</translation>
+    </message>
+    <message>
+        <source>Remove the account %1 (%2)? Its settings leave bridge.conf and its password leaves the keyring; the mail on the server stays.</source>
+        <translation>Das Konto %1 (%2) entfernen? Seine Einstellungen werden aus bridge.conf gelöscht und sein Passwort aus dem Schlüsselbund; die E-Mails auf dem Server bleiben.</translation>
+    </message>
+    <message>
+        <source>&amp;Remove</source>
+        <translation>&amp;Entfernen</translation>
+    </message>
+    <message>
+        <source>Remove</source>
+        <translation>Entfernen</translation>
+    </message>
+    <message>
+        <source>The account %1 was not removed: %2</source>
+        <translation>Das Konto %1 wurde nicht entfernt: %2</translation>
+    </message>
+    <message>
+        <source>Removed the account %1 and its password.</source>
+        <translation>Das Konto %1 und sein Passwort wurden entfernt.</translation>
+    </message>
+    <message>
+        <source>Removed the account %1; the keyring could not be reached, so a password it holds for it stays there.</source>
+        <translation>Das Konto %1 wurde entfernt; der Schlüsselbund war nicht erreichbar, ein dort gespeichertes Passwort bleibt also erhalten.</translation>
+    </message>
+    <message>
+        <source>Removing %1…</source>
+        <translation>%1 wird entfernt…</translation>
+    </message>
+    <message>
+        <source>Add a mail account</source>
+        <translation>E-Mail-Konto hinzufügen</translation>
+    </message>
+    <message>
+        <source>Mail address</source>
+        <translation>E-Mail-Adresse</translation>
+    </message>
+    <message>
+        <source>IMAP server</source>
+        <translation>IMAP-Server</translation>
+    </message>
+    <message>
+        <source>Port</source>
+        <translation>Port</translation>
+    </message>
+    <message>
+        <source>Security</source>
+        <translation>Sicherheit</translation>
+    </message>
+    <message>
+        <source>TLS: encrypted from the start (usually port 993)</source>
+        <translation>TLS: von Anfang an verschlüsselt (meist Port 993)</translation>
+    </message>
+    <message>
+        <source>STARTTLS: encrypted after the greeting (usually port 143)</source>
+        <translation>STARTTLS: nach der Begrüßung verschlüsselt (meist Port 143)</translation>
+    </message>
+    <message>
+        <source>None: not encrypted, only for a server on this computer</source>
+        <translation>Keine: unverschlüsselt, nur für einen Server auf diesem Rechner</translation>
+    </message>
+    <message>
+        <source>Login name</source>
+        <translation>Benutzername</translation>
+    </message>
+    <message>
+        <source>the mail address</source>
+        <translation>die E-Mail-Adresse</translation>
+    </message>
+    <message>
+        <source>Server</source>
+        <translation>Server</translation>
+    </message>
+    <message>
+        <source>IMAP ser&amp;ver:</source>
+        <translation>IMAP-Ser&amp;ver:</translation>
+    </message>
+    <message>
+        <source>Securit&amp;y:</source>
+        <translation>Sicher&amp;heit:</translation>
+    </message>
+    <message>
+        <source>P&amp;ort:</source>
+        <translation>P&amp;ort:</translation>
+    </message>
+    <message>
+        <source>&amp;Login name:</source>
+        <translation>&amp;Benutzername:</translation>
+    </message>
+    <message>
+        <source>Password</source>
+        <translation>Passwort</translation>
+    </message>
+    <message>
+        <source>&amp;Password:</source>
+        <translation>&amp;Passwort:</translation>
+    </message>
+    <message>
+        <source>The To Do and Memo lists&apos; folders are chosen later, from the server&apos;s own list; until then To Do shows the inbox&apos;s flagged messages.</source>
+        <translation>Die Ordner der Listen „Zu erledigen“ und „Notiz“ werden später aus der Ordnerliste des Servers gewählt; bis dahin zeigt „Zu erledigen“ die markierten Nachrichten des Posteingangs.</translation>
+    </message>
+    <message>
+        <source>&amp;Test connection</source>
+        <translation>Verbindung &amp;testen</translation>
+    </message>
+    <message>
+        <source>Test connection</source>
+        <translation>Verbindung testen</translation>
+    </message>
+    <message>
+        <source>&amp;Save</source>
+        <translation>&amp;Speichern</translation>
+    </message>
+    <message>
+        <source>Save</source>
+        <translation>Speichern</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>The result of the connection test or the save</source>
+        <translation>Das Ergebnis des Verbindungstests oder des Speicherns</translation>
+    </message>
+    <message>
+        <source>Mail &amp;address:</source>
+        <translation>E-Mail-&amp;Adresse:</translation>
+    </message>
+    <message>
+        <source>Type your mail address first: the settings of a known provider are filled in for you.</source>
+        <translation>Geben Sie zuerst Ihre E-Mail-Adresse ein: die Einstellungen eines bekannten Anbieters werden für Sie ausgefüllt.</translation>
+    </message>
+    <message>
+        <source>Your provider is not in the list this program knows: give its IMAP server&apos;s settings (your provider&apos;s help pages name them).</source>
+        <translation>Ihr Anbieter ist diesem Programm nicht bekannt: geben Sie die Einstellungen seines IMAP-Servers an (die Hilfeseiten Ihres Anbieters nennen sie).</translation>
+    </message>
+    <message>
+        <source>%1: server %2, port %3, %4. %5</source>
+        <translation>%1: Server %2, Port %3, %4. %5</translation>
+    </message>
+    <message>
+        <source>Make one at your provider.</source>
+        <translation>Erstellen Sie eines bei Ihrem Anbieter.</translation>
+    </message>
+    <message>
+        <source>It takes no password: you sign in in your browser. This window cannot do that yet: save the account, then run the command it shows.</source>
+        <translation>Es nimmt kein Passwort: Sie melden sich im Browser an. Dieses Fenster kann das noch nicht: speichern Sie das Konto und führen Sie dann den angezeigten Befehl aus.</translation>
+    </message>
+    <message>
+        <source>Use an app password made for this program, not your account&apos;s password (signing in in the browser is not in this window yet).</source>
+        <translation>Verwenden Sie ein für dieses Programm erstelltes App-Passwort, nicht das Passwort Ihres Kontos (die Anmeldung im Browser gibt es in diesem Fenster noch nicht).</translation>
+    </message>
+    <message>
+        <source>It needs an app password made for this program, not your account&apos;s password.</source>
+        <translation>Es braucht ein für dieses Programm erstelltes App-Passwort, nicht das Passwort Ihres Kontos.</translation>
+    </message>
+    <message>
+        <source>A mail address is needed (like ada@example.org).</source>
+        <translation>Eine E-Mail-Adresse wird benötigt (etwa ada@example.org).</translation>
+    </message>
+    <message>
+        <source>%1 is already the account %2.</source>
+        <translation>%1 ist bereits das Konto %2.</translation>
+    </message>
+    <message>
+        <source>Type the password first.</source>
+        <translation>Geben Sie zuerst das Passwort ein.</translation>
+    </message>
+    <message>
+        <source>Connection ok: the server took the login and the inbox opened.</source>
+        <translation>Verbindung in Ordnung: der Server hat die Anmeldung angenommen und der Posteingang ließ sich öffnen.</translation>
+    </message>
+    <message>
+        <source>Testing the connection…</source>
+        <translation>Die Verbindung wird getestet…</translation>
+    </message>
+    <message>
+        <source>Sign in in your browser to finish: run corvina-mail-bridge account signin %1</source>
+        <translation>Melden Sie sich zum Abschluss im Browser an: führen Sie corvina-mail-bridge account signin %1 aus</translation>
+    </message>
+    <message>
+        <source>Saving…</source>
+        <translation>Wird gespeichert…</translation>
+    </message>
+    <message>
+        <source>&amp;Keep my mail current</source>
+        <translation>Meine E-Mails &amp;aktuell halten</translation>
+    </message>
+    <message>
+        <source>Keep my mail current</source>
+        <translation>Meine E-Mails aktuell halten</translation>
+    </message>
+    <message>
+        <source>Asking systemd whether the bridge runs…</source>
+        <translation>systemd wird gefragt, ob die Brücke läuft…</translation>
+    </message>
+    <message>
+        <source>There is no systemd for your user here, so this window cannot start the bridge. Start it yourself: run %1 in a terminal, or add it to the programs your desktop starts at login.</source>
+        <translation>Hier läuft kein systemd für Ihren Benutzer, deshalb kann dieses Fenster die Brücke nicht starten. Starten Sie sie selbst: führen Sie %1 in einem Terminal aus, oder nehmen Sie es in die Programme auf, die Ihr Desktop bei der Anmeldung startet.</translation>
+    </message>
+    <message>
+        <source>The bridge&apos;s systemd unit is not installed (%1). Start the bridge yourself: run %2 in a terminal.</source>
+        <translation>Die systemd-Unit der Brücke ist nicht installiert (%1). Starten Sie die Brücke selbst: führen Sie %2 in einem Terminal aus.</translation>
+    </message>
+    <message>
+        <source>Starting the bridge…</source>
+        <translation>Die Brücke wird gestartet…</translation>
+    </message>
+    <message>
+        <source>Stopping the bridge…</source>
+        <translation>Die Brücke wird angehalten…</translation>
+    </message>
+    <message>
+        <source>The bridge is running and keeps your mail current; it starts at every login.</source>
+        <translation>Die Brücke läuft und hält Ihre E-Mails aktuell; sie startet bei jeder Anmeldung.</translation>
+    </message>
+    <message>
+        <source>The bridge is running and keeps your mail current.</source>
+        <translation>Die Brücke läuft und hält Ihre E-Mails aktuell.</translation>
+    </message>
+    <message>
+        <source>The bridge is starting…</source>
+        <translation>Die Brücke startet…</translation>
+    </message>
+    <message>
+        <source>The bridge is stopping…</source>
+        <translation>Die Brücke hält an…</translation>
+    </message>
+    <message>
+        <source>The bridge stopped with an error; its log says why: %1</source>
+        <translation>Die Brücke wurde mit einem Fehler beendet; ihr Protokoll sagt, warum: %1</translation>
+    </message>
+    <message>
+        <source>The bridge is not running: your mail is not kept current.</source>
+        <translation>Die Brücke läuft nicht: Ihre E-Mails werden nicht aktuell gehalten.</translation>
+    </message>
+    <message>
+        <source>systemd did not answer within %1 s</source>
+        <translation>systemd hat nicht innerhalb von %1 s geantwortet</translation>
+    </message>
+    <message>
+        <source>The bridge was not switched on: %1</source>
+        <translation>Die Brücke wurde nicht eingeschaltet: %1</translation>
+    </message>
+    <message>
+        <source>The bridge was not started: %1</source>
+        <translation>Die Brücke wurde nicht gestartet: %1</translation>
+    </message>
+    <message>
+        <source>The bridge was not stopped: %1</source>
+        <translation>Die Brücke wurde nicht angehalten: %1</translation>
+    </message>
+    <message>
+        <source>The bridge was not switched off: %1</source>
+        <translation>Die Brücke wurde nicht ausgeschaltet: %1</translation>
+    </message>
+    <message>
+        <source>Add your mail account…</source>
+        <translation>Ihr E-Mail-Konto hinzufügen…</translation>
+    </message>
+    <message>
+        <source>Opens the Accounts window</source>
+        <translation>Öffnet das Fenster „Konten“</translation>
+    </message>
+    <message>
+        <source>%1. Start the bridge yourself: run %2 in a terminal.</source>
+        <translation>%1. Starten Sie die Brücke selbst: führen Sie %2 in einem Terminal aus.</translation>
+    </message>
 </context>
 </TS>

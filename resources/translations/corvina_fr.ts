@@ -163,5 +163,341 @@
         <source>Sign in</source>
         <translation>Se connecter</translation>
     </message>
+    <message>
+        <source>The bridge cannot use it: %1</source>
+        <translation>Le pont ne peut pas l’utiliser : %1</translation>
+    </message>
+    <message>
+        <source>Turned off (enabled = false in bridge.conf)</source>
+        <translation>Désactivé (enabled = false dans bridge.conf)</translation>
+    </message>
+    <message>
+        <source>Not read yet: the bridge has not synced it</source>
+        <translation>Pas encore lu : le pont ne l’a pas encore synchronisé</translation>
+    </message>
+    <message>
+        <source>Current as of %1</source>
+        <translation>À jour au %1</translation>
+    </message>
+    <message>
+        <source>Sign-in needed (since %1): %2</source>
+        <translation>Connexion requise (depuis %1) : %2</translation>
+    </message>
+    <message>
+        <source>Not current: %1 (at %2); last current at %3</source>
+        <translation>Pas à jour : %1 (à %2) ; dernière mise à jour à %3</translation>
+    </message>
+    <message>
+        <source>Not current: %1 (at %2)</source>
+        <translation>Pas à jour : %1 (à %2)</translation>
+    </message>
+    <message>
+        <source>Mail accounts</source>
+        <translation>Comptes de messagerie</translation>
+    </message>
+    <message>
+        <source>Your mail accounts</source>
+        <translation>Vos comptes de messagerie</translation>
+    </message>
+    <message>
+        <source>Accounts</source>
+        <translation>Comptes</translation>
+    </message>
+    <message>
+        <source>No accounts yet</source>
+        <translation>Aucun compte pour l’instant</translation>
+    </message>
+    <message>
+        <source>&amp;Add account…</source>
+        <translation>&amp;Ajouter un compte…</translation>
+    </message>
+    <message>
+        <source>Add account</source>
+        <translation>Ajouter un compte</translation>
+    </message>
+    <message>
+        <source>&amp;Remove…</source>
+        <translation>&amp;Supprimer…</translation>
+    </message>
+    <message>
+        <source>Remove account</source>
+        <translation>Supprimer le compte</translation>
+    </message>
+    <message>
+        <source>Added the account %1.</source>
+        <translation>Le compte %1 a été ajouté.</translation>
+    </message>
+    <message>
+        <source>Added the account %1. %2</source>
+        <translation>Le compte %1 a été ajouté. %2</translation>
+    </message>
+    <message>
+        <source>Remove the account %1 (%2)? Its settings leave bridge.conf and its password leaves the keyring; the mail on the server stays.</source>
+        <translation>Supprimer le compte %1 (%2) ? Ses réglages quittent bridge.conf et son mot de passe le trousseau ; le courrier reste sur le serveur.</translation>
+    </message>
+    <message>
+        <source>&amp;Remove</source>
+        <translation>&amp;Supprimer</translation>
+    </message>
+    <message>
+        <source>Remove</source>
+        <translation>Supprimer</translation>
+    </message>
+    <message>
+        <source>The account %1 was not removed: %2</source>
+        <translation>Le compte %1 n’a pas été supprimé : %2</translation>
+    </message>
+    <message>
+        <source>Removed the account %1 and its password.</source>
+        <translation>Le compte %1 et son mot de passe ont été supprimés.</translation>
+    </message>
+    <message>
+        <source>Removed the account %1; the keyring could not be reached, so a password it holds for it stays there.</source>
+        <translation>Le compte %1 a été supprimé ; le trousseau était injoignable, un mot de passe qu’il garde pour lui y reste donc.</translation>
+    </message>
+    <message>
+        <source>Removing %1…</source>
+        <translation>Suppression de %1…</translation>
+    </message>
+    <message>
+        <source>Add a mail account</source>
+        <translation>Ajouter un compte de messagerie</translation>
+    </message>
+    <message>
+        <source>Mail address</source>
+        <translation>Adresse électronique</translation>
+    </message>
+    <message>
+        <source>IMAP server</source>
+        <translation>Serveur IMAP</translation>
+    </message>
+    <message>
+        <source>Port</source>
+        <translation>Port</translation>
+    </message>
+    <message>
+        <source>Security</source>
+        <translation>Sécurité</translation>
+    </message>
+    <message>
+        <source>TLS: encrypted from the start (usually port 993)</source>
+        <translation>TLS : chiffré dès le début (en général port 993)</translation>
+    </message>
+    <message>
+        <source>STARTTLS: encrypted after the greeting (usually port 143)</source>
+        <translation>STARTTLS : chiffré après l’accueil du serveur (en général port 143)</translation>
+    </message>
+    <message>
+        <source>None: not encrypted, only for a server on this computer</source>
+        <translation>Aucune : non chiffré, seulement pour un serveur sur cet ordinateur</translation>
+    </message>
+    <message>
+        <source>Login name</source>
+        <translation>Identifiant</translation>
+    </message>
+    <message>
+        <source>the mail address</source>
+        <translation>l’adresse électronique</translation>
+    </message>
+    <message>
+        <source>Server</source>
+        <translation>Serveur</translation>
+    </message>
+    <message>
+        <source>IMAP ser&amp;ver:</source>
+        <translation>Ser&amp;veur IMAP :</translation>
+    </message>
+    <message>
+        <source>Securit&amp;y:</source>
+        <translation>Sécurit&amp;é :</translation>
+    </message>
+    <message>
+        <source>P&amp;ort:</source>
+        <translation>P&amp;ort :</translation>
+    </message>
+    <message>
+        <source>&amp;Login name:</source>
+        <translation>&amp;Identifiant :</translation>
+    </message>
+    <message>
+        <source>Password</source>
+        <translation>Mot de passe</translation>
+    </message>
+    <message>
+        <source>&amp;Password:</source>
+        <translation>&amp;Mot de passe :</translation>
+    </message>
+    <message>
+        <source>The To Do and Memo lists&apos; folders are chosen later, from the server&apos;s own list; until then To Do shows the inbox&apos;s flagged messages.</source>
+        <translation>Les dossiers des listes « À faire » et « Mémo » se choisissent plus tard, dans la liste du serveur ; d’ici là, « À faire » montre les messages signalés de la boîte de réception.</translation>
+    </message>
+    <message>
+        <source>&amp;Test connection</source>
+        <translation>&amp;Tester la connexion</translation>
+    </message>
+    <message>
+        <source>Test connection</source>
+        <translation>Tester la connexion</translation>
+    </message>
+    <message>
+        <source>&amp;Save</source>
+        <translation>&amp;Enregistrer</translation>
+    </message>
+    <message>
+        <source>Save</source>
+        <translation>Enregistrer</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Annuler</translation>
+    </message>
+    <message>
+        <source>The result of the connection test or the save</source>
+        <translation>Le résultat du test de connexion ou de l’enregistrement</translation>
+    </message>
+    <message>
+        <source>Mail &amp;address:</source>
+        <translation>&amp;Adresse électronique :</translation>
+    </message>
+    <message>
+        <source>Type your mail address first: the settings of a known provider are filled in for you.</source>
+        <translation>Tapez d’abord votre adresse électronique : les réglages d’un fournisseur connu sont remplis pour vous.</translation>
+    </message>
+    <message>
+        <source>Your provider is not in the list this program knows: give its IMAP server&apos;s settings (your provider&apos;s help pages name them).</source>
+        <translation>Votre fournisseur n’est pas dans la liste que ce programme connaît : indiquez les réglages de son serveur IMAP (les pages d’aide de votre fournisseur les donnent).</translation>
+    </message>
+    <message>
+        <source>%1: server %2, port %3, %4. %5</source>
+        <translation>%1 : serveur %2, port %3, %4. %5</translation>
+    </message>
+    <message>
+        <source>Make one at your provider.</source>
+        <translation>Créez-en un chez votre fournisseur.</translation>
+    </message>
+    <message>
+        <source>It takes no password: you sign in in your browser. This window cannot do that yet: save the account, then run the command it shows.</source>
+        <translation>Il ne prend pas de mot de passe : vous vous connectez dans votre navigateur. Cette fenêtre ne sait pas encore le faire : enregistrez le compte, puis lancez la commande qu’elle affiche.</translation>
+    </message>
+    <message>
+        <source>Use an app password made for this program, not your account&apos;s password (signing in in the browser is not in this window yet).</source>
+        <translation>Utilisez un mot de passe d’application créé pour ce programme, pas celui de votre compte (la connexion dans le navigateur n’est pas encore dans cette fenêtre).</translation>
+    </message>
+    <message>
+        <source>It needs an app password made for this program, not your account&apos;s password.</source>
+        <translation>Il faut un mot de passe d’application créé pour ce programme, pas celui de votre compte.</translation>
+    </message>
+    <message>
+        <source>A mail address is needed (like ada@example.org).</source>
+        <translation>Une adresse électronique est nécessaire (comme ada@example.org).</translation>
+    </message>
+    <message>
+        <source>%1 is already the account %2.</source>
+        <translation>%1 est déjà le compte %2.</translation>
+    </message>
+    <message>
+        <source>Type the password first.</source>
+        <translation>Tapez d’abord le mot de passe.</translation>
+    </message>
+    <message>
+        <source>Connection ok: the server took the login and the inbox opened.</source>
+        <translation>Connexion réussie : le serveur a accepté l’identification et la boîte de réception s’est ouverte.</translation>
+    </message>
+    <message>
+        <source>Testing the connection…</source>
+        <translation>Test de la connexion…</translation>
+    </message>
+    <message>
+        <source>Sign in in your browser to finish: run corvina-mail-bridge account signin %1</source>
+        <translation>Connectez-vous dans votre navigateur pour finir : lancez corvina-mail-bridge account signin %1</translation>
+    </message>
+    <message>
+        <source>Saving…</source>
+        <translation>Enregistrement…</translation>
+    </message>
+    <message>
+        <source>&amp;Keep my mail current</source>
+        <translation>&amp;Garder mon courrier à jour</translation>
+    </message>
+    <message>
+        <source>Keep my mail current</source>
+        <translation>Garder mon courrier à jour</translation>
+    </message>
+    <message>
+        <source>Asking systemd whether the bridge runs…</source>
+        <translation>Demande à systemd si le pont tourne…</translation>
+    </message>
+    <message>
+        <source>There is no systemd for your user here, so this window cannot start the bridge. Start it yourself: run %1 in a terminal, or add it to the programs your desktop starts at login.</source>
+        <translation>Il n’y a pas de systemd pour votre utilisateur ici, cette fenêtre ne peut donc pas démarrer le pont. Démarrez-le vous-même : lancez %1 dans un terminal, ou ajoutez-le aux programmes que votre bureau lance à l’ouverture de session.</translation>
+    </message>
+    <message>
+        <source>The bridge&apos;s systemd unit is not installed (%1). Start the bridge yourself: run %2 in a terminal.</source>
+        <translation>L’unité systemd du pont n’est pas installée (%1). Démarrez le pont vous-même : lancez %2 dans un terminal.</translation>
+    </message>
+    <message>
+        <source>Starting the bridge…</source>
+        <translation>Démarrage du pont…</translation>
+    </message>
+    <message>
+        <source>Stopping the bridge…</source>
+        <translation>Arrêt du pont…</translation>
+    </message>
+    <message>
+        <source>The bridge is running and keeps your mail current; it starts at every login.</source>
+        <translation>Le pont tourne et garde votre courrier à jour ; il démarre à chaque ouverture de session.</translation>
+    </message>
+    <message>
+        <source>The bridge is running and keeps your mail current.</source>
+        <translation>Le pont tourne et garde votre courrier à jour.</translation>
+    </message>
+    <message>
+        <source>The bridge is starting…</source>
+        <translation>Le pont démarre…</translation>
+    </message>
+    <message>
+        <source>The bridge is stopping…</source>
+        <translation>Le pont s’arrête…</translation>
+    </message>
+    <message>
+        <source>The bridge stopped with an error; its log says why: %1</source>
+        <translation>Le pont s’est arrêté sur une erreur ; son journal dit pourquoi : %1</translation>
+    </message>
+    <message>
+        <source>The bridge is not running: your mail is not kept current.</source>
+        <translation>Le pont ne tourne pas : votre courrier n’est pas tenu à jour.</translation>
+    </message>
+    <message>
+        <source>systemd did not answer within %1 s</source>
+        <translation>systemd n’a pas répondu en %1 s</translation>
+    </message>
+    <message>
+        <source>The bridge was not switched on: %1</source>
+        <translation>Le pont n’a pas été activé : %1</translation>
+    </message>
+    <message>
+        <source>The bridge was not started: %1</source>
+        <translation>Le pont n’a pas été démarré : %1</translation>
+    </message>
+    <message>
+        <source>The bridge was not stopped: %1</source>
+        <translation>Le pont n’a pas été arrêté : %1</translation>
+    </message>
+    <message>
+        <source>The bridge was not switched off: %1</source>
+        <translation>Le pont n’a pas été désactivé : %1</translation>
+    </message>
+    <message>
+        <source>Add your mail account…</source>
+        <translation>Ajouter votre compte de messagerie…</translation>
+    </message>
+    <message>
+        <source>Opens the Accounts window</source>
+        <translation>Ouvre la fenêtre « Comptes »</translation>
+    </message>
+    <message>
+        <source>%1. Start the bridge yourself: run %2 in a terminal.</source>
+        <translation>%1. Démarrez le pont vous-même : lancez %2 dans un terminal.</translation>
+    </message>
 </context>
 </TS>

@@ -181,6 +181,14 @@ TEST_F(BridgeUnitTest, TheSwitchEnablesStartsFollowsStopsAndDisablesTheUnit) {
     EXPECT_TRUE(row.toggle()->isChecked());
     EXPECT_EQ(row.stateText(),
               QStringLiteral("The bridge is running and keeps your mail current; it starts at every login."));
+    // Drawn into CORVINA_ACCOUNTS_SHOTS when that names a folder (docs/accounts-keep-current.png).
+    const QString shots = qEnvironmentVariable("CORVINA_ACCOUNTS_SHOTS");
+    if (!shots.isEmpty()) {
+        QDir().mkpath(shots);
+        for (int i = 0; i < 3; ++i)
+            QCoreApplication::processEvents();
+        EXPECT_TRUE(window.grab().save(QDir(shots).filePath(QStringLiteral("accounts-keep-current.png"))));
+    }
 
     // Stopped behind the window's back (`systemctl --user stop`): the line follows.
     QDBusMessage stop = QDBusMessage::createMethodCall(

@@ -1,5 +1,6 @@
 // corvina-accounts: the Accounts window of the mail bridge, for setting up one's mail without a
 // terminal. All account logic is the bridge's (the library corvina-mail-bridge is made of).
+#include "AccountsAppearance.h"
 #include "AccountsWindow.h"
 #include "bridge/config/BridgeConfig.h"
 #include "bridge/sync/BridgeStatus.h"
@@ -31,7 +32,11 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption timeout(QStringLiteral("timeout"),
                                      QStringLiteral("Give up a connection test after SECONDS (default 30)."),
                                      QStringLiteral("SECONDS"), QStringLiteral("30"));
-    parser.addOptions({config, timeout});
+    const QCommandLineOption appearance(
+        QStringLiteral("appearance"),
+        QStringLiteral("Light or dark as the desktop (auto, the default), or always light or dark."),
+        QStringLiteral("auto|light|dark"), QStringLiteral("auto"));
+    parser.addOptions({config, timeout, appearance});
     if (!parser.parse(QApplication::arguments())) {
         err << "corvina-accounts: " << parser.errorText() << Qt::endl;
         return 2;
@@ -46,6 +51,15 @@ int main(int argc, char* argv[]) {
         err << "corvina-accounts: --timeout must be a number of seconds from 1 to 3600" << Qt::endl;
         return 2;
     }
+    const std::optional<corvina::AccountsAppearance::Mode> look =
+        corvina::AccountsAppearance::parse(parser.value(appearance));
+    if (!look) {
+        err << "corvina-accounts: --appearance is auto, light or dark, not " << parser.value(appearance)
+            << Qt::endl;
+        return 2;
+    }
+    corvina::AccountsAppearance colours(*look);
+    colours.start();
     const QString path = parser.isSet(config) ? parser.value(config) : corvina::BridgeConfig::defaultPath();
     corvina::AccountsWindow window(path, corvina::BridgeStatus::defaultPath(), timeoutSeconds);
     window.show();

@@ -23,6 +23,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
 #include <csignal>
@@ -170,6 +171,20 @@ TEST_F(BridgeUnitTest, TheSwitchEnablesStartsFollowsStopsAndDisablesTheUnit) {
     EXPECT_TRUE(row.toggle()->isEnabled());
     EXPECT_FALSE(row.toggle()->isChecked());
     EXPECT_EQ(row.stateText(), QStringLiteral("The bridge is not running: your mail is not kept current."));
+
+    // The keyboard reaches it after the list's buttons: Tab from "Add account…" (with no account,
+    // "Remove…" is not shown).
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    QPushButton* add = nullptr;
+    for (QPushButton* button : window.findChildren<QPushButton*>()) {
+        if (button->accessibleName() == QLatin1String("Add account"))
+            add = button;
+    }
+    ASSERT_NE(add, nullptr);
+    add->setFocus(Qt::OtherFocusReason);
+    QTest::keyClick(add, Qt::Key_Tab);
+    EXPECT_TRUE(row.toggle()->hasFocus());
 
     // Switched on as a person does: `enable --now`.
     row.toggle()->click();

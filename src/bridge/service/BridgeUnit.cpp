@@ -15,10 +15,10 @@ namespace corvina {
 namespace {
 
 const QString SystemdService = QStringLiteral("org.freedesktop.systemd1");
-const QString ManagerPath = QStringLiteral("/org/freedesktop/systemd1");
-const QString ManagerInterface = QStringLiteral("org.freedesktop.systemd1.Manager");
-const QString UnitInterface = QStringLiteral("org.freedesktop.systemd1.Unit");
-const QString PropertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
+const QString SystemdManagerPath = QStringLiteral("/org/freedesktop/systemd1");
+const QString SystemdManagerInterface = QStringLiteral("org.freedesktop.systemd1.Manager");
+const QString SystemdUnitInterface = QStringLiteral("org.freedesktop.systemd1.Unit");
+const QString SystemdPropertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
 
 // The answers that mean "no systemd of the user here": nobody owns its name, or there is no
 // session bus at all.
@@ -59,7 +59,7 @@ void BridgeUnit::call(const QDBusMessage& message, const Reply& done) {
 
 void BridgeUnit::callManager(const QString& method, const QVariantList& arguments, const Reply& done) {
     QDBusMessage message =
-        QDBusMessage::createMethodCall(SystemdService, ManagerPath, ManagerInterface, method);
+        QDBusMessage::createMethodCall(SystemdService, SystemdManagerPath, SystemdManagerInterface, method);
     message.setArguments(arguments);
     call(message, done);
 }
@@ -126,17 +126,17 @@ void BridgeUnit::follow(const QString& unitPath) {
         return;
     const char* slot = SLOT(unitPropertiesChanged(QString, QVariantMap, QStringList));
     if (!m_unitPath.isEmpty())
-        m_bus.disconnect(SystemdService, m_unitPath, PropertiesInterface, QStringLiteral("PropertiesChanged"),
-                         this, slot);
+        m_bus.disconnect(SystemdService, m_unitPath, SystemdPropertiesInterface,
+                         QStringLiteral("PropertiesChanged"), this, slot);
     m_unitPath = unitPath;
-    m_bus.connect(SystemdService, m_unitPath, PropertiesInterface, QStringLiteral("PropertiesChanged"), this,
-                  slot);
+    m_bus.connect(SystemdService, m_unitPath, SystemdPropertiesInterface, QStringLiteral("PropertiesChanged"),
+                  this, slot);
 }
 
 void BridgeUnit::readActiveState(bool partOfCheck) {
-    QDBusMessage get = QDBusMessage::createMethodCall(SystemdService, m_unitPath, PropertiesInterface,
+    QDBusMessage get = QDBusMessage::createMethodCall(SystemdService, m_unitPath, SystemdPropertiesInterface,
                                                       QStringLiteral("Get"));
-    get.setArguments({UnitInterface, QStringLiteral("ActiveState")});
+    get.setArguments({SystemdUnitInterface, QStringLiteral("ActiveState")});
     call(get, [this, partOfCheck](const QDBusMessage& reply) {
         if (reply.type() == QDBusMessage::ErrorMessage)
             m_error = reply.errorMessage();
@@ -151,7 +151,7 @@ void BridgeUnit::readActiveState(bool partOfCheck) {
 
 void BridgeUnit::unitPropertiesChanged(const QString& interface, const QVariantMap& changedProperties,
                                        const QStringList& invalidated) {
-    if (interface != UnitInterface)
+    if (interface != SystemdUnitInterface)
         return;
     if (changedProperties.contains(QStringLiteral("ActiveState"))) {
         const QString state = changedProperties.value(QStringLiteral("ActiveState")).toString();

@@ -12,7 +12,8 @@
 // command line. Our time is split at the moment the bridge renames the new snapshot into place.
 //
 // Needs root (the Dovecot fixture's master runs as root) and mailnag (scripts/bench installs it).
-// BENCH_ROUNDS sets the rounds (default 15).
+// BENCH_ROUNDS sets the rounds (default 15); BENCH_TODAY runs another corvina-today; BENCH_KEEP
+// keeps the programs' logs.
 #include "support/DovecotServer.h"
 #include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
@@ -253,7 +254,9 @@ int main(int argc, char** argv) {
     widget.setProcessEnvironment(ours);
     widget.setStandardOutputFile(QProcess::nullDevice());
     widget.setStandardErrorFile(scratch.filePath(QStringLiteral("ours/widget.log")));
-    widget.start(QStringLiteral(CORVINA_TODAY_BINARY));
+    // BENCH_TODAY: another build of the widget (an older one, say) in its place.
+    widget.start(qEnvironmentVariableIsSet("BENCH_TODAY") ? qEnvironmentVariable("BENCH_TODAY")
+                                                          : QStringLiteral(CORVINA_TODAY_BINARY));
 
     // The peer: its config in a private HOME, its password where it looks (libsecret, id = md5 of
     // user, server and "True" for IMAP).

@@ -24,9 +24,9 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QSocketNotifier>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QSocketNotifier>
 #include <QStandardPaths>
 #include <QTcpSocket>
 #include <QTemporaryDir>
@@ -34,9 +34,9 @@
 #include <QTimer>
 #include <QVariantMap>
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
-#include <array>
 #include <sys/inotify.h>
 #include <unistd.h>
 #include <vector>
@@ -141,7 +141,8 @@ bool runToEnd(const QString& program, const QStringList& arguments, const QProce
     if (!process.waitForFinished(60000))
         return false;
     if (process.exitCode() != 0)
-        std::fprintf(stderr, "%s failed: %s\n", qPrintable(program), process.readAllStandardError().constData());
+        std::fprintf(stderr, "%s failed: %s\n", qPrintable(program),
+                     process.readAllStandardError().constData());
     return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
 }
 
@@ -185,7 +186,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "bench_notify: mailnag is not installed (apt-get install mailnag)\n");
         return 1;
     }
-    const int rounds = qEnvironmentVariableIsSet("BENCH_ROUNDS") ? qEnvironmentVariableIntValue("BENCH_ROUNDS") : 15;
+    const int rounds =
+        qEnvironmentVariableIsSet("BENCH_ROUNDS") ? qEnvironmentVariableIntValue("BENCH_ROUNDS") : 15;
 
     PrivateSessionBus* bus = PrivateSessionBus::instance();
     if (!bus) {
@@ -212,11 +214,13 @@ int main(int argc, char** argv) {
     // Some mail already there, seen: neither notifier has anything to say at start.
     for (const QString& user : {QStringLiteral("ours"), QStringLiteral("peer")}) {
         for (int i = 0; i < 20; ++i) {
-            server.deliver(user, QStringLiteral("INBOX"),
-                           DovecotServer::message(QStringLiteral("Old %1").arg(i), QStringLiteral("Old <old@example.org>"),
-                                                  QStringLiteral("Mon, 2 Nov 2026 10:%1:00 +0000").arg(i, 2, 10, QLatin1Char('0')),
-                                                  QStringLiteral("<old-%1-%2@example.org>").arg(user).arg(i)),
-                           QStringLiteral("S"));
+            server.deliver(
+                user, QStringLiteral("INBOX"),
+                DovecotServer::message(
+                    QStringLiteral("Old %1").arg(i), QStringLiteral("Old <old@example.org>"),
+                    QStringLiteral("Mon, 2 Nov 2026 10:%1:00 +0000").arg(i, 2, 10, QLatin1Char('0')),
+                    QStringLiteral("<old-%1-%2@example.org>").arg(user).arg(i)),
+                QStringLiteral("S"));
         }
     }
     if (!server.start(&error)) {
@@ -266,12 +270,15 @@ int main(int argc, char** argv) {
     peer.insert(QStringLiteral("XDG_CONFIG_HOME"), peerHome + QStringLiteral("/.config"));
     peer.insert(QStringLiteral("XDG_DATA_HOME"), peerHome + QStringLiteral("/.local/share"));
     peer.insert(QStringLiteral("XDG_CACHE_HOME"), peerHome + QStringLiteral("/.cache"));
-    writeFile(peerHome + QStringLiteral("/.config/mailnag/mailnag.cfg"),
-              "[core]\npoll_interval = 10\nimap_idle_timeout = 10\nmailbox_seen_flags = 1\nautostart = 1\n"
-              "connectivity_test = networkmonitor\nenabled_plugins = libnotifyplugin\n\n"
-              "[account1]\nenabled = 1\ntype = imap\nname = peer\nuser = peer\npassword = \nserver = 127.0.0.1\n"
-              "port = " + port.toUtf8() + "\nssl = 0\nimap = 1\nidle = 1\nfolder = []\n\n"
-              "[plugin_libnotifyplugin]\nnotification_mode = 1\nmax_visible_mails = 10\n");
+    writeFile(
+        peerHome + QStringLiteral("/.config/mailnag/mailnag.cfg"),
+        "[core]\npoll_interval = 10\nimap_idle_timeout = 10\nmailbox_seen_flags = 1\nautostart = 1\n"
+        "connectivity_test = networkmonitor\nenabled_plugins = libnotifyplugin\n\n"
+        "[account1]\nenabled = 1\ntype = imap\nname = peer\nuser = peer\npassword = \nserver = 127.0.0.1\n"
+        "port = " +
+            port.toUtf8() +
+            "\nssl = 0\nimap = 1\nidle = 1\nfolder = []\n\n"
+            "[plugin_libnotifyplugin]\nnotification_mode = 1\nmax_visible_mails = 10\n");
     if (!runToEnd(QStringLiteral("/usr/bin/python3"),
                   {QStringLiteral(CORVINA_SOURCE_DIR "/bench/peer_password.py"), QStringLiteral("peer"),
                    QStringLiteral("127.0.0.1")},
@@ -322,10 +329,11 @@ int main(int argc, char** argv) {
             return 1;
         }
     }
-    ::inotify_add_watch(inotify,
-                        QFile::encodeName(scratch.filePath(QStringLiteral("ours/box/SharedData/Today/ours@example.org")))
-                            .constData(),
-                        IN_MOVED_TO);
+    ::inotify_add_watch(
+        inotify,
+        QFile::encodeName(scratch.filePath(QStringLiteral("ours/box/SharedData/Today/ours@example.org")))
+            .constData(),
+        IN_MOVED_TO);
     Appender oursIn;
     Appender peerIn;
     if (!oursIn.open(server, QStringLiteral("ours")) || !peerIn.open(server, QStringLiteral("peer"))) {
@@ -336,7 +344,8 @@ int main(int argc, char** argv) {
     std::printf("New mail to notification, %d rounds, ours (bridge + widget) and mailnag %s alternating,\n"
                 "the same Dovecot and session bus; ms from the APPEND written to the Notify call:\n\n",
                 rounds, "2.2");
-    std::printf("| round | first | ours (ms) | of which: snapshot in place (ms) | then the widget (ms) | mailnag (ms) | "
+    std::printf("| round | first | ours (ms) | of which: snapshot in place (ms) | then the widget (ms) | "
+                "mailnag (ms) | "
                 "ours / mailnag |\n|---|---|---|---|---|---|---|\n");
     std::vector<double> oursMs, peerMs, ratios, writtenMs, widgetMs;
     int failures = 0;
@@ -352,7 +361,8 @@ int main(int argc, char** argv) {
             snapshotWrites.clear();
             const QByteArray message = DovecotServer::message(
                 QStringLiteral("Round %1 for %2").arg(round).arg(isOurs ? "ours" : "peer"),
-                QStringLiteral("Bench <bench@example.org>"), QDateTime::currentDateTimeUtc().toString(Qt::RFC2822Date),
+                QStringLiteral("Bench <bench@example.org>"),
+                QDateTime::currentDateTimeUtc().toString(Qt::RFC2822Date),
                 QStringLiteral("<round-%1-%2-%3@example.org>")
                     .arg(round)
                     .arg(isOurs ? "ours" : "peer")
@@ -384,8 +394,8 @@ int main(int argc, char** argv) {
         ratios.push_back(times[0] / times[1]);
         writtenMs.push_back(written);
         widgetMs.push_back(times[0] - written);
-        std::printf("| %d | %s | %.1f | %.1f | %.1f | %.1f | %.2f |\n", round, oursFirst ? "ours" : "mailnag", times[0],
-                    written, times[0] - written, times[1], times[0] / times[1]);
+        std::printf("| %d | %s | %.1f | %.1f | %.1f | %.1f | %.2f |\n", round, oursFirst ? "ours" : "mailnag",
+                    times[0], written, times[0] - written, times[1], times[0] / times[1]);
     }
     std::printf("\nMedians: ours %.1f ms (snapshot in place at %.1f, the widget's notification %.1f after), "
                 "mailnag %.1f ms; ratio pair by pair (ours / mailnag): median %.2f, "

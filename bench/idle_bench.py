@@ -2,15 +2,17 @@
 """What the widget costs while nothing changes (scripts/bench).
 
 corvina-today is started with --tray under Xvfb (where no tray is offered it shows its window
-instead, and idles the same way: it reads the shared folder at every periodic update) on shared
+instead, and idles the same way) on shared
 folders of 10 000 and 100 000 messages, written as bench/list_bench.py writes its containers. Once
 its first read is over (its CPU time stands still for a few seconds), it is left alone for
---seconds (600 by default, the issue's ten minutes) with the periodic update at its default of
-60 s, and measured from /proc:
+--seconds (600 by default, the issue's ten minutes) with its periodic update at its default, and
+measured from /proc:
 
 - CPU seconds an hour: user and system time over the period, scaled to an hour;
 - wakeups a minute: the context switches of all its threads (voluntary and not) over the period,
-  scaled to a minute; each is one time the process was put to sleep or taken off a core;
+  scaled to a minute; each is one time the process was put to sleep or taken off a core (the
+  period starts once no thread has begun or ended for 35 s: a thread pool's idle threads end
+  about 30 s after the first read, and a thread that ends takes its count with it);
 - PSS at the end (/proc/PID/smaps_rollup): its share of the memory it maps.
 
 The programs measured (this build's and, with --program, another: an older build, say) all run in
@@ -42,17 +44,37 @@ def cpu_seconds(pid):
 
 
 def switches(pid):
-    """Context switches of every thread of the process, voluntary and not."""
-    total = 0
+    """Context switches of each thread of the process, voluntary and not: {thread id: count}."""
+    counts = {}
     for task in os.listdir("/proc/%d/task" % pid):
         try:
             with open("/proc/%d/task/%s/status" % (pid, task)) as f:
-                for line in f:
-                    if line.startswith(("voluntary_ctxt_switches", "nonvoluntary_ctxt_switches")):
-                        total += int(line.split()[1])
+                counts[task] = sum(int(line.split()[1]) for line in f
+                                   if line.startswith(("voluntary_ctxt_switches", "nonvoluntary_ctxt_switches")))
         except FileNotFoundError:
             pass  # a thread that ended meanwhile
-    return total
+    return counts
+
+
+def switched(before, after):
+    """Context switches between two readings of switches(): a thread that ended in between took its
+    count with it (its last switches are not seen), a thread that began counts whole."""
+    return sum(count - before.get(task, 0) for task, count in after.items())
+
+
+def wait_for_threads(pids, quiet=35.0, limit=120.0):
+    """Until no thread of `pids` began or ended for `quiet` seconds: a thread pool's idle threads
+    end some 30 s after their last work, and a thread that ends in the measured period takes its
+    switches with it."""
+    deadline = time.monotonic() + limit
+    last = {pid: set(os.listdir("/proc/%d/task" % pid)) for pid in pids}
+    still = time.monotonic()
+    while time.monotonic() < deadline and time.monotonic() - still < quiet:
+        time.sleep(1)
+        now = {pid: set(os.listdir("/proc/%d/task" % pid)) for pid in pids}
+        if now != last:
+            still = time.monotonic()
+        last = now
 
 
 def pss_kib(pid):
@@ -107,11 +129,13 @@ def main():
                 running.append((size, name, process, config))
         pids = [p.pid for _, _, p, _ in running]
         wait_until_idle(pids)
+        wait_for_threads(pids)
         start = {pid: (cpu_seconds(pid), switches(pid)) for pid in pids}
         began = time.monotonic()
         time.sleep(args.seconds)
         elapsed = time.monotonic() - began
-        print("Idle for %d s (periodic update every 60 s), %d programs side by side:" % (elapsed, len(running)))
+        print("Idle for %d s, %d programs side by side, each with its default periodic update (60 s before "
+              "the widget read only on a change; none after):" % (elapsed, len(running)))
         print()
         print("| messages | program | CPU s/hour | wakeups/min | PSS (MiB) |")
         print("|---|---|---|---|---|")
@@ -119,7 +143,7 @@ def main():
             if process.poll() is not None:
                 sys.exit("%s ended early (status %d)" % (name, process.returncode))
             cpu = cpu_seconds(process.pid) - start[process.pid][0]
-            woken = switches(process.pid) - start[process.pid][1]
+            woken = switched(start[process.pid][1], switches(process.pid))
             print("| %d | %s | %.2f | %.1f | %.1f |" % (size, name, cpu * 3600 / elapsed, woken * 60 / elapsed,
                                                         pss_kib(process.pid) / 1024))
     finally:

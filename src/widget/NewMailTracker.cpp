@@ -7,6 +7,7 @@
 #include <QStringList>
 #include <QUrl>
 #include <QWidget>
+#include <utility>
 
 namespace corvina {
 
@@ -69,6 +70,9 @@ void NewMailTracker::update(const ExtensionMessageList& messages) {
     // within it, and a look going on has already taken it. The per-id set work is skipped then; a
     // record can still say something new besides its key (an Inbox message moved to another list
     // keeps its key), which the signature below is made again for.
+    // What compare() and a look going on change of the seen lists is written after the signals,
+    // not before: the write waits for the disk, and the notification of a new message must not.
+    m_deferStores = true;
     if (keys != m_keys)
         compare(messages, keys, gone, arrivals);
     m_keys = std::move(keys);
@@ -78,6 +82,10 @@ void NewMailTracker::update(const ExtensionMessageList& messages) {
         emit left(gone);
     if (!arrivals.isEmpty())
         emit arrived(arrivals);
+    m_deferStores = false;
+    const QSet<QString> toStore = std::exchange(m_toStore, {});
+    for (const QString& account : toStore)
+        store(account);
     if (changes != m_changes)
         refreshSignature(m_messages, keysOf(m_messages));
     if (m_signature != before)
@@ -279,6 +287,10 @@ bool NewMailTracker::holds(const QString& account, const QString& messageId) con
 }
 
 void NewMailTracker::store(const QString& account) const {
+    if (m_deferStores) {
+        m_toStore.insert(account);
+        return;
+    }
     QStringList ids(m_seen.value(account).cbegin(), m_seen.value(account).cend());
     ids.sort();
     UserDefaults::setValue(ids, seenKey(account));

@@ -94,6 +94,9 @@ private:
     QHash<QString, Ids> m_presentThisRun; // per account, every id held since this program started
     QSet<QPair<QString, QString>> m_markedAtLook;
     bool m_looking = false;
+    // Within update(): store() gathers the accounts into m_toStore, written once its signals went.
+    bool m_deferStores = false;
+    mutable QSet<QString> m_toStore;
     // signature() as of the last change: every change of what it depends on (the list, what was
     // seen, the markers of a look) makes it again before it tells anyone, so the next change
     // compares with it instead of walking the list once more. Records do not change their account,

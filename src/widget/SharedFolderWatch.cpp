@@ -1,5 +1,7 @@
 #include "SharedFolderWatch.h"
 
+#include "DayTurnTimer.h"
+#include "platform/Log.h"
 #include "shared/ConstVars.h"
 #include "shared/ExtensionUtilities.h"
 
@@ -11,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -34,11 +37,22 @@ bool isComplete(const inotify_event& event) {
     return (event.mask & IN_CREATE) && (event.mask & IN_ISDIR);
 }
 
+// errno said in words, for the log.
+QString reason(int error) {
+    if (error == ENOSPC) {
+        return QStringLiteral("the system's limit on watches reached (fs.inotify.max_user_watches)");
+    }
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
 } // namespace
 
-SharedFolderWatch::SharedFolderWatch(int intervalSeconds, QObject* parent) : QObject(parent) {
-    m_interval.setInterval(std::max(1, intervalSeconds) * 1000);
-    connect(&m_interval, &QTimer::timeout, this, &SharedFolderWatch::changed);
+SharedFolderWatch::SharedFolderWatch(int intervalSeconds, QObject* parent)
+    : QObject(parent), m_intervalMs(std::max(0, intervalSeconds) * 1000) {
+    // Through emitChanged: a periodic update also tries again the folders that could not be watched.
+    connect(&m_interval, &QTimer::timeout, this, &SharedFolderWatch::emitChanged);
+    m_dayTurn = new DayTurnTimer(this);
+    connect(m_dayTurn, &DayTurnTimer::turned, this, &SharedFolderWatch::emitChanged);
     m_settle.setSingleShot(true);
     m_settle.setInterval(debounceMs);
     connect(&m_settle, &QTimer::timeout, this, &SharedFolderWatch::emitChanged);
@@ -55,8 +69,10 @@ SharedFolderWatch::SharedFolderWatch(int intervalSeconds, QObject* parent) : QOb
     if (m_inotify >= 0) {
         m_notifier = new QSocketNotifier(m_inotify, QSocketNotifier::Read, this);
         connect(m_notifier, &QSocketNotifier::activated, this, &SharedFolderWatch::readEvents);
+    } else {
+        // The system's limit on watching programs reached, say: the fallback pace reads instead.
+        m_noInotify = reason(errno);
     }
-    // Without a watch (the system's limit on them reached) the periodic update still reads.
 }
 
 SharedFolderWatch::~SharedFolderWatch() {
@@ -74,8 +90,43 @@ QString SharedFolderWatch::nearestFolderAbove(const QString& path) {
 }
 
 void SharedFolderWatch::start() {
+    m_started = true;
+    m_dayTimerWorks = m_dayTurn->start();
+    if (!m_dayTimerWorks) {
+        m_noDayTimer = reason(errno);
+    }
     watchFolders();
-    m_interval.start();
+}
+
+void SharedFolderWatch::setProblem(const QString& problem) {
+    if (problem != m_problem) {
+        if (!problem.isNull()) {
+            Log::write(QStringLiteral("SharedFolderWatch cannot see every change (%@): reading every %@ s"),
+                       {problem, QString::number(m_fallbackMs / 1000.0)});
+        } else {
+            Log::write(QStringLiteral("SharedFolderWatch sees every change again"), {});
+        }
+        m_problem = problem;
+    }
+    // An interval asked for stays as it is; without one, the fallback pace runs while it must.
+    const int pace = m_intervalMs > 0 ? m_intervalMs : (m_problem.isNull() ? 0 : m_fallbackMs);
+    if (pace == 0) {
+        m_interval.stop();
+    } else if (!m_interval.isActive() || m_interval.interval() != pace) {
+        m_interval.start(pace);
+    }
+}
+
+void SharedFolderWatch::overflowed() {
+    Log::write(QStringLiteral("SharedFolderWatch lost events: reading everything again"), {});
+    // Every watch ends and is made again: a folder removed and made again among the lost events
+    // would keep a watch on the folder that went.
+    for (auto it = m_descriptors.cbegin(); it != m_descriptors.cend(); ++it) {
+        ::inotify_rm_watch(m_inotify, it.key());
+    }
+    m_descriptors.clear();
+    m_paths.clear();
+    watchFolders();
 }
 
 void SharedFolderWatch::emitChanged() {
@@ -97,6 +148,7 @@ void SharedFolderWatch::completeChange() {
 void SharedFolderWatch::readEvents() {
     bool complete = false;
     bool partial = false;
+    bool overflow = false;
     // Aligned as the events in it are.
     alignas(inotify_event) std::array<char, 64 * 1024> buffer;
     for (;;) {
@@ -111,7 +163,7 @@ void SharedFolderWatch::readEvents() {
             const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
             at += ssize_t(sizeof(inotify_event) + event->len);
             if (event->mask & IN_Q_OVERFLOW) {
-                complete = true; // events were lost: read everything now
+                overflow = true; // events were lost: read everything now
                 continue;
             }
             if (event->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) {
@@ -137,6 +189,10 @@ void SharedFolderWatch::readEvents() {
                 partial = true;
             }
         }
+    }
+    if (overflow) {
+        overflowed();
+        complete = true;
     }
     if (complete) {
         completeChange();
@@ -169,8 +225,13 @@ void SharedFolderWatch::watchFolders() {
         for (const QString& name : todayDir.entryList(QDir::Dirs | QDir::NoDotAndDotDot))
             wanted.insert(todayDir.filePath(name));
     }
-    if (m_inotify < 0)
+    if (!m_started) {
         return;
+    }
+    if (m_inotify < 0) {
+        setProblem(m_noInotify);
+        return;
+    }
     // Sets on both sides: the bookkeeping stays linear in the number of watched paths.
     QStringList gone;
     for (auto it = m_paths.cbegin(); it != m_paths.cend(); ++it)
@@ -185,16 +246,28 @@ void SharedFolderWatch::watchFolders() {
             ::inotify_rm_watch(m_inotify, descriptor);
         }
     }
+    QString failed;
     for (const QString& path : wanted) {
         if (m_paths.contains(path))
             continue;
         const int descriptor =
             ::inotify_add_watch(m_inotify, QFile::encodeName(path).constData(), FolderEvents);
-        if (descriptor < 0)
-            continue; // gone meanwhile, or no watch left: the periodic update still reads it
+        if (descriptor < 0) {
+            // Gone meanwhile (its going is an event of the folder above): nothing is missed. Any
+            // other failure leaves a folder unwatched: the fallback pace reads it until a later
+            // try succeeds.
+            if (errno != ENOENT && errno != ENOTDIR && failed.isNull()) {
+                failed = path + QStringLiteral(": ") + reason(errno);
+            }
+            continue;
+        }
         m_paths.insert(path, descriptor);
         m_descriptors[descriptor].append(path);
     }
+    if (failed.isNull() && !m_dayTimerWorks) {
+        failed = QStringLiteral("no day timer: ") + m_noDayTimer;
+    }
+    setProblem(failed);
 }
 
 } // namespace corvina

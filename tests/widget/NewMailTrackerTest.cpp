@@ -227,3 +227,23 @@ TEST_F(NewMailTrackerTest, TheWindowShownOrActivatedIsALook) {
     EXPECT_FALSE(tracker.isLooking());
     EXPECT_FALSE(tracker.isMarked(message("n1")));
 }
+
+// The seen lists are written to disk (the settings file, synced) after the arrival is told, not
+// before: the notification of a new message does not wait for the disk. Here during a look, when
+// the message that came is seen as it comes and its account's list must be written.
+TEST_F(NewMailTrackerTest, AnArrivalIsToldBeforeTheSeenListIsWritten) {
+    NewMailTracker tracker;
+    tracker.update(trackedMessages({"m0"}));
+    tracker.update(trackedMessages({"n1", "m0"}));
+    tracker.beginLook();
+    const QString key = QStringLiteral("seen/ann%40example.org");
+    ASSERT_EQ(UserDefaults::valueForKey(key).toStringList(), (QStringList{"m0", "n1"}));
+    QStringList storedWhenTold;
+    QObject::connect(&tracker, &NewMailTracker::arrived,
+                     [&] { storedWhenTold = UserDefaults::valueForKey(key).toStringList(); });
+    tracker.update(trackedMessages({"n2", "n1", "m0"}));
+    // told while the stored list was still the one before
+    EXPECT_EQ(storedWhenTold, (QStringList{"m0", "n1"}));
+    // and written once the update is over
+    EXPECT_EQ(UserDefaults::valueForKey(key).toStringList(), (QStringList{"m0", "n1", "n2"}));
+}

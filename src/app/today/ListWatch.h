@@ -14,13 +14,14 @@ class UnixSignals;
 
 // `corvina-today --list --watch`: prints what `--list` shows as one line (StatusLine), at once and
 // again whenever that line would change, until it is told to stop. The shared folder is followed
-// as the widget's window follows it (SharedFolderWatch): within about a second of a change on disk,
-// and every interval besides (the date texts age: "14:05" becomes yesterday's date); and so is the
-// widget's settings file, where the list the rows come from is chosen.
+// as the widget's window follows it (SharedFolderWatch): at once after a change on disk, when the
+// day turns (the date texts age: "14:05" becomes yesterday's date), and every interval only when
+// one was asked for; and so is the widget's settings file, where the list the rows come from is
+// chosen.
 //
 // It ends with status 0, as a status bar expects of a module it stops: on SIGTERM or SIGINT, and
 // when its output is closed (a bar that went away: seen at once when the output is a pipe, else at
-// the next line written or the next periodic update). SIGUSR1 reads the shared folder again at once.
+// the next line written or the next update). SIGUSR1 reads the shared folder again at once.
 class ListWatch : public QObject {
     Q_OBJECT
 

@@ -19,8 +19,11 @@ class TrayIcon;
 
 // What the desktop's widget host does for the widget: builds the controller, shows its view in a
 // window with the margins the controller answers, calls the will-appear step, and asks for an
-// update every `interval` and soon after the mail application changed its files (the snapshot
-// folder, an account's folder or the account list).
+// update when it is needed (SharedFolderWatch): soon after the mail application changed its files
+// (the snapshot folder, an account's folder or the account list), when the day turns (the rows'
+// date texts age), and every `intervalSeconds` only when that was asked for (0: never). Each
+// update still reads the whole shared folder, as the controller's update must; the saving is in
+// asking for one only when something may have changed.
 //
 // The will-appear step, the first update and the folder watch start only once the window's first
 // frame is on the screen: the controller reads the snapshot on the main thread, and a large
@@ -81,7 +84,8 @@ private:
     std::unique_ptr<TodayViewController> m_controller;
     // Declared after the controller, so it goes first: the controller's view goes with it.
     std::unique_ptr<TodayWindow> m_window;
-    // Asks for an update every interval and soon after the shared folder changed.
+    // Asks for an update when the shared folder changed or the day turned (and every interval, if
+    // one was asked for).
     SharedFolderWatch* m_watch = nullptr;
     int m_completedUpdates = 0;
     FirstFrameWatch* m_firstFrame = nullptr;

@@ -39,11 +39,16 @@ bool needsNoDisplay(int argc, char* argv[]) {
     return false;
 }
 
-// The periodic update of the widget and of --list --watch: --interval, 60 s by default; nothing
-// (and the reason on stderr) when it is not a whole number of seconds, 1 or more.
+// The periodic update of the widget and of --list --watch: --interval; none by default (0), as the
+// shared folder's watch and the turn of the day say when to read, and a periodic read of a large
+// folder that did not change is all cost. Nothing (and the reason on stderr) when it is not a whole
+// number of seconds, 1 or more.
 std::optional<int> intervalSeconds(const QCommandLineParser& parser, const QCommandLineOption& interval) {
+    if (!parser.isSet(interval)) {
+        return 0;
+    }
     bool ok = true;
-    const int seconds = parser.isSet(interval) ? parser.value(interval).toInt(&ok) : 60;
+    const int seconds = parser.value(interval).toInt(&ok);
     if (!ok || seconds < 1) {
         QTextStream(stderr) << "corvina-today: --interval wants a whole number of seconds, 1 or more\n";
         return std::nullopt;
@@ -199,8 +204,9 @@ int main(int argc, char* argv[]) {
         QStringLiteral("DIR"));
     const QCommandLineOption interval(
         QStringLiteral("interval"),
-        QStringLiteral("Update the widget every SECONDS (default 60); it also follows changes of the "
-                       "shared folder within about a second."),
+        QStringLiteral("Also update every SECONDS. By default there is no periodic update: the shared "
+                       "folder is read when it changes and when the day turns (the date texts age), and "
+                       "every 60 s only while its changes cannot be followed."),
         QStringLiteral("SECONDS"));
     const QCommandLineOption screenshot(
         QStringLiteral("screenshot"),

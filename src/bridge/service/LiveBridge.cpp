@@ -228,8 +228,8 @@ LiveBridge::FolderCheck LiveBridge::checkAndListFolders(const BridgeConfig::Acco
             found.listError = sync.session().errorText();
     };
     if (password) {
-        const QString typed = *password;
-        const AccountWorker::PasswordSource source = [typed](const BridgeConfig::Account&, QString*) {
+        const AccountWorker::PasswordSource source = [typed = *password](const BridgeConfig::Account&,
+                                                                         QString*) {
             return std::optional<AccountCredential>(typed);
         };
         found.check = attempt(account, source, timeoutSeconds, true, list);

@@ -74,6 +74,8 @@ protected:
                                               QStringLiteral("<window@example.org>")));
         config = configDir.filePath(QStringLiteral("bridge.conf"));
         status = stateHome + QStringLiteral("/corvina/bridge-status.json");
+        // Read now: the private session bus (with its keyring) may have been set up just before.
+        environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("XDG_STATE_HOME"), stateHome);
         useBrowser(standInBrowser(scripts.path(), QStringLiteral("follow")));
     }
@@ -153,7 +155,7 @@ protected:
     QString config;
     QString stateHome = configDir.filePath(QStringLiteral("xdg-state"));
     QString status;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    QProcessEnvironment environment;
 };
 
 TEST_F(BrowserSignInWindowTest, AnAccountSignedInFromTheAddPageIsSavedAndSyncs) {

@@ -341,6 +341,34 @@ TEST_F(BrowserSignInWindowTest, SignInAgainFromTheListMakesTheAccountCurrent) {
     EXPECT_EQ(filesHolding(*refresh), QStringList());
 }
 
+TEST_F(BrowserSignInWindowTest, SignInAgainCanStopWaitingForTheBrowser) {
+    useBrowser(idleBrowser());
+    writeConfig({{QStringLiteral("work"),
+                  accountKeys({{"passwordCommand", QVariant()},
+                               {"user", Mail},
+                               {"auth", "oauth2"},
+                               {"oauthProvider", "custom"},
+                               {"oauthClientId", QString::fromLatin1(OAuthProvider::ClientId)},
+                               {"oauthAuthorizeUrl", provider.authorizeUrl()},
+                               {"oauthTokenUrl", provider.tokenUrl()},
+                               {"oauthScope", "mail"}})}});
+    AccountsWindow window(config, status, 10);
+    window.show();
+    named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    press(window, QStringLiteral("Sign in again"));
+    // While the browser is awaited the same button stops the wait; nothing else is to be done.
+    EXPECT_FALSE(named<QPushButton>(window, QStringLiteral("Remove account"))->isEnabled());
+    press(window, QStringLiteral("Stop waiting for the browser"));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return window.messageText().startsWith(QStringLiteral("work is not signed in")); }, 60000))
+        << window.messageText().toStdString();
+    EXPECT_EQ(window.messageText(),
+              QStringLiteral("work is not signed in: the sign-in was cancelled; nothing was stored"));
+    EXPECT_FALSE(refreshToken(QStringLiteral("work"), provider.tokenUrl()).has_value());
+    EXPECT_EQ(provider.stats().tokenRequests, 0);
+    EXPECT_TRUE(named<QPushButton>(window, QStringLiteral("Sign in again"))->isVisible());
+}
+
 TEST_F(BrowserSignInWindowTest, AnAccountThatSignsInWithAPasswordHasNoSignInAgain) {
     writeConfig({{QStringLiteral("work"), accountKeys()}});
     AccountsWindow window(config, status, 10);

@@ -2,8 +2,9 @@
 // xdotool, the test's own Dovecot, a real keyring daemon on a private session bus, and what the
 // window says read back as a screen reader reads it (the desktop's accessibility bus with Qt's
 // AT-SPI bridge on, and tests/accounts/atspi_find.py, a pyatspi client). An account is added by
-// typing, its connection tested (a wrong password, then the right one), saved, turned current by
-// the bridge's sync and removed through the confirmation.
+// typing, its connection tested (a wrong password, then the right one), its To Do folder chosen
+// from the server's, saved, turned current by the bridge's sync and removed through the
+// confirmation.
 #include "bridge/BridgeTesting.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
@@ -44,6 +45,7 @@ protected:
         QString error;
         ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
         server.addUser(QStringLiteral("grace"), GracePassword);
+        server.createFolder(QStringLiteral("grace"), QStringLiteral("To Do"));
         ASSERT_TRUE(x.start()) << "Xvfb could not be started";
 
         // The accessibility bus of this session and its registry, as a desktop starts them, with
@@ -158,7 +160,8 @@ TEST_F(AccountsProgramTest, AddTestSaveAndRemoveWithTheKeyboard) {
     keys({QStringLiteral("alt+a")});
     EXPECT_FALSE(heard(QStringLiteral("^Add a mail account$")).isNull());
 
-    // The fields in the order Tab takes them: address, server, security, port, login, password.
+    // The fields in the order Tab takes them: address, server, security, port, login, sign-in
+    // (left at the password), password.
     type(QStringLiteral("grace@example.org"));
     keys({QStringLiteral("Tab")});
     type(server.host());
@@ -166,7 +169,7 @@ TEST_F(AccountsProgramTest, AddTestSaveAndRemoveWithTheKeyboard) {
     type(QString::number(server.port()));
     keys({QStringLiteral("Tab")});
     type(QStringLiteral("grace"));
-    keys({QStringLiteral("Tab")});
+    keys({QStringLiteral("Tab"), QStringLiteral("Tab")});
     type(QStringLiteral("wrong"));
     keys({QStringLiteral("alt+t")});
 
@@ -188,9 +191,17 @@ TEST_F(AccountsProgramTest, AddTestSaveAndRemoveWithTheKeyboard) {
     keys({QStringLiteral("alt+t")});
     EXPECT_FALSE(heard(QStringLiteral("^Connection ok")).isNull());
 
+    // The server's folders are offered now (a screen reader hears them as the choices' items):
+    // To Do's (Alt+D) is chosen by typing its first letters, as one picks from a list by keyboard.
+    EXPECT_FALSE(heard(QStringLiteral("^To Do$")).isNull());
+    keys({QStringLiteral("alt+d")});
+    type(QStringLiteral("To"));
+
     keys({QStringLiteral("alt+s")});
     EXPECT_TRUE(waitFor([&] { return groups() == QStringList{QStringLiteral("example")}; }, 60000))
         << "not saved";
+    EXPECT_EQ(QSettings(config, QSettings::IniFormat).value(QStringLiteral("example/todo")).toString(),
+              QStringLiteral("To Do"));
     EXPECT_EQ(SecretStore(10000)
                   .lookup({QStringLiteral("example"), QStringLiteral("grace"), server.host()})
                   .password.value_or(QString()),

@@ -240,14 +240,18 @@ TEST_F(AccountsWindowTest, AKnownProviderShowsOnlyWhatIsStillNeeded) {
     QTest::keyClicks(mail, QStringLiteral("ada@outlook.com"));
     EXPECT_FALSE(named<QLineEdit>(page, QStringLiteral("Password"))->isVisible());
     EXPECT_FALSE(named<QPushButton>(page, QStringLiteral("Test connection"))->isVisible());
+    EXPECT_TRUE(named<QPushButton>(page, QStringLiteral("Sign in with the browser"))->isVisible());
     press(window, QStringLiteral("Save"));
     QSettings written(config, QSettings::IniFormat);
     EXPECT_EQ(written.childGroups(), QStringList{QStringLiteral("outlook")});
     EXPECT_EQ(written.value(QStringLiteral("outlook/auth")).toString(), QStringLiteral("oauth2"));
     EXPECT_EQ(written.value(QStringLiteral("outlook/oauthProvider")).toString(), QStringLiteral("microsoft"));
     EXPECT_EQ(window.messageText(),
-              QStringLiteral("Added the account outlook. Sign in in your browser to finish: "
-                             "run corvina-mail-bridge account signin outlook"));
+              QStringLiteral("Added the account outlook. Sign in in your browser to finish: select it "
+                             "and press Sign in again (or run corvina-mail-bridge account signin outlook)."));
+    // The list offers that sign-in for it.
+    named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    EXPECT_TRUE(named<QPushButton>(window, QStringLiteral("Sign in again"))->isVisible());
 }
 
 TEST_F(AccountsWindowTest, ABridgeConfThatCannotBeWrittenIsSaidAndLeavesNoPasswordBehind) {

@@ -13,6 +13,7 @@
 #include "support/PrivateSessionBus.h"
 
 #include <QDirIterator>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -196,6 +197,37 @@ TEST_F(OAuthSignInTest, ABrowserThatNeverComesBackEndsTheWaitWithALine) {
     QString error;
     EXPECT_FALSE(OAuthSignIn::run(custom(), o, &error));
     EXPECT_EQ(error, QStringLiteral("the browser did not come back within 1 s"));
+}
+
+// A window's Cancel: another thread says so while the browser is awaited; the wait ends long
+// before its deadline, nothing is traded and nothing stored.
+TEST_F(OAuthSignInTest, CancellingWhileTheBrowserIsAwaitedEndsTheWaitAndStoresNothing) {
+    OAuthSignIn::Options o = options(QStringLiteral("follow"));
+    o.waitMs = 120000;
+    std::atomic<bool> opened{false};
+    o.openBrowser = [&opened](const QUrl&, QString*) { // a browser where nobody signs in
+        opened = true;
+        return true;
+    };
+    std::atomic<bool> cancel{false};
+    o.cancelled = [&cancel] { return cancel.load(); };
+    const OAuthEndpoints::Settings s = custom();
+    QString error;
+    bool signedIn = true;
+    QElapsedTimer timer;
+    timer.start();
+    std::thread signIn([&] { signedIn = OAuthSignIn::run(s, o, &error); });
+    while (!opened && timer.elapsed() < 60000)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    cancel = true;
+    signIn.join();
+    EXPECT_TRUE(opened.load());
+    EXPECT_FALSE(signedIn);
+    EXPECT_EQ(error, QStringLiteral("the sign-in was cancelled; nothing was stored"));
+    // Far less than the two minutes' wait, with room for a machine kept busy.
+    EXPECT_LT(timer.elapsed(), 60000);
+    EXPECT_FALSE(storedRefreshToken(s, s.tokenUrl).has_value());
+    EXPECT_EQ(provider.stats().tokenRequests, 0);
 }
 
 TEST_F(OAuthSignInTest, AConfidentialClientSignsInWithItsSecret) {

@@ -4,7 +4,9 @@
 #include "AddAccountPage.h"
 #include "BackgroundJob.h"
 #include "KeepCurrentRow.h"
+#include "SignInJob.h"
 #include "bridge/config/AccountChanges.h"
+#include "bridge/config/BrowserSignIn.h"
 #include "bridge/service/BridgeUnit.h"
 #include "platform/Localization.h"
 
@@ -31,7 +33,8 @@ constexpr int SystemdTimeoutMs = 10000;
 
 AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusPath, int timeoutSeconds,
                                QWidget* parent)
-    : QWidget(parent), m_accounts(new AccountList(configPath, statusPath, this)) {
+    : QWidget(parent), m_accounts(new AccountList(configPath, statusPath, this)),
+      m_timeoutSeconds(timeoutSeconds) {
     setWindowTitle(Localization::text("Mail accounts"));
 
     m_listPage = new QWidget;
@@ -51,6 +54,8 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     m_add->setAccessibleName(Localization::text("Add account"));
     m_remove = new QPushButton(Localization::text("&Remove…"));
     m_remove->setAccessibleName(Localization::text("Remove account"));
+    m_signInAgain = new QPushButton(Localization::text("Sign &in again"));
+    m_signInAgain->setAccessibleName(Localization::text("Sign in again"));
     m_message = new QLabel;
     m_message->setWordWrap(true);
     m_message->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -60,6 +65,7 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(m_add);
     buttons->addWidget(m_remove);
+    buttons->addWidget(m_signInAgain);
     buttons->addStretch();
     auto* listLayout = new QVBoxLayout(m_listPage);
     listLayout->addWidget(heading);
@@ -70,7 +76,8 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     listLayout->addWidget(m_keepCurrent);
     setTabOrder(m_list, m_add);
     setTabOrder(m_add, m_remove);
-    setTabOrder(m_remove, m_keepCurrent->toggle());
+    setTabOrder(m_remove, m_signInAgain);
+    setTabOrder(m_signInAgain, m_keepCurrent->toggle());
 
     m_addPage = new AddAccountPage(configPath, timeoutSeconds);
     m_pages = new QStackedWidget;
@@ -86,6 +93,7 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
             &AccountsWindow::updateListPage);
     connect(m_add, &QPushButton::clicked, this, &AccountsWindow::showAddPage);
     connect(m_remove, &QPushButton::clicked, this, [this] { removeSelected(); });
+    connect(m_signInAgain, &QPushButton::clicked, this, &AccountsWindow::signInSelected);
     connect(m_addPage, &AddAccountPage::cancelled, this, [this] {
         showMessage(QString());
         showList();
@@ -130,12 +138,58 @@ void AccountsWindow::updateListPage() {
     m_list->setVisible(!empty);
     m_empty->setVisible(empty);
     m_remove->setVisible(!empty);
-    m_remove->setEnabled(m_job == nullptr && m_list->selectionModel()->hasSelection());
+    m_remove->setEnabled(m_job == nullptr && m_signIn == nullptr && m_list->selectionModel()->hasSelection());
+    // Only for an account that signs in in the browser; while one signs in, the button stops it.
+    const QModelIndexList selected = m_list->selectionModel()->selectedIndexes();
+    const BridgeConfig::Account* account =
+        selected.isEmpty()
+            ? nullptr
+            : m_accounts->config().account(selected.first().data(AccountList::NameRole).toString());
+    const bool signsIn = account != nullptr && BrowserSignIn::problem(*account).isEmpty();
+    m_signInAgain->setVisible(!empty && (signsIn || m_signIn != nullptr));
+    m_signInAgain->setEnabled(m_job == nullptr);
+    m_signInAgain->setText(m_signIn != nullptr ? Localization::text("Stop &waiting for the browser")
+                                               : Localization::text("Sign &in again"));
+    m_signInAgain->setAccessibleName(m_signIn != nullptr ? Localization::text("Stop waiting for the browser")
+                                                         : Localization::text("Sign in again"));
+}
+
+void AccountsWindow::signInSelected() {
+    if (m_signIn != nullptr) {
+        m_signIn->cancel();
+        showMessage(Localization::text("Stopping the sign-in…"));
+        return;
+    }
+    const QModelIndexList selected = m_list->selectionModel()->selectedIndexes();
+    if (selected.isEmpty() || m_job != nullptr)
+        return;
+    const BridgeConfig::Account* found =
+        m_accounts->config().account(selected.first().data(AccountList::NameRole).toString());
+    if (found == nullptr)
+        return;
+    // The same sign-in as `account signin`; the running bridge finds the new token at its next try.
+    m_signIn = new SignInJob(*found, SignInJob::BrowserWaitSeconds, m_timeoutSeconds, this);
+    connect(m_signIn, &SignInJob::finished, this, [this](bool ok, const QString& error) {
+        const BridgeConfig::Account account = m_signIn->account();
+        m_signIn->deleteLater();
+        m_signIn = nullptr;
+        if (ok)
+            showMessage(
+                Localization::text("Signed in to %1 (%2) again; the bridge uses it from its next try.")
+                    .arg(account.name, account.mail));
+        else
+            showMessage(Localization::text("%1 is not signed in: %2").arg(account.name, error));
+        updateListPage();
+    });
+    showMessage(
+        Localization::text("Waiting for you to finish signing in to %1 in the browser…").arg(found->mail));
+    m_signIn->start();
+    updateListPage();
 }
 
 void AccountsWindow::removeSelected(bool confirm) {
     const QModelIndexList selected = m_list->selectionModel()->selectedIndexes();
-    if (selected.isEmpty() || m_job != nullptr)
+    if (selected.isEmpty() || m_job != nullptr || m_signIn != nullptr)
         return;
     const QString name = selected.first().data(AccountList::NameRole).toString();
     const BridgeConfig::Account* found = m_accounts->config().account(name);

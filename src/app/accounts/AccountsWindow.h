@@ -15,6 +15,7 @@ class AddAccountPage;
 class BackgroundJob;
 class BridgeUnit;
 class KeepCurrentRow;
+class SignInJob;
 
 // The Accounts window: the accounts of bridge.conf with each one's state, followed live (the list
 // page), and the page that adds one. Every change goes through the bridge's own code
@@ -38,6 +39,9 @@ public:
     // Removes the selected account after the person confirmed it (`confirm` asks them; tests
     // answer for them).
     void removeSelected(bool confirm = true);
+    // Signs the selected account in again in the browser (an account whose sign-in ran out); while
+    // the browser is awaited, the same button stops waiting.
+    void signInSelected();
 
 private:
     void updateListPage();
@@ -50,11 +54,14 @@ private:
     QLabel* m_empty = nullptr;
     QPushButton* m_add = nullptr;
     QPushButton* m_remove = nullptr;
+    QPushButton* m_signInAgain = nullptr;
     QLabel* m_message = nullptr;
     AddAccountPage* m_addPage = nullptr;
     BackgroundJob* m_job = nullptr;
     BridgeUnit* m_bridgeUnit = nullptr;
     KeepCurrentRow* m_keepCurrent = nullptr;
+    SignInJob* m_signIn = nullptr;
+    int m_timeoutSeconds = 0;
 };
 
 } // namespace corvina

@@ -1,7 +1,10 @@
 #include "AddAccountPage.h"
 
 #include "BackgroundJob.h"
+#include "FolderChooser.h"
+#include "SignInJob.h"
 #include "bridge/config/AccountChanges.h"
+#include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
 #include "platform/Localization.h"
 
@@ -21,6 +24,7 @@ namespace corvina {
 namespace {
 
 const QString OAuth2 = QStringLiteral("oauth2");
+const QString Discover = QStringLiteral("discover");
 constexpr int TlsPort = 993;
 constexpr int PlainPort = 143;
 
@@ -72,12 +76,23 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     m_user = new QLineEdit;
     m_user->setAccessibleName(Localization::text("Login name"));
     m_user->setPlaceholderText(Localization::text("the mail address"));
+    m_auth = new QComboBox;
+    m_auth->setAccessibleName(Localization::text("Sign-in"));
+    m_auth->addItem(Localization::text("Password: the account's password, or an app password"),
+                    QStringLiteral("password"));
+    m_auth->addItem(Localization::text("In the browser: the provider publishes its sign-in (OAuth 2)"),
+                    OAuth2);
+    m_issuer = new QLineEdit;
+    m_issuer->setAccessibleName(Localization::text("Sign-in address"));
+    m_issuerLabel = fieldLabel(Localization::text("Sign-in addr&ess:"), m_issuer);
     m_server = new QGroupBox(Localization::text("Server"));
     auto* serverForm = new QFormLayout(m_server);
     serverForm->addRow(fieldLabel(Localization::text("IMAP ser&ver:"), m_host), m_host);
     serverForm->addRow(fieldLabel(Localization::text("Securit&y:"), m_security), m_security);
     serverForm->addRow(fieldLabel(Localization::text("P&ort:"), m_port), m_port);
     serverForm->addRow(fieldLabel(Localization::text("&Login name:"), m_user), m_user);
+    serverForm->addRow(fieldLabel(Localization::text("Sig&n-in:"), m_auth), m_auth);
+    serverForm->addRow(m_issuerLabel, m_issuer);
 
     m_password = new QLineEdit;
     m_password->setEchoMode(QLineEdit::Password);
@@ -87,11 +102,10 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     m_passwordNote->setWordWrap(true);
     m_passwordNote->setTextFormat(Qt::RichText);
     m_passwordNote->setOpenExternalLinks(true);
-    m_foldersNote = new QLabel(
-        Localization::text("The To Do and Memo lists' folders are chosen later, from the server's own "
-                           "list; until then To Do shows the inbox's flagged messages."));
-    m_foldersNote->setWordWrap(true);
+    m_folders = new FolderChooser;
 
+    m_signIn = new QPushButton(Localization::text("Sign in with the &browser"));
+    m_signIn->setAccessibleName(Localization::text("Sign in with the browser"));
     m_test = new QPushButton(Localization::text("&Test connection"));
     m_test->setAccessibleName(Localization::text("Test connection"));
     m_save = new QPushButton(Localization::text("&Save"));
@@ -108,6 +122,7 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     auto* form = new QFormLayout;
     form->addRow(fieldLabel(Localization::text("Mail &address:"), m_mail), m_mail);
     auto* buttons = new QHBoxLayout;
+    buttons->addWidget(m_signIn);
     buttons->addWidget(m_test);
     buttons->addStretch();
     buttons->addWidget(m_cancel);
@@ -122,7 +137,7 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     layout->addWidget(m_server);
     layout->addLayout(passwordForm);
     layout->addWidget(m_passwordNote);
-    layout->addWidget(m_foldersNote);
+    layout->addWidget(m_folders);
     layout->addLayout(buttons);
     layout->addWidget(m_result);
     layout->addStretch();
@@ -132,21 +147,37 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     setTabOrder(m_host, m_security);
     setTabOrder(m_security, m_port);
     setTabOrder(m_port, m_user);
-    setTabOrder(m_user, m_password);
-    setTabOrder(m_password, m_test);
-    setTabOrder(m_test, m_save);
+    setTabOrder(m_user, m_auth);
+    setTabOrder(m_auth, m_issuer);
+    setTabOrder(m_issuer, m_password);
+    setTabOrder(m_password, m_signIn);
+    setTabOrder(m_signIn, m_test);
+    setTabOrder(m_test, m_folders->firstField());
+    setTabOrder(m_folders->lastField(), m_save);
     setTabOrder(m_save, m_cancel);
 
     connect(m_mail, &QLineEdit::textChanged, this, &AddAccountPage::addressChanged);
+    connect(m_auth, &QComboBox::currentIndexChanged, this, &AddAccountPage::addressChanged);
+    // A sign-in is for the address and the provider it was made with: another one needs its own.
+    connect(m_issuer, &QLineEdit::textChanged, this, &AddAccountPage::forgetUnsavedSignIn);
     connect(m_security, &QComboBox::currentIndexChanged, this, [this] {
         // The usual port goes with the security, unless the person typed another one.
         const bool tls = m_security->currentData().toString() == QLatin1String("tls");
         if (m_port->value() == (tls ? PlainPort : TlsPort))
             m_port->setValue(tls ? TlsPort : PlainPort);
     });
+    connect(m_signIn, &QPushButton::clicked, this, &AddAccountPage::signIn);
     connect(m_test, &QPushButton::clicked, this, &AddAccountPage::testConnection);
     connect(m_save, &QPushButton::clicked, this, &AddAccountPage::save);
     connect(m_cancel, &QPushButton::clicked, this, [this] {
+        // While the browser is awaited, Cancel stops that wait and stays: the person may want to
+        // try again, or use a password instead.
+        if (m_signInJob != nullptr) {
+            m_signInJob->cancel();
+            showResult(Localization::text("Stopping the sign-in…"), true);
+            return;
+        }
+        forgetUnsavedSignIn();
         // A test goes on to its end on its own thread; a save under way still completes (the list
         // shows the account when it does): neither is cut off half way.
         if (m_job != nullptr) {
@@ -158,16 +189,25 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     addressChanged();
 }
 
-AddAccountPage::~AddAccountPage() = default;
+AddAccountPage::~AddAccountPage() {
+    // A window closed after a sign-in that was never saved leaves nothing in the keyring.
+    forgetUnsavedSignIn();
+}
 
 void AddAccountPage::clear() {
     if (m_job != nullptr) {
         m_job->abandon();
         m_job = nullptr;
     }
-    for (QLineEdit* field : {m_mail, m_host, m_user, m_password})
+    if (m_signInJob != nullptr) {
+        m_signInJob->abandon();
+        m_signInJob = nullptr;
+    }
+    forgetUnsavedSignIn();
+    for (QLineEdit* field : {m_mail, m_host, m_user, m_password, m_issuer})
         field->clear();
     m_security->setCurrentIndex(0);
+    m_auth->setCurrentIndex(0);
     m_port->setValue(TlsPort);
     m_result->clear();
     setBusy(nullptr, QString());
@@ -180,7 +220,7 @@ QString AddAccountPage::resultText() const {
 }
 
 bool AddAccountPage::isBusy() const {
-    return m_job != nullptr;
+    return m_job != nullptr || m_signInJob != nullptr;
 }
 
 std::optional<ProviderTable::Provider> AddAccountPage::provider() const {
@@ -194,15 +234,29 @@ bool AddAccountPage::signsInOnly() const {
     return p && p->auth == OAuth2 && p->passwordsRefused;
 }
 
+bool AddAccountPage::usesBrowser() const {
+    if (m_signedIn || signsInOnly())
+        return true;
+    return !provider() && m_auth->currentData().toString() == OAuth2;
+}
+
 void AddAccountPage::addressChanged() {
+    forgetUnsavedSignIn();
+    // Another address may be another server: its folders come with its own test.
+    m_folders->reset();
     const QString mail = m_mail->text().trimmed();
     const std::optional<ProviderTable::Provider> p = provider();
     const bool typed = mail.contains(u'@') && !ProviderTable::domainOf(mail).isEmpty();
     m_server->setVisible(typed && !p);
-    const bool password = !signsInOnly();
+    const bool browser = !p && m_auth->currentData().toString() == OAuth2;
+    m_issuerLabel->setVisible(browser);
+    m_issuer->setVisible(browser);
+    const bool password = !signsInOnly() && !browser;
     m_passwordLabel->setVisible(password);
     m_password->setVisible(password);
+    // A test needs a password, or a finished sign-in: signIn() shows it then.
     m_test->setVisible(password);
+    m_signIn->setVisible(typed && ((p && p->auth == OAuth2) || (!p && browser)));
     m_passwordNote->clear();
     if (!typed) {
         if (m_providers)
@@ -217,6 +271,7 @@ void AddAccountPage::addressChanged() {
         const ProviderTable::Provider guess = ProviderTable::fallback(mail);
         if (m_host->text().isEmpty())
             m_host->setPlaceholderText(guess.host);
+        m_issuer->setPlaceholderText(QStringLiteral("https://") + ProviderTable::domainOf(mail));
         m_providerText->setText(
             Localization::text("Your provider is not in the list this program knows: give its IMAP "
                                "server's settings (your provider's help pages name them)."));
@@ -233,12 +288,11 @@ void AddAccountPage::addressChanged() {
                   .arg(p->appPasswordUrl.toHtmlEscaped(), Localization::text("Make one at your provider."));
     if (signsInOnly()) {
         m_passwordNote->setText(Localization::text(
-            "It takes no password: you sign in in your browser. This window cannot do that yet: save the "
-            "account, then run the command it shows."));
+            "It takes no password: press Sign in with the browser and finish there, then save."));
     } else if (p->auth == OAuth2) {
         m_passwordNote->setText(
-            Localization::text("Use an app password made for this program, not your account's password "
-                               "(signing in in the browser is not in this window yet).") +
+            Localization::text("Sign in with the browser; or use an app password made for this program, "
+                               "not your account's password.") +
             where);
     } else if (p->appPassword) {
         m_passwordNote->setText(
@@ -248,7 +302,7 @@ void AddAccountPage::addressChanged() {
     }
 }
 
-AccountGroup AddAccountPage::group() const {
+AccountGroup AddAccountPage::group(bool browser) const {
     const BridgeConfig config = BridgeConfig::load(m_configPath);
     const QString mail = m_mail->text().trimmed();
     QVariantMap keys{{QStringLiteral("mail"), mail}};
@@ -257,7 +311,7 @@ AccountGroup AddAccountPage::group() const {
         keys.insert(QStringLiteral("port"), QString::number(p->port));
         keys.insert(QStringLiteral("security"), p->security);
         keys.insert(QStringLiteral("user"), mail);
-        if (signsInOnly()) {
+        if (browser) {
             keys.insert(QStringLiteral("auth"), OAuth2);
             keys.insert(QStringLiteral("oauthProvider"), p->oauthProvider);
         }
@@ -268,7 +322,23 @@ AccountGroup AddAccountPage::group() const {
         keys.insert(QStringLiteral("port"), QString::number(m_port->value()));
         keys.insert(QStringLiteral("security"), m_security->currentData().toString());
         keys.insert(QStringLiteral("user"), user.isEmpty() ? mail : user);
+        if (browser) {
+            // Found from the provider's published metadata, as `oauthProvider = discover` does: the
+            // issuer is the IMAP server's own address unless the person names another.
+            keys.insert(QStringLiteral("auth"), OAuth2);
+            keys.insert(QStringLiteral("oauthProvider"), Discover);
+            const QString issuer = m_issuer->text().trimmed();
+            if (!issuer.isEmpty())
+                keys.insert(QStringLiteral("oauthIssuer"), issuer);
+        }
     }
+    // Written as `account add` writes them: the inbox unless it is INBOX, the others when chosen.
+    if (m_folders->inbox() != QLatin1String("INBOX"))
+        keys.insert(QStringLiteral("inbox"), m_folders->inbox());
+    if (!m_folders->todo().isEmpty())
+        keys.insert(QStringLiteral("todo"), m_folders->todo());
+    if (!m_folders->memo().isEmpty())
+        keys.insert(QStringLiteral("memo"), m_folders->memo());
     return AccountGroup(AccountGroup::suggestedName(mail, config), keys);
 }
 
@@ -281,7 +351,7 @@ QString AddAccountPage::problem(const AccountGroup& group, const BridgeConfig::A
         return Localization::text("%1 is already the account %2.").arg(mail, taken->name);
     if (!account.problem.isEmpty())
         return account.problem;
-    if (!signsInOnly() && m_password->text().isEmpty())
+    if (account.auth != BridgeConfig::Auth::OAuth2 && m_password->text().isEmpty())
         return Localization::text("Type the password first.");
     return QString();
 }
@@ -294,8 +364,9 @@ void AddAccountPage::showResult(const QString& text, bool ok) {
 void AddAccountPage::setBusy(BackgroundJob* job, const QString& what) {
     m_job = job;
     const bool busy = job != nullptr;
-    m_test->setEnabled(!busy);
-    m_save->setEnabled(!busy);
+    m_test->setEnabled(!busy && m_signInJob == nullptr);
+    m_save->setEnabled(!busy && m_signInJob == nullptr);
+    m_signIn->setEnabled(!busy && m_signInJob == nullptr);
     if (busy)
         showResult(what, true);
 }
@@ -309,28 +380,40 @@ void AddAccountPage::finishJob() {
 void AddAccountPage::testConnection() {
     if (m_job != nullptr)
         return;
-    const AccountGroup g = group();
+    const AccountGroup g = group(usesBrowser());
     const BridgeConfig::Account account = g.read();
     const QString wrong = problem(g, account);
     if (!wrong.isEmpty()) {
         showResult(wrong, false);
         return;
     }
-    // The password goes to the check's thread and the server only; it is not kept anywhere.
-    auto result = std::make_shared<AccountSync::Result>();
-    const QString password = m_password->text();
+    // The password goes to the check's thread and the server only; it is not kept anywhere. After
+    // a sign-in the check logs in with the sign-in's token, as the bridge will.
+    // The same connection then lists the server's folders, for the lists to be chosen from.
+    auto result = std::make_shared<LiveBridge::FolderCheck>();
+    const std::optional<QString> password =
+        usesBrowser() ? std::nullopt : std::optional<QString>(m_password->text());
     const int timeout = m_timeoutSeconds;
-    auto* job =
-        new BackgroundJob([result, account, password,
-                           timeout] { *result = LiveBridge::checkAccount(account, password, timeout); },
-                          this);
+    auto* job = new BackgroundJob(
+        [result, account, password, timeout] {
+            *result = LiveBridge::checkAndListFolders(account, password, timeout);
+        },
+        this);
     connect(job, &BackgroundJob::finished, this, [this, result] {
         finishJob();
-        if (result->ok)
-            showResult(Localization::text("Connection ok: the server took the login and the inbox opened."),
+        if (!result->check.ok) {
+            showResult(result->check.error, false);
+            return;
+        }
+        if (!result->listError.isEmpty()) {
+            showResult(Localization::text("Connection ok, but the server's folders could not be listed: %1")
+                           .arg(result->listError),
                        true);
-        else
-            showResult(result->error, false);
+            return;
+        }
+        m_folders->setFolders(result->folders, result->moreFolders);
+        showResult(Localization::text("Connection ok: the server took the login and the inbox opened."),
+                   true);
     });
     setBusy(job, Localization::text("Testing the connection…"));
     job->start();
@@ -339,7 +422,7 @@ void AddAccountPage::testConnection() {
 void AddAccountPage::save() {
     if (m_job != nullptr)
         return;
-    const AccountGroup g = group();
+    const AccountGroup g = group(usesBrowser());
     const BridgeConfig::Account account = g.read();
     const QString wrong = problem(g, account);
     if (!wrong.isEmpty()) {
@@ -352,7 +435,8 @@ void AddAccountPage::save() {
     };
     auto outcome = std::make_shared<Outcome>();
     const QString path = m_configPath;
-    const bool withPassword = !signsInOnly();
+    const bool withPassword = !usesBrowser();
+    const bool signedIn = m_signedIn.has_value();
     const QString password = m_password->text();
     auto* job = new BackgroundJob(
         [outcome, g, account, path, withPassword, password] {
@@ -363,21 +447,77 @@ void AddAccountPage::save() {
         },
         this);
     const QString& name = g.name();
-    connect(job, &BackgroundJob::finished, this, [this, outcome, name, withPassword] {
+    connect(job, &BackgroundJob::finished, this, [this, outcome, name, withPassword, signedIn] {
         finishJob();
         if (!outcome->ok) {
             showResult(outcome->error, false);
             return;
         }
+        // The sign-in now belongs to the saved account.
+        m_signedIn.reset();
         const QString note =
-            withPassword ? QString()
-                         : Localization::text(
-                               "Sign in in your browser to finish: run corvina-mail-bridge account signin %1")
-                               .arg(name);
+            withPassword || signedIn
+                ? QString()
+                : Localization::text("Sign in in your browser to finish: select it and press "
+                                     "Sign in again (or run corvina-mail-bridge account "
+                                     "signin %1).")
+                      .arg(name);
         emit saved(name, note);
     });
     setBusy(job, Localization::text("Saving…"));
     job->start();
+}
+
+void AddAccountPage::signIn() {
+    if (isBusy())
+        return;
+    forgetUnsavedSignIn();
+    const AccountGroup g = group(true);
+    const BridgeConfig::Account account = g.read();
+    const QString wrong = problem(g, account);
+    if (!wrong.isEmpty()) {
+        showResult(wrong, false);
+        return;
+    }
+    m_signInJob = new SignInJob(account, SignInJob::BrowserWaitSeconds, m_timeoutSeconds, this);
+    connect(m_signInJob, &SignInJob::finished, this, [this](bool ok, const QString& error) {
+        const BridgeConfig::Account signedIn = m_signInJob->account();
+        m_signInJob->deleteLater();
+        m_signInJob = nullptr;
+        setBusy(nullptr, QString());
+        m_signedIn = signedIn;
+        if (!ok) {
+            // A client id a provider registered on the way is no use to an account never saved.
+            forgetUnsavedSignIn();
+            showResult(Localization::text("Not signed in: %1").arg(error), false);
+            return;
+        }
+        m_test->setVisible(true);
+        showResult(Localization::text("Signed in as %1 in the browser. Test the connection, or save the "
+                                      "account.")
+                       .arg(signedIn.mail),
+                   true);
+    });
+    setBusy(nullptr, QString());
+    showResult(Localization::text("Waiting for you to finish in the browser… (Cancel stops waiting)"), true);
+    m_signInJob->start();
+}
+
+void AddAccountPage::forgetUnsavedSignIn() {
+    if (!m_signedIn)
+        return;
+    // The name is the new account's, which bridge.conf does not have: only what this page's sign-in
+    // stored is taken.
+    const QString name = m_signedIn->name;
+    m_signedIn.reset();
+    auto* job = new BackgroundJob(
+        [name] {
+            QString ignored;
+            SecretStore().clear(name, &ignored);
+        },
+        this);
+    job->start();
+    job->abandon();
 }
 
 } // namespace corvina

@@ -18,6 +18,8 @@ class QSpinBox;
 namespace corvina {
 
 class BackgroundJob;
+class FolderChooser;
+class SignInJob;
 
 // The Accounts window's page for a new account. The mail address first: a provider of the
 // providers table (the one `account add` reads) fills in the server and shows only what is still
@@ -25,6 +27,11 @@ class BackgroundJob;
 // (what `corvina-mail-bridge check` runs) with the typed password and shows its line; "Save" writes
 // the account and its password through the same code as `account add`, and only when pressed.
 // Both run off the GUI thread; Cancel while they run leaves them to end on their own.
+// An account that signs in in the browser (a provider that takes it, or another server whose
+// provider publishes its sign-in) has "Sign in with the browser": the bridge's own sign-in
+// (SignInJob), whose refresh token goes to the keyring; Cancel then stops waiting for the browser.
+// The account is still saved only by Save, like after a test; a sign-in left unsaved (Cancel,
+// the page left) is taken out of the keyring again.
 class AddAccountPage : public QWidget {
     Q_OBJECT
 public:
@@ -36,8 +43,12 @@ public:
     void clear();
     // The line of the last test or save (what the person reads under the buttons).
     QString resultText() const;
-    // Whether a test or a save is under way.
+    // Whether a test, a sign-in or a save is under way.
     bool isBusy() const;
+    // The choice of the lists' folders (the server's, after a connection test).
+    FolderChooser& folders() { return *m_folders; }
+    // Whether a sign-in in the browser was finished for the account the page would save.
+    bool isSignedIn() const { return m_signedIn.has_value(); }
 
 signals:
     // The account `name` was written into bridge.conf; `note` says what is still to do, or is empty.
@@ -49,8 +60,14 @@ private:
     std::optional<ProviderTable::Provider> provider() const;
     // Shows what the typed address needs: the server's fields, or the provider's words.
     void addressChanged();
-    // The group the fields make, as `account add` would write it for the same answers.
-    AccountGroup group() const;
+    // The group the fields make, as `account add` would write it for the same answers; `browser`:
+    // one that signs in in the browser.
+    AccountGroup group(bool browser) const;
+    // Whether the account would sign in in the browser rather than with a password.
+    bool usesBrowser() const;
+    void signIn();
+    // Takes an unsaved sign-in out of the keyring again (on a thread nobody waits for).
+    void forgetUnsavedSignIn();
     // What is wrong before anything can be tried (no address, an address already configured...),
     // or empty.
     QString problem(const AccountGroup& group, const BridgeConfig::Account& account) const;
@@ -73,15 +90,22 @@ private:
     QSpinBox* m_port = nullptr;
     QComboBox* m_security = nullptr;
     QLineEdit* m_user = nullptr;
+    QComboBox* m_auth = nullptr;
+    QLabel* m_issuerLabel = nullptr;
+    QLineEdit* m_issuer = nullptr;
     QLabel* m_passwordLabel = nullptr;
     QLineEdit* m_password = nullptr;
     QLabel* m_passwordNote = nullptr;
-    QLabel* m_foldersNote = nullptr;
+    FolderChooser* m_folders = nullptr;
+    QPushButton* m_signIn = nullptr;
     QPushButton* m_test = nullptr;
     QPushButton* m_save = nullptr;
     QPushButton* m_cancel = nullptr;
     QLabel* m_result = nullptr;
     BackgroundJob* m_job = nullptr;
+    SignInJob* m_signInJob = nullptr;
+    // The account as it was signed in (its name and mail key the refresh token), until saved.
+    std::optional<BridgeConfig::Account> m_signedIn;
 };
 
 } // namespace corvina

@@ -8,8 +8,7 @@
 namespace corvina {
 
 // `account signin ACCOUNT`: the OAuth 2 sign-in of an account with auth = oauth2 and an
-// oauthProvider, in the person's browser (OAuthSignIn). The browser is the environment's BROWSER
-// when set (one program, given the address as its argument), else xdg-open.
+// oauthProvider, in the person's browser: BrowserSignIn, which the Accounts window runs too.
 class SignInCommand {
 public:
     enum Status : int { Ok = 0, Failed = 1, UsageError = 2 };

@@ -190,6 +190,18 @@ bool OAuthSignIn::run(const OAuthEndpoints::Settings& settings, const Options& o
     wait.setSingleShot(true);
     QObject::connect(&wait, &QTimer::timeout, &loop, &QEventLoop::quit);
     wait.start(options.waitMs);
+    // A person who gives up waiting ends the wait at once; nothing has been traded or stored yet.
+    bool cancelled = false;
+    QTimer cancelPoll;
+    if (options.cancelled) {
+        QObject::connect(&cancelPoll, &QTimer::timeout, &loop, [&] {
+            if (!redirect.arrived && options.cancelled()) {
+                cancelled = true;
+                loop.quit();
+            }
+        });
+        cancelPoll.start(CancelPollMs);
+    }
     flow.grant();
     // Deliberate: the code is traded below, not by the flow. Qt 6.4's flow only writes a warning
     // when the token endpoint refuses the code (or a redirect comes without one), and would leave
@@ -198,8 +210,13 @@ bool OAuthSignIn::run(const OAuthEndpoints::Settings& settings, const Options& o
     QObject::disconnect(&listener, &QAbstractOAuthReplyHandler::callbackReceived, &flow, nullptr);
 
     say(QStringLiteral("Waiting for the browser (at most %1 s)...").arg(options.waitMs / 1000));
-    if (browserProblem.isEmpty() && !redirect.arrived)
-        loop.exec();
+    if (browserProblem.isEmpty() && !redirect.arrived) {
+        if (options.cancelled && options.cancelled())
+            cancelled = true;
+        else
+            loop.exec();
+    }
+    cancelPoll.stop();
     // The listener's page goes out from the event loop: give it a moment to reach the browser
     // before the listener closes (a local socket; this is plenty even on a busy machine).
     if (redirect.arrived) {
@@ -209,6 +226,8 @@ bool OAuthSignIn::run(const OAuthEndpoints::Settings& settings, const Options& o
     listener.close();
     if (!browserProblem.isEmpty())
         return fail(error, browserProblem);
+    if (cancelled)
+        return fail(error, QStringLiteral("the sign-in was cancelled; nothing was stored"));
     if (!redirect.arrived)
         return fail(error,
                     QStringLiteral("the browser did not come back within %1 s").arg(options.waitMs / 1000));

@@ -17,8 +17,8 @@ namespace corvina {
 // For oauthProvider = discover without a client id it first registers the bridge with the
 // provider (RFC 7591) and keeps the client id beside the refresh token.
 //
-// Runs an event loop on the calling thread until it is done: meant for the `account signin`
-// subcommand.
+// Runs an event loop on the calling thread until it is done: the `account signin` subcommand
+// calls it on its main thread, the Accounts window on a thread of its own (BrowserSignIn).
 class OAuthSignIn {
 public:
     struct Options {
@@ -31,7 +31,13 @@ public:
         std::function<bool(const QUrl& url, QString* error)> openBrowser;
         // Tells the person what happens ("Waiting for the browser..."), one line each.
         std::function<void(const QString& line)> progress;
+        // Asked a few times a second while the browser is awaited, from the sign-in's own thread:
+        // true ends the wait (a window's Cancel). Unset: only the wait's deadline ends it.
+        std::function<bool()> cancelled;
     };
+
+    // How often `cancelled` is asked while the browser is awaited.
+    static constexpr int CancelPollMs = 100;
 
     // What the browser is shown once the redirect arrived.
     static QString signedInPage();

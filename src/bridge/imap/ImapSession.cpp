@@ -7,6 +7,8 @@
 #include "TokenLogin.h"
 
 #include <QDeadlineTimer>
+#include <QSet>
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -963,6 +965,46 @@ std::optional<QString> ImapSession::specialUseFolder(const QString& use) {
         }
     }
     return QString(QLatin1String(""));
+}
+
+std::optional<QStringList> ImapSession::listFolders(bool* more) {
+    if (more != nullptr)
+        *more = false;
+    if (m_imap == nullptr) {
+        fail(Failure::ConnectionLost, QStringLiteral("not connected"));
+        return std::nullopt;
+    }
+    clist* raw = nullptr;
+    arm(AnswerBytes, ListAnswerCount);
+    const int result = mailimap_list(m_imap, "", "*", &raw);
+    Owned<clist, freeListResult> list(raw);
+    if (!check(result, QStringLiteral("LIST")))
+        return std::nullopt;
+    QStringList folders;
+    QSet<QString> seen;
+    for (clistiter* it = clist_begin(list.p); it != nullptr; it = clist_next(it)) {
+        const auto* mailbox = static_cast<const mailimap_mailbox_list*>(clist_content(it));
+        if (mailbox == nullptr || mailbox->mb_name == nullptr)
+            continue;
+        const mailimap_mbx_list_flags* flags = mailbox->mb_flag;
+        if (flags != nullptr && flags->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
+            flags->mbf_sflag == MAILIMAP_MBX_LIST_SFLAG_NOSELECT)
+            continue;
+        const QString name = folderFromWire(mailbox->mb_name);
+        const bool control = std::any_of(name.cbegin(), name.cend(), [](QChar c) {
+            return c.category() == QChar::Other_Control || c.category() == QChar::Other_Format;
+        });
+        if (name.isEmpty() || control || seen.contains(name))
+            continue;
+        if (folders.size() == MostFolders) {
+            if (more != nullptr)
+                *more = true;
+            break;
+        }
+        seen.insert(name);
+        folders << name;
+    }
+    return folders;
 }
 
 bool ImapSession::fetchOne(quint32 uid, mailimap_fetch_type* type, const QString& what,

@@ -153,6 +153,14 @@ public:
     // The folder the server marks with the special use `use` (\Archive, \Trash) in its LIST
     // answer; an empty string when it marks none; nullopt when the list cannot be had.
     std::optional<QString> specialUseFolder(const QString& use);
+    // The folders that can be opened (the server's LIST of everything, without \Noselect names),
+    // decoded, in the server's order, each once. A name with a control character is left out: no
+    // line of bridge.conf could hold it and no person could read it. The answer is bounded as any
+    // (AnswerBytes, ListAnswerCount); at most MostFolders are kept, `*more` (when given) is true
+    // when there were more. Nothing when the list cannot be had.
+    std::optional<QStringList> listFolders(bool* more = nullptr);
+    // Far more folders than a person picks from; a server with shared folders may list thousands.
+    static constexpr int MostFolders = 2000;
     // The size of message `uid` of the open folder; -1 when there is no such message.
     std::optional<qint64> messageSize(quint32 uid);
     // Message `uid` of the open folder as the server keeps it, without marking it seen. Refused

@@ -173,7 +173,7 @@ bool LiveBridge::syncOnce() {
 
 AccountSync::Result LiveBridge::attempt(const BridgeConfig::Account& account,
                                         const AccountWorker::PasswordSource& passwords, int timeoutSeconds,
-                                        bool checkOnly) {
+                                        bool checkOnly, const std::function<void(AccountSync&)>& afterCheck) {
     AccountSync::Result result;
     if (!account.problem.isEmpty()) {
         result.error = account.problem;
@@ -196,7 +196,12 @@ AccountSync::Result LiveBridge::attempt(const BridgeConfig::Account& account,
             QDeadlineTimer(sync.session().deadline().remainingTime() + took.elapsed()));
         return again;
     };
-    return checkOnly ? sync.check(source) : sync.run(source);
+    if (!checkOnly)
+        return sync.run(source);
+    AccountSync::Result checked = sync.check(source);
+    if (checked.ok && afterCheck)
+        afterCheck(sync);
+    return checked;
 }
 
 AccountSync::Result LiveBridge::checkAccount(const BridgeConfig::Account& account, int timeoutSeconds) {
@@ -209,6 +214,29 @@ AccountSync::Result LiveBridge::checkAccount(const BridgeConfig::Account& accoun
         return std::optional<AccountCredential>(password);
     };
     return attempt(account, typed, timeoutSeconds, true);
+}
+
+LiveBridge::FolderCheck LiveBridge::checkAndListFolders(const BridgeConfig::Account& account,
+                                                        const std::optional<QString>& password,
+                                                        int timeoutSeconds) {
+    FolderCheck found;
+    const auto list = [&found](AccountSync& sync) {
+        const std::optional<QStringList> folders = sync.session().listFolders(&found.moreFolders);
+        if (folders)
+            found.folders = *folders;
+        else
+            found.listError = sync.session().errorText();
+    };
+    if (password) {
+        const AccountWorker::PasswordSource source = [typed = *password](const BridgeConfig::Account&,
+                                                                         QString*) {
+            return std::optional<AccountCredential>(typed);
+        };
+        found.check = attempt(account, source, timeoutSeconds, true, list);
+    } else {
+        found.check = attempt(account, &obtainPassword, timeoutSeconds, true, list);
+    }
+    return found;
 }
 
 void LiveBridge::openUris(const QStringList& uris, const QVariantMap& platformData) {

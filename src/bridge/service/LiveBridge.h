@@ -15,7 +15,9 @@
 #include <QStringList>
 #include <QThread>
 #include <QVariantMap>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 class QThread;
@@ -77,6 +79,18 @@ public:
     // window's "Test connection" runs before the account is saved.
     static AccountSync::Result checkAccount(const BridgeConfig::Account& account, const QString& password,
                                             int timeoutSeconds);
+    // "Test connection" with the server's folders to choose from: the same check (with `password`
+    // when given, else what the account logs in with), then on the same connection and within the
+    // same deadline the server's folders (ImapSession::listFolders). The folders are empty, with
+    // `listError` one line, when the check passed but the list could not be had.
+    struct FolderCheck {
+        AccountSync::Result check;
+        QStringList folders;
+        bool moreFolders = false; // the server listed more than ImapSession::MostFolders
+        QString listError;
+    };
+    static FolderCheck checkAndListFolders(const BridgeConfig::Account& account,
+                                           const std::optional<QString>& password, int timeoutSeconds);
     // Carries out the command URLs of one request (see CommandCenter::open).
     void openUris(const QStringList& uris, const QVariantMap& platformData);
     CommandCenter& commands() { return m_commands; }
@@ -116,9 +130,11 @@ private:
     // One account's attempt of --once (a whole sync) or of check (`checkOnly`): a person reads
     // --timeout as "this account is given up after that long", so one deadline holds for the whole
     // attempt (password, connection, login, every list, goodbye), not only for each wait.
+    // `afterCheck`: called with the logged-in sync when a check passed, before the goodbye.
     static AccountSync::Result attempt(const BridgeConfig::Account& account,
                                        const AccountWorker::PasswordSource& passwords, int timeoutSeconds,
-                                       bool checkOnly);
+                                       bool checkOnly,
+                                       const std::function<void(AccountSync&)>& afterCheck = {});
     // What an earlier bridge, killed while writing, left in the shared folder.
     void removeLeftovers();
 

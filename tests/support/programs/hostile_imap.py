@@ -17,6 +17,12 @@ the bridge's sync and check, then does what --mode says:
   close              close each connection at once, before any greeting
   cut                in the answer to FETCH, announce a literal of 79 bytes, send 5 of them and
                      close the connection
+  folders            answer LIST with INBOX and --count more folders
+  endless-list       answer LIST with folder after folder, without end
+  control-names      answer LIST with folders whose names hold control characters (a tab, a bell,
+                     DEL, a line break in a literal) beside INBOX, Work, Notes and a folder that cannot be opened
+
+Without one of the LIST modes, LIST names no folder at all.
 
 With --cert and --key it speaks TLS (implicit, as on port 993) and, with --record, writes every byte
 received after the handshake to that file, and makes FILE.ended when the client has gone. It prints its port on the first line of standard output
@@ -150,6 +156,31 @@ class Session:
                     for _ in range(self.options.count // 1000):
                         self.send(noise)
                 self.send(done)
+            elif command == b'LIST':
+                if mode == 'folders':
+                    self.send(b'* LIST () "/" "INBOX"\r\n')
+                    batch = []
+                    for n in range(self.options.count):
+                        batch.append(f'* LIST () "/" "Folder {n}"\r\n'.encode())
+                        if len(batch) == 1000:
+                            self.send(b''.join(batch))
+                            batch = []
+                    self.send(b''.join(batch))
+                elif mode == 'endless-list':
+                    n = 0
+                    while True:
+                        self.send(b''.join(f'* LIST () "/" "Spam {n + i}"\r\n'.encode() for i in range(1000)))
+                        n += 1000
+                elif mode == 'control-names':
+                    self.send(b'* LIST () "/" "INBOX"\r\n'
+                              b'* LIST () "/" "Tab\tName"\r\n'
+                              b'* LIST () "/" "Work"\r\n'
+                              b'* LIST () "/" "Bell\x07Name"\r\n'
+                              b'* LIST (\\Noselect) "/" "Parent"\r\n'
+                              b'* LIST () "/" "Del\x7fName"\r\n'
+                              b'* LIST () "/" {9}\r\nTwo\r\nLine\r\n'
+                              b'* LIST () "/" "Notes"\r\n')
+                self.send(done)
             elif command == b'UID SEARCH':
                 self.send(b'* SEARCH\r\n' + done)
             elif command == b'UID FETCH':
@@ -195,7 +226,8 @@ def handle(conn, options, context):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument('--mode', default='normal',
-                        choices=['normal', 'reset', 'trickle', 'flood', 'lines', 'uid', 'words', 'close', 'cut'])
+                        choices=['normal', 'reset', 'trickle', 'flood', 'lines', 'uid', 'words', 'close', 'cut',
+                                 'folders', 'endless-list', 'control-names'])
     parser.add_argument('--count', type=int, default=200000)
     parser.add_argument('--uid', default='2')
     parser.add_argument('--recipients', type=int, default=1)

@@ -1,0 +1,159 @@
+// The lists' folders chosen on the Accounts window's add page from the server's own list, in-process
+// (offscreen) against the test's Dovecot and a real keyring: the defaults before a test, the
+// server's folders after it, and the chosen ones in bridge.conf after Save.
+#include "accounts/AccountsWindow.h"
+#include "accounts/AddAccountPage.h"
+#include "accounts/FolderChooser.h"
+#include "bridge/BridgeTesting.h"
+#include "bridge/config/SecretStore.h"
+#include "support/KeyringDaemon.h"
+#include "support/PrivateSessionBus.h"
+
+#include <QComboBox>
+#include <QDir>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSettings>
+#include <QSpinBox>
+#include <QTest>
+#include <gtest/gtest.h>
+
+namespace corvina::test {
+namespace {
+
+template <class W> W* named(QWidget& root, const QString& name) {
+    for (W* w : root.findChildren<W*>()) {
+        if (w->accessibleName() == name)
+            return w;
+    }
+    return nullptr;
+}
+
+QStringList itemsOf(QComboBox* box) {
+    QStringList items;
+    for (int i = 0; i < box->count(); ++i)
+        items << box->itemText(i);
+    return items;
+}
+
+// Draws the window as it is now into the folder CORVINA_ACCOUNTS_SHOTS names, if any (how
+// docs/accounts-*.png are made).
+void shoot(QWidget& window, const QString& name) {
+    const QString folder = qEnvironmentVariable("CORVINA_ACCOUNTS_SHOTS");
+    if (folder.isEmpty())
+        return;
+    QDir().mkpath(folder);
+    // The layout follows a changed text through posted events: drawn before them, a label would
+    // keep the size of its old text.
+    for (int i = 0; i < 3; ++i)
+        QCoreApplication::processEvents();
+    EXPECT_TRUE(window.grab().save(QDir(folder).filePath(QStringLiteral("accounts-%1.png").arg(name))));
+}
+
+class FolderChoiceTest : public BridgeServerTest {
+protected:
+    void SetUp() override {
+        BridgeServerTest::SetUp();
+        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        QString error;
+        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+        config = configDir.filePath(QStringLiteral("bridge.conf"));
+        server.createFolder(User, QStringLiteral("To Do"));
+        server.createFolder(User, QStringLiteral("Notizen &AOQ-"));
+    }
+    void TearDown() override {
+        keyring.stop();
+        SecretStore::forgetService();
+    }
+
+    // Ada's account on the test's server, as a person fills it in.
+    void fillIn(AddAccountPage& page, const QString& password) {
+        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Mail address")), Mail);
+        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("IMAP server")), server.host());
+        QComboBox* security = named<QComboBox>(page, QStringLiteral("Security"));
+        security->setCurrentIndex(security->findData(QStringLiteral("none")));
+        named<QSpinBox>(page, QStringLiteral("Port"))->setValue(server.port());
+        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Login name")), User);
+        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Password")), password);
+    }
+    static void press(AddAccountPage& page, const QString& button) {
+        QPushButton* b = named<QPushButton>(page, button);
+        ASSERT_NE(b, nullptr);
+        QTest::mouseClick(b, Qt::LeftButton);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !page.isBusy(); }, 60000));
+    }
+
+    KeyringDaemon keyring;
+    QString config;
+};
+
+TEST_F(FolderChoiceTest, TheServersFoldersAreOfferedAfterATestAndTheChosenOnesSaved) {
+    AccountsWindow window(config, configDir.filePath(QStringLiteral("status.json")), 10);
+    window.show();
+    window.showAddPage();
+    AddAccountPage& page = window.addPage();
+    QComboBox* inbox = named<QComboBox>(page, QStringLiteral("Inbox folder"));
+    QComboBox* todo = named<QComboBox>(page, QStringLiteral("To Do folder"));
+    QComboBox* memo = named<QComboBox>(page, QStringLiteral("Memo folder"));
+    ASSERT_TRUE(inbox && todo && memo);
+    // Before a test: the defaults, nothing to choose yet.
+    fillIn(page, Password);
+    EXPECT_FALSE(page.folders().hasFolders());
+    EXPECT_FALSE(todo->isEnabled());
+    EXPECT_EQ(itemsOf(inbox), QStringList{QStringLiteral("INBOX")});
+    EXPECT_EQ(itemsOf(todo), QStringList{QStringLiteral("The inbox's flagged messages")});
+    EXPECT_EQ(itemsOf(memo), QStringList{QStringLiteral("No Memo list")});
+
+    // A refused test offers nothing.
+    named<QLineEdit>(page, QStringLiteral("Password"))->setText(QStringLiteral("wrong"));
+    press(page, QStringLiteral("Test connection"));
+    EXPECT_FALSE(page.folders().hasFolders());
+
+    named<QLineEdit>(page, QStringLiteral("Password"))->setText(Password);
+    press(page, QStringLiteral("Test connection"));
+    EXPECT_EQ(page.resultText(),
+              QStringLiteral("Connection ok: the server took the login and the inbox opened."));
+    ASSERT_TRUE(page.folders().hasFolders());
+    EXPECT_TRUE(todo->isEnabled());
+    QStringList offered = itemsOf(todo).mid(1);
+    offered.sort();
+    // Archive and Trash are the test server's own special-use folders, made for every user.
+    EXPECT_EQ(offered,
+              QStringList({QStringLiteral("Archive"), QStringLiteral("INBOX"), QStringLiteral("Notizen ä"),
+                           QStringLiteral("To Do"), QStringLiteral("Trash")}))
+        << offered.join(u'|').toStdString();
+    EXPECT_EQ(itemsOf(todo).first(), QStringLiteral("The inbox's flagged messages"));
+    EXPECT_EQ(itemsOf(memo).first(), QStringLiteral("No Memo list"));
+    EXPECT_EQ(inbox->currentText(), QStringLiteral("INBOX"));
+
+    todo->setCurrentIndex(todo->findText(QStringLiteral("To Do")));
+    memo->setCurrentIndex(memo->findText(QStringLiteral("Notizen ä")));
+    shoot(window, QStringLiteral("folders"));
+    press(page, QStringLiteral("Save"));
+    QSettings written(config, QSettings::IniFormat);
+    ASSERT_EQ(written.childGroups(), QStringList{QStringLiteral("example")});
+    EXPECT_EQ(written.value(QStringLiteral("example/todo")).toString(), QStringLiteral("To Do"));
+    EXPECT_EQ(written.value(QStringLiteral("example/memo")).toString(), QStringLiteral("Notizen ä"));
+    EXPECT_FALSE(written.contains(QStringLiteral("example/inbox"))) << "INBOX is the default, not written";
+    // The bridge reads the folders it was given.
+    const BridgeRun check = runBridge({QStringLiteral("check"), QStringLiteral("example")}, config);
+    EXPECT_EQ(check.out, QStringLiteral("example: ok\n")) << check.err.toStdString();
+}
+
+TEST_F(FolderChoiceTest, AnotherAddressGoesBackToTheDefaults) {
+    AccountsWindow window(config, configDir.filePath(QStringLiteral("status.json")), 10);
+    window.show();
+    window.showAddPage();
+    AddAccountPage& page = window.addPage();
+    fillIn(page, Password);
+    press(page, QStringLiteral("Test connection"));
+    ASSERT_TRUE(page.folders().hasFolders());
+    QComboBox* todo = named<QComboBox>(page, QStringLiteral("To Do folder"));
+    todo->setCurrentIndex(todo->findText(QStringLiteral("To Do")));
+    QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Mail address")), QStringLiteral("x"));
+    EXPECT_FALSE(page.folders().hasFolders());
+    EXPECT_EQ(page.folders().todo(), QString());
+}
+
+} // namespace
+} // namespace corvina::test

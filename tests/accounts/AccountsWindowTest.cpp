@@ -250,6 +250,58 @@ TEST_F(AccountsWindowTest, AKnownProviderShowsOnlyWhatIsStillNeeded) {
                              "run corvina-mail-bridge account signin outlook"));
 }
 
+// Every key of group `name` in the INI file at `path`, with its value as text.
+QMap<QString, QString> keysOfGroup(const QString& path, const QString& name) {
+    QSettings settings(path, QSettings::IniFormat);
+    settings.beginGroup(name);
+    QMap<QString, QString> keys;
+    for (const QString& key : settings.childKeys())
+        keys.insert(key, settings.value(key).toString());
+    return keys;
+}
+
+TEST_F(AccountsWindowTest, TheCommandLineAndTheWindowWriteTheSameGroupForTheSameAnswers) {
+    // An account on a server the providers table does not know, typed into both.
+    AccountsWindow window(config, status, 10);
+    window.show();
+    window.showAddPage();
+    fillIn(window, GracePassword);
+    press(window, QStringLiteral("Save"));
+    ASSERT_EQ(window.messageText(), QStringLiteral("Added the account example."));
+    const QString typed = configDir.filePath(QStringLiteral("typed.conf"));
+    // Mail, name, server, security, port, login, inbox, To Do, Memo, password command, password.
+    const QStringList lines{QStringLiteral("grace@example.org"),
+                            QString(),
+                            server.host(),
+                            QStringLiteral("none"),
+                            QString::number(server.port()),
+                            QStringLiteral("grace"),
+                            QString(),
+                            QString(),
+                            QString(),
+                            QString(),
+                            GracePassword};
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, typed,
+                                    lines.join(u'\n').toUtf8() + '\n');
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString();
+    EXPECT_EQ(QSettings(typed, QSettings::IniFormat).childGroups(), QStringList{QStringLiteral("example")});
+    EXPECT_EQ(keysOfGroup(typed, QStringLiteral("example")), keysOfGroup(config, QStringLiteral("example")));
+    EXPECT_EQ(keysOfGroup(config, QStringLiteral("example")).size(), 5);
+
+    // A provider that takes no password: its server and its sign-in from the table, in both.
+    window.showAddPage();
+    QTest::keyClicks(named<QLineEdit>(window.addPage(), QStringLiteral("Mail address")),
+                     QStringLiteral("ada@outlook.com"));
+    press(window, QStringLiteral("Save"));
+    // Mail, name, client id, client secret, login, inbox, To Do, Memo: all but the first the defaults.
+    const BridgeRun signIn = runBridge({QStringLiteral("account"), QStringLiteral("add")}, typed,
+                                       QByteArray("ada@outlook.com\n\n\n\n\n\n\n\n"));
+    ASSERT_EQ(signIn.exitCode, 0) << signIn.err.toStdString();
+    EXPECT_EQ(keysOfGroup(typed, QStringLiteral("outlook")), keysOfGroup(config, QStringLiteral("outlook")));
+    EXPECT_EQ(keysOfGroup(config, QStringLiteral("outlook")).value(QStringLiteral("oauthProvider")),
+              QStringLiteral("microsoft"));
+}
+
 TEST_F(AccountsWindowTest, ABridgeConfThatCannotBeWrittenIsSaidAndLeavesNoPasswordBehind) {
     // A file where bridge.conf's folder should be (root may write anywhere else): the password was
     // stored first and is taken out again.

@@ -1,6 +1,7 @@
 #include "AddAccountPage.h"
 
 #include "BackgroundJob.h"
+#include "bridge/config/AccountAnswers.h"
 #include "bridge/config/AccountChanges.h"
 #include "bridge/service/LiveBridge.h"
 #include "platform/Localization.h"
@@ -250,26 +251,21 @@ void AddAccountPage::addressChanged() {
 
 AccountGroup AddAccountPage::group() const {
     const BridgeConfig config = BridgeConfig::load(m_configPath);
-    const QString mail = m_mail->text().trimmed();
-    QVariantMap keys{{QStringLiteral("mail"), mail}};
+    AccountAnswers answers;
+    answers.mail = m_mail->text().trimmed();
+    answers.name = AccountGroup::suggestedName(answers.mail, config);
     if (const std::optional<ProviderTable::Provider> p = provider()) {
-        keys.insert(QStringLiteral("host"), p->host);
-        keys.insert(QStringLiteral("port"), QString::number(p->port));
-        keys.insert(QStringLiteral("security"), p->security);
-        keys.insert(QStringLiteral("user"), mail);
-        if (signsInOnly()) {
-            keys.insert(QStringLiteral("auth"), OAuth2);
-            keys.insert(QStringLiteral("oauthProvider"), p->oauthProvider);
-        }
+        if (signsInOnly())
+            answers.auth = OAuth2;
+        answers.takeServerOf(*p);
     } else {
         const QString host = m_host->text().trimmed();
-        const QString user = m_user->text().trimmed();
-        keys.insert(QStringLiteral("host"), host.isEmpty() ? m_host->placeholderText() : host);
-        keys.insert(QStringLiteral("port"), QString::number(m_port->value()));
-        keys.insert(QStringLiteral("security"), m_security->currentData().toString());
-        keys.insert(QStringLiteral("user"), user.isEmpty() ? mail : user);
+        answers.host = host.isEmpty() ? m_host->placeholderText() : host;
+        answers.port = QString::number(m_port->value());
+        answers.security = m_security->currentData().toString();
+        answers.user = m_user->text().trimmed();
     }
-    return AccountGroup(AccountGroup::suggestedName(mail, config), keys);
+    return answers.group();
 }
 
 QString AddAccountPage::problem(const AccountGroup& group, const BridgeConfig::Account& account) const {

@@ -3,6 +3,8 @@
 #include "AccountList.h"
 #include "AddAccountPage.h"
 #include "BackgroundJob.h"
+#include "EditAccountPage.h"
+#include "PasswordPage.h"
 #include "bridge/config/AccountChanges.h"
 #include "platform/Localization.h"
 
@@ -39,14 +41,23 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     m_add->setAccessibleName(Localization::text("Add account"));
     m_remove = new QPushButton(Localization::text("&Remove…"));
     m_remove->setAccessibleName(Localization::text("Remove account"));
+    m_edit = new QPushButton(Localization::text("&Edit…"));
+    m_edit->setAccessibleName(Localization::text("Edit account"));
+    // Its words follow the selected account (updateListPage).
+    m_toggle = new QPushButton;
+    m_password = new QPushButton(Localization::text("Change &password…"));
+    m_password->setAccessibleName(Localization::text("Change password"));
     m_message = new QLabel;
     m_message->setWordWrap(true);
     m_message->setTextInteractionFlags(Qt::TextSelectableByMouse);
 
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(m_add);
-    buttons->addWidget(m_remove);
+    buttons->addWidget(m_edit);
+    buttons->addWidget(m_toggle);
+    buttons->addWidget(m_password);
     buttons->addStretch();
+    buttons->addWidget(m_remove);
     auto* listLayout = new QVBoxLayout(m_listPage);
     listLayout->addWidget(heading);
     listLayout->addWidget(m_list, 1);
@@ -54,22 +65,63 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     listLayout->addLayout(buttons);
     listLayout->addWidget(m_message);
     setTabOrder(m_list, m_add);
-    setTabOrder(m_add, m_remove);
+    setTabOrder(m_add, m_edit);
+    setTabOrder(m_edit, m_toggle);
+    setTabOrder(m_toggle, m_password);
+    setTabOrder(m_password, m_remove);
 
     m_addPage = new AddAccountPage(configPath, timeoutSeconds);
     m_pages = new QStackedWidget;
     m_pages->addWidget(m_listPage);
     m_pages->addWidget(m_addPage);
+    m_editPage = new EditAccountPage(configPath, timeoutSeconds);
+    m_pages->addWidget(m_editPage);
+    m_passwordPage = new PasswordPage(configPath, timeoutSeconds);
+    m_pages->addWidget(m_passwordPage);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_pages);
     resize(520, 480);
 
-    connect(m_accounts, &AccountList::reloaded, this, &AccountsWindow::updateListPage);
+    // The list is read again whenever bridge.conf or the status file changes (a sync, a change made
+    // here): the selected account stays selected, so that the buttons still act on it.
+    connect(m_accounts, &QAbstractItemModel::modelAboutToBeReset, this, [this] {
+        const std::optional<BridgeConfig::Account> selected = selectedAccount();
+        m_keptSelection = selected ? selected->name : QString();
+    });
+    connect(m_accounts, &AccountList::reloaded, this, [this] {
+        for (int row = 0; row < m_accounts->rowCount() && !m_keptSelection.isEmpty(); ++row) {
+            const QModelIndex index = m_accounts->index(row);
+            if (index.data(AccountList::NameRole).toString() == m_keptSelection)
+                m_list->setCurrentIndex(index);
+        }
+        updateListPage();
+    });
     connect(m_list->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &AccountsWindow::updateListPage);
     connect(m_add, &QPushButton::clicked, this, &AccountsWindow::showAddPage);
     connect(m_remove, &QPushButton::clicked, this, [this] { removeSelected(); });
+    connect(m_edit, &QPushButton::clicked, this, &AccountsWindow::showEditPage);
+    connect(m_toggle, &QPushButton::clicked, this, &AccountsWindow::toggleSelected);
+    connect(m_password, &QPushButton::clicked, this, &AccountsWindow::showPasswordPage);
+    connect(m_editPage, &EditAccountPage::cancelled, this, [this] {
+        showMessage(QString());
+        showList();
+    });
+    connect(m_editPage, &EditAccountPage::saved, this, [this](const QString& name) {
+        m_accounts->reload();
+        showMessage(
+            Localization::text("Saved the account %1; the bridge reads it when it starts again.").arg(name));
+        showList();
+    });
+    connect(m_passwordPage, &PasswordPage::cancelled, this, [this] {
+        showMessage(QString());
+        showList();
+    });
+    connect(m_passwordPage, &PasswordPage::saved, this, [this](const QString& name) {
+        showMessage(Localization::text("Stored the new password of %1 in the keyring.").arg(name));
+        showList();
+    });
     connect(m_addPage, &AddAccountPage::cancelled, this, [this] {
         showMessage(QString());
         showList();
@@ -81,6 +133,12 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
         showList();
     });
     updateListPage();
+    // The list has the keyboard from the start, on its first account, so that Edit, Turn off and
+    // the others act at once.
+    if (m_accounts->rowCount() > 0) {
+        m_list->setCurrentIndex(m_accounts->index(0));
+        m_list->setFocus();
+    }
 }
 
 AccountsWindow::~AccountsWindow() = default;
@@ -114,6 +172,66 @@ void AccountsWindow::updateListPage() {
     m_empty->setVisible(empty);
     m_remove->setVisible(!empty);
     m_remove->setEnabled(m_job == nullptr && m_list->selectionModel()->hasSelection());
+    const std::optional<BridgeConfig::Account> selected = selectedAccount();
+    m_edit->setVisible(!empty);
+    m_edit->setEnabled(m_job == nullptr && selected.has_value());
+    m_toggle->setVisible(!empty);
+    m_toggle->setEnabled(m_job == nullptr && selected.has_value());
+    const bool on = !selected || selected->enabled;
+    m_toggle->setText(on ? Localization::text("Turn o&ff") : Localization::text("Turn o&n"));
+    m_toggle->setAccessibleName(on ? Localization::text("Turn off") : Localization::text("Turn on"));
+    // Only a password the keyring holds is changed here; a passwordCommand or a sign-in is not.
+    m_password->setVisible(selected && PasswordPage::changes(*selected));
+    m_password->setEnabled(m_job == nullptr);
+}
+
+std::optional<BridgeConfig::Account> AccountsWindow::selectedAccount() const {
+    const QModelIndexList selected = m_list->selectionModel()->selectedIndexes();
+    if (selected.isEmpty())
+        return std::nullopt;
+    const BridgeConfig::Account* found =
+        m_accounts->config().account(selected.first().data(AccountList::NameRole).toString());
+    if (found == nullptr)
+        return std::nullopt;
+    return *found;
+}
+
+void AccountsWindow::showEditPage() {
+    const std::optional<BridgeConfig::Account> account = selectedAccount();
+    if (!account || m_job != nullptr)
+        return;
+    m_pages->setCurrentWidget(m_editPage);
+    if (!m_editPage->load(account->name)) {
+        showList();
+        showMessage(Localization::text("The account %1 is no longer in bridge.conf.").arg(account->name));
+    }
+}
+
+void AccountsWindow::showPasswordPage() {
+    const std::optional<BridgeConfig::Account> account = selectedAccount();
+    if (!account || m_job != nullptr)
+        return;
+    m_pages->setCurrentWidget(m_passwordPage);
+    if (!m_passwordPage->load(account->name))
+        showList();
+}
+
+void AccountsWindow::toggleSelected() {
+    const std::optional<BridgeConfig::Account> account = selectedAccount();
+    if (!account || m_job != nullptr)
+        return;
+    const bool on = !account->enabled;
+    QString error;
+    // A file write, no keyring and no server: quick enough for the GUI thread.
+    if (!AccountChanges(m_accounts->configPath()).setEnabled(*account, on, &error))
+        showMessage(Localization::text("The account %1 was not changed: %2").arg(account->name, error));
+    else if (on)
+        showMessage(
+            Localization::text("Turned on %1: the bridge syncs it from its next start.").arg(account->name));
+    else
+        showMessage(Localization::text("Turned off %1: the bridge leaves it alone from its next start.")
+                        .arg(account->name));
+    m_accounts->reload();
 }
 
 void AccountsWindow::removeSelected(bool confirm) {

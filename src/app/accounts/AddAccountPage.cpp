@@ -1,9 +1,10 @@
 #include "AddAccountPage.h"
 
 #include "BackgroundJob.h"
+#include "ConnectionCheck.h"
+#include "SecurityBox.h"
 #include "bridge/config/AccountAnswers.h"
 #include "bridge/config/AccountChanges.h"
-#include "bridge/service/LiveBridge.h"
 #include "platform/Localization.h"
 
 #include <QComboBox>
@@ -61,15 +62,8 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     m_port->setRange(1, 65535);
     m_port->setValue(TlsPort);
     m_port->setAccessibleName(Localization::text("Port"));
-    m_security = new QComboBox;
-    m_security->setAccessibleName(Localization::text("Security"));
     // Each choice says in one line what it means, so that the person need not know the words.
-    m_security->addItem(Localization::text("TLS: encrypted from the start (usually port 993)"),
-                        QStringLiteral("tls"));
-    m_security->addItem(Localization::text("STARTTLS: encrypted after the greeting (usually port 143)"),
-                        QStringLiteral("starttls"));
-    m_security->addItem(Localization::text("None: not encrypted, only for a server on this computer"),
-                        QStringLiteral("none"));
+    m_security = new SecurityBox;
     m_user = new QLineEdit;
     m_user->setAccessibleName(Localization::text("Login name"));
     m_user->setPlaceholderText(Localization::text("the mail address"));
@@ -141,7 +135,7 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     connect(m_mail, &QLineEdit::textChanged, this, &AddAccountPage::addressChanged);
     connect(m_security, &QComboBox::currentIndexChanged, this, [this] {
         // The usual port goes with the security, unless the person typed another one.
-        const bool tls = m_security->currentData().toString() == QLatin1String("tls");
+        const bool tls = m_security->security() == QLatin1String("tls");
         if (m_port->value() == (tls ? PlainPort : TlsPort))
             m_port->setValue(tls ? TlsPort : PlainPort);
     });
@@ -262,7 +256,7 @@ AccountGroup AddAccountPage::group() const {
         const QString host = m_host->text().trimmed();
         answers.host = host.isEmpty() ? m_host->placeholderText() : host;
         answers.port = QString::number(m_port->value());
-        answers.security = m_security->currentData().toString();
+        answers.security = m_security->security();
         answers.user = m_user->text().trimmed();
     }
     return answers.group();
@@ -313,23 +307,12 @@ void AddAccountPage::testConnection() {
         return;
     }
     // The password goes to the check's thread and the server only; it is not kept anywhere.
-    auto result = std::make_shared<AccountSync::Result>();
-    const QString password = m_password->text();
-    const int timeout = m_timeoutSeconds;
-    auto* job =
-        new BackgroundJob([result, account, password,
-                           timeout] { *result = LiveBridge::checkAccount(account, password, timeout); },
-                          this);
-    connect(job, &BackgroundJob::finished, this, [this, result] {
-        finishJob();
-        if (result->ok)
-            showResult(Localization::text("Connection ok: the server took the login and the inbox opened."),
-                       true);
-        else
-            showResult(result->error, false);
-    });
-    setBusy(job, Localization::text("Testing the connection…"));
-    job->start();
+    BackgroundJob* job = ConnectionCheck::start(account, m_password->text(), m_timeoutSeconds, this,
+                                                [this](bool ok, const QString& line) {
+                                                    finishJob();
+                                                    showResult(line, ok);
+                                                });
+    setBusy(job, ConnectionCheck::busyText());
 }
 
 void AddAccountPage::save() {

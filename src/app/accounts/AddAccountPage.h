@@ -8,7 +8,6 @@
 #include <QWidget>
 #include <optional>
 
-class QComboBox;
 class QGroupBox;
 class QLabel;
 class QLineEdit;
@@ -18,6 +17,7 @@ class QSpinBox;
 namespace corvina {
 
 class BackgroundJob;
+class SecurityBox;
 
 // The Accounts window's page for a new account. The mail address first: a provider of the
 // providers table (the one `account add` reads) fills in the server and shows only what is still
@@ -71,7 +71,7 @@ private:
     QGroupBox* m_server = nullptr;
     QLineEdit* m_host = nullptr;
     QSpinBox* m_port = nullptr;
-    QComboBox* m_security = nullptr;
+    SecurityBox* m_security = nullptr;
     QLineEdit* m_user = nullptr;
     QLabel* m_passwordLabel = nullptr;
     QLineEdit* m_password = nullptr;

@@ -4,7 +4,7 @@
 // AT-SPI bridge on, and tests/accounts/atspi_find.py, a pyatspi client). An account is added by
 // typing, its connection tested (a wrong password, then the right one), its To Do folder chosen
 // from the server's, saved, turned current by the bridge's sync and removed through the
-// confirmation.
+// confirmation; an account's folders edited from the keyboard.
 #include "bridge/BridgeTesting.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
@@ -224,6 +224,45 @@ TEST_F(AccountsProgramTest, AddTestSaveAndRemoveWithTheKeyboard) {
     const SecretStore::Lookup gone =
         SecretStore(10000).lookup({QStringLiteral("example"), QStringLiteral("grace"), server.host()});
     EXPECT_FALSE(gone.password.has_value());
+}
+
+TEST_F(AccountsProgramTest, EditAnAccountsFoldersWithTheKeyboard) {
+    server.createFolder(User, QStringLiteral("Tasks"));
+    // An account the window finds when it starts: the list has the keyboard.
+    stopProcess(program, 3000);
+    ASSERT_EQ(writeConfig({{QStringLiteral("work"), accountKeys()}}), config);
+    program.start(QStringLiteral(CORVINA_ACCOUNTS_BINARY),
+                  {QStringLiteral("--config"), config, QStringLiteral("--timeout"), QStringLiteral("10")});
+    ASSERT_TRUE(program.waitForStarted(5000));
+    windowId = x.findWindow(QStringLiteral("Mail accounts"));
+    ASSERT_FALSE(windowId.isEmpty()) << "the window did not appear";
+    x.xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId});
+    EXPECT_FALSE(heard(QStringLiteral("^work, ada@example.org: Not read yet")).isNull());
+
+    // The first row, then Edit: its settings as bridge.conf has them.
+    keys({QStringLiteral("Home"), QStringLiteral("alt+e")});
+    EXPECT_FALSE(heard(QStringLiteral("^Edit work \\(ada@example\\.org\\)$")).isNull());
+    EXPECT_FALSE(heard(QStringLiteral("^Signs in with$")).isNull());
+    keys({QStringLiteral("alt+d")});
+    type(QStringLiteral("Tasks"));
+    keys({QStringLiteral("alt+t")});
+    EXPECT_FALSE(heard(QStringLiteral("^Connection ok")).isNull());
+    EXPECT_EQ(QSettings(config, QSettings::IniFormat).value(QStringLiteral("work/todo")), QVariant())
+        << "nothing is written before Save";
+    keys({QStringLiteral("alt+s")});
+    EXPECT_TRUE(waitFor(
+        [&] {
+            return QSettings(config, QSettings::IniFormat).value(QStringLiteral("work/todo")).toString() ==
+                   QLatin1String("Tasks");
+        },
+        60000))
+        << "not saved";
+    EXPECT_FALSE(heard(QStringLiteral("^Saved the account work; ")).isNull());
+    // The rest of the group is as it was.
+    QSettings written(config, QSettings::IniFormat);
+    EXPECT_EQ(written.value(QStringLiteral("work/passwordCommand")).toString(),
+              QStringLiteral("echo ") + Password);
+    EXPECT_EQ(written.value(QStringLiteral("work/host")).toString(), server.host());
 }
 
 } // namespace

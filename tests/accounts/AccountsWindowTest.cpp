@@ -8,7 +8,10 @@
 #include "accounts/AccountList.h"
 #include "accounts/AddAccountPage.h"
 #include "accounts/BackgroundJob.h"
+#include "accounts/EditAccountPage.h"
+#include "accounts/PasswordPage.h"
 #include "bridge/BridgeTesting.h"
+#include "bridge/config/AccountChanges.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
 #include "support/KeyringDaemon.h"
@@ -254,6 +257,58 @@ TEST_F(AccountsWindowTest, AKnownProviderShowsOnlyWhatIsStillNeeded) {
     EXPECT_TRUE(named<QPushButton>(window, QStringLiteral("Sign in again"))->isVisible());
 }
 
+// Every key of group `name` in the INI file at `path`, with its value as text.
+QMap<QString, QString> keysOfGroup(const QString& path, const QString& name) {
+    QSettings settings(path, QSettings::IniFormat);
+    settings.beginGroup(name);
+    QMap<QString, QString> keys;
+    for (const QString& key : settings.childKeys())
+        keys.insert(key, settings.value(key).toString());
+    return keys;
+}
+
+TEST_F(AccountsWindowTest, TheCommandLineAndTheWindowWriteTheSameGroupForTheSameAnswers) {
+    // An account on a server the providers table does not know, typed into both.
+    AccountsWindow window(config, status, 10);
+    window.show();
+    window.showAddPage();
+    fillIn(window, GracePassword);
+    press(window, QStringLiteral("Save"));
+    ASSERT_EQ(window.messageText(), QStringLiteral("Added the account example."));
+    const QString typed = configDir.filePath(QStringLiteral("typed.conf"));
+    // Mail, name, server, security, port, login, inbox, To Do, Memo, password command, password.
+    const QStringList lines{QStringLiteral("grace@example.org"),
+                            QString(),
+                            server.host(),
+                            QStringLiteral("none"),
+                            QString::number(server.port()),
+                            QStringLiteral("grace"),
+                            QString(),
+                            QString(),
+                            QString(),
+                            QString(),
+                            GracePassword};
+    const BridgeRun add = runBridge({QStringLiteral("account"), QStringLiteral("add")}, typed,
+                                    lines.join(u'\n').toUtf8() + '\n');
+    ASSERT_EQ(add.exitCode, 0) << add.err.toStdString();
+    EXPECT_EQ(QSettings(typed, QSettings::IniFormat).childGroups(), QStringList{QStringLiteral("example")});
+    EXPECT_EQ(keysOfGroup(typed, QStringLiteral("example")), keysOfGroup(config, QStringLiteral("example")));
+    EXPECT_EQ(keysOfGroup(config, QStringLiteral("example")).size(), 5);
+
+    // A provider that takes no password: its server and its sign-in from the table, in both.
+    window.showAddPage();
+    QTest::keyClicks(named<QLineEdit>(window.addPage(), QStringLiteral("Mail address")),
+                     QStringLiteral("ada@outlook.com"));
+    press(window, QStringLiteral("Save"));
+    // Mail, name, client id, client secret, login, inbox, To Do, Memo: all but the first the defaults.
+    const BridgeRun signIn = runBridge({QStringLiteral("account"), QStringLiteral("add")}, typed,
+                                       QByteArray("ada@outlook.com\n\n\n\n\n\n\n\n"));
+    ASSERT_EQ(signIn.exitCode, 0) << signIn.err.toStdString();
+    EXPECT_EQ(keysOfGroup(typed, QStringLiteral("outlook")), keysOfGroup(config, QStringLiteral("outlook")));
+    EXPECT_EQ(keysOfGroup(config, QStringLiteral("outlook")).value(QStringLiteral("oauthProvider")),
+              QStringLiteral("microsoft"));
+}
+
 TEST_F(AccountsWindowTest, ABridgeConfThatCannotBeWrittenIsSaidAndLeavesNoPasswordBehind) {
     // A file where bridge.conf's folder should be (root may write anywhere else): the password was
     // stored first and is taken out again.
@@ -372,6 +427,231 @@ TEST_F(AccountsWindowTest, CancelWhileATestRunsLeavesItToEndOnItsOwn) {
     EXPECT_TRUE(window->addPage().isBusy());
     window->close();
     window.reset();
+}
+
+// An account of ada on the test's server, its password in the keyring, as `account add` leaves it;
+// selected in the window's list.
+class AccountsWindowEditTest : public AccountsWindowTest {
+protected:
+    void SetUp() override {
+        AccountsWindowTest::SetUp();
+        config = writeConfig(
+            {{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()}})}});
+        QString error;
+        ASSERT_TRUE(AccountChanges(config, 10000)
+                        .replacePassword(*BridgeConfig::load(config).account(QStringLiteral("work")),
+                                         Password, &error))
+            << error.toStdString();
+    }
+
+    static void select(AccountsWindow& window) {
+        named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    }
+    // Presses `button` of `page` and waits for its work to end.
+    template <class Page> static void pressOn(Page& page, const QString& button) {
+        QPushButton* b = named<QPushButton>(page, button);
+        ASSERT_NE(b, nullptr) << button.toStdString();
+        ASSERT_TRUE(b->isVisible()) << button.toStdString();
+        QTest::mouseClick(b, Qt::LeftButton);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !page.isBusy(); }, 60000));
+    }
+    QString key(const QString& name) const {
+        return QSettings(config, QSettings::IniFormat).value(QStringLiteral("work/") + name).toString();
+    }
+    QString fileText() const {
+        QFile file(config);
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    }
+};
+
+TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndSavesTheFolders) {
+    server.createFolder(User, QStringLiteral("Tasks"));
+    AccountsWindow window(config, status, 10);
+    window.show();
+    select(window);
+    QPushButton* edit = named<QPushButton>(window, QStringLiteral("Edit account"));
+    ASSERT_NE(edit, nullptr);
+    QTest::mouseClick(edit, Qt::LeftButton);
+    EditAccountPage& page = window.editPage();
+    ASSERT_TRUE(page.isVisible());
+    EXPECT_EQ(named<QLineEdit>(page, QStringLiteral("IMAP server"))->text(), server.host());
+    EXPECT_EQ(named<QSpinBox>(page, QStringLiteral("Port"))->value(), server.port());
+    EXPECT_EQ(named<QComboBox>(page, QStringLiteral("Security"))->currentData().toString(),
+              QStringLiteral("none"));
+    EXPECT_EQ(named<QLineEdit>(page, QStringLiteral("Login name"))->text(), User);
+    QLineEdit* auth = named<QLineEdit>(page, QStringLiteral("Signs in with"));
+    EXPECT_EQ(auth->text(), QStringLiteral("password"));
+    EXPECT_TRUE(auth->isReadOnly());
+    // The same server and login: the stored password serves, none is asked.
+    EXPECT_FALSE(
+        named<QLineEdit>(page, QStringLiteral("Password for the new server or login name"))->isVisible());
+
+    QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("To Do folder")), QStringLiteral("Tasks"));
+    pressOn(page, QStringLiteral("Test connection"));
+    EXPECT_EQ(page.resultText(),
+              QStringLiteral("Connection ok: the server took the login and the inbox opened."));
+    EXPECT_EQ(key(QStringLiteral("todo")), QString()) << "nothing is written before Save";
+    shoot(window, QStringLiteral("edit"));
+
+    // A folder the server does not have: the check opens each list's folder and says so.
+    named<QLineEdit>(page, QStringLiteral("Memo folder"))->setText(QStringLiteral("Nowhere"));
+    pressOn(page, QStringLiteral("Test connection"));
+    EXPECT_TRUE(page.resultText().contains(QStringLiteral("Nowhere"))) << page.resultText().toStdString();
+    named<QLineEdit>(page, QStringLiteral("Memo folder"))->clear();
+
+    pressOn(page, QStringLiteral("Save"));
+    EXPECT_EQ(window.messageText(),
+              QStringLiteral("Saved the account work; the bridge reads it when it starts again."));
+    EXPECT_FALSE(page.isVisible());
+    EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Tasks"));
+    EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/memo")));
+    EXPECT_EQ(key(QStringLiteral("host")), server.host());
+    const BridgeRun check = runBridge({QStringLiteral("check"), QStringLiteral("work")}, config);
+    EXPECT_EQ(check.out, QStringLiteral("work: ok\n")) << check.err.toStdString();
+}
+
+TEST_F(AccountsWindowEditTest, ANewLoginNameAsksForItsPasswordAndStoresIt) {
+    server.addUser(QStringLiteral("grace"), GracePassword);
+    AccountsWindow window(config, status, 10);
+    window.show();
+    select(window);
+    window.showEditPage();
+    EditAccountPage& page = window.editPage();
+    QLineEdit* user = named<QLineEdit>(page, QStringLiteral("Login name"));
+    user->setText(QStringLiteral("grace"));
+    QLineEdit* password = named<QLineEdit>(page, QStringLiteral("Password for the new server or login name"));
+    EXPECT_TRUE(password->isVisible());
+    EXPECT_EQ(password->echoMode(), QLineEdit::Password);
+    pressOn(page, QStringLiteral("Save"));
+    EXPECT_EQ(page.resultText(), QStringLiteral("Type the password for the new server or login name first."));
+    EXPECT_EQ(key(QStringLiteral("user")), User);
+
+    QTest::keyClicks(password, QStringLiteral("not the password"));
+    pressOn(page, QStringLiteral("Test connection"));
+    EXPECT_TRUE(page.resultText().contains(QStringLiteral("login refused for grace")))
+        << page.resultText().toStdString();
+    EXPECT_FALSE(page.resultText().contains(QStringLiteral("not the password")));
+    password->clear();
+    QTest::keyClicks(password, GracePassword);
+    pressOn(page, QStringLiteral("Test connection"));
+    EXPECT_EQ(page.resultText(),
+              QStringLiteral("Connection ok: the server took the login and the inbox opened."));
+    pressOn(page, QStringLiteral("Save"));
+    EXPECT_EQ(key(QStringLiteral("user")), QStringLiteral("grace"));
+    EXPECT_FALSE(fileText().contains(GracePassword));
+    EXPECT_EQ(
+        SecretStore(10000).lookup({QStringLiteral("work"), QStringLiteral("grace"), server.host()}).password,
+        std::optional<QString>(GracePassword));
+}
+
+TEST_F(AccountsWindowEditTest, AValueTheBridgeRefusesIsSaidAndNothingIsWritten) {
+    AccountsWindow window(config, status, 10);
+    window.show();
+    select(window);
+    window.showEditPage();
+    EditAccountPage& page = window.editPage();
+    // Plain IMAP is for this computer only.
+    named<QLineEdit>(page, QStringLiteral("IMAP server"))->setText(QStringLiteral("imap.example.org"));
+    named<QLineEdit>(page, QStringLiteral("Password for the new server or login name"))->setText(Password);
+    const QString before = fileText();
+    pressOn(page, QStringLiteral("Save"));
+    EXPECT_EQ(page.resultText(),
+              QStringLiteral("security none is only allowed for 127.0.0.1 or localhost, not "
+                             "imap.example.org; nothing was changed"));
+    EXPECT_TRUE(page.isVisible());
+    EXPECT_EQ(fileText(), before);
+}
+
+TEST_F(AccountsWindowEditTest, TurnOffAndOnAgainWritesTheKeyAndTheRowSaysSo) {
+    AccountsWindow window(config, status, 10);
+    window.show();
+    select(window);
+    QPushButton* off = named<QPushButton>(window, QStringLiteral("Turn off"));
+    ASSERT_NE(off, nullptr);
+    QTest::mouseClick(off, Qt::LeftButton);
+    EXPECT_EQ(key(QStringLiteral("enabled")), QStringLiteral("false"));
+    EXPECT_EQ(window.messageText(),
+              QStringLiteral("Turned off work: the bridge leaves it alone from its next start."));
+    EXPECT_EQ(window.accounts().index(0).data(AccountList::StateRole).toString(),
+              QStringLiteral("Turned off (enabled = false in bridge.conf)"));
+    // Still selected: the same button turns it on again.
+    EXPECT_EQ(off->accessibleName(), QStringLiteral("Turn on"));
+    shoot(window, QStringLiteral("turned-off"));
+    QTest::mouseClick(off, Qt::LeftButton);
+    EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/enabled")));
+    EXPECT_EQ(window.messageText(),
+              QStringLiteral("Turned on work: the bridge syncs it from its next start."));
+    EXPECT_EQ(off->accessibleName(), QStringLiteral("Turn off"));
+    EXPECT_EQ(window.accounts().index(0).data(AccountList::StateRole).toString(),
+              QStringLiteral("Not read yet: the bridge has not synced it"));
+}
+
+TEST_F(AccountsWindowEditTest, ChangePasswordTestsAndStoresTheNewOne) {
+    // The keyring holds a password the server no longer takes.
+    QString error;
+    ASSERT_TRUE(AccountChanges(config, 10000)
+                    .replacePassword(*BridgeConfig::load(config).account(QStringLiteral("work")),
+                                     QStringLiteral("an old password"), &error));
+    AccountsWindow window(config, status, 10);
+    window.show();
+    select(window);
+    QPushButton* change = named<QPushButton>(window, QStringLiteral("Change password"));
+    ASSERT_NE(change, nullptr);
+    ASSERT_TRUE(change->isVisible());
+    QTest::mouseClick(change, Qt::LeftButton);
+    PasswordPage& page = window.passwordPage();
+    ASSERT_TRUE(page.isVisible());
+    QLineEdit* field = named<QLineEdit>(page, QStringLiteral("New password"));
+    EXPECT_EQ(field->echoMode(), QLineEdit::Password);
+    QTest::keyClicks(field, QStringLiteral("not the password"));
+    pressOn(page, QStringLiteral("Test connection"));
+    EXPECT_TRUE(page.resultText().contains(QStringLiteral("login refused for ada")))
+        << page.resultText().toStdString();
+    EXPECT_FALSE(page.resultText().contains(QStringLiteral("not the password")));
+    shoot(window, QStringLiteral("password"));
+    // The server's own password: tried, then stored in place of the old one.
+    field->clear();
+    QTest::keyClicks(field, Password);
+    pressOn(page, QStringLiteral("Test connection"));
+    EXPECT_EQ(page.resultText(),
+              QStringLiteral("Connection ok: the server took the login and the inbox opened."));
+    pressOn(page, QStringLiteral("Save"));
+    EXPECT_EQ(window.messageText(), QStringLiteral("Stored the new password of work in the keyring."));
+    EXPECT_EQ(SecretStore(10000).lookup({QStringLiteral("work"), User, server.host()}).password,
+              std::optional<QString>(Password));
+    EXPECT_FALSE(fileText().contains(Password));
+    const BridgeRun check = runBridge({QStringLiteral("check"), QStringLiteral("work")}, config);
+    EXPECT_EQ(check.out, QStringLiteral("work: ok\n")) << check.err.toStdString();
+}
+
+TEST_F(AccountsWindowEditTest, WithoutTheKeyringChangePasswordSaysSoAndKeepsTheOld) {
+    AccountsWindow window(config, status, 10);
+    window.show();
+    select(window);
+    window.showPasswordPage();
+    PasswordPage& page = window.passwordPage();
+    ASSERT_TRUE(page.isVisible());
+    keyring.stop();
+    SecretStore::forgetService();
+    QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("New password")), GracePassword);
+    pressOn(page, QStringLiteral("Save"));
+    EXPECT_TRUE(
+        page.resultText().startsWith(QStringLiteral("cannot store the password in the Secret Service")))
+        << page.resultText().toStdString();
+    EXPECT_FALSE(page.resultText().contains(GracePassword));
+    EXPECT_TRUE(page.isVisible());
+}
+
+TEST_F(AccountsWindowEditTest, AnAccountWithAPasswordCommandOffersNoPasswordChange) {
+    config = writeConfig({{QStringLiteral("work"), accountKeys()}});
+    AccountsWindow window(config, status, 10);
+    window.show();
+    select(window);
+    EXPECT_FALSE(named<QPushButton>(window, QStringLiteral("Change password"))->isVisible());
+    EXPECT_TRUE(named<QPushButton>(window, QStringLiteral("Edit account"))->isVisible());
+    window.showEditPage();
+    EXPECT_EQ(named<QLineEdit>(window.editPage(), QStringLiteral("Signs in with"))->text(),
+              QStringLiteral("password, from its passwordCommand"));
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <optional>
 
 namespace corvina::test {
 namespace {
@@ -104,6 +105,47 @@ TEST_F(AccountGroupTest, AFileThatCannotBeWrittenIsSaid) {
     error.clear();
     EXPECT_FALSE(AccountGroup::removeFrom(folder, QStringLiteral("work"), &error));
     EXPECT_EQ(error, QStringLiteral("cannot write %1").arg(folder));
+}
+
+TEST_F(AccountGroupTest, AGroupIsReadBackWithEveryKeyItHas) {
+    QString error;
+    ASSERT_TRUE(
+        AccountGroup(QStringLiteral("work"), keys({{QStringLiteral("todo"), QStringLiteral("Tasks")}}))
+            .writeTo(path(), &error));
+    const std::optional<AccountGroup> read = AccountGroup::readFrom(path(), QStringLiteral("work"));
+    ASSERT_TRUE(read.has_value());
+    EXPECT_EQ(read->name(), QStringLiteral("work"));
+    EXPECT_EQ(read->keys(), keys({{QStringLiteral("todo"), QStringLiteral("Tasks")}}));
+    EXPECT_FALSE(AccountGroup::readFrom(path(), QStringLiteral("home")).has_value());
+    EXPECT_FALSE(AccountGroup::readFrom(dir.filePath(QStringLiteral("none.conf")), QStringLiteral("work"))
+                     .has_value());
+}
+
+TEST_F(AccountGroupTest, ReplacingAGroupTakesOutTheKeysItNoLongerHasAndKeepsTheOthers) {
+    QString error;
+    ASSERT_TRUE(AccountGroup(QStringLiteral("home"),
+                             keys({{QStringLiteral("mail"), QStringLiteral("h@example.org")}}))
+                    .writeTo(path(), &error));
+    ASSERT_TRUE(
+        AccountGroup(QStringLiteral("work"), keys({{QStringLiteral("todo"), QStringLiteral("Tasks")}}))
+            .writeTo(path(), &error));
+    const AccountGroup edited = AccountGroup::readFrom(path(), QStringLiteral("work"))
+                                    ->with({{QStringLiteral("todo"), QString()},
+                                            {QStringLiteral("memo"), QStringLiteral("Notes")},
+                                            {QStringLiteral("host"), QStringLiteral("mail.example.org")}});
+    ASSERT_TRUE(edited.replaceIn(path(), &error)) << error.toStdString();
+    QSettings written(path(), QSettings::IniFormat);
+    EXPECT_EQ(written.childGroups(), (QStringList{QStringLiteral("home"), QStringLiteral("work")}));
+    EXPECT_FALSE(written.contains(QStringLiteral("work/todo")));
+    EXPECT_EQ(written.value(QStringLiteral("work/memo")).toString(), QStringLiteral("Notes"));
+    EXPECT_EQ(written.value(QStringLiteral("work/host")).toString(), QStringLiteral("mail.example.org"));
+    EXPECT_EQ(written.value(QStringLiteral("work/user")).toString(), QStringLiteral("ada"));
+    EXPECT_EQ(written.value(QStringLiteral("home/mail")).toString(), QStringLiteral("h@example.org"));
+
+    const QString blocked = blockedPath();
+    error.clear();
+    EXPECT_FALSE(edited.replaceIn(blocked, &error));
+    EXPECT_EQ(error, QStringLiteral("cannot write %1").arg(blocked));
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 #include "BackgroundJob.h"
 #include "KeepCurrentRow.h"
 #include "SignInJob.h"
+#include "EditAccountPage.h"
+#include "PasswordPage.h"
 #include "bridge/config/AccountChanges.h"
 #include "bridge/config/BrowserSignIn.h"
 #include "bridge/service/BridgeUnit.h"
@@ -56,6 +58,12 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     m_remove->setAccessibleName(Localization::text("Remove account"));
     m_signInAgain = new QPushButton(Localization::text("Sign &in again"));
     m_signInAgain->setAccessibleName(Localization::text("Sign in again"));
+    m_edit = new QPushButton(Localization::text("&Edit…"));
+    m_edit->setAccessibleName(Localization::text("Edit account"));
+    // Its words follow the selected account (updateListPage).
+    m_toggle = new QPushButton;
+    m_password = new QPushButton(Localization::text("Change &password…"));
+    m_password->setAccessibleName(Localization::text("Change password"));
     m_message = new QLabel;
     m_message->setWordWrap(true);
     m_message->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -64,9 +72,12 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
 
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(m_add);
-    buttons->addWidget(m_remove);
+    buttons->addWidget(m_edit);
+    buttons->addWidget(m_toggle);
+    buttons->addWidget(m_password);
     buttons->addWidget(m_signInAgain);
     buttons->addStretch();
+    buttons->addWidget(m_remove);
     auto* listLayout = new QVBoxLayout(m_listPage);
     listLayout->addWidget(heading);
     listLayout->addWidget(m_list, 1);
@@ -75,25 +86,66 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     listLayout->addWidget(m_message);
     listLayout->addWidget(m_keepCurrent);
     setTabOrder(m_list, m_add);
-    setTabOrder(m_add, m_remove);
-    setTabOrder(m_remove, m_signInAgain);
-    setTabOrder(m_signInAgain, m_keepCurrent->toggle());
+    setTabOrder(m_add, m_edit);
+    setTabOrder(m_edit, m_toggle);
+    setTabOrder(m_toggle, m_password);
+    setTabOrder(m_password, m_signInAgain);
+    setTabOrder(m_signInAgain, m_remove);
+    setTabOrder(m_remove, m_keepCurrent->toggle());
 
     m_addPage = new AddAccountPage(configPath, timeoutSeconds);
     m_pages = new QStackedWidget;
     m_pages->addWidget(m_listPage);
     m_pages->addWidget(m_addPage);
+    m_editPage = new EditAccountPage(configPath, timeoutSeconds);
+    m_pages->addWidget(m_editPage);
+    m_passwordPage = new PasswordPage(configPath, timeoutSeconds);
+    m_pages->addWidget(m_passwordPage);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_pages);
     resize(520, 480);
 
-    connect(m_accounts, &AccountList::reloaded, this, &AccountsWindow::updateListPage);
+    // The list is read again whenever bridge.conf or the status file changes (a sync, a change made
+    // here): the selected account stays selected, so that the buttons still act on it.
+    connect(m_accounts, &QAbstractItemModel::modelAboutToBeReset, this, [this] {
+        const std::optional<BridgeConfig::Account> selected = selectedAccount();
+        m_keptSelection = selected ? selected->name : QString();
+    });
+    connect(m_accounts, &AccountList::reloaded, this, [this] {
+        for (int row = 0; row < m_accounts->rowCount() && !m_keptSelection.isEmpty(); ++row) {
+            const QModelIndex index = m_accounts->index(row);
+            if (index.data(AccountList::NameRole).toString() == m_keptSelection)
+                m_list->setCurrentIndex(index);
+        }
+        updateListPage();
+    });
     connect(m_list->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &AccountsWindow::updateListPage);
     connect(m_add, &QPushButton::clicked, this, &AccountsWindow::showAddPage);
     connect(m_remove, &QPushButton::clicked, this, [this] { removeSelected(); });
     connect(m_signInAgain, &QPushButton::clicked, this, &AccountsWindow::signInSelected);
+    connect(m_edit, &QPushButton::clicked, this, &AccountsWindow::showEditPage);
+    connect(m_toggle, &QPushButton::clicked, this, &AccountsWindow::toggleSelected);
+    connect(m_password, &QPushButton::clicked, this, &AccountsWindow::showPasswordPage);
+    connect(m_editPage, &EditAccountPage::cancelled, this, [this] {
+        showMessage(QString());
+        showList();
+    });
+    connect(m_editPage, &EditAccountPage::saved, this, [this](const QString& name) {
+        m_accounts->reload();
+        showMessage(
+            Localization::text("Saved the account %1; the bridge reads it when it starts again.").arg(name));
+        showList();
+    });
+    connect(m_passwordPage, &PasswordPage::cancelled, this, [this] {
+        showMessage(QString());
+        showList();
+    });
+    connect(m_passwordPage, &PasswordPage::saved, this, [this](const QString& name) {
+        showMessage(Localization::text("Stored the new password of %1 in the keyring.").arg(name));
+        showList();
+    });
     connect(m_addPage, &AddAccountPage::cancelled, this, [this] {
         showMessage(QString());
         showList();
@@ -106,6 +158,12 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
     });
     updateListPage();
     m_bridgeUnit->refresh();
+    // The list has the keyboard from the start, on its first account, so that Edit, Turn off and
+    // the others act at once.
+    if (m_accounts->rowCount() > 0) {
+        m_list->setCurrentIndex(m_accounts->index(0));
+        m_list->setFocus();
+    }
 }
 
 AccountsWindow::~AccountsWindow() = default;
@@ -138,14 +196,21 @@ void AccountsWindow::updateListPage() {
     m_list->setVisible(!empty);
     m_empty->setVisible(empty);
     m_remove->setVisible(!empty);
-    m_remove->setEnabled(m_job == nullptr && m_signIn == nullptr && m_list->selectionModel()->hasSelection());
+    const bool idle = m_job == nullptr && m_signIn == nullptr;
+    m_remove->setEnabled(idle && m_list->selectionModel()->hasSelection());
+    const std::optional<BridgeConfig::Account> selected = selectedAccount();
+    m_edit->setVisible(!empty);
+    m_edit->setEnabled(idle && selected.has_value());
+    m_toggle->setVisible(!empty);
+    m_toggle->setEnabled(idle && selected.has_value());
+    const bool on = !selected || selected->enabled;
+    m_toggle->setText(on ? Localization::text("Turn o&ff") : Localization::text("Turn o&n"));
+    m_toggle->setAccessibleName(on ? Localization::text("Turn off") : Localization::text("Turn on"));
+    // Only a password the keyring holds is changed here; a passwordCommand or a sign-in is not.
+    m_password->setVisible(selected && PasswordPage::changes(*selected));
+    m_password->setEnabled(idle);
     // Only for an account that signs in in the browser; while one signs in, the button stops it.
-    const QModelIndexList selected = m_list->selectionModel()->selectedIndexes();
-    const BridgeConfig::Account* account =
-        selected.isEmpty()
-            ? nullptr
-            : m_accounts->config().account(selected.first().data(AccountList::NameRole).toString());
-    const bool signsIn = account != nullptr && BrowserSignIn::problem(*account).isEmpty();
+    const bool signsIn = selected && BrowserSignIn::problem(*selected).isEmpty();
     m_signInAgain->setVisible(!empty && (signsIn || m_signIn != nullptr));
     m_signInAgain->setEnabled(m_job == nullptr);
     m_signInAgain->setText(m_signIn != nullptr ? Localization::text("Stop &waiting for the browser")
@@ -154,18 +219,25 @@ void AccountsWindow::updateListPage() {
                                                          : Localization::text("Sign in again"));
 }
 
+std::optional<BridgeConfig::Account> AccountsWindow::selectedAccount() const {
+    const QModelIndexList selected = m_list->selectionModel()->selectedIndexes();
+    if (selected.isEmpty())
+        return std::nullopt;
+    const BridgeConfig::Account* found =
+        m_accounts->config().account(selected.first().data(AccountList::NameRole).toString());
+    if (found == nullptr)
+        return std::nullopt;
+    return *found;
+}
+
 void AccountsWindow::signInSelected() {
     if (m_signIn != nullptr) {
         m_signIn->cancel();
         showMessage(Localization::text("Stopping the sign-in…"));
         return;
     }
-    const QModelIndexList selected = m_list->selectionModel()->selectedIndexes();
-    if (selected.isEmpty() || m_job != nullptr)
-        return;
-    const BridgeConfig::Account* found =
-        m_accounts->config().account(selected.first().data(AccountList::NameRole).toString());
-    if (found == nullptr)
+    const std::optional<BridgeConfig::Account> found = selectedAccount();
+    if (!found || m_job != nullptr)
         return;
     // The same sign-in as `account signin`; the running bridge finds the new token at its next try.
     m_signIn = new SignInJob(*found, SignInJob::BrowserWaitSeconds, m_timeoutSeconds, this);
@@ -185,6 +257,44 @@ void AccountsWindow::signInSelected() {
         Localization::text("Waiting for you to finish signing in to %1 in the browser…").arg(found->mail));
     m_signIn->start();
     updateListPage();
+}
+
+void AccountsWindow::showEditPage() {
+    const std::optional<BridgeConfig::Account> account = selectedAccount();
+    if (!account || m_job != nullptr)
+        return;
+    m_pages->setCurrentWidget(m_editPage);
+    if (!m_editPage->load(account->name)) {
+        showList();
+        showMessage(Localization::text("The account %1 is no longer in bridge.conf.").arg(account->name));
+    }
+}
+
+void AccountsWindow::showPasswordPage() {
+    const std::optional<BridgeConfig::Account> account = selectedAccount();
+    if (!account || m_job != nullptr)
+        return;
+    m_pages->setCurrentWidget(m_passwordPage);
+    if (!m_passwordPage->load(account->name))
+        showList();
+}
+
+void AccountsWindow::toggleSelected() {
+    const std::optional<BridgeConfig::Account> account = selectedAccount();
+    if (!account || m_job != nullptr)
+        return;
+    const bool on = !account->enabled;
+    QString error;
+    // A file write, no keyring and no server: quick enough for the GUI thread.
+    if (!AccountChanges(m_accounts->configPath()).setEnabled(*account, on, &error))
+        showMessage(Localization::text("The account %1 was not changed: %2").arg(account->name, error));
+    else if (on)
+        showMessage(
+            Localization::text("Turned on %1: the bridge syncs it from its next start.").arg(account->name));
+    else
+        showMessage(Localization::text("Turned off %1: the bridge leaves it alone from its next start.")
+                        .arg(account->name));
+    m_accounts->reload();
 }
 
 void AccountsWindow::removeSelected(bool confirm) {

@@ -1,8 +1,11 @@
 #include "AddAccountPage.h"
 
 #include "BackgroundJob.h"
+#include "ConnectionCheck.h"
 #include "FolderChooser.h"
+#include "SecurityBox.h"
 #include "SignInJob.h"
+#include "bridge/config/AccountAnswers.h"
 #include "bridge/config/AccountChanges.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
@@ -64,15 +67,8 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     m_port->setRange(1, 65535);
     m_port->setValue(TlsPort);
     m_port->setAccessibleName(Localization::text("Port"));
-    m_security = new QComboBox;
-    m_security->setAccessibleName(Localization::text("Security"));
     // Each choice says in one line what it means, so that the person need not know the words.
-    m_security->addItem(Localization::text("TLS: encrypted from the start (usually port 993)"),
-                        QStringLiteral("tls"));
-    m_security->addItem(Localization::text("STARTTLS: encrypted after the greeting (usually port 143)"),
-                        QStringLiteral("starttls"));
-    m_security->addItem(Localization::text("None: not encrypted, only for a server on this computer"),
-                        QStringLiteral("none"));
+    m_security = new SecurityBox;
     m_user = new QLineEdit;
     m_user->setAccessibleName(Localization::text("Login name"));
     m_user->setPlaceholderText(Localization::text("the mail address"));
@@ -162,7 +158,7 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     connect(m_issuer, &QLineEdit::textChanged, this, &AddAccountPage::forgetUnsavedSignIn);
     connect(m_security, &QComboBox::currentIndexChanged, this, [this] {
         // The usual port goes with the security, unless the person typed another one.
-        const bool tls = m_security->currentData().toString() == QLatin1String("tls");
+        const bool tls = m_security->security() == QLatin1String("tls");
         if (m_port->value() == (tls ? PlainPort : TlsPort))
             m_port->setValue(tls ? TlsPort : PlainPort);
     });
@@ -304,42 +300,32 @@ void AddAccountPage::addressChanged() {
 
 AccountGroup AddAccountPage::group(bool browser) const {
     const BridgeConfig config = BridgeConfig::load(m_configPath);
-    const QString mail = m_mail->text().trimmed();
-    QVariantMap keys{{QStringLiteral("mail"), mail}};
+    AccountAnswers answers;
+    answers.mail = m_mail->text().trimmed();
+    answers.name = AccountGroup::suggestedName(answers.mail, config);
     if (const std::optional<ProviderTable::Provider> p = provider()) {
-        keys.insert(QStringLiteral("host"), p->host);
-        keys.insert(QStringLiteral("port"), QString::number(p->port));
-        keys.insert(QStringLiteral("security"), p->security);
-        keys.insert(QStringLiteral("user"), mail);
-        if (browser) {
-            keys.insert(QStringLiteral("auth"), OAuth2);
-            keys.insert(QStringLiteral("oauthProvider"), p->oauthProvider);
-        }
+        if (browser)
+            answers.auth = OAuth2;
+        answers.takeServerOf(*p);
     } else {
         const QString host = m_host->text().trimmed();
-        const QString user = m_user->text().trimmed();
-        keys.insert(QStringLiteral("host"), host.isEmpty() ? m_host->placeholderText() : host);
-        keys.insert(QStringLiteral("port"), QString::number(m_port->value()));
-        keys.insert(QStringLiteral("security"), m_security->currentData().toString());
-        keys.insert(QStringLiteral("user"), user.isEmpty() ? mail : user);
+        answers.host = host.isEmpty() ? m_host->placeholderText() : host;
+        answers.port = QString::number(m_port->value());
+        answers.security = m_security->security();
+        answers.user = m_user->text().trimmed();
         if (browser) {
             // Found from the provider's published metadata, as `oauthProvider = discover` does: the
             // issuer is the IMAP server's own address unless the person names another.
-            keys.insert(QStringLiteral("auth"), OAuth2);
-            keys.insert(QStringLiteral("oauthProvider"), Discover);
-            const QString issuer = m_issuer->text().trimmed();
-            if (!issuer.isEmpty())
-                keys.insert(QStringLiteral("oauthIssuer"), issuer);
+            answers.auth = OAuth2;
+            answers.oauthProvider = Discover;
+            answers.oauthIssuer = m_issuer->text().trimmed();
         }
     }
-    // Written as `account add` writes them: the inbox unless it is INBOX, the others when chosen.
-    if (m_folders->inbox() != QLatin1String("INBOX"))
-        keys.insert(QStringLiteral("inbox"), m_folders->inbox());
-    if (!m_folders->todo().isEmpty())
-        keys.insert(QStringLiteral("todo"), m_folders->todo());
-    if (!m_folders->memo().isEmpty())
-        keys.insert(QStringLiteral("memo"), m_folders->memo());
-    return AccountGroup(AccountGroup::suggestedName(mail, config), keys);
+    // The inbox, To Do and Memo as chosen (before a test: the defaults, which add no key).
+    answers.inbox = m_folders->inbox();
+    answers.todo = m_folders->todo();
+    answers.memo = m_folders->memo();
+    return answers.group();
 }
 
 QString AddAccountPage::problem(const AccountGroup& group, const BridgeConfig::Account& account) const {
@@ -390,33 +376,25 @@ void AddAccountPage::testConnection() {
     // The password goes to the check's thread and the server only; it is not kept anywhere. After
     // a sign-in the check logs in with the sign-in's token, as the bridge will.
     // The same connection then lists the server's folders, for the lists to be chosen from.
-    auto result = std::make_shared<LiveBridge::FolderCheck>();
     const std::optional<QString> password =
         usesBrowser() ? std::nullopt : std::optional<QString>(m_password->text());
-    const int timeout = m_timeoutSeconds;
-    auto* job = new BackgroundJob(
-        [result, account, password, timeout] {
-            *result = LiveBridge::checkAndListFolders(account, password, timeout);
-        },
-        this);
-    connect(job, &BackgroundJob::finished, this, [this, result] {
-        finishJob();
-        if (!result->check.ok) {
-            showResult(result->check.error, false);
-            return;
-        }
-        if (!result->listError.isEmpty()) {
-            showResult(Localization::text("Connection ok, but the server's folders could not be listed: %1")
-                           .arg(result->listError),
-                       true);
-            return;
-        }
-        m_folders->setFolders(result->folders, result->moreFolders);
-        showResult(Localization::text("Connection ok: the server took the login and the inbox opened."),
-                   true);
-    });
-    setBusy(job, Localization::text("Testing the connection…"));
-    job->start();
+    BackgroundJob* job = ConnectionCheck::startListingFolders(
+        account, password, m_timeoutSeconds, this, [this](const LiveBridge::FolderCheck& result) {
+            finishJob();
+            if (!result.check.ok) {
+                showResult(result.check.error, false);
+                return;
+            }
+            if (!result.listError.isEmpty()) {
+                showResult(Localization::text("Connection ok, but the server's folders could not be listed: %1")
+                               .arg(result.listError),
+                           true);
+                return;
+            }
+            m_folders->setFolders(result.folders, result.moreFolders);
+            showResult(ConnectionCheck::okText(), true);
+        });
+    setBusy(job, ConnectionCheck::busyText());
 }
 
 void AddAccountPage::save() {

@@ -8,7 +8,6 @@
 #include <QWidget>
 #include <optional>
 
-class QComboBox;
 class QGroupBox;
 class QLabel;
 class QLineEdit;
@@ -19,6 +18,7 @@ namespace corvina {
 
 class BackgroundJob;
 class FolderChooser;
+class SecurityBox;
 class SignInJob;
 
 // The Accounts window's page for a new account. The mail address first: a provider of the
@@ -88,7 +88,7 @@ private:
     QGroupBox* m_server = nullptr;
     QLineEdit* m_host = nullptr;
     QSpinBox* m_port = nullptr;
-    QComboBox* m_security = nullptr;
+    SecurityBox* m_security = nullptr;
     QLineEdit* m_user = nullptr;
     QComboBox* m_auth = nullptr;
     QLabel* m_issuerLabel = nullptr;

@@ -191,6 +191,7 @@ QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config
         {.key = QStringLiteral("mail"),
          .prompt = QStringLiteral("Mail address"),
          .what = QStringLiteral("the mail address"),
+         .field = &AccountAnswers::mail,
          .check = mailCheck,
          .told =
              [providerOf](const Answers& answers) {
@@ -200,7 +201,7 @@ QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config
         {.key = QStringLiteral("group"),
          .prompt = QStringLiteral("Account name in bridge.conf"),
          .what = QStringLiteral("the account name"),
-         .kept = Kept::GroupName,
+         .field = &AccountAnswers::name,
          .defaultValue =
              [&config](const Answers& answers) {
                  return AccountGroup::suggestedName(answers.value(QStringLiteral("mail")), config);
@@ -210,29 +211,31 @@ QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config
         {.key = QStringLiteral("auth"),
          .prompt = QStringLiteral("Sign in: oauth2 (in your browser) or password (an app password)"),
          .what = QStringLiteral("the way of signing in"),
-         .kept = Kept::UnlessBridgeDefault,
+         .field = &AccountAnswers::auth,
          .defaultValue = [serverOf](const Answers& answers) { return serverOf(answers).auth; },
          .asked =
              [providerOf](const Answers& answers) {
                  const std::optional<ProviderTable::Provider> p = providerOf(answers);
                  return p && p->auth == OAuth2 && !p->passwordsRefused;
              },
-         .check = authCheck,
-         .bridgeDefault = Password},
+         .check = authCheck},
         {.key = QStringLiteral("host"),
          .prompt = QStringLiteral("IMAP server"),
          .what = QStringLiteral("the IMAP server"),
+         .field = &AccountAnswers::host,
          .defaultValue = [serverOf](const Answers& answers) { return serverOf(answers).host; },
          .asked = unknownProvider},
         {.key = QStringLiteral("security"),
          .prompt = QStringLiteral("Security: tls, starttls, or none (only for this computer)"),
          .what = QStringLiteral("the security"),
+         .field = &AccountAnswers::security,
          .defaultValue = [serverOf](const Answers& answers) { return serverOf(answers).security; },
          .asked = unknownProvider,
          .check = lowerCase},
         {.key = QStringLiteral("port"),
          .prompt = QStringLiteral("Port"),
          .what = QStringLiteral("the port"),
+         .field = &AccountAnswers::port,
          .defaultValue =
              [providerOf](const Answers& answers) {
                  if (const std::optional<ProviderTable::Provider> p = providerOf(answers))
@@ -246,7 +249,7 @@ QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config
         {.key = QStringLiteral("oauthProvider"),
          .prompt = QString(),
          .what = QString(),
-         .kept = Kept::UnlessEmpty,
+         .field = &AccountAnswers::oauthProvider,
          .defaultValue =
              [serverOf, signsIn](const Answers& answers) {
                  return signsIn(answers) ? serverOf(answers).oauthProvider : QString();
@@ -256,41 +259,42 @@ QList<AccountSetup::Question> AccountSetup::questions(const BridgeConfig& config
          .prompt = QStringLiteral("OAuth client id registered with the provider (empty: the one built into "
                                   "this program, if any)"),
          .what = QStringLiteral("the OAuth client id"),
-         .kept = Kept::UnlessEmpty,
+         .field = &AccountAnswers::oauthClientId,
          .asked = signsIn},
         {.key = QStringLiteral("oauthClientSecret"),
          .prompt = QStringLiteral("OAuth client secret (empty: none)"),
          .what = QStringLiteral("the OAuth client secret"),
-         .kept = Kept::UnlessEmpty,
+         .field = &AccountAnswers::oauthClientSecret,
          .asked = signsIn},
         {.key = QStringLiteral("user"),
          .prompt = QStringLiteral("Login name"),
          .what = QStringLiteral("the login name"),
+         .field = &AccountAnswers::user,
          .defaultValue = answerTo("mail")},
         {.key = QStringLiteral("inbox"),
          .prompt = QStringLiteral("Inbox folder"),
          .what = QStringLiteral("the inbox folder"),
-         .kept = Kept::UnlessDefault,
+         .field = &AccountAnswers::inbox,
          .defaultValue = fixed("INBOX")},
         {.key = QStringLiteral("todo"),
          .prompt = QStringLiteral("To Do folder (empty: the flagged messages of the inbox)"),
          .what = QStringLiteral("the To Do folder"),
-         .kept = Kept::UnlessEmpty},
+         .field = &AccountAnswers::todo},
         {.key = QStringLiteral("memo"),
          .prompt = QStringLiteral("Memo folder (empty: no Memo list)"),
          .what = QStringLiteral("the Memo folder"),
-         .kept = Kept::UnlessEmpty},
+         .field = &AccountAnswers::memo},
         {.key = QStringLiteral("caFile"),
          .prompt = QStringLiteral("Certificate authority file (empty: the system's trusted certificates)"),
          .what = QStringLiteral("the certificate authority file"),
-         .kept = Kept::UnlessEmpty,
+         .field = &AccountAnswers::caFile,
          .asked = withTls,
          .check = caFileCheck},
         {.key = QStringLiteral("passwordCommand"),
          .prompt =
              QStringLiteral("Password command (empty: type the password now, kept in the Secret Service)"),
          .what = QStringLiteral("the password command"),
-         .kept = Kept::UnlessEmpty,
+         .field = &AccountAnswers::passwordCommand,
          .asked = [signsIn](const Answers& answers) { return !signsIn(answers); }},
     };
 }
@@ -330,34 +334,13 @@ std::optional<AccountSetup::Answers> AccountSetup::askAll(const QList<Question>&
 }
 
 AccountGroup AccountSetup::groupOf(const QList<Question>& questions, const Answers& answers) {
-    QString name;
-    QVariantMap keys;
+    AccountAnswers given;
     for (const Question& question : questions) {
         const auto it = answers.find(question.key);
-        if (it == answers.end())
-            continue;
-        switch (question.kept) {
-        case Kept::GroupName:
-            name = *it;
-            break;
-        case Kept::Always:
-            keys.insert(question.key, *it);
-            break;
-        case Kept::UnlessEmpty:
-            if (!it->isEmpty())
-                keys.insert(question.key, *it);
-            break;
-        case Kept::UnlessDefault:
-            if (*it != question.defaultValue(answers))
-                keys.insert(question.key, *it);
-            break;
-        case Kept::UnlessBridgeDefault:
-            if (*it != question.bridgeDefault)
-                keys.insert(question.key, *it);
-            break;
-        }
+        if (it != answers.end() && question.field != nullptr)
+            given.*question.field = *it;
     }
-    return AccountGroup(name, keys);
+    return given.group();
 }
 
 int AccountSetup::add() {

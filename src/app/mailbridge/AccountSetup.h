@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bridge/config/AccountAnswers.h"
 #include "bridge/config/AccountChanges.h"
 #include "bridge/config/AccountGroup.h"
 #include "bridge/config/BridgeConfig.h"
@@ -39,20 +40,13 @@ public:
 private:
     // The answers of `account add` so far, by the key each question has.
     using Answers = QMap<QString, QString>;
-    // Whether, and how, an answer goes into the account's group.
-    enum class Kept {
-        GroupName,   // the group's own name, not a key
-        Always,      // written as it is
-        UnlessEmpty, // left out when empty: the bridge's default then holds
-        UnlessDefault,
-        UnlessBridgeDefault, // left out when it is `bridgeDefault`, what the bridge takes without it
-    };
     // One question of `account add`, in the order they are asked.
     struct Question {
         QString key;    // the key in bridge.conf (or, for the group's name, a key of Answers alone)
         QString prompt; // as shown, before the default in brackets
         QString what;   // "the input ended before <what>"
-        Kept kept = Kept::Always;
+        // Where the answer goes among the answers the group is made from (AccountAnswers).
+        QString AccountAnswers::*field = nullptr;
         // The default offered from the answers before it; none when null.
         std::function<QString(const Answers&)> defaultValue = nullptr;
         // Whether it is asked at all; always when null. One not asked takes its default, if any.
@@ -62,15 +56,13 @@ private:
         std::function<QString(QString& answer, const Answers&)> check = nullptr;
         // What is said once the answer is taken (lines for the person), or nothing when empty.
         std::function<QString(const Answers&)> told = nullptr;
-        // For Kept::UnlessBridgeDefault.
-        QString bridgeDefault = QString();
     };
     // The questions of `account add` against the accounts already in `config`, with the providers
     // of `providers` known by their addresses' domains.
     QList<Question> questions(const BridgeConfig& config, const ProviderTable& providers) const;
     // Asks `questions` in turn: the answers, or nothing once one failed (said on `m_err`).
     std::optional<Answers> askAll(const QList<Question>& questions);
-    // The account's group from its answers: the keys the bridge's defaults do not already cover.
+    // The account's group from its answers, made by AccountAnswers as the window makes it.
     static AccountGroup groupOf(const QList<Question>& questions, const Answers& answers);
     // Stores the typed password, then writes the group; the status of `account add`.
     int storeAndWrite(const AccountGroup& group, const BridgeConfig::Account& account);

@@ -34,6 +34,47 @@ bool AccountChanges::replacePassword(const BridgeConfig::Account& account, const
                            error);
 }
 
+bool AccountChanges::movesPassword(const BridgeConfig::Account& before, const BridgeConfig::Account& after) {
+    return before.auth == BridgeConfig::Auth::Password && before.passwordCommand.isEmpty() &&
+           after.passwordCommand.isEmpty() && (before.user != after.user || before.host != after.host);
+}
+
+bool AccountChanges::edit(const BridgeConfig::Account& before, const AccountGroup& edited,
+                          const std::optional<QString>& newPassword, QString* error) const {
+    const BridgeConfig::Account after = edited.read();
+    if (!after.problem.isEmpty()) {
+        if (error)
+            *error = QStringLiteral("%1; nothing was changed").arg(after.problem);
+        return false;
+    }
+    if (movesPassword(before, after) && (!newPassword || newPassword->isEmpty())) {
+        if (error)
+            *error = QStringLiteral("the server or login name changed: the password for them is needed; "
+                                    "nothing was changed");
+        return false;
+    }
+    QString why;
+    if (newPassword && !newPassword->isEmpty() &&
+        !m_secrets.store(AccountPassword::keyOf(after), AccountPassword::labelOf(after), *newPassword,
+                         &why)) {
+        if (error)
+            *error = QStringLiteral("%1; nothing was changed").arg(why);
+        return false;
+    }
+    return edited.replaceIn(m_path, error);
+}
+
+bool AccountChanges::setEnabled(const BridgeConfig::Account& account, bool enabled, QString* error) const {
+    const std::optional<AccountGroup> group = AccountGroup::readFrom(m_path, account.name);
+    if (!group) {
+        if (error)
+            *error = QStringLiteral("no account %1 in %2").arg(account.name, m_path);
+        return false;
+    }
+    return group->with({{QStringLiteral("enabled"), enabled ? QString() : QStringLiteral("false")}})
+        .replaceIn(m_path, error);
+}
+
 bool AccountChanges::remove(const BridgeConfig::Account& account, QString* error,
                             bool* keyringCleared) const {
     QString keyringError;

@@ -5,6 +5,7 @@
 #include "SecretStore.h"
 
 #include <QString>
+#include <optional>
 
 namespace corvina {
 
@@ -29,6 +30,19 @@ public:
     // written.
     bool addWithPassword(const AccountGroup& group, const BridgeConfig::Account& account,
                          const QString& password, QString* error) const;
+    // Writes `edited` (the account's group as it is to be: AccountGroup::readFrom, then with) in
+    // place of the group of `before`. It is read as the bridge reads it first, and what the bridge
+    // would refuse is refused with nothing written. When the server or login name changed for an
+    // account whose password is in the keyring (movesPassword), the password for the new ones,
+    // `newPassword`, is needed and stored first; a given `newPassword` is stored in any case.
+    bool edit(const BridgeConfig::Account& before, const AccountGroup& edited,
+              const std::optional<QString>& newPassword, QString* error) const;
+    // Whether the keyring's password of `before` no longer serves `after`: the keyring keys a
+    // password by account, login name and server, and never hands it to another server.
+    static bool movesPassword(const BridgeConfig::Account& before, const BridgeConfig::Account& after);
+    // Turns `account` on or off (its key `enabled`; on is the bridge's default, so the key goes).
+    // The bridge honours it when it starts: a turned off account is not synced.
+    bool setEnabled(const BridgeConfig::Account& account, bool enabled, QString* error) const;
     // Replaces the stored password of `account`.
     bool replacePassword(const BridgeConfig::Account& account, const QString& password, QString* error) const;
     // Takes `account` out of bridge.conf, and every password and sign-in the keyring holds for it.

@@ -57,6 +57,45 @@ bool AccountGroup::writeTo(const QString& path, QString* error) const {
     return true;
 }
 
+std::optional<AccountGroup> AccountGroup::readFrom(const QString& path, const QString& name) {
+    QSettings settings(path, QSettings::IniFormat);
+    if (!settings.childGroups().contains(name))
+        return std::nullopt;
+    settings.beginGroup(name);
+    QVariantMap keys;
+    for (const QString& key : settings.childKeys())
+        keys.insert(key, settings.value(key));
+    return AccountGroup(name, keys);
+}
+
+AccountGroup AccountGroup::with(const QVariantMap& changes) const {
+    QVariantMap keys = m_keys;
+    for (auto it = changes.begin(); it != changes.end(); ++it) {
+        if (it.value().toString().isEmpty())
+            keys.remove(it.key());
+        else
+            keys.insert(it.key(), it.value());
+    }
+    return AccountGroup(m_name, keys);
+}
+
+bool AccountGroup::replaceIn(const QString& path, QString* error) const {
+    QSettings settings(path, QSettings::IniFormat);
+    // One write of the whole file: the group's old keys go and its new ones come together.
+    settings.remove(m_name);
+    settings.beginGroup(m_name);
+    for (auto it = m_keys.begin(); it != m_keys.end(); ++it)
+        settings.setValue(it.key(), it.value());
+    settings.endGroup();
+    settings.sync();
+    if (settings.status() != QSettings::NoError) {
+        if (error)
+            *error = QStringLiteral("cannot write %1").arg(path);
+        return false;
+    }
+    return true;
+}
+
 bool AccountGroup::removeFrom(const QString& path, const QString& name, QString* error) {
     QSettings settings(path, QSettings::IniFormat);
     settings.remove(name);

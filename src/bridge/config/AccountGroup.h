@@ -4,6 +4,7 @@
 
 #include <QString>
 #include <QVariantMap>
+#include <optional>
 
 namespace corvina {
 
@@ -33,6 +34,16 @@ public:
     // Writes the group into the INI file at `path` (made, with its folder, when missing); the other
     // groups stay as they are. False, with `error` set to one line, when the file cannot be written.
     bool writeTo(const QString& path, QString* error) const;
+    // The group `name` of the INI file at `path` with every key it has there; nothing when the file
+    // has no such group.
+    static std::optional<AccountGroup> readFrom(const QString& path, const QString& name);
+    // This group with `changes` made: a key given an empty text is taken out (the bridge's default
+    // then holds), any other is set. The keys not named stay as they are.
+    AccountGroup with(const QVariantMap& changes) const;
+    // Writes the group in place of the group of its name in the INI file at `path`: a key it no
+    // longer has leaves the file; the other groups stay. False, with `error` set, when the file
+    // cannot be written.
+    bool replaceIn(const QString& path, QString* error) const;
     // Takes group `name` out of the INI file at `path`. False, with `error` set, when the file
     // cannot be written.
     static bool removeFrom(const QString& path, const QString& name, QString* error);

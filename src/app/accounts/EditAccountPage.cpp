@@ -1,0 +1,296 @@
+#include "EditAccountPage.h"
+
+#include "BackgroundJob.h"
+#include "ConnectionCheck.h"
+#include "SecurityBox.h"
+#include "bridge/config/AccountChanges.h"
+#include "platform/Localization.h"
+
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QVBoxLayout>
+#include <memory>
+
+namespace corvina {
+
+namespace {
+
+const QString DefaultInbox = QStringLiteral("INBOX");
+
+QLabel* editFieldLabel(const QString& text, QWidget* field) {
+    auto* label = new QLabel(text);
+    label->setBuddy(field);
+    return label;
+}
+
+QLineEdit* editField(const QString& accessibleName) {
+    auto* field = new QLineEdit;
+    field->setAccessibleName(accessibleName);
+    return field;
+}
+
+} // namespace
+
+EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget* parent)
+    : QWidget(parent), m_configPath(std::move(configPath)), m_timeoutSeconds(timeoutSeconds) {
+    m_heading = new QLabel;
+    QFont bold = m_heading->font();
+    bold.setBold(true);
+    m_heading->setFont(bold);
+
+    m_host = editField(Localization::text("IMAP server"));
+    m_security = new SecurityBox;
+    m_port = new QSpinBox;
+    m_port->setRange(1, 65535);
+    m_port->setAccessibleName(Localization::text("Port"));
+    m_user = editField(Localization::text("Login name"));
+    m_user->setPlaceholderText(Localization::text("the mail address"));
+    m_inbox = editField(Localization::text("Inbox folder"));
+    m_inbox->setPlaceholderText(DefaultInbox);
+    m_todo = editField(Localization::text("To Do folder"));
+    m_todo->setPlaceholderText(Localization::text("none: the inbox's flagged messages"));
+    m_memo = editField(Localization::text("Memo folder"));
+    m_memo->setPlaceholderText(Localization::text("none: no Memo list"));
+    // Shown, not changed here: a new way of signing in is a new account.
+    m_auth = editField(Localization::text("Signs in with"));
+    m_auth->setReadOnly(true);
+    m_password = editField(Localization::text("Password for the new server or login name"));
+    m_password->setEchoMode(QLineEdit::Password);
+    m_passwordLabel = editFieldLabel(Localization::text("&Password:"), m_password);
+
+    auto* form = new QFormLayout;
+    form->addRow(editFieldLabel(Localization::text("IMAP ser&ver:"), m_host), m_host);
+    form->addRow(editFieldLabel(Localization::text("Securit&y:"), m_security), m_security);
+    form->addRow(editFieldLabel(Localization::text("P&ort:"), m_port), m_port);
+    form->addRow(editFieldLabel(Localization::text("&Login name:"), m_user), m_user);
+    form->addRow(editFieldLabel(Localization::text("&Inbox folder:"), m_inbox), m_inbox);
+    form->addRow(editFieldLabel(Localization::text("To &Do folder:"), m_todo), m_todo);
+    form->addRow(editFieldLabel(Localization::text("&Memo folder:"), m_memo), m_memo);
+    form->addRow(editFieldLabel(Localization::text("Signs in &with:"), m_auth), m_auth);
+    form->addRow(m_passwordLabel, m_password);
+
+    m_test = new QPushButton(Localization::text("&Test connection"));
+    m_test->setAccessibleName(Localization::text("Test connection"));
+    m_save = new QPushButton(Localization::text("&Save"));
+    m_save->setAccessibleName(Localization::text("Save"));
+    m_cancel = new QPushButton(Localization::text("Cancel"));
+    m_cancel->setAccessibleName(Localization::text("Cancel"));
+    m_cancel->setShortcut(QKeySequence(Qt::Key_Escape));
+    m_result = new QLabel;
+    m_result->setWordWrap(true);
+    m_result->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_result->setAccessibleDescription(Localization::text("The result of the connection test or the save"));
+    auto* note =
+        new QLabel(Localization::text("The bridge reads the changed settings when it starts again."));
+    note->setWordWrap(true);
+
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(m_test);
+    buttons->addStretch();
+    buttons->addWidget(m_cancel);
+    buttons->addWidget(m_save);
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(m_heading);
+    layout->addLayout(form);
+    layout->addWidget(note);
+    layout->addLayout(buttons);
+    layout->addWidget(m_result);
+    layout->addStretch();
+
+    // The fields top to bottom, then the buttons: the order Tab takes.
+    setTabOrder(m_host, m_security);
+    setTabOrder(m_security, m_port);
+    setTabOrder(m_port, m_user);
+    setTabOrder(m_user, m_inbox);
+    setTabOrder(m_inbox, m_todo);
+    setTabOrder(m_todo, m_memo);
+    setTabOrder(m_memo, m_auth);
+    setTabOrder(m_auth, m_password);
+    setTabOrder(m_password, m_test);
+    setTabOrder(m_test, m_save);
+    setTabOrder(m_save, m_cancel);
+
+    connect(m_host, &QLineEdit::textChanged, this, &EditAccountPage::fieldsChanged);
+    connect(m_user, &QLineEdit::textChanged, this, &EditAccountPage::fieldsChanged);
+    connect(m_test, &QPushButton::clicked, this, &EditAccountPage::testConnection);
+    connect(m_save, &QPushButton::clicked, this, &EditAccountPage::save);
+    connect(m_cancel, &QPushButton::clicked, this, [this] {
+        // As on the add page: a test or a save under way ends on its own thread, unseen.
+        abandonJob();
+        emit cancelled();
+    });
+}
+
+EditAccountPage::~EditAccountPage() = default;
+
+bool EditAccountPage::load(const QString& name) {
+    abandonJob();
+    const BridgeConfig config = BridgeConfig::load(m_configPath);
+    const BridgeConfig::Account* account = config.account(name);
+    if (account == nullptr)
+        return false;
+    m_before = *account;
+    m_heading->setText(Localization::text("Edit %1 (%2)").arg(account->name, account->mail));
+    m_host->setText(account->host);
+    m_security->setSecurity(BridgeConfig::securityName(account->security));
+    m_port->setValue(account->port);
+    m_user->setText(account->user == account->mail ? QString() : account->user);
+    m_inbox->setText(account->inbox == DefaultInbox ? QString() : account->inbox);
+    m_todo->setText(account->todo);
+    m_memo->setText(account->memo);
+    QString auth = BridgeConfig::authName(account->auth);
+    if (!account->passwordCommand.isEmpty())
+        auth = Localization::text("password, from its passwordCommand");
+    m_auth->setText(auth);
+    m_password->clear();
+    m_result->clear();
+    setBusy(nullptr, QString());
+    fieldsChanged();
+    m_host->setFocus();
+    return true;
+}
+
+QString EditAccountPage::resultText() const {
+    return m_result->text();
+}
+
+bool EditAccountPage::isBusy() const {
+    return m_job != nullptr;
+}
+
+bool EditAccountPage::needsNewPassword() const {
+    BridgeConfig::Account typed = m_before;
+    typed.host = m_host->text().trimmed();
+    typed.user = m_user->text().trimmed().isEmpty() ? m_before.mail : m_user->text().trimmed();
+    return AccountChanges::movesPassword(m_before, typed);
+}
+
+void EditAccountPage::fieldsChanged() {
+    const bool needed = needsNewPassword();
+    m_passwordLabel->setVisible(needed);
+    m_password->setVisible(needed);
+}
+
+std::optional<AccountGroup> EditAccountPage::edited() const {
+    const std::optional<AccountGroup> current = AccountGroup::readFrom(m_configPath, m_before.name);
+    if (!current)
+        return std::nullopt;
+    const QString inbox = m_inbox->text().trimmed();
+    // An empty text takes the key out: the bridge's default (the mail address, INBOX, no folder)
+    // then holds, as for an account added with those answers.
+    return current->with({{QStringLiteral("host"), m_host->text().trimmed()},
+                          {QStringLiteral("security"), m_security->security()},
+                          {QStringLiteral("port"), QString::number(m_port->value())},
+                          {QStringLiteral("user"), m_user->text().trimmed()},
+                          {QStringLiteral("inbox"), inbox == DefaultInbox ? QString() : inbox},
+                          {QStringLiteral("todo"), m_todo->text().trimmed()},
+                          {QStringLiteral("memo"), m_memo->text().trimmed()}});
+}
+
+void EditAccountPage::showResult(const QString& text, bool ok) {
+    m_result->setText(text);
+    m_result->setProperty("ok", ok);
+}
+
+void EditAccountPage::setBusy(BackgroundJob* job, const QString& what) {
+    m_job = job;
+    const bool busy = job != nullptr;
+    m_test->setEnabled(!busy);
+    m_save->setEnabled(!busy);
+    if (busy)
+        showResult(what, true);
+}
+
+void EditAccountPage::finishJob() {
+    if (m_job != nullptr)
+        m_job->deleteLater();
+    setBusy(nullptr, QString());
+}
+
+void EditAccountPage::abandonJob() {
+    if (m_job != nullptr) {
+        m_job->abandon();
+        m_job = nullptr;
+    }
+}
+
+void EditAccountPage::testConnection() {
+    if (m_job != nullptr)
+        return;
+    const std::optional<AccountGroup> group = edited();
+    if (!group) {
+        showResult(Localization::text("The account %1 is no longer in bridge.conf.").arg(m_before.name),
+                   false);
+        return;
+    }
+    const BridgeConfig::Account account = group->read();
+    if (!account.problem.isEmpty()) {
+        showResult(account.problem, false);
+        return;
+    }
+    // The stored password still serves the same server and login; for new ones the typed one is
+    // tried, and it goes to the check's thread and the server only.
+    std::optional<QString> password;
+    if (needsNewPassword()) {
+        if (m_password->text().isEmpty()) {
+            showResult(Localization::text("Type the password for the new server or login name first."),
+                       false);
+            return;
+        }
+        password = m_password->text();
+    }
+    BackgroundJob* job = ConnectionCheck::start(account, password, m_timeoutSeconds, this,
+                                                [this](bool ok, const QString& line) {
+                                                    finishJob();
+                                                    showResult(line, ok);
+                                                });
+    setBusy(job, ConnectionCheck::busyText());
+}
+
+void EditAccountPage::save() {
+    if (m_job != nullptr)
+        return;
+    const std::optional<AccountGroup> group = edited();
+    if (!group) {
+        showResult(Localization::text("The account %1 is no longer in bridge.conf.").arg(m_before.name),
+                   false);
+        return;
+    }
+    std::optional<QString> password;
+    if (needsNewPassword()) {
+        if (m_password->text().isEmpty()) {
+            showResult(Localization::text("Type the password for the new server or login name first."),
+                       false);
+            return;
+        }
+        password = m_password->text();
+    }
+    struct Outcome {
+        bool ok = false;
+        QString error;
+    };
+    auto outcome = std::make_shared<Outcome>();
+    const QString path = m_configPath;
+    const BridgeConfig::Account before = m_before;
+    auto* job = new BackgroundJob(
+        [outcome, path, before, g = *group, password] {
+            outcome->ok = AccountChanges(path).edit(before, g, password, &outcome->error);
+        },
+        this);
+    connect(job, &BackgroundJob::finished, this, [this, outcome, name = before.name] {
+        finishJob();
+        if (!outcome->ok) {
+            showResult(outcome->error, false);
+            return;
+        }
+        emit saved(name);
+    });
+    setBusy(job, Localization::text("Saving…"));
+    job->start();
+}
+
+} // namespace corvina

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "bridge/config/AccountGroup.h"
+#include "bridge/config/BridgeConfig.h"
+
+#include <QString>
+#include <QWidget>
+#include <optional>
+
+class QSpinBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+
+namespace corvina {
+
+class BackgroundJob;
+class SecurityBox;
+
+// The Accounts window's page for an account already in bridge.conf: its server, port, security,
+// login name and folders as the file has them, the way it signs in shown but not changed.
+// "Test connection" runs the bridge's check on the settings as typed (the page's account, before
+// anything is written); "Save" writes them through AccountChanges::edit, the same code a command
+// line change would take. A password already in the keyring is kept unless the server or login
+// name changes: then the password for the new ones is asked (the keyring never hands a password to
+// another server).
+class EditAccountPage : public QWidget {
+    Q_OBJECT
+public:
+    EditAccountPage(QString configPath, int timeoutSeconds, QWidget* parent = nullptr);
+    ~EditAccountPage() override;
+
+    // Shows the account `name` of bridge.conf as the file has it now; false when there is none.
+    bool load(const QString& name);
+    QString resultText() const;
+    bool isBusy() const;
+
+signals:
+    void saved(const QString& name);
+    void cancelled();
+
+private:
+    // The group as edited, from the group in the file and the fields.
+    std::optional<AccountGroup> edited() const;
+    // Whether the typed server or login name no longer match the stored password's.
+    bool needsNewPassword() const;
+    void fieldsChanged();
+    void testConnection();
+    void save();
+    void showResult(const QString& text, bool ok);
+    void setBusy(BackgroundJob* job, const QString& what);
+    void finishJob();
+    void abandonJob();
+
+    QString m_configPath;
+    int m_timeoutSeconds;
+    BridgeConfig::Account m_before;
+
+    QLabel* m_heading = nullptr;
+    QLineEdit* m_host = nullptr;
+    SecurityBox* m_security = nullptr;
+    QSpinBox* m_port = nullptr;
+    QLineEdit* m_user = nullptr;
+    QLineEdit* m_inbox = nullptr;
+    QLineEdit* m_todo = nullptr;
+    QLineEdit* m_memo = nullptr;
+    QLineEdit* m_auth = nullptr;
+    QLabel* m_passwordLabel = nullptr;
+    QLineEdit* m_password = nullptr;
+    QPushButton* m_test = nullptr;
+    QPushButton* m_save = nullptr;
+    QPushButton* m_cancel = nullptr;
+    QLabel* m_result = nullptr;
+    BackgroundJob* m_job = nullptr;
+};
+
+} // namespace corvina

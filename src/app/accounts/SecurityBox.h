@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QComboBox>
+#include <QString>
+
+namespace corvina {
+
+// The choice of a connection's security as the Accounts window's pages offer it: each choice says
+// in one line what it means, so that the person need not know the words; its data is the word
+// bridge.conf takes (tls, starttls, none).
+class SecurityBox : public QComboBox {
+    Q_OBJECT
+public:
+    explicit SecurityBox(QWidget* parent = nullptr);
+
+    QString security() const;
+    // Selects `security` (a word of bridge.conf); the first choice when it is none of them.
+    void setSecurity(const QString& security);
+};
+
+} // namespace corvina

@@ -499,5 +499,261 @@
         <source>%1. Start the bridge yourself: run %2 in a terminal.</source>
         <translation>%1. Starten Sie die Brücke selbst: führen Sie %2 in einem Terminal aus.</translation>
     </message>
+    <message>
+        <source>Sign &amp;in again</source>
+        <translation>Erneut an&amp;melden</translation>
+    </message>
+    <message>
+        <source>Sign in again</source>
+        <translation>Erneut anmelden</translation>
+    </message>
+    <message>
+        <source>&amp;Edit…</source>
+        <translation>&amp;Bearbeiten…</translation>
+    </message>
+    <message>
+        <source>Edit account</source>
+        <translation>Konto bearbeiten</translation>
+    </message>
+    <message>
+        <source>Change &amp;password…</source>
+        <translation>&amp;Passwort ändern…</translation>
+    </message>
+    <message>
+        <source>Change password</source>
+        <translation>Passwort ändern</translation>
+    </message>
+    <message>
+        <source>Saved the account %1; the bridge reads it when it starts again.</source>
+        <translation>Das Konto %1 wurde gespeichert; die Brücke liest es beim nächsten Start.</translation>
+    </message>
+    <message>
+        <source>Stored the new password of %1 in the keyring.</source>
+        <translation>Das neue Passwort von %1 liegt im Schlüsselbund.</translation>
+    </message>
+    <message>
+        <source>Turn o&amp;ff</source>
+        <translation>Aus&amp;schalten</translation>
+    </message>
+    <message>
+        <source>Turn o&amp;n</source>
+        <translation>Ei&amp;nschalten</translation>
+    </message>
+    <message>
+        <source>Turn off</source>
+        <translation>Ausschalten</translation>
+    </message>
+    <message>
+        <source>Turn on</source>
+        <translation>Einschalten</translation>
+    </message>
+    <message>
+        <source>Stop &amp;waiting for the browser</source>
+        <translation>Nicht länger auf den Bro&amp;wser warten</translation>
+    </message>
+    <message>
+        <source>Stop waiting for the browser</source>
+        <translation>Nicht länger auf den Browser warten</translation>
+    </message>
+    <message>
+        <source>Stopping the sign-in…</source>
+        <translation>Die Anmeldung wird beendet…</translation>
+    </message>
+    <message>
+        <source>Signed in to %1 (%2) again; the bridge uses it from its next try.</source>
+        <translation>Erneut bei %1 (%2) angemeldet; die Brücke nutzt das ab ihrem nächsten Versuch.</translation>
+    </message>
+    <message>
+        <source>%1 is not signed in: %2</source>
+        <translation>%1 ist nicht angemeldet: %2</translation>
+    </message>
+    <message>
+        <source>Waiting for you to finish signing in to %1 in the browser…</source>
+        <translation>Warten, bis Sie die Anmeldung bei %1 im Browser abschließen…</translation>
+    </message>
+    <message>
+        <source>The account %1 is no longer in bridge.conf.</source>
+        <translation>Das Konto %1 steht nicht mehr in bridge.conf.</translation>
+    </message>
+    <message>
+        <source>The account %1 was not changed: %2</source>
+        <translation>Das Konto %1 wurde nicht geändert: %2</translation>
+    </message>
+    <message>
+        <source>Turned on %1: the bridge syncs it from its next start.</source>
+        <translation>%1 ist eingeschaltet: die Brücke gleicht es ab ihrem nächsten Start ab.</translation>
+    </message>
+    <message>
+        <source>Turned off %1: the bridge leaves it alone from its next start.</source>
+        <translation>%1 ist ausgeschaltet: die Brücke lässt es ab ihrem nächsten Start in Ruhe.</translation>
+    </message>
+    <message>
+        <source>Sign-in</source>
+        <translation>Anmeldung</translation>
+    </message>
+    <message>
+        <source>Password: the account's password, or an app password</source>
+        <translation>Passwort: das Passwort des Kontos oder ein App-Passwort</translation>
+    </message>
+    <message>
+        <source>In the browser: the provider publishes its sign-in (OAuth 2)</source>
+        <translation>Im Browser: der Anbieter veröffentlicht seine Anmeldung (OAuth 2)</translation>
+    </message>
+    <message>
+        <source>Sign-in address</source>
+        <translation>Anmeldeadresse</translation>
+    </message>
+    <message>
+        <source>Sign-in addr&amp;ess:</source>
+        <translation>Anme&amp;ldeadresse:</translation>
+    </message>
+    <message>
+        <source>Sig&amp;n-in:</source>
+        <translation>An&amp;meldung:</translation>
+    </message>
+    <message>
+        <source>Sign in with the &amp;browser</source>
+        <translation>Mit dem Bro&amp;wser anmelden</translation>
+    </message>
+    <message>
+        <source>Sign in with the browser</source>
+        <translation>Mit dem Browser anmelden</translation>
+    </message>
+    <message>
+        <source>It takes no password: press Sign in with the browser and finish there, then save.</source>
+        <translation>Es braucht kein Passwort: drücken Sie „Mit dem Browser anmelden“, schließen Sie dort ab und speichern Sie dann.</translation>
+    </message>
+    <message>
+        <source>Sign in with the browser; or use an app password made for this program, not your account's password.</source>
+        <translation>Melden Sie sich mit dem Browser an, oder nehmen Sie ein App-Passwort für dieses Programm, nicht das Passwort Ihres Kontos.</translation>
+    </message>
+    <message>
+        <source>Connection ok, but the server's folders could not be listed: %1</source>
+        <translation>Verbindung in Ordnung, aber die Ordner des Servers ließen sich nicht auflisten: %1</translation>
+    </message>
+    <message>
+        <source>Sign in in your browser to finish: select it and press Sign in again (or run corvina-mail-bridge account signin %1).</source>
+        <translation>Melden Sie sich zum Abschluss im Browser an: wählen Sie es aus und drücken Sie „Erneut anmelden“ (oder führen Sie corvina-mail-bridge account signin %1 aus).</translation>
+    </message>
+    <message>
+        <source>Not signed in: %1</source>
+        <translation>Nicht angemeldet: %1</translation>
+    </message>
+    <message>
+        <source>Signed in as %1 in the browser. Test the connection, or save the account.</source>
+        <translation>Im Browser als %1 angemeldet. Testen Sie die Verbindung oder speichern Sie das Konto.</translation>
+    </message>
+    <message>
+        <source>Waiting for you to finish in the browser… (Cancel stops waiting)</source>
+        <translation>Warten, bis Sie im Browser abschließen… (Abbrechen beendet das Warten)</translation>
+    </message>
+    <message>
+        <source>Inbox folder</source>
+        <translation>Posteingangsordner</translation>
+    </message>
+    <message>
+        <source>To Do folder</source>
+        <translation>Ordner für To Do</translation>
+    </message>
+    <message>
+        <source>none: the inbox's flagged messages</source>
+        <translation>keiner: die markierten Nachrichten des Posteingangs</translation>
+    </message>
+    <message>
+        <source>Memo folder</source>
+        <translation>Ordner für Memo</translation>
+    </message>
+    <message>
+        <source>none: no Memo list</source>
+        <translation>keiner: keine Memo-Liste</translation>
+    </message>
+    <message>
+        <source>Signs in with</source>
+        <translation>Meldet sich an mit</translation>
+    </message>
+    <message>
+        <source>Password for the new server or login name</source>
+        <translation>Passwort für den neuen Server oder Anmeldenamen</translation>
+    </message>
+    <message>
+        <source>&amp;Inbox folder:</source>
+        <translation>Ordner für den Posteingan&amp;g:</translation>
+    </message>
+    <message>
+        <source>To &amp;Do folder:</source>
+        <translation>Ordner für To &amp;Do:</translation>
+    </message>
+    <message>
+        <source>&amp;Memo folder:</source>
+        <translation>Ordner für M&amp;emo:</translation>
+    </message>
+    <message>
+        <source>Signs in &amp;with:</source>
+        <translation>Meldet sich an &amp;mit:</translation>
+    </message>
+    <message>
+        <source>The bridge reads the changed settings when it starts again.</source>
+        <translation>Die Brücke liest die geänderten Einstellungen beim nächsten Start.</translation>
+    </message>
+    <message>
+        <source>Edit %1 (%2)</source>
+        <translation>%1 (%2) bearbeiten</translation>
+    </message>
+    <message>
+        <source>password, from its passwordCommand</source>
+        <translation>Passwort, aus seinem passwordCommand</translation>
+    </message>
+    <message>
+        <source>Type the password for the new server or login name first.</source>
+        <translation>Geben Sie zuerst das Passwort für den neuen Server oder Anmeldenamen ein.</translation>
+    </message>
+    <message>
+        <source>&amp;Inbox:</source>
+        <translation>Posteingan&amp;g:</translation>
+    </message>
+    <message>
+        <source>To &amp;Do:</source>
+        <translation>To &amp;Do:</translation>
+    </message>
+    <message>
+        <source>&amp;Memo:</source>
+        <translation>M&amp;emo:</translation>
+    </message>
+    <message>
+        <source>The inbox's flagged messages</source>
+        <translation>Die markierten Nachrichten des Posteingangs</translation>
+    </message>
+    <message>
+        <source>No Memo list</source>
+        <translation>Keine Memo-Liste</translation>
+    </message>
+    <message>
+        <source>The server has more folders than these %1; a folder not offered can be named in bridge.conf.</source>
+        <translation>Der Server hat mehr Ordner als diese %1; einen nicht angebotenen Ordner können Sie in bridge.conf nennen.</translation>
+    </message>
+    <message>
+        <source>Test the connection to choose the lists' folders from the server's own.</source>
+        <translation>Testen Sie die Verbindung, um die Ordner der Listen aus denen des Servers zu wählen.</translation>
+    </message>
+    <message>
+        <source>New password</source>
+        <translation>Neues Passwort</translation>
+    </message>
+    <message>
+        <source>&amp;New password:</source>
+        <translation>&amp;Neues Passwort:</translation>
+    </message>
+    <message>
+        <source>It replaces the password kept in the keyring for this account; the bridge takes it at its next login.</source>
+        <translation>Es ersetzt das im Schlüsselbund gespeicherte Passwort dieses Kontos; die Brücke nimmt es bei ihrer nächsten Anmeldung.</translation>
+    </message>
+    <message>
+        <source>Change the password of %1 (%2 on %3)</source>
+        <translation>Das Passwort von %1 ändern (%2 auf %3)</translation>
+    </message>
+    <message>
+        <source>Type the new password first.</source>
+        <translation>Geben Sie zuerst das neue Passwort ein.</translation>
+    </message>
 </context>
 </TS>

@@ -499,5 +499,261 @@
         <source>%1. Start the bridge yourself: run %2 in a terminal.</source>
         <translation>%1. Démarrez le pont vous-même : lancez %2 dans un terminal.</translation>
     </message>
+    <message>
+        <source>Sign &amp;in again</source>
+        <translation>Se reconnecter (&amp;i)</translation>
+    </message>
+    <message>
+        <source>Sign in again</source>
+        <translation>Se reconnecter</translation>
+    </message>
+    <message>
+        <source>&amp;Edit…</source>
+        <translation>&amp;Modifier…</translation>
+    </message>
+    <message>
+        <source>Edit account</source>
+        <translation>Modifier le compte</translation>
+    </message>
+    <message>
+        <source>Change &amp;password…</source>
+        <translation>Changer le mot de &amp;passe…</translation>
+    </message>
+    <message>
+        <source>Change password</source>
+        <translation>Changer le mot de passe</translation>
+    </message>
+    <message>
+        <source>Saved the account %1; the bridge reads it when it starts again.</source>
+        <translation>Le compte %1 est enregistré ; le pont le lit à son prochain démarrage.</translation>
+    </message>
+    <message>
+        <source>Stored the new password of %1 in the keyring.</source>
+        <translation>Le nouveau mot de passe de %1 est rangé dans le trousseau.</translation>
+    </message>
+    <message>
+        <source>Turn o&amp;ff</source>
+        <translation>Désacti&amp;ver</translation>
+    </message>
+    <message>
+        <source>Turn o&amp;n</source>
+        <translation>Acti&amp;ver</translation>
+    </message>
+    <message>
+        <source>Turn off</source>
+        <translation>Désactiver</translation>
+    </message>
+    <message>
+        <source>Turn on</source>
+        <translation>Activer</translation>
+    </message>
+    <message>
+        <source>Stop &amp;waiting for the browser</source>
+        <translation>Ne plus attendre le navigateur (&amp;w)</translation>
+    </message>
+    <message>
+        <source>Stop waiting for the browser</source>
+        <translation>Ne plus attendre le navigateur</translation>
+    </message>
+    <message>
+        <source>Stopping the sign-in…</source>
+        <translation>Arrêt de la connexion…</translation>
+    </message>
+    <message>
+        <source>Signed in to %1 (%2) again; the bridge uses it from its next try.</source>
+        <translation>Reconnecté à %1 (%2) ; le pont s’en sert dès sa prochaine tentative.</translation>
+    </message>
+    <message>
+        <source>%1 is not signed in: %2</source>
+        <translation>%1 n’est pas connecté : %2</translation>
+    </message>
+    <message>
+        <source>Waiting for you to finish signing in to %1 in the browser…</source>
+        <translation>En attente de la fin de votre connexion à %1 dans le navigateur…</translation>
+    </message>
+    <message>
+        <source>The account %1 is no longer in bridge.conf.</source>
+        <translation>Le compte %1 n’est plus dans bridge.conf.</translation>
+    </message>
+    <message>
+        <source>The account %1 was not changed: %2</source>
+        <translation>Le compte %1 n’a pas été modifié : %2</translation>
+    </message>
+    <message>
+        <source>Turned on %1: the bridge syncs it from its next start.</source>
+        <translation>%1 est activé : le pont le synchronise dès son prochain démarrage.</translation>
+    </message>
+    <message>
+        <source>Turned off %1: the bridge leaves it alone from its next start.</source>
+        <translation>%1 est désactivé : le pont le laisse de côté dès son prochain démarrage.</translation>
+    </message>
+    <message>
+        <source>Sign-in</source>
+        <translation>Connexion</translation>
+    </message>
+    <message>
+        <source>Password: the account's password, or an app password</source>
+        <translation>Mot de passe : celui du compte, ou un mot de passe d’application</translation>
+    </message>
+    <message>
+        <source>In the browser: the provider publishes its sign-in (OAuth 2)</source>
+        <translation>Dans le navigateur : le fournisseur publie sa connexion (OAuth 2)</translation>
+    </message>
+    <message>
+        <source>Sign-in address</source>
+        <translation>Adresse de connexion</translation>
+    </message>
+    <message>
+        <source>Sign-in addr&amp;ess:</source>
+        <translation>Adresse de conne&amp;xion :</translation>
+    </message>
+    <message>
+        <source>Sig&amp;n-in:</source>
+        <translation>Co&amp;nnexion :</translation>
+    </message>
+    <message>
+        <source>Sign in with the &amp;browser</source>
+        <translation>Se connecter avec le navigateur (&amp;b)</translation>
+    </message>
+    <message>
+        <source>Sign in with the browser</source>
+        <translation>Se connecter avec le navigateur</translation>
+    </message>
+    <message>
+        <source>It takes no password: press Sign in with the browser and finish there, then save.</source>
+        <translation>Aucun mot de passe : appuyez sur « Se connecter avec le navigateur », terminez là-bas, puis enregistrez.</translation>
+    </message>
+    <message>
+        <source>Sign in with the browser; or use an app password made for this program, not your account's password.</source>
+        <translation>Connectez-vous avec le navigateur, ou utilisez un mot de passe d’application fait pour ce programme, pas celui de votre compte.</translation>
+    </message>
+    <message>
+        <source>Connection ok, but the server's folders could not be listed: %1</source>
+        <translation>Connexion réussie, mais les dossiers du serveur n’ont pas pu être listés : %1</translation>
+    </message>
+    <message>
+        <source>Sign in in your browser to finish: select it and press Sign in again (or run corvina-mail-bridge account signin %1).</source>
+        <translation>Connectez-vous dans votre navigateur pour terminer : sélectionnez-le et appuyez sur « Se reconnecter » (ou lancez corvina-mail-bridge account signin %1).</translation>
+    </message>
+    <message>
+        <source>Not signed in: %1</source>
+        <translation>Non connecté : %1</translation>
+    </message>
+    <message>
+        <source>Signed in as %1 in the browser. Test the connection, or save the account.</source>
+        <translation>Connecté en tant que %1 dans le navigateur. Testez la connexion ou enregistrez le compte.</translation>
+    </message>
+    <message>
+        <source>Waiting for you to finish in the browser… (Cancel stops waiting)</source>
+        <translation>En attente de la fin dans le navigateur… (Annuler arrête l’attente)</translation>
+    </message>
+    <message>
+        <source>Inbox folder</source>
+        <translation>Dossier de la boîte de réception</translation>
+    </message>
+    <message>
+        <source>To Do folder</source>
+        <translation>Dossier des tâches (To Do)</translation>
+    </message>
+    <message>
+        <source>none: the inbox's flagged messages</source>
+        <translation>aucun : les messages marqués de la boîte de réception</translation>
+    </message>
+    <message>
+        <source>Memo folder</source>
+        <translation>Dossier des mémos (Memo)</translation>
+    </message>
+    <message>
+        <source>none: no Memo list</source>
+        <translation>aucun : pas de liste Memo</translation>
+    </message>
+    <message>
+        <source>Signs in with</source>
+        <translation>Se connecte avec</translation>
+    </message>
+    <message>
+        <source>Password for the new server or login name</source>
+        <translation>Mot de passe pour le nouveau serveur ou identifiant</translation>
+    </message>
+    <message>
+        <source>&amp;Inbox folder:</source>
+        <translation>Dossier de la boîte de &amp;réception :</translation>
+    </message>
+    <message>
+        <source>To &amp;Do folder:</source>
+        <translation>Dossier des tâches (To &amp;Do) :</translation>
+    </message>
+    <message>
+        <source>&amp;Memo folder:</source>
+        <translation>Dossier de la &amp;liste Memo :</translation>
+    </message>
+    <message>
+        <source>Signs in &amp;with:</source>
+        <translation>Se connecte avec (&amp;w) :</translation>
+    </message>
+    <message>
+        <source>The bridge reads the changed settings when it starts again.</source>
+        <translation>Le pont lit les réglages modifiés à son prochain démarrage.</translation>
+    </message>
+    <message>
+        <source>Edit %1 (%2)</source>
+        <translation>Modifier %1 (%2)</translation>
+    </message>
+    <message>
+        <source>password, from its passwordCommand</source>
+        <translation>mot de passe, donné par son passwordCommand</translation>
+    </message>
+    <message>
+        <source>Type the password for the new server or login name first.</source>
+        <translation>Tapez d’abord le mot de passe pour le nouveau serveur ou identifiant.</translation>
+    </message>
+    <message>
+        <source>&amp;Inbox:</source>
+        <translation>Boîte de &amp;réception :</translation>
+    </message>
+    <message>
+        <source>To &amp;Do:</source>
+        <translation>To &amp;Do :</translation>
+    </message>
+    <message>
+        <source>&amp;Memo:</source>
+        <translation>&amp;Liste Memo :</translation>
+    </message>
+    <message>
+        <source>The inbox's flagged messages</source>
+        <translation>Les messages marqués de la boîte de réception</translation>
+    </message>
+    <message>
+        <source>No Memo list</source>
+        <translation>Pas de liste Memo</translation>
+    </message>
+    <message>
+        <source>The server has more folders than these %1; a folder not offered can be named in bridge.conf.</source>
+        <translation>Le serveur a plus de dossiers que ces %1 ; un dossier non proposé peut être nommé dans bridge.conf.</translation>
+    </message>
+    <message>
+        <source>Test the connection to choose the lists' folders from the server's own.</source>
+        <translation>Testez la connexion pour choisir les dossiers des listes parmi ceux du serveur.</translation>
+    </message>
+    <message>
+        <source>New password</source>
+        <translation>Nouveau mot de passe</translation>
+    </message>
+    <message>
+        <source>&amp;New password:</source>
+        <translation>&amp;Nouveau mot de passe :</translation>
+    </message>
+    <message>
+        <source>It replaces the password kept in the keyring for this account; the bridge takes it at its next login.</source>
+        <translation>Il remplace le mot de passe gardé dans le trousseau pour ce compte ; le pont le prend à sa prochaine connexion.</translation>
+    </message>
+    <message>
+        <source>Change the password of %1 (%2 on %3)</source>
+        <translation>Changer le mot de passe de %1 (%2 sur %3)</translation>
+    </message>
+    <message>
+        <source>Type the new password first.</source>
+        <translation>Tapez d’abord le nouveau mot de passe.</translation>
+    </message>
 </context>
 </TS>

@@ -8,6 +8,7 @@
 #include <QWidget>
 #include <optional>
 
+class QComboBox;
 class QGroupBox;
 class QLabel;
 class QLineEdit;

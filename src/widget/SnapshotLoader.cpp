@@ -231,6 +231,7 @@ ExtensionMessageList SnapshotLoader::updateData() {
                         if (!parsed.unreadable() && takeEnvelope(parsed, collected)) {
                             m_status = UpdateResult::NewData;
                         }
+                        reading.release(std::move(parsed));
                     }
                 } catch (const Exception& exception) {
                     Log::error(QStringLiteral("[%@] updateData exception %@"), {exception.description()});

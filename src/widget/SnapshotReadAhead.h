@@ -8,6 +8,7 @@
 #include <exception>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace corvina {
 
@@ -16,10 +17,9 @@ namespace corvina {
 // has a second core for it. The loader still takes the documents one by one in the order of the
 // files, so what it logs, keeps and abandons is what a read of one file after the other gives.
 //
-// At most `ahead` parsed documents wait to be taken. The caller frees what it took: the thread
-// has the longer part of the work already (a tree takes longer to parse than to make records of),
-// so freeing trees on the caller's thread evens the two out. With fewer than two files, or a single
-// core, nothing is started and next() parses the file itself.
+// At most `ahead` parsed documents wait to be taken; documents handed back through release() are
+// freed on the same thread. With fewer than two files, or a single core, nothing is started and
+// next() parses the file itself.
 class SnapshotReadAhead {
 public:
     static constexpr int DefaultAhead = 8;
@@ -38,6 +38,9 @@ public:
     // file was taken.
     PlistDocument next();
 
+    // Gives back a document that is no longer needed, to be freed away from the caller's thread.
+    void release(PlistDocument document);
+
 private:
     void run();
 
@@ -47,12 +50,13 @@ private:
 
     std::mutex m_lock;
     std::condition_variable m_parsed;  // a document is ready, or the thread ended
-    std::condition_variable m_changed; // room to parse ahead, or stop
+    std::condition_variable m_changed; // room to parse ahead, a document to free, or stop
     struct Slot {
         PlistDocument document;
         std::exception_ptr raised;
     };
     std::deque<Slot> m_ready;
+    std::vector<PlistDocument> m_toFree;
     bool m_stop = false;
     std::thread m_thread;
 };

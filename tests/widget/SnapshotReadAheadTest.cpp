@@ -67,7 +67,9 @@ TEST(SnapshotReadAhead, GivesTheDocumentsInTheOrderOfTheFiles) {
         EXPECT_EQ(reading.parsesAhead(), std::thread::hardware_concurrency() > 1);
         QStringList got;
         for (int i = 0; i < files.paths.size(); ++i) {
-            got << summary(reading.next());
+            PlistDocument document = reading.next();
+            got << summary(document);
+            reading.release(std::move(document));
         }
         EXPECT_EQ(got, expected(50)) << "ahead " << ahead;
         // past the last file: nothing, and no error

@@ -1,5 +1,4 @@
 #include "SnapshotLoader.h"
-#include "SnapshotReadAhead.h"
 
 #include "model/SnapshotFormat.h"
 #include "platform/Exception.h"
@@ -23,6 +22,13 @@
 namespace corvina {
 
 namespace {
+
+// Reads one snapshot file into `collected`; false when the file was skipped. A file that cannot
+// be read at all (a folder among the files, no permission) is skipped without a word.
+bool readSnapshot(const QString& path, ExtensionMessageList& collected) {
+    const PlistDocument parsed = PropertyList::parseFile(path);
+    return !parsed.unreadable() && SnapshotLoader::takeEnvelope(parsed, collected);
+}
 
 // The path with every symbolic link resolved; null when it cannot be resolved (missing, a loop).
 QString resolved(const QString& path) {
@@ -204,8 +210,6 @@ ExtensionMessageList SnapshotLoader::updateData() {
                     if (!accounts) {
                         return;
                     }
-                    // every file to read, in the order of the listings, then read in that order
-                    QStringList snapshots;
                     for (const QString& accountPath : *accounts) {
                         // exact, case-sensitive match with an enabled account's address
                         if (!enabled.contains(QFileInfo(accountPath).fileName()) ||
@@ -217,21 +221,10 @@ ExtensionMessageList SnapshotLoader::updateData() {
                             continue;
                         }
                         for (const QString& file : *files) {
-                            if (fileStaysInside(file, root)) {
-                                snapshots.append(file);
+                            if (fileStaysInside(file, root) && readSnapshot(file, collected)) {
+                                m_status = UpdateResult::NewData;
                             }
                         }
-                    }
-                    // parsed ahead on a second thread; the records are still made one file after
-                    // the other here, so an exception abandons the files after it as before
-                    const qsizetype count = snapshots.size();
-                    SnapshotReadAhead reading(std::move(snapshots));
-                    for (qsizetype i = 0; i < count; ++i) {
-                        PlistDocument parsed = reading.next();
-                        if (!parsed.unreadable() && takeEnvelope(parsed, collected)) {
-                            m_status = UpdateResult::NewData;
-                        }
-                        reading.release(std::move(parsed));
                     }
                 } catch (const Exception& exception) {
                     Log::error(QStringLiteral("[%@] updateData exception %@"), {exception.description()});

@@ -444,7 +444,8 @@ TEST(SnapshotLoader, ManyMessagesComeNewestFirstEqualDatesInFileOrder) {
 TEST(SnapshotLoader, ManyFilesAreTakenInTheOrderOfTheListings) {
     TempContainer container;
     container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
-    const QString truncated = QStringLiteral("updateData error deserialize binary property list is truncated");
+    const QString truncated =
+        QStringLiteral("updateData error deserialize binary property list is truncated");
     const QString noDictionary = QStringLiteral("updateData error deserialize no dictionary in return");
     QHash<QString, QString> logOf; // the line a file logs
     QHash<QString, QString> idOf;  // the message a good file holds
@@ -466,7 +467,8 @@ TEST(SnapshotLoader, ManyFilesAreTakenInTheOrderOfTheListings) {
             default:
                 // one date for every message: only the order of the files orders them
                 container.writeSnapshot(account, name, {TempContainer::message(id, account, 7)},
-                                        i % 4 == 2 ? PropertyList::Format::Binary : PropertyList::Format::Xml);
+                                        i % 4 == 2 ? PropertyList::Format::Binary
+                                                   : PropertyList::Format::Xml);
                 idOf.insert(path, id);
             }
         }

@@ -316,3 +316,26 @@ TEST(ListCommand, JsonIsByteForByteWhatQtsWriterMakesOfIt) {
     EXPECT_EQ(compact.out.toStdString(),
               (QJsonDocument::fromJson(compact.out).toJson(QJsonDocument::Compact) + "\n").toStdString());
 }
+
+// Past printable ASCII, which is answered without the category table: DEL, a C1 control and the
+// line and paragraph separators still become spaces, other characters (accents, symbols) stay.
+TEST(ListCommand, PlainOutputTurnsEveryLineBreakingCharacterIntoASpace) {
+    QTemporaryDir root;
+    QJsonObject spec{
+        {"accounts", QJsonArray{QJsonObject{{"mail", "a@x.org"}, {"enabled", true}}}},
+        {"snapshots",
+         QJsonArray{QJsonObject{
+             {"account", "a@x.org"},
+             {"file", "s"},
+             {"messages", QJsonArray{QJsonObject{
+                              {"subject", QStringLiteral("a\u007Fb\u0085c\u2028d\u2029e ~\u00E9\u20AC")},
+                              {"from", "Ann"},
+                              {"date", 100}}}}}}}};
+    writeContainer(root.path(), spec);
+    const ListOutcome r = run({"--list", "--container", root.path()}, environmentWith("TZ", "UTC"));
+    EXPECT_EQ(r.exitCode, 0);
+    const QList<QByteArray> fields = r.out.trimmed().split('\t');
+    ASSERT_EQ(fields.size(), 3) << r.out.toStdString();
+    EXPECT_EQ(QString::fromUtf8(fields[2]), QStringLiteral("a b c d e ~\u00E9\u20AC"));
+    EXPECT_EQ(r.out.count('\n'), 1);
+}

@@ -438,3 +438,58 @@ TEST(SnapshotLoader, ManyMessagesComeNewestFirstEqualDatesInFileOrder) {
     LogCapture capture;
     EXPECT_EQ(loadedIds(SnapshotLoader().updateData()), order);
 }
+
+// Many files, as a real shared folder holds, good and refused ones mixed: every line is logged and
+// every record kept in the order of the listings. Equal dates keep the order of the files too.
+TEST(SnapshotLoader, ManyFilesAreTakenInTheOrderOfTheListings) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+    const QString truncated =
+        QStringLiteral("updateData error deserialize binary property list is truncated");
+    const QString noDictionary = QStringLiteral("updateData error deserialize no dictionary in return");
+    QHash<QString, QString> logOf; // the line a file logs
+    QHash<QString, QString> idOf;  // the message a good file holds
+    for (const QString& account : {ada, bob}) {
+        for (int i = 0; i < 40; ++i) {
+            const QString name = QStringLiteral("s%1").arg(i);
+            const QString path = container.data() + "/" + kToday + "/" + account + "/" + name;
+            const QString id = account.left(1) + name;
+            switch (i % 4) {
+            case 0:
+                container.writeBytes(kToday + "/" + account + "/" + name, "bplist00 cut short");
+                logOf.insert(path, truncated);
+                break;
+            case 1:
+                container.writePlist(kToday + "/" + account + "/" + name,
+                                     QVariantList{TempContainer::message(id, account, 7)});
+                logOf.insert(path, noDictionary);
+                break;
+            default:
+                // one date for every message: only the order of the files orders them
+                container.writeSnapshot(account, name, {TempContainer::message(id, account, 7)},
+                                        i % 4 == 2 ? PropertyList::Format::Binary
+                                                   : PropertyList::Format::Xml);
+                idOf.insert(path, id);
+            }
+        }
+    }
+    QStringList expectedLines;
+    QStringList expectedIds;
+    const QStringList accounts = *SnapshotLoader::directoryContent(container.data() + "/" + kToday);
+    for (const QString& account : accounts) {
+        const QStringList paths = *SnapshotLoader::directoryContent(account);
+        for (const QString& path : paths) {
+            if (logOf.contains(path)) {
+                expectedLines << logOf.value(path);
+            } else {
+                expectedIds << idOf.value(path);
+            }
+        }
+    }
+    ASSERT_EQ(expectedIds.size(), 40);
+    LogCapture capture;
+    SnapshotLoader loader;
+    EXPECT_EQ(loadedIds(loader.updateData()), expectedIds);
+    EXPECT_EQ(capture.lines(), expectedLines);
+    EXPECT_EQ(loader.updateStatus(), UpdateResult::NewData);
+}

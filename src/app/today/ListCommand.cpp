@@ -21,6 +21,10 @@ namespace corvina {
 namespace {
 
 bool breaksLine(QChar c) {
+    // printable ASCII, nearly every character of a row, is answered without the category table
+    if (c.unicode() >= 0x20 && c.unicode() < 0x7F) {
+        return false;
+    }
     return c.category() == QChar::Other_Control || c == QChar::LineSeparator ||
            c == QChar::ParagraphSeparator;
 }

@@ -22,6 +22,7 @@
 #include <QDBusMessage>
 #include <QDir>
 #include <QFile>
+#include <QLockFile>
 #include <QProcess>
 #include <QPushButton>
 #include <QTemporaryDir>
@@ -47,6 +48,13 @@ class UserSystemd {
 public:
     // `unitFile`: the contents of the bridge's unit in the instance's configuration; null for none.
     bool start(const QString& unitFile, QString* error) {
+        // One instance at a time on this machine: two user instances of systemd started as root
+        // share the cgroup they were started in, and one stopping takes the other off its bus
+        // (seen with the tests run in parallel). Held until this instance is gone.
+        if (!m_lock.tryLock(UnitTestBoundMs)) {
+            *error = QStringLiteral("another test's systemd --user did not end: ") + m_lock.fileName();
+            return false;
+        }
         QDir root(m_dir.path());
         for (const char* sub : {"run", "home", "config/systemd/user"})
             root.mkpath(QString::fromLatin1(sub));
@@ -113,6 +121,7 @@ private:
         file.write(text.toUtf8());
     }
 
+    QLockFile m_lock{QDir::temp().filePath(QStringLiteral("corvina-test-user-systemd.lock"))};
     QTemporaryDir m_dir;
     QProcess m_process;
 };

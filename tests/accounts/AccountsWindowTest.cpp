@@ -5,6 +5,7 @@
 // CORVINA_ACCOUNTS_SHOTS names a folder (how docs/accounts-*.png are made).
 #include "accounts/AccountsWindow.h"
 
+#include "WindowTesting.h"
 #include "accounts/AccountList.h"
 #include "accounts/AddAccountPage.h"
 #include "accounts/BackgroundJob.h"
@@ -33,14 +34,6 @@
 
 namespace corvina::test {
 namespace {
-
-template <class W> W* named(QWidget& root, const QString& name) {
-    for (W* w : root.findChildren<W*>()) {
-        if (w->accessibleName() == name)
-            return w;
-    }
-    return nullptr;
-}
 
 // The label under the list or the page whose text starts with `start`, if one is shown.
 QLabel* labelStartingWith(QWidget& root, const QString& start) {
@@ -72,19 +65,6 @@ protected:
     void TearDown() override {
         keyring.stop();
         SecretStore::forgetService();
-    }
-
-    // Draws the window as it is now into the folder CORVINA_ACCOUNTS_SHOTS names, if any.
-    static void shoot(QWidget& window, const QString& name) {
-        const QString folder = qEnvironmentVariable("CORVINA_ACCOUNTS_SHOTS");
-        if (folder.isEmpty())
-            return;
-        QDir().mkpath(folder);
-        // The layout follows a changed text through posted events: drawn before them, a label would
-        // keep the size of its old text.
-        for (int i = 0; i < 3; ++i)
-            QCoreApplication::processEvents();
-        EXPECT_TRUE(window.grab().save(QDir(folder).filePath(QStringLiteral("accounts-%1.png").arg(name))));
     }
 
     // Fills in grace's account on the test's server, as a person would: an address whose domain
@@ -130,11 +110,11 @@ TEST_F(AccountsWindowTest, AddTestSaveSyncAndRemoveAnAccount) {
     QPushButton* add = named<QPushButton>(window, QStringLiteral("Add account"));
     ASSERT_NE(add, nullptr);
     EXPECT_TRUE(add->isVisible());
-    shoot(window, QStringLiteral("empty"));
+    shootWindow(window, QStringLiteral("empty"));
 
     QTest::mouseClick(add, Qt::LeftButton);
     ASSERT_TRUE(named<QLineEdit>(window.addPage(), QStringLiteral("Mail address"))->isVisible());
-    shoot(window, QStringLiteral("add"));
+    shootWindow(window, QStringLiteral("add"));
 
     // A wrong password: the bridge's own words, the same as its check says for it.
     fillIn(window, QStringLiteral("not the password"));
@@ -155,14 +135,14 @@ TEST_F(AccountsWindowTest, AddTestSaveSyncAndRemoveAnAccount) {
     EXPECT_EQ(window.addPage().resultText(), refused.error);
     EXPECT_FALSE(window.addPage().resultText().contains(QStringLiteral("not the password")));
     EXPECT_FALSE(QFile::exists(config)) << "nothing is written before Save";
-    shoot(window, QStringLiteral("wrong-password"));
+    shootWindow(window, QStringLiteral("wrong-password"));
 
     fillIn(window, GracePassword);
     press(window, QStringLiteral("Test connection"));
     EXPECT_EQ(window.addPage().resultText(),
               QStringLiteral("Connection ok: the server took the login and the inbox opened."));
     EXPECT_FALSE(QFile::exists(config)) << "nothing is written before Save";
-    shoot(window, QStringLiteral("test-ok"));
+    shootWindow(window, QStringLiteral("test-ok"));
 
     press(window, QStringLiteral("Save"));
     QSettings written(config, QSettings::IniFormat);
@@ -186,7 +166,7 @@ TEST_F(AccountsWindowTest, AddTestSaveSyncAndRemoveAnAccount) {
     // The account the window saved is one the command line's check takes.
     const BridgeRun check = runBridge({QStringLiteral("check"), QStringLiteral("example")}, config);
     EXPECT_EQ(check.out, QStringLiteral("example: ok\n")) << check.err.toStdString();
-    shoot(window, QStringLiteral("saved"));
+    shootWindow(window, QStringLiteral("saved"));
 
     // The bridge syncs it: the row turns current, followed live from the status file.
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -203,7 +183,7 @@ TEST_F(AccountsWindowTest, AddTestSaveSyncAndRemoveAnAccount) {
         },
         20000))
         << window.accounts().index(0).data(AccountList::StateRole).toString().toStdString();
-    shoot(window, QStringLiteral("current"));
+    shootWindow(window, QStringLiteral("current"));
 
     // Removed (the confirmation answered for the person): out of bridge.conf and the keyring.
     QListView* list = named<QListView>(window, QStringLiteral("Accounts"));
@@ -234,7 +214,7 @@ TEST_F(AccountsWindowTest, AKnownProviderShowsOnlyWhatIsStillNeeded) {
     ASSERT_NE(note, nullptr);
     EXPECT_TRUE(note->text().contains(QStringLiteral("href=\"https://login.yahoo.com/account/security\"")))
         << note->text().toStdString();
-    shoot(window, QStringLiteral("provider"));
+    shootWindow(window, QStringLiteral("provider"));
 
     // A provider that takes no password: no password, no test; Save writes the sign-in's group and
     // names what is left to do.
@@ -491,7 +471,7 @@ TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndSavesTheFolders) 
     EXPECT_EQ(page.resultText(),
               QStringLiteral("Connection ok: the server took the login and the inbox opened."));
     EXPECT_EQ(key(QStringLiteral("todo")), QString()) << "nothing is written before Save";
-    shoot(window, QStringLiteral("edit"));
+    shootWindow(window, QStringLiteral("edit"));
 
     // A folder the server does not have: the check opens each list's folder and says so.
     named<QLineEdit>(page, QStringLiteral("Memo folder"))->setText(QStringLiteral("Nowhere"));
@@ -576,7 +556,7 @@ TEST_F(AccountsWindowEditTest, TurnOffAndOnAgainWritesTheKeyAndTheRowSaysSo) {
               QStringLiteral("Turned off (enabled = false in bridge.conf)"));
     // Still selected: the same button turns it on again.
     EXPECT_EQ(off->accessibleName(), QStringLiteral("Turn on"));
-    shoot(window, QStringLiteral("turned-off"));
+    shootWindow(window, QStringLiteral("turned-off"));
     QTest::mouseClick(off, Qt::LeftButton);
     EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/enabled")));
     EXPECT_EQ(window.messageText(),
@@ -608,7 +588,7 @@ TEST_F(AccountsWindowEditTest, ChangePasswordTestsAndStoresTheNewOne) {
     EXPECT_TRUE(page.resultText().contains(QStringLiteral("login refused for ada")))
         << page.resultText().toStdString();
     EXPECT_FALSE(page.resultText().contains(QStringLiteral("not the password")));
-    shoot(window, QStringLiteral("password"));
+    shootWindow(window, QStringLiteral("password"));
     // The server's own password: tried, then stored in place of the old one.
     field->clear();
     QTest::keyClicks(field, Password);

@@ -4,6 +4,7 @@
 // Dovecot taking the provider's tokens. An account added by signing in from the add page, tested
 // with its token, saved, and synced by `--once`; a refused and a cancelled sign-in; "Sign in again"
 // from the list for an account whose sign-in is needed. The tokens reach no file and no line.
+#include "WindowTesting.h"
 #include "accounts/AccountList.h"
 #include "accounts/AccountsWindow.h"
 #include "accounts/AddAccountPage.h"
@@ -33,28 +34,6 @@
 
 namespace corvina::test {
 namespace {
-
-template <class W> W* named(QWidget& root, const QString& name) {
-    for (W* w : root.findChildren<W*>()) {
-        if (w->accessibleName() == name)
-            return w;
-    }
-    return nullptr;
-}
-
-// Draws the window as it is now into the folder CORVINA_ACCOUNTS_SHOTS names, if any (how
-// docs/accounts-*.png are made).
-void shoot(QWidget& window, const QString& name) {
-    const QString folder = qEnvironmentVariable("CORVINA_ACCOUNTS_SHOTS");
-    if (folder.isEmpty())
-        return;
-    QDir().mkpath(folder);
-    // The layout follows a changed text through posted events: drawn before them, a label would
-    // keep the size of its old text.
-    for (int i = 0; i < 3; ++i)
-        QCoreApplication::processEvents();
-    EXPECT_TRUE(window.grab().save(QDir(folder).filePath(QStringLiteral("accounts-%1.png").arg(name))));
-}
 
 class BrowserSignInWindowTest : public TokenServerTest {
 protected:
@@ -174,7 +153,7 @@ TEST_F(BrowserSignInWindowTest, AnAccountSignedInFromTheAddPageIsSavedAndSyncs) 
                                                 "connection, or save the account."));
     EXPECT_TRUE(page.isSignedIn());
     EXPECT_FALSE(QFile::exists(config)) << "nothing is written before Save";
-    shoot(window, QStringLiteral("signed-in"));
+    shootWindow(window, QStringLiteral("signed-in"));
     const std::optional<QString> refresh = refreshToken(QStringLiteral("example"), provider.baseUrl());
     ASSERT_TRUE(refresh.has_value() && !refresh->isEmpty());
 
@@ -258,7 +237,7 @@ TEST_F(BrowserSignInWindowTest, CancelStopsWaitingForTheBrowserAndStoresNothing)
     EXPECT_EQ(window.addPage().resultText(),
               QStringLiteral("Waiting for you to finish in the browser… (Cancel stops waiting)"));
     EXPECT_FALSE(named<QPushButton>(window.addPage(), QStringLiteral("Save"))->isEnabled());
-    shoot(window, QStringLiteral("signing-in"));
+    shootWindow(window, QStringLiteral("signing-in"));
     // The browser has been opened (the provider was asked nothing yet): Cancel stops the wait, well
     // before the five minutes, and the page stays for another try.
     EXPECT_TRUE(QTest::qWaitFor([&] { return provider.stats().registrations == 1; }, 30000));
@@ -311,7 +290,7 @@ TEST_F(BrowserSignInWindowTest, SignInAgainFromTheListMakesTheAccountCurrent) {
                     .startsWith(QStringLiteral("Sign-in needed")))
         << window.accounts().index(0).data(AccountList::StateRole).toString().toStdString();
     named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
-    shoot(window, QStringLiteral("sign-in-needed"));
+    shootWindow(window, QStringLiteral("sign-in-needed"));
 
     press(window, QStringLiteral("Sign in again"));
     EXPECT_EQ(window.messageText(),
@@ -319,7 +298,7 @@ TEST_F(BrowserSignInWindowTest, SignInAgainFromTheListMakesTheAccountCurrent) {
     EXPECT_TRUE(
         QTest::qWaitFor([&] { return window.messageText().startsWith(QStringLiteral("Signed in")); }, 60000))
         << window.messageText().toStdString();
-    shoot(window, QStringLiteral("signed-in-again"));
+    shootWindow(window, QStringLiteral("signed-in-again"));
     EXPECT_EQ(
         window.messageText(),
         QStringLiteral("Signed in to work (ada@example.org) again; the bridge uses it from its next try."));

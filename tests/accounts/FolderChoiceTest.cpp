@@ -1,6 +1,7 @@
 // The lists' folders chosen on the Accounts window's add page from the server's own list, in-process
 // (offscreen) against the test's Dovecot and a real keyring: the defaults before a test, the
 // server's folders after it, and the chosen ones in bridge.conf after Save.
+#include "WindowTesting.h"
 #include "accounts/AccountsWindow.h"
 #include "accounts/AddAccountPage.h"
 #include "accounts/FolderChooser.h"
@@ -21,33 +22,11 @@
 namespace corvina::test {
 namespace {
 
-template <class W> W* named(QWidget& root, const QString& name) {
-    for (W* w : root.findChildren<W*>()) {
-        if (w->accessibleName() == name)
-            return w;
-    }
-    return nullptr;
-}
-
 QStringList itemsOf(QComboBox* box) {
     QStringList items;
     for (int i = 0; i < box->count(); ++i)
         items << box->itemText(i);
     return items;
-}
-
-// Draws the window as it is now into the folder CORVINA_ACCOUNTS_SHOTS names, if any (how
-// docs/accounts-*.png are made).
-void shoot(QWidget& window, const QString& name) {
-    const QString folder = qEnvironmentVariable("CORVINA_ACCOUNTS_SHOTS");
-    if (folder.isEmpty())
-        return;
-    QDir().mkpath(folder);
-    // The layout follows a changed text through posted events: drawn before them, a label would
-    // keep the size of its old text.
-    for (int i = 0; i < 3; ++i)
-        QCoreApplication::processEvents();
-    EXPECT_TRUE(window.grab().save(QDir(folder).filePath(QStringLiteral("accounts-%1.png").arg(name))));
 }
 
 class FolderChoiceTest : public BridgeServerTest {
@@ -128,7 +107,7 @@ TEST_F(FolderChoiceTest, TheServersFoldersAreOfferedAfterATestAndTheChosenOnesSa
 
     todo->setCurrentIndex(todo->findText(QStringLiteral("To Do")));
     memo->setCurrentIndex(memo->findText(QStringLiteral("Notizen ä")));
-    shoot(window, QStringLiteral("folders"));
+    shootWindow(window, QStringLiteral("folders"));
     press(page, QStringLiteral("Save"));
     QSettings written(config, QSettings::IniFormat);
     ASSERT_EQ(written.childGroups(), QStringList{QStringLiteral("example")});

@@ -2,6 +2,7 @@
 
 #include "BackgroundJob.h"
 #include "ConnectionCheck.h"
+#include "FieldLabel.h"
 #include "FolderChooser.h"
 #include "SecurityBox.h"
 #include "SignInJob.h"
@@ -32,12 +33,6 @@ constexpr int TlsPort = 993;
 constexpr int PlainPort = 143;
 
 // A label for a field: its words, with the key that reaches it (Alt and the underlined letter).
-QLabel* fieldLabel(const QString& text, QWidget* field) {
-    auto* label = new QLabel(text);
-    label->setBuddy(field);
-    return label;
-}
-
 } // namespace
 
 AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* parent)
@@ -80,20 +75,20 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
                     OAuth2);
     m_issuer = new QLineEdit;
     m_issuer->setAccessibleName(Localization::text("Sign-in address"));
-    m_issuerLabel = fieldLabel(Localization::text("Sign-in addr&ess:"), m_issuer);
+    m_issuerLabel = new FieldLabel(Localization::text("Sign-in addr&ess:"), m_issuer);
     m_server = new QGroupBox(Localization::text("Server"));
     auto* serverForm = new QFormLayout(m_server);
-    serverForm->addRow(fieldLabel(Localization::text("IMAP ser&ver:"), m_host), m_host);
-    serverForm->addRow(fieldLabel(Localization::text("Securit&y:"), m_security), m_security);
-    serverForm->addRow(fieldLabel(Localization::text("P&ort:"), m_port), m_port);
-    serverForm->addRow(fieldLabel(Localization::text("&Login name:"), m_user), m_user);
-    serverForm->addRow(fieldLabel(Localization::text("Sig&n-in:"), m_auth), m_auth);
+    serverForm->addRow(new FieldLabel(Localization::text("IMAP ser&ver:"), m_host), m_host);
+    serverForm->addRow(new FieldLabel(Localization::text("Securit&y:"), m_security), m_security);
+    serverForm->addRow(new FieldLabel(Localization::text("P&ort:"), m_port), m_port);
+    serverForm->addRow(new FieldLabel(Localization::text("&Login name:"), m_user), m_user);
+    serverForm->addRow(new FieldLabel(Localization::text("Sig&n-in:"), m_auth), m_auth);
     serverForm->addRow(m_issuerLabel, m_issuer);
 
     m_password = new QLineEdit;
     m_password->setEchoMode(QLineEdit::Password);
     m_password->setAccessibleName(Localization::text("Password"));
-    m_passwordLabel = fieldLabel(Localization::text("&Password:"), m_password);
+    m_passwordLabel = new FieldLabel(Localization::text("&Password:"), m_password);
     m_passwordNote = new QLabel;
     m_passwordNote->setWordWrap(true);
     m_passwordNote->setTextFormat(Qt::RichText);
@@ -116,7 +111,7 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     m_result->setAccessibleDescription(Localization::text("The result of the connection test or the save"));
 
     auto* form = new QFormLayout;
-    form->addRow(fieldLabel(Localization::text("Mail &address:"), m_mail), m_mail);
+    form->addRow(new FieldLabel(Localization::text("Mail &address:"), m_mail), m_mail);
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(m_signIn);
     buttons->addWidget(m_test);
@@ -386,9 +381,10 @@ void AddAccountPage::testConnection() {
                 return;
             }
             if (!result.listError.isEmpty()) {
-                showResult(Localization::text("Connection ok, but the server's folders could not be listed: %1")
-                               .arg(result.listError),
-                           true);
+                showResult(
+                    Localization::text("Connection ok, but the server's folders could not be listed: %1")
+                        .arg(result.listError),
+                    true);
                 return;
             }
             m_folders->setFolders(result.folders, result.moreFolders);

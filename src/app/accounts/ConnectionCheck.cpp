@@ -32,10 +32,9 @@ BackgroundJob* ConnectionCheck::start(const BridgeConfig::Account& account,
     return job;
 }
 
-BackgroundJob* ConnectionCheck::startListingFolders(const BridgeConfig::Account& account,
-                                                    const std::optional<QString>& password,
-                                                    int timeoutSeconds, QObject* owner,
-                                                    std::function<void(const LiveBridge::FolderCheck&)> done) {
+BackgroundJob* ConnectionCheck::startListingFolders(
+    const BridgeConfig::Account& account, const std::optional<QString>& password, int timeoutSeconds,
+    QObject* owner, std::function<void(const LiveBridge::FolderCheck&)> done) {
     auto result = std::make_shared<LiveBridge::FolderCheck>();
     auto* job = new BackgroundJob(
         [result, account, password, timeoutSeconds] {

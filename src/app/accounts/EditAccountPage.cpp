@@ -2,6 +2,7 @@
 
 #include "BackgroundJob.h"
 #include "ConnectionCheck.h"
+#include "FieldLabel.h"
 #include "SecurityBox.h"
 #include "bridge/config/AccountChanges.h"
 #include "platform/Localization.h"
@@ -20,12 +21,6 @@ namespace corvina {
 namespace {
 
 const QString DefaultInbox = QStringLiteral("INBOX");
-
-QLabel* editFieldLabel(const QString& text, QWidget* field) {
-    auto* label = new QLabel(text);
-    label->setBuddy(field);
-    return label;
-}
 
 QLineEdit* editField(const QString& accessibleName) {
     auto* field = new QLineEdit;
@@ -60,17 +55,17 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     m_auth->setReadOnly(true);
     m_password = editField(Localization::text("Password for the new server or login name"));
     m_password->setEchoMode(QLineEdit::Password);
-    m_passwordLabel = editFieldLabel(Localization::text("&Password:"), m_password);
+    m_passwordLabel = new FieldLabel(Localization::text("&Password:"), m_password);
 
     auto* form = new QFormLayout;
-    form->addRow(editFieldLabel(Localization::text("IMAP ser&ver:"), m_host), m_host);
-    form->addRow(editFieldLabel(Localization::text("Securit&y:"), m_security), m_security);
-    form->addRow(editFieldLabel(Localization::text("P&ort:"), m_port), m_port);
-    form->addRow(editFieldLabel(Localization::text("&Login name:"), m_user), m_user);
-    form->addRow(editFieldLabel(Localization::text("&Inbox folder:"), m_inbox), m_inbox);
-    form->addRow(editFieldLabel(Localization::text("To &Do folder:"), m_todo), m_todo);
-    form->addRow(editFieldLabel(Localization::text("&Memo folder:"), m_memo), m_memo);
-    form->addRow(editFieldLabel(Localization::text("Signs in &with:"), m_auth), m_auth);
+    form->addRow(new FieldLabel(Localization::text("IMAP ser&ver:"), m_host), m_host);
+    form->addRow(new FieldLabel(Localization::text("Securit&y:"), m_security), m_security);
+    form->addRow(new FieldLabel(Localization::text("P&ort:"), m_port), m_port);
+    form->addRow(new FieldLabel(Localization::text("&Login name:"), m_user), m_user);
+    form->addRow(new FieldLabel(Localization::text("&Inbox folder:"), m_inbox), m_inbox);
+    form->addRow(new FieldLabel(Localization::text("To &Do folder:"), m_todo), m_todo);
+    form->addRow(new FieldLabel(Localization::text("&Memo folder:"), m_memo), m_memo);
+    form->addRow(new FieldLabel(Localization::text("Signs in &with:"), m_auth), m_auth);
     form->addRow(m_passwordLabel, m_password);
 
     m_test = new QPushButton(Localization::text("&Test connection"));

@@ -1,5 +1,6 @@
 #include "FolderChooser.h"
 
+#include "FieldLabel.h"
 #include "platform/Localization.h"
 
 #include <QComboBox>
@@ -11,12 +12,6 @@ namespace corvina {
 namespace {
 
 const QString Inbox = QStringLiteral("INBOX");
-
-QLabel* fieldLabel(const QString& text, QWidget* field) {
-    auto* label = new QLabel(text);
-    label->setBuddy(field);
-    return label;
-}
 
 } // namespace
 
@@ -34,9 +29,9 @@ FolderChooser::FolderChooser(QWidget* parent) : QWidget(parent) {
 
     auto* form = new QFormLayout(this);
     form->setContentsMargins(0, 0, 0, 0);
-    form->addRow(fieldLabel(Localization::text("&Inbox:"), m_inbox), m_inbox);
-    form->addRow(fieldLabel(Localization::text("To &Do:"), m_todo), m_todo);
-    form->addRow(fieldLabel(Localization::text("&Memo:"), m_memo), m_memo);
+    form->addRow(new FieldLabel(Localization::text("&Inbox:"), m_inbox), m_inbox);
+    form->addRow(new FieldLabel(Localization::text("To &Do:"), m_todo), m_todo);
+    form->addRow(new FieldLabel(Localization::text("&Memo:"), m_memo), m_memo);
     form->addRow(m_note);
     setTabOrder(m_inbox, m_todo);
     setTabOrder(m_todo, m_memo);

@@ -35,7 +35,10 @@ QDateTime makeDateTime(int year, int month, int day, int hour, int minute, int s
         year += 1900;
     const QDate date(year, month, day);
     const QTime time(hour, minute, second);
-    // zones come as +hhmm read as a decimal number: -0130 is -130
+    // zones come as +hhmm read as a decimal number: -0130 is -130. More than four digits is no
+    // zone: refused before any arithmetic, which would overflow on the number a hostile date gives.
+    if (zone < -9999 || zone > 9999)
+        return QDateTime();
     const int sign = zone < 0 ? -1 : 1;
     const int magnitude = std::abs(zone);
     const int offset = sign * ((magnitude / 100) * 3600 + (magnitude % 100) * 60);

@@ -191,7 +191,8 @@ TEST(MessageHeadersTest, AZoneOfMoreThanFourDigitsMakesNoDate) {
     EXPECT_FALSE(MessageHeaders::parseDate("Tue, 14 Nov 2023 22:13:20 -119304700").isValid());
     EXPECT_FALSE(MessageHeaders::parseDate("Tue, 14 Nov 2023 22:13:20 +2147483647").isValid());
     EXPECT_FALSE(MessageHeaders::parseDate("Tue, 14 Nov 2023 22:13:20 -2147483648").isValid());
-    EXPECT_FALSE(MessageHeaders::parseDate("Tue, 14 Nov 2023 22:13:20 +00111111111111111111111111111100").isValid());
+    EXPECT_FALSE(
+        MessageHeaders::parseDate("Tue, 14 Nov 2023 22:13:20 +00111111111111111111111111111100").isValid());
     // the widest zones in use still are dates
     EXPECT_EQ(MessageHeaders::parseDate("Wed, 15 Nov 2023 12:13:20 +1400").toSecsSinceEpoch(), 1700000000);
     EXPECT_EQ(MessageHeaders::parseDate("Tue, 14 Nov 2023 10:13:20 -1200").toSecsSinceEpoch(), 1700000000);

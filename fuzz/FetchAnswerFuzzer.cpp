@@ -1,9 +1,11 @@
 // Arbitrary bytes as a server's answer to the sync's FETCH, down the same path as on the network:
 // libetpan's mailimap_fetch sends the sync's own attribute list and reads the answer from a stream
-// whose bytes are the input (a memory driver of this file's own in place of the socket), then every
+// whose bytes are the input (a memory driver of this file's own in place of the socket, under the
+// session's guard), then every
 // message goes through MessageHeaders::readMessage and AccountSync::messageDictionary, and the
 // records are serialised as the snapshot writer serialises them. A record that XML 1.0 cannot hold
 // stops the run: every reader of the shared folder must be able to parse what the bridge writes.
+#include "bridge/imap/GuardedStream.h"
 #include "bridge/imap/MessageHeaders.h"
 #include "bridge/sync/AccountSync.h"
 #include "model/SnapshotFormat.h"
@@ -102,9 +104,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Feed feed;
     feed.data = data;
     feed.size = size;
-    mailstream_low* low = mailstream_low_new(&feed, &feedDriver);
-    if (low == nullptr)
+    mailstream_low* feedLow = mailstream_low_new(&feed, &feedDriver);
+    if (feedLow == nullptr)
         return 0;
+    // Under the guard the session puts on every connection, with the byte and answer budget of the
+    // sync's FETCH of 50 messages: what the guard refuses never reaches libetpan on the network
+    // either (a literal announced as four gigabytes, which libetpan would reserve at once).
+    mailstream_low* low = corvina::GuardedStream::wrap(feedLow);
+    if (low == nullptr) {
+        mailstream_low_free(feedLow);
+        return 0;
+    }
+    corvina::GuardedStream::of(low)->arm(
+        QDeadlineTimer(QDeadlineTimer::Forever),
+        {corvina::ImapSession::AnswerBytes + corvina::ImapSession::EnvelopeBytes * 50,
+         corvina::ImapSession::AnswerCount + 50});
     mailstream* stream = mailstream_new(low, 8192);
     mailimap* imap = mailimap_new(0, nullptr);
     if (stream == nullptr || imap == nullptr) {

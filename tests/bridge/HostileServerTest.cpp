@@ -343,6 +343,39 @@ TEST_F(HostileServerTest, AServerThatClosesInsideALiteralFailsTheSyncAtOnce) {
     EXPECT_EQ(contents(inboxPath(HostileMail)), before);
 }
 
+// libetpan reserves a literal's whole announced size before it reads any of it. A literal that
+// cannot fit in what the command may receive ends the answer at its announcement, at once, instead
+// of four gigabytes being reserved and the rest waited for until the timeout.
+TEST_F(HostileServerTest, ALiteralAnnouncedLargerThanTheAnswerMayBeFailsTheSyncAtOnce) {
+    const QByteArray before = syncedInbox();
+    // the largest 32-bit size, the smallest that cannot fit after the line announcing it, and a
+    // size of more digits than any number holds
+    for (const QString& size : {QStringLiteral("4294967295"), QStringLiteral("2100224"),
+                                QStringLiteral("99999999999999999999999999999999999999")}) {
+        SCOPED_TRACE(size.toStdString());
+        HostileServer hostile;
+        QString error;
+        ASSERT_TRUE(hostile.start(
+            {QStringLiteral("--mode"), QStringLiteral("huge-literal"), QStringLiteral("--count"), size},
+            &error))
+            << error.toStdString();
+        const ProgramRunner::Outcome once = run(
+            {QStringLiteral("--once")}, writeConfig({{QStringLiteral("work"), hostileKeys(hostile.port())}}));
+        expectWithinBound(once);
+        EXPECT_LT(once.elapsed, std::chrono::seconds(TimeoutSeconds)) << once.elapsed.count() << " ms";
+        EXPECT_TRUE(once.exitedWith(1)) << once.exitCode;
+        EXPECT_EQ(
+            once.err.toStdString(),
+            QStringLiteral("work: the server 127.0.0.1:%1 sent more than 2100224 bytes in answer to FETCH\n")
+                .arg(hostile.port())
+                .toStdString());
+        if (ProgramRunner::memoryIsMeaningful()) {
+            EXPECT_LT(once.peakRssKiB, MemoryBoundKiB);
+        }
+        EXPECT_EQ(contents(inboxPath(HostileMail)), before);
+    }
+}
+
 TEST_F(HostileServerTest, AServerThatClosesAtOnceIsSaidToHaveClosed) {
     HostileServer hostile;
     QString error;

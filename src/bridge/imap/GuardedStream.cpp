@@ -1,5 +1,6 @@
 #include "GuardedStream.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <libetpan/libetpan.h>
@@ -104,6 +105,9 @@ void GuardedStream::arm(QDeadlineTimer deadline, Budget budget) {
     m_answers = 0;
     m_atLineStart = true;
     m_afterStar = false;
+    m_literal = Literal::Outside;
+    m_literalSize = 0;
+    m_literalLeft = 0;
 }
 
 bool GuardedStream::mayContinue() {
@@ -138,7 +142,42 @@ void GuardedStream::stopAfterFailure(qint64 result, int error) {
     }
 }
 
+qint64 GuardedStream::literalAnnounced(char c) {
+    // Larger than any budget; a size is not read further, so that a thousand digits cannot overflow.
+    constexpr qint64 Huge = qint64(1) << 50;
+    switch (m_literal) {
+    case Literal::Outside:
+        break;
+    case Literal::Size:
+        if (c >= '0' && c <= '9') {
+            m_literalSize = std::min(Huge, m_literalSize * 10 + (c - '0'));
+            return -1;
+        }
+        if (c == '}') {
+            m_literal = Literal::Closed;
+            return -1;
+        }
+        break;
+    case Literal::Closed:
+        if (c == '\r') {
+            m_literal = Literal::AtCr;
+            return -1;
+        }
+        break;
+    case Literal::AtCr:
+        if (c == '\n') {
+            m_literal = Literal::Outside;
+            return m_literalSize;
+        }
+        break;
+    }
+    m_literal = c == '{' ? Literal::Size : Literal::Outside;
+    m_literalSize = 0;
+    return -1;
+}
+
 void GuardedStream::count(const char* data, qint64 size) {
+    const qint64 before = m_bytes;
     m_bytes += size;
     // An untagged answer is a line that starts with "* ". A literal's content may hold such a line
     // too; it is counted as well, which only makes an honest answer look a little larger.
@@ -148,6 +187,20 @@ void GuardedStream::count(const char* data, qint64 size) {
             ++m_answers;
         m_afterStar = m_atLineStart && c == '*';
         m_atLineStart = c == '\n';
+        if (m_literalLeft > 0) {
+            --m_literalLeft;
+            continue;
+        }
+        const qint64 literal = literalAnnounced(c);
+        if (literal < 0)
+            continue;
+        m_literalLeft = literal;
+        // A literal that cannot fit stops the answer here, before libetpan reads its announcement:
+        // libetpan reserves the whole announced size at once, four gigabytes for {4294967295}.
+        if (m_budget.bytes > 0 && before + i + 1 + literal > m_budget.bytes) {
+            m_stop = Stop::TooManyBytes;
+            return;
+        }
     }
     if (m_budget.bytes > 0 && m_bytes > m_budget.bytes)
         m_stop = Stop::TooManyBytes;

@@ -60,6 +60,9 @@ private:
     void stopAfterFailure(qint64 result, int error);
     // Counts what one read brought, and stops over the budget.
     void count(const char* data, qint64 size);
+    // Follows literals a character at a time: the announced size when `c` ends an announcement
+    // (the line break after "{size}"), else -1.
+    qint64 literalAnnounced(char c);
 
     // libetpan's driver functions, which forward to the inner stream.
     friend struct GuardedStreamDriver;
@@ -72,6 +75,12 @@ private:
     // Where the count of untagged answers stands: at the start of a line, after a "*" there.
     bool m_atLineStart = true;
     bool m_afterStar = false;
+    // Where the reading of literals stands: "{size}" and the line break after it announce `size`
+    // bytes of content, which are passed over without looking for announcements inside them.
+    enum class Literal { Outside, Size, Closed, AtCr };
+    Literal m_literal = Literal::Outside;
+    qint64 m_literalSize = 0;
+    qint64 m_literalLeft = 0;
     Stop m_stop = Stop::None;
     int m_error = 0;
 };

@@ -17,6 +17,8 @@ the bridge's sync and check, then does what --mode says:
   close              close each connection at once, before any greeting
   cut                in the answer to FETCH, announce a literal of 79 bytes, send 5 of them and
                      close the connection
+  huge-literal       in the answer to FETCH, announce a literal of --count bytes, send 5 of them
+                     and wait without end
   folders            answer LIST with INBOX and --count more folders
   endless-list       answer LIST with folder after folder, without end
   control-names      answer LIST with folders whose names hold control characters (a tab, a bell,
@@ -140,6 +142,11 @@ class Session:
                     self.send(b'* 1 FETCH (UID 1 BODY[HEADER.FIELDS (CONTENT-TYPE)] {79}\r\nshort')
                     self.conn.shutdown(socket.SHUT_RDWR)
                     return
+                if mode == 'huge-literal':
+                    self.send(b'* 1 FETCH (UID 1 BODY[HEADER.FIELDS (CONTENT-TYPE)] {%d}\r\nshort'
+                              % self.options.count)
+                    while True:
+                        time.sleep(60)
                 if mode == 'uid':
                     answers = answers.replace(b'UID 2 ', b'UID ' + self.options.uid.encode() + b' ')
                 self.send(answers)
@@ -226,7 +233,7 @@ def handle(conn, options, context):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument('--mode', default='normal',
-                        choices=['normal', 'reset', 'trickle', 'flood', 'lines', 'uid', 'words', 'close', 'cut',
+                        choices=['normal', 'reset', 'trickle', 'flood', 'lines', 'uid', 'words', 'close', 'cut', 'huge-literal',
                                  'folders', 'endless-list', 'control-names'])
     parser.add_argument('--count', type=int, default=200000)
     parser.add_argument('--uid', default='2')

@@ -599,12 +599,15 @@ TEST_F(ReloadBridgeTest, AnAccountTurnedOffOrRemovedWhileTheBridgeRunsIsNoLonger
     // Removed: it leaves Accounts.plist (so the widget shows it no more) and the status file; its
     // files stay, as after `account remove`.
     writeConfig({{QStringLiteral("work"), accountKeys()}});
-    ASSERT_GE(
-        waitUntil([&] { return !accountsFile().isEmpty() && !accountsFile().contains(BobMail.toUtf8()); },
+    ASSERT_GE(waitUntil(
+                  [&] {
+                      // Accounts.plist is written a moment before the status file: both are waited for.
+                      return !accountsFile().isEmpty() && !accountsFile().contains(BobMail.toUtf8()) &&
+                             accountStatus(QStringLiteral("bob")).isEmpty();
+                  },
                   StartMs),
-        0)
+              0)
         << log().toStdString();
-    EXPECT_TRUE(accountStatus(QStringLiteral("bob")).isEmpty());
     EXPECT_FALSE(accountStatus(QStringLiteral("work")).isEmpty());
     EXPECT_TRUE(QFileInfo::exists(container.data() + "/" + ConstVars::todayFolder + "/" + BobMail));
     EXPECT_EQ(timesSaid(QStringLiteral("work: connected")), 2) << log().toStdString();

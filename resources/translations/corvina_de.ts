@@ -524,8 +524,8 @@
         <translation>Passwort ändern</translation>
     </message>
     <message>
-        <source>Saved the account %1; the bridge reads it when it starts again.</source>
-        <translation>Das Konto %1 wurde gespeichert; die Brücke liest es beim nächsten Start.</translation>
+        <source>Saved the account %1; a running bridge follows the new settings at once.</source>
+        <translation>Das Konto %1 wurde gespeichert; eine laufende Brücke übernimmt die neuen Einstellungen sofort.</translation>
     </message>
     <message>
         <source>Stored the new password of %1 in the keyring.</source>
@@ -560,8 +560,8 @@
         <translation>Die Anmeldung wird beendet…</translation>
     </message>
     <message>
-        <source>Signed in to %1 (%2) again; the bridge uses it from its next try.</source>
-        <translation>Erneut bei %1 (%2) angemeldet; die Brücke nutzt das ab ihrem nächsten Versuch.</translation>
+        <source>Signed in to %1 (%2) again; a running bridge tries it at once.</source>
+        <translation>Erneut bei %1 (%2) angemeldet; eine laufende Brücke versucht es sofort.</translation>
     </message>
     <message>
         <source>%1 is not signed in: %2</source>
@@ -580,12 +580,12 @@
         <translation>Das Konto %1 wurde nicht geändert: %2</translation>
     </message>
     <message>
-        <source>Turned on %1: the bridge syncs it from its next start.</source>
-        <translation>%1 ist eingeschaltet: die Brücke gleicht es ab ihrem nächsten Start ab.</translation>
+        <source>Turned on %1: a running bridge syncs it at once.</source>
+        <translation>%1 ist eingeschaltet: eine laufende Brücke gleicht es sofort ab.</translation>
     </message>
     <message>
-        <source>Turned off %1: the bridge leaves it alone from its next start.</source>
-        <translation>%1 ist ausgeschaltet: die Brücke lässt es ab ihrem nächsten Start in Ruhe.</translation>
+        <source>Turned off %1: a running bridge stops syncing it at once.</source>
+        <translation>%1 ist ausgeschaltet: eine laufende Brücke hört sofort auf, es abzugleichen.</translation>
     </message>
     <message>
         <source>Sign-in</source>
@@ -692,8 +692,8 @@
         <translation>Meldet sich an &amp;mit:</translation>
     </message>
     <message>
-        <source>The bridge reads the changed settings when it starts again.</source>
-        <translation>Die Brücke liest die geänderten Einstellungen beim nächsten Start.</translation>
+        <source>A running bridge follows the changed settings as soon as they are saved.</source>
+        <translation>Eine laufende Brücke übernimmt die geänderten Einstellungen, sobald sie gespeichert sind.</translation>
     </message>
     <message>
         <source>Edit %1 (%2)</source>

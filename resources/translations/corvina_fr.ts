@@ -524,8 +524,8 @@
         <translation>Changer le mot de passe</translation>
     </message>
     <message>
-        <source>Saved the account %1; the bridge reads it when it starts again.</source>
-        <translation>Le compte %1 est enregistré ; le pont le lit à son prochain démarrage.</translation>
+        <source>Saved the account %1; a running bridge follows the new settings at once.</source>
+        <translation>Le compte %1 est enregistré ; un pont en marche suit aussitôt les nouveaux réglages.</translation>
     </message>
     <message>
         <source>Stored the new password of %1 in the keyring.</source>
@@ -560,8 +560,8 @@
         <translation>Arrêt de la connexion…</translation>
     </message>
     <message>
-        <source>Signed in to %1 (%2) again; the bridge uses it from its next try.</source>
-        <translation>Reconnecté à %1 (%2) ; le pont s’en sert dès sa prochaine tentative.</translation>
+        <source>Signed in to %1 (%2) again; a running bridge tries it at once.</source>
+        <translation>Reconnecté à %1 (%2) ; un pont en marche réessaie aussitôt.</translation>
     </message>
     <message>
         <source>%1 is not signed in: %2</source>
@@ -580,12 +580,12 @@
         <translation>Le compte %1 n’a pas été modifié : %2</translation>
     </message>
     <message>
-        <source>Turned on %1: the bridge syncs it from its next start.</source>
-        <translation>%1 est activé : le pont le synchronise dès son prochain démarrage.</translation>
+        <source>Turned on %1: a running bridge syncs it at once.</source>
+        <translation>%1 est activé : un pont en marche le synchronise aussitôt.</translation>
     </message>
     <message>
-        <source>Turned off %1: the bridge leaves it alone from its next start.</source>
-        <translation>%1 est désactivé : le pont le laisse de côté dès son prochain démarrage.</translation>
+        <source>Turned off %1: a running bridge stops syncing it at once.</source>
+        <translation>%1 est désactivé : un pont en marche cesse aussitôt de le synchroniser.</translation>
     </message>
     <message>
         <source>Sign-in</source>
@@ -692,8 +692,8 @@
         <translation>Se connecte avec (&amp;w) :</translation>
     </message>
     <message>
-        <source>The bridge reads the changed settings when it starts again.</source>
-        <translation>Le pont lit les réglages modifiés à son prochain démarrage.</translation>
+        <source>A running bridge follows the changed settings as soon as they are saved.</source>
+        <translation>Un pont en marche suit les réglages modifiés dès qu’ils sont enregistrés.</translation>
     </message>
     <message>
         <source>Edit %1 (%2)</source>

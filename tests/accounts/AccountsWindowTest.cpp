@@ -481,7 +481,7 @@ TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndSavesTheFolders) 
 
     pressOn(page, QStringLiteral("Save"));
     EXPECT_EQ(window.messageText(),
-              QStringLiteral("Saved the account work; the bridge reads it when it starts again."));
+              QStringLiteral("Saved the account work; a running bridge follows the new settings at once."));
     EXPECT_FALSE(page.isVisible());
     EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Tasks"));
     EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/memo")));
@@ -551,7 +551,7 @@ TEST_F(AccountsWindowEditTest, TurnOffAndOnAgainWritesTheKeyAndTheRowSaysSo) {
     QTest::mouseClick(off, Qt::LeftButton);
     EXPECT_EQ(key(QStringLiteral("enabled")), QStringLiteral("false"));
     EXPECT_EQ(window.messageText(),
-              QStringLiteral("Turned off work: the bridge leaves it alone from its next start."));
+              QStringLiteral("Turned off work: a running bridge stops syncing it at once."));
     EXPECT_EQ(window.accounts().index(0).data(AccountList::StateRole).toString(),
               QStringLiteral("Turned off (enabled = false in bridge.conf)"));
     // Still selected: the same button turns it on again.
@@ -559,8 +559,7 @@ TEST_F(AccountsWindowEditTest, TurnOffAndOnAgainWritesTheKeyAndTheRowSaysSo) {
     shootWindow(window, QStringLiteral("turned-off"));
     QTest::mouseClick(off, Qt::LeftButton);
     EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/enabled")));
-    EXPECT_EQ(window.messageText(),
-              QStringLiteral("Turned on work: the bridge syncs it from its next start."));
+    EXPECT_EQ(window.messageText(), QStringLiteral("Turned on work: a running bridge syncs it at once."));
     EXPECT_EQ(off->accessibleName(), QStringLiteral("Turn off"));
     EXPECT_EQ(window.accounts().index(0).data(AccountList::StateRole).toString(),
               QStringLiteral("Not read yet: the bridge has not synced it"));

@@ -301,7 +301,7 @@ TEST_F(BrowserSignInWindowTest, SignInAgainFromTheListMakesTheAccountCurrent) {
     shootWindow(window, QStringLiteral("signed-in-again"));
     EXPECT_EQ(
         window.messageText(),
-        QStringLiteral("Signed in to work (ada@example.org) again; the bridge uses it from its next try."));
+        QStringLiteral("Signed in to work (ada@example.org) again; a running bridge tries it at once."));
     const std::optional<QString> refresh = refreshToken(QStringLiteral("work"), provider.tokenUrl());
     ASSERT_TRUE(refresh.has_value());
 

@@ -11,6 +11,7 @@
 #include "support/ScopedZone.h"
 #include "support/WidgetTesting.h"
 
+#include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -132,4 +133,30 @@ TEST(CommandCenterTitles, EachKindHasItsTitleInGermanAndFrench) {
             EXPECT_EQ(CommandCenter::failureTitle(c.kind), QString::fromUtf8(c.french)) << name;
         }
     }
+}
+
+// The running bridge read bridge.conf again: the commands follow the accounts it names now.
+TEST_F(CommandCenterTest, TheCommandsFollowTheAccountsOfAConfigReadAgain) {
+    const std::unique_ptr<CommandCenter> commands = center();
+    QSignalSpy done(commands.get(), &CommandCenter::commandDone);
+    const QString url =
+        QStringLiteral("corvina://archive?mail=bob%40example.org&messageid=INBOX/1/1&folderstandardid=1");
+    commands->open({url}, {});
+    ASSERT_TRUE(drain([&] { return done.size() == 1; }, 15000));
+    EXPECT_EQ(done.at(0).at(3).toString(),
+              QStringLiteral("archive: no account with the mail bob@example.org in ") + configPath());
+
+    // Added, turned off: the command is refused for that reason now, not for an unknown address.
+    {
+        QFile file(configPath());
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("[bob]\nmail = bob@example.org\nhost = 127.0.0.1\nsecurity = none\nport = 143\n"
+                   "enabled = false\n");
+    }
+    commands->setConfig(BridgeConfig::load(configPath()));
+    commands->open({url}, {});
+    ASSERT_TRUE(drain([&] { return done.size() == 2; }, 15000));
+    EXPECT_EQ(done.at(1).at(3).toString(),
+              QStringLiteral("archive: account bob (bob@example.org) is disabled in ") + configPath());
+    EXPECT_TRUE(commands->isIdle());
 }

@@ -92,6 +92,25 @@ TEST_F(CommandServiceTest, ActivateAndTheSyncActionAskForAFreshLook) {
     EXPECT_EQ(sync.at(1).at(0).toString(), QStringLiteral("sync action"));
 }
 
+// The Accounts window's nudge: the retry action, answered at once, its work left to the owner.
+TEST_F(CommandServiceTest, TheRetryActionAsksTheWaitingAccountsToTryNow) {
+    CommandService service;
+    QString error;
+    ASSERT_TRUE(service.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
+    QSignalSpy retry(&service, &CommandService::retryRequested);
+    QSignalSpy sync(&service, &CommandService::syncRequested);
+
+    const QDBusMessage reply =
+        call(QStringLiteral("ActivateAction"),
+             {QStringLiteral("retry"), QVariant::fromValue(QVariantList()), QVariantMap()});
+    EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
+    if (retry.isEmpty())
+        retry.wait(2000);
+    ASSERT_EQ(retry.size(), 1);
+    EXPECT_EQ(retry.at(0).at(0).toString(), QStringLiteral("nudged"));
+    EXPECT_TRUE(sync.isEmpty());
+}
+
 TEST_F(CommandServiceTest, AnUnknownActionIsAnsweredWithAnErrorAndDoesNothing) {
     CommandService service;
     QString error;

@@ -3,25 +3,37 @@
 // changes, signals,
 // the status file, passwords from the keyring, and TLS. Everything the widget would show is read back through
 // its own loader.
+#include "bridge/service/LiveBridge.h"
+
 #include "BridgeTesting.h"
+#include "bridge/config/AccountCredential.h"
 #include "bridge/config/AccountPassword.h"
 #include "bridge/config/SecretStore.h"
+#include "bridge/service/BridgeNudge.h"
+#include "bridge/service/CommandService.h"
 #include "model/SnapshotFormat.h"
+#include "shared/ConstVars.h"
 #include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 
+#include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QTemporaryDir>
 #include <QThread>
+#include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
 
@@ -470,6 +482,197 @@ TEST_F(LiveBridgeTest, WithoutAnAccountToFollowItSaysSoAndFails) {
     EXPECT_TRUE(log().contains(QStringLiteral("no enabled account to follow"))) << log().toStdString();
 }
 
+// bridge.conf changed while the bridge runs, as `account add|remove` and the Accounts window change
+// it: the file is replaced whole, and the bridge follows it without a restart.
+class ReloadBridgeTest : public LiveBridgeTest {
+protected:
+    static inline const QString BobMail = QStringLiteral("bob@example.org");
+
+    void SetUp() override {
+        LiveBridgeTest::SetUp();
+        server.addUser(QStringLiteral("bob"), QStringLiteral("hunter2"));
+    }
+    QVariantMap bobKeys(const QVariantMap& extra = {}) const {
+        QVariantMap keys =
+            accountKeys({{"mail", BobMail}, {"user", "bob"}, {"passwordCommand", "echo hunter2"}});
+        for (auto it = extra.begin(); it != extra.end(); ++it)
+            keys.insert(it.key(), it.value());
+        return keys;
+    }
+    void deliverToBob(const QString& subject) {
+        server.deliver(QStringLiteral("bob"), QStringLiteral("INBOX"),
+                       DovecotServer::message(subject, QStringLiteral("a@example.org"),
+                                              QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"),
+                                              QStringLiteral("<%1@x>").arg(++delivered)));
+    }
+    // Whether the inbox file the bridge wrote for `mail` holds `subject` (read directly: the
+    // widget no longer shows an account that left Accounts.plist).
+    bool inboxFileHolds(const QString& mail, const QString& subject) const {
+        QFile file(container.data() + "/" + ConstVars::todayFolder + "/" + mail +
+                   QStringLiteral("/inbox.plist"));
+        return file.open(QIODevice::ReadOnly) && file.readAll().contains(subject.toUtf8());
+    }
+    QByteArray accountsFile() const {
+        QFile file(container.data() + "/" + ConstVars::accountsFile);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    int timesSaid(const QString& line) { return static_cast<int>(log().count(line)); }
+};
+
+TEST_F(ReloadBridgeTest, AnAccountAddedWhileTheBridgeRunsIsFollowedAndTheOtherKeepsItsConnection) {
+    followInbox();
+    deliverToBob(QStringLiteral("For Bob, added while running"));
+    writeConfig({{QStringLiteral("work"), accountKeys()}, {QStringLiteral("bob"), bobKeys()}});
+    ASSERT_GE(waitUntil([&] { return shows(QStringLiteral("For Bob, added while running")); }, StartMs), 0)
+        << log().toStdString();
+    EXPECT_TRUE(logSays(QStringLiteral("bob: added to bridge.conf; following it"))) << log().toStdString();
+    EXPECT_TRUE(inboxFileHolds(BobMail, QStringLiteral("For Bob, added while running")));
+    EXPECT_TRUE(accountsFile().contains(BobMail.toUtf8()));
+    ASSERT_GE(waitUntil([&] { return logSays(QStringLiteral("bob: connected; following INBOX with IDLE")); },
+                        StartMs),
+              0)
+        << log().toStdString();
+
+    // The account that did not change was never taken off its connection: new mail still comes by
+    // its IDLE, and it connected once.
+    deliver(QStringLiteral("For Ada, after Bob came"));
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("For Ada, after Bob came")); }, RecoverMs), 0)
+        << log().toStdString();
+    EXPECT_EQ(timesSaid(QStringLiteral("work: connected")), 1) << log().toStdString();
+    EXPECT_FALSE(logSays(QStringLiteral("work: settings changed"))) << log().toStdString();
+
+    // Removed again while followed: its connection is closed and new mail for it is not read.
+    writeConfig({{QStringLiteral("work"), accountKeys()}});
+    ASSERT_GE(
+        waitUntil(
+            [&] { return logSays(QStringLiteral("bob: removed from bridge.conf; no longer followed")); },
+            StartMs),
+        0)
+        << log().toStdString();
+    deliverToBob(QStringLiteral("For Bob, removed"));
+    deliver(QStringLiteral("For Ada, Bob removed"));
+    ASSERT_GE(waitUntil([&] { return shows(QStringLiteral("For Ada, Bob removed")); }, RecoverMs), 0)
+        << log().toStdString();
+    deliver(QStringLiteral("For Ada, a while later"));
+    ASSERT_GE(waitUntil([&] { return shows(QStringLiteral("For Ada, a while later")); }, RecoverMs), 0)
+        << log().toStdString();
+    EXPECT_FALSE(inboxFileHolds(BobMail, QStringLiteral("For Bob, removed")));
+    EXPECT_FALSE(accountsFile().contains(BobMail.toUtf8()));
+    EXPECT_EQ(timesSaid(QStringLiteral("work: connected")), 1) << log().toStdString();
+    EXPECT_EQ(bridge.state(), QProcess::Running);
+}
+
+TEST_F(ReloadBridgeTest, AnAccountTurnedOffOrRemovedWhileTheBridgeRunsIsNoLongerFollowed) {
+    deliver(QStringLiteral("Before the start"));
+    startBridge(writeConfig({{QStringLiteral("work"), accountKeys()}, {QStringLiteral("bob"), bobKeys()}}));
+    for (const QString& name : {QStringLiteral("work"), QStringLiteral("bob")}) {
+        ASSERT_GE(
+            waitUntil(
+                [&] { return logSays(name + QStringLiteral(": connected; following INBOX with IDLE")); },
+                StartMs),
+            0)
+            << log().toStdString();
+    }
+
+    // Turned off: its worker ends, new mail for it is no longer read, the other goes on.
+    writeConfig(
+        {{QStringLiteral("work"), accountKeys()}, {QStringLiteral("bob"), bobKeys({{"enabled", false}})}});
+    ASSERT_GE(
+        waitUntil([&] { return logSays(QStringLiteral("bob: turned off; no longer followed")); }, StartMs), 0)
+        << log().toStdString();
+    deliverToBob(QStringLiteral("For Bob, turned off"));
+    deliver(QStringLiteral("For Ada, Bob turned off"));
+    ASSERT_GE(waitUntil([&] { return shows(QStringLiteral("For Ada, Bob turned off")); }, RecoverMs), 0)
+        << log().toStdString();
+    // Every account still followed reads all its lists again; a turned-off one would have too.
+    ::kill(static_cast<pid_t>(bridge.processId()), SIGUSR1);
+    deliver(QStringLiteral("For Ada, after the second look"));
+    ASSERT_GE(waitUntil([&] { return shows(QStringLiteral("For Ada, after the second look")); }, RecoverMs),
+              0)
+        << log().toStdString();
+    EXPECT_FALSE(inboxFileHolds(BobMail, QStringLiteral("For Bob, turned off")));
+    EXPECT_EQ(timesSaid(QStringLiteral("bob: connected")), 1) << log().toStdString();
+    // SIGUSR1 took work onto a fresh connection; from here on it keeps that one.
+    ASSERT_GE(waitUntil([&] { return timesSaid(QStringLiteral("work: connected")) == 2; }, RecoverMs), 0)
+        << log().toStdString();
+
+    // Removed: it leaves Accounts.plist (so the widget shows it no more) and the status file; its
+    // files stay, as after `account remove`.
+    writeConfig({{QStringLiteral("work"), accountKeys()}});
+    ASSERT_GE(waitUntil(
+                  [&] {
+                      // Accounts.plist is written a moment before the status file: both are waited for.
+                      return !accountsFile().isEmpty() && !accountsFile().contains(BobMail.toUtf8()) &&
+                             accountStatus(QStringLiteral("bob")).isEmpty();
+                  },
+                  StartMs),
+              0)
+        << log().toStdString();
+    EXPECT_FALSE(accountStatus(QStringLiteral("work")).isEmpty());
+    EXPECT_TRUE(QFileInfo::exists(container.data() + "/" + ConstVars::todayFolder + "/" + BobMail));
+    EXPECT_EQ(timesSaid(QStringLiteral("work: connected")), 2) << log().toStdString();
+
+    // Turned on again from a removed state: added back, followed again.
+    writeConfig({{QStringLiteral("work"), accountKeys()}, {QStringLiteral("bob"), bobKeys()}});
+    ASSERT_GE(
+        waitUntil([&] { return inboxFileHolds(BobMail, QStringLiteral("For Bob, turned off")); }, StartMs), 0)
+        << log().toStdString();
+    EXPECT_EQ(bridge.state(), QProcess::Running);
+}
+
+TEST_F(ReloadBridgeTest, AnAccountWhoseFoldersChangedIsFollowedAgainWithTheNewOnes) {
+    server.createFolder(User, QStringLiteral("Notes"));
+    deliver(QStringLiteral("A note"), QStringLiteral("Grace <grace@example.org>"), QString(),
+            QStringLiteral("Notes"));
+    followInbox();
+    EXPECT_FALSE(shows(QStringLiteral("A note"), SnapshotFormat::ListKind::Memo));
+    writeConfig({{QStringLiteral("work"), accountKeys({{"memo", "Notes"}})}});
+    ASSERT_GE(
+        waitUntil([&] { return shows(QStringLiteral("A note"), SnapshotFormat::ListKind::Memo); }, StartMs),
+        0)
+        << log().toStdString();
+    EXPECT_TRUE(logSays(QStringLiteral("work: settings changed; following it again with the new ones")))
+        << log().toStdString();
+    ASSERT_GE(waitUntil([&] { return timesSaid(QStringLiteral("work: connected")) == 2; }, StartMs), 0)
+        << log().toStdString();
+    // Still live on the new connection.
+    deliver(QStringLiteral("After the change"));
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("After the change")); }, RecoverMs), 0)
+        << log().toStdString();
+}
+
+TEST_F(ReloadBridgeTest, AFileThatNoLongerReadsIsRefusedWithOneLineAndSyncingGoesOn) {
+    followInbox();
+    const QString path = configDir.filePath(QStringLiteral("bridge.conf"));
+    {
+        // Written beside and renamed over, as the writers do; a group's name never closed.
+        QFile broken(path + QStringLiteral(".new"));
+        ASSERT_TRUE(broken.open(QIODevice::WriteOnly));
+        broken.write("[work\nmail = ada@example.org\n");
+        broken.close();
+        ASSERT_TRUE(::rename(QFile::encodeName(broken.fileName()).constData(),
+                             QFile::encodeName(path).constData()) == 0);
+    }
+    const QString refused =
+        path + QStringLiteral(" is not a readable INI file; the accounts go on as they were");
+    ASSERT_GE(waitUntil([&] { return logSays(refused); }, StartMs), 0) << log().toStdString();
+    deliver(QStringLiteral("After the broken file"));
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("After the broken file")); }, RecoverMs), 0)
+        << log().toStdString();
+    EXPECT_EQ(timesSaid(refused), 1) << log().toStdString();
+    EXPECT_EQ(timesSaid(QStringLiteral("work: connected")), 1) << log().toStdString();
+    EXPECT_TRUE(accountStatus(QStringLiteral("work")).value(QStringLiteral("ok")).toBool());
+    EXPECT_TRUE(accountsFile().contains(Mail.toUtf8()));
+    EXPECT_EQ(bridge.state(), QProcess::Running);
+
+    // Mended: read again, and the account (unchanged) keeps its connection.
+    writeConfig({{QStringLiteral("work"), accountKeys()}});
+    deliver(QStringLiteral("After the mended file"));
+    EXPECT_GE(waitUntil([&] { return shows(QStringLiteral("After the mended file")); }, RecoverMs), 0)
+        << log().toStdString();
+    EXPECT_EQ(timesSaid(QStringLiteral("work: connected")), 1) << log().toStdString();
+}
+
 // The foreground mode with a real keyring on the private session bus, started for each test.
 class LiveKeyringBridgeTest : public LiveBridgeTest {
 protected:
@@ -577,6 +780,107 @@ TEST_F(LiveTlsBridgeTest, AnUntrustedCertificateIsAFailureTriedAgain) {
         << log().toStdString();
     EXPECT_FALSE(shows(QStringLiteral("Never shown")));
     EXPECT_EQ(bridge.state(), QProcess::Running);
+}
+
+// The Accounts window's nudge, on the private session bus to a bridge with a real keyring: an
+// account that failed its login waits for its retry, here made far longer than the test's bound so
+// that only the nudge can end it.
+class NudgeBridgeTest : public BridgeServerTest {
+protected:
+    void SetUp() override {
+        BridgeServerTest::SetUp();
+        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        QString error;
+        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+    }
+    void TearDown() override {
+        keyring.stop();
+        SecretStore::forgetService();
+    }
+    // Lets the bridge's event loop run until `done` holds, up to `timeoutMs`; whether it held.
+    static bool runUntil(const std::function<bool()>& done, int timeoutMs) {
+        const QDeadlineTimer deadline(timeoutMs);
+        while (!done()) {
+            if (deadline.hasExpired())
+                return false;
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+            QThread::msleep(10);
+        }
+        return true;
+    }
+    static bool shows(const QString& subject) {
+        for (const auto& m : widgetMessages()) {
+            if (m->subject() == subject)
+                return true;
+        }
+        return false;
+    }
+
+    KeyringDaemon keyring;
+    QTemporaryDir stateDir;
+};
+
+TEST_F(NudgeBridgeTest, WithTheRightPasswordStoredANudgeSyncsAtOnceInsteadOfAfterTheBackOff) {
+    const QString path =
+        writeConfig({{QStringLiteral("work"), accountKeys({{"passwordCommand", QVariant()}})}});
+    const BridgeConfig config = BridgeConfig::load(path);
+    ASSERT_EQ(config.accounts().size(), 1);
+    const BridgeConfig::Account& account = config.accounts().first();
+    const SecretStore store(10000);
+    QString error;
+    ASSERT_TRUE(store.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account),
+                            QStringLiteral("wrong"), &error))
+        << error.toStdString();
+    deliver(QStringLiteral("Waiting for the right password"));
+
+    AccountWorker::Timing timing;
+    timing.timeoutSeconds = 10;
+    timing.firstRetrySeconds = 3600;
+    timing.maxRetrySeconds = 3600;
+    LiveBridge bridge(
+        config, container.data(), stateDir.filePath(QStringLiteral("status.json")),
+        [](const BridgeConfig::Account& a, QString* why) { return AccountCredential::obtain(a, why); },
+        timing);
+    QStringList lines;
+    QObject::connect(&bridge, &LiveBridge::log, [&lines](const QString& line) { lines << line; });
+    const auto said = [&lines](const QString& text) {
+        return std::any_of(lines.begin(), lines.end(), [&](const QString& l) { return l.contains(text); });
+    };
+    CommandService host;
+    ASSERT_TRUE(host.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
+    QObject::connect(&host, &CommandService::retryRequested, &bridge, &LiveBridge::retryNow);
+    ASSERT_TRUE(bridge.start(&error)) << error.toStdString();
+    ASSERT_TRUE(runUntil([&] { return said(QStringLiteral("; trying again in 3600 s")); }, 30000))
+        << lines.join(u'\n').toStdString();
+    ASSERT_FALSE(shows(QStringLiteral("Waiting for the right password")));
+
+    // Change password: the right one stored, then the window's nudge.
+    ASSERT_TRUE(
+        store.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account), Password, &error))
+        << error.toStdString();
+    ASSERT_TRUE(BridgeNudge::send());
+    EXPECT_TRUE(runUntil([&] { return shows(QStringLiteral("Waiting for the right password")); }, 30000))
+        << lines.join(u'\n').toStdString();
+    EXPECT_TRUE(said(QStringLiteral("work: nudged: trying again now"))) << lines.join(u'\n').toStdString();
+    EXPECT_TRUE(said(QStringLiteral("work: synced"))) << lines.join(u'\n').toStdString();
+
+    // A second nudge finds nobody waiting and takes the working account off nothing.
+    lines.clear();
+    ASSERT_TRUE(BridgeNudge::send());
+    EXPECT_TRUE(
+        runUntil([&] { return said(QStringLiteral("nudged: no account is waiting to try again")); }, 30000))
+        << lines.join(u'\n').toStdString();
+    EXPECT_TRUE(bridge.stop(10000));
+}
+
+// Without a bridge the nudge goes nowhere: handed to the bus, nothing started, nothing failing.
+TEST_F(NudgeBridgeTest, WithoutABridgeANudgeIsNothing) {
+    ASSERT_FALSE(QDBusConnection::sessionBus().interface()->isServiceRegistered(
+        QLatin1String(CommandService::ServiceName)));
+    EXPECT_TRUE(BridgeNudge::send());
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(QDBusConnection::sessionBus().interface()->isServiceRegistered(
+        QLatin1String(CommandService::ServiceName)));
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include "SignInJob.h"
 #include "bridge/config/AccountChanges.h"
 #include "bridge/config/BrowserSignIn.h"
+#include "bridge/service/BridgeNudge.h"
 #include "bridge/service/BridgeUnit.h"
 #include "platform/Localization.h"
 
@@ -133,9 +134,11 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
         showList();
     });
     connect(m_editPage, &EditAccountPage::saved, this, [this](const QString& name) {
+        BridgeNudge::send();
         m_accounts->reload();
         showMessage(
-            Localization::text("Saved the account %1; the bridge reads it when it starts again.").arg(name));
+            Localization::text("Saved the account %1; a running bridge follows the new settings at once.")
+                .arg(name));
         showList();
     });
     connect(m_passwordPage, &PasswordPage::cancelled, this, [this] {
@@ -143,6 +146,7 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
         showList();
     });
     connect(m_passwordPage, &PasswordPage::saved, this, [this](const QString& name) {
+        BridgeNudge::send();
         showMessage(Localization::text("Stored the new password of %1 in the keyring.").arg(name));
         showList();
     });
@@ -151,6 +155,7 @@ AccountsWindow::AccountsWindow(const QString& configPath, const QString& statusP
         showList();
     });
     connect(m_addPage, &AddAccountPage::saved, this, [this](const QString& name, const QString& note) {
+        BridgeNudge::send();
         m_accounts->reload();
         showMessage(note.isEmpty() ? Localization::text("Added the account %1.").arg(name)
                                    : Localization::text("Added the account %1. %2").arg(name, note));
@@ -246,9 +251,10 @@ void AccountsWindow::signInSelected() {
         m_signIn->deleteLater();
         m_signIn = nullptr;
         if (ok)
-            showMessage(
-                Localization::text("Signed in to %1 (%2) again; the bridge uses it from its next try.")
-                    .arg(account.name, account.mail));
+            BridgeNudge::send();
+        if (ok)
+            showMessage(Localization::text("Signed in to %1 (%2) again; a running bridge tries it at once.")
+                            .arg(account.name, account.mail));
         else
             showMessage(Localization::text("%1 is not signed in: %2").arg(account.name, error));
         updateListPage();
@@ -290,11 +296,13 @@ void AccountsWindow::toggleSelected() {
         showMessage(Localization::text("The account %1 was not changed: %2").arg(account->name, error));
     else if (on)
         showMessage(
-            Localization::text("Turned on %1: the bridge syncs it from its next start.").arg(account->name));
+            Localization::text("Turned on %1: a running bridge syncs it at once.").arg(account->name));
     else
-        showMessage(Localization::text("Turned off %1: the bridge leaves it alone from its next start.")
+        showMessage(Localization::text("Turned off %1: a running bridge stops syncing it at once.")
                         .arg(account->name));
     m_accounts->reload();
+    // Harmless when nothing was written: the bridge finds the file as it was.
+    BridgeNudge::send();
 }
 
 void AccountsWindow::removeSelected(bool confirm) {
@@ -336,6 +344,8 @@ void AccountsWindow::removeSelected(bool confirm) {
     connect(m_job, &BackgroundJob::finished, this, [this, outcome, account] {
         m_job->deleteLater();
         m_job = nullptr;
+        if (outcome->ok)
+            BridgeNudge::send();
         m_accounts->reload();
         if (!outcome->ok)
             showMessage(

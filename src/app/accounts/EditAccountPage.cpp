@@ -79,8 +79,8 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     m_result->setWordWrap(true);
     m_result->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_result->setAccessibleDescription(Localization::text("The result of the connection test or the save"));
-    auto* note =
-        new QLabel(Localization::text("The bridge reads the changed settings when it starts again."));
+    auto* note = new QLabel(
+        Localization::text("A running bridge follows the changed settings as soon as they are saved."));
     note->setWordWrap(true);
 
     auto* buttons = new QHBoxLayout;

@@ -62,6 +62,7 @@ int ForegroundCommand::exec() {
     CommandService host;
     QObject::connect(&host, &CommandService::urisOpened, &bridge, &LiveBridge::openUris);
     QObject::connect(&host, &CommandService::syncRequested, &bridge, &LiveBridge::syncNow);
+    QObject::connect(&host, &CommandService::retryRequested, &bridge, &LiveBridge::retryNow);
     if (host.registerOn(QDBusConnection::sessionBus(), &error)) {
         line(QStringLiteral("carrying out the widget's commands as %1")
                  .arg(QLatin1String(CommandService::ServiceName)));

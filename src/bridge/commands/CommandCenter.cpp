@@ -6,6 +6,8 @@
 #include "platform/DesktopNotifier.h"
 #include "platform/Localization.h"
 
+#include <QSet>
+
 namespace corvina {
 
 namespace {
@@ -54,6 +56,23 @@ bool CommandCenter::stop(int timeoutMs) {
     for (CommandWorker* worker : std::as_const(m_workers))
         all = worker->stop(timeoutMs) && all;
     return all;
+}
+
+void CommandCenter::setConfig(const BridgeConfig& config) {
+    m_config = config;
+    QSet<QString> busy;
+    for (const Pending& pending : std::as_const(m_tickets))
+        busy.insert(pending.account);
+    for (auto it = m_workers.begin(); it != m_workers.end();) {
+        const BridgeConfig::Account* now = m_config.account(it.key());
+        if ((now && *now == it.value()->account()) || busy.contains(it.key())) {
+            ++it;
+            continue;
+        }
+        // Nothing under way: the thread ends at once, bounded by the goodbye on its connection.
+        delete it.value();
+        it = m_workers.erase(it);
+    }
 }
 
 void CommandCenter::open(const QStringList& uris, const QVariantMap& platformData) {

@@ -43,6 +43,11 @@ public:
     bool isIdle() const { return m_pending == 0; }
     // Lets the commands under way finish (up to `timeoutMs`) and drops the queued ones.
     bool stop(int timeoutMs);
+    // The accounts as bridge.conf says now (the running bridge read it again): commands for an
+    // account added are taken, for one removed or turned off refused. The connection kept for an
+    // account whose settings changed is closed, so that its next command uses the new ones; one
+    // with a command under way keeps it until that is done.
+    void setConfig(const BridgeConfig& config);
 
     // Whether failures are shown as desktop notifications (the default); the log and the status
     // file hear of them either way.

@@ -66,6 +66,10 @@ public:
         int messages = DefaultMessages;       // newest messages kept per list
         int pollSeconds = DefaultPollSeconds; // how often lists IDLE does not cover are read again
         QString problem;                      // empty when the account is usable
+
+        // Every setting alike: the running bridge restarts an account whose group changed in any
+        // key when it reads the file again, and leaves an equal one running.
+        bool operator==(const Account&) const = default;
     };
 
     static constexpr int DefaultMessages = 50;

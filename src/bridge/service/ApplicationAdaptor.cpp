@@ -32,13 +32,20 @@ void ApplicationAdaptor::ActivateAction(const QString& actionName, const QVarian
                                         const QVariantMap& platformData, const QDBusMessage& message) {
     Q_UNUSED(parameter)
     Q_UNUSED(platformData)
+    if (actionName == QLatin1String(CommandService::RetryAction)) {
+        QMetaObject::invokeMethod(
+            m_service, [service = m_service] { emit service->retryRequested(QStringLiteral("nudged")); },
+            Qt::QueuedConnection);
+        return;
+    }
     if (actionName != QLatin1String(CommandService::SyncAction)) {
         // Answered with an error, so that a caller that means something else learns it.
         message.setDelayedReply(true);
-        m_service->bus().send(
-            message.createErrorReply(QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"),
-                                     QStringLiteral("unknown action %1; corvina-mail-bridge knows \"%2\"")
-                                         .arg(actionName, QLatin1String(CommandService::SyncAction))));
+        m_service->bus().send(message.createErrorReply(
+            QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"),
+            QStringLiteral("unknown action %1; corvina-mail-bridge knows \"%2\" and \"%3\"")
+                .arg(actionName, QLatin1String(CommandService::SyncAction),
+                     QLatin1String(CommandService::RetryAction))));
         return;
     }
     QMetaObject::invokeMethod(

@@ -21,6 +21,9 @@ public:
     static constexpr const char* ObjectPath = "/org/corvina/mail";
     // The application actions ActivateAction accepts.
     static constexpr const char* SyncAction = "sync";
+    // The Accounts window's nudge after it changed an account (BridgeNudge): bridge.conf read
+    // again, and the accounts waiting to try again try at once.
+    static constexpr const char* RetryAction = "retry";
 
     explicit CommandService(QObject* parent = nullptr);
     ~CommandService() override;
@@ -38,6 +41,8 @@ signals:
     void urisOpened(const QStringList& uris, const QVariantMap& platformData);
     // Activate, or ActivateAction("sync"): the person asked for a fresh look at every account.
     void syncRequested(const QString& reason);
+    // ActivateAction("retry"): an account was changed; the ones waiting should try now.
+    void retryRequested(const QString& reason);
 
 private:
     friend class ApplicationAdaptor;

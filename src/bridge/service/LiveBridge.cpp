@@ -62,6 +62,8 @@ LiveBridge::~LiveBridge() {
     // Bounded by the workers' network timeout; a thread must not be destroyed while it runs.
     for (const Running& r : m_workers)
         r.thread->wait();
+    for (const Running& r : m_retired)
+        r.thread->wait();
 }
 
 void LiveBridge::removeLeftovers() {
@@ -105,28 +107,174 @@ bool LiveBridge::start(QString* error, bool follow) {
         *error = QStringLiteral("no enabled account to follow in ") + m_config.path();
         return false;
     }
-    for (const BridgeConfig::Account& account : followed) {
-        auto worker = std::make_unique<AccountWorker>(account, m_timing, m_passwords);
-        // Results are emitted on the worker's thread and queued to this one.
-        connect(worker.get(), &AccountWorker::synced, this, &LiveBridge::accountSynced, Qt::QueuedConnection);
-        connect(worker.get(), &AccountWorker::failed, this, &LiveBridge::accountFailed, Qt::QueuedConnection);
-        connect(
-            worker.get(), &AccountWorker::note, this,
-            [this](const QString& name, const QString& line) {
-                emit log(name + QStringLiteral(": ") + line);
-            },
-            Qt::QueuedConnection);
-        std::unique_ptr<QThread> thread(QThread::create([worker = worker.get()] {
-            AccountWorker::blockProcessSignals();
-            worker->run();
-        }));
-        thread->setObjectName(QStringLiteral("account ") + account.name);
-        thread->start();
-        m_workers.push_back({std::move(worker), std::move(thread)});
-    }
+    for (const BridgeConfig::Account& account : followed)
+        startWorker(account);
+    // From now on bridge.conf is followed: the Accounts window and `account ...` change it while
+    // the bridge runs.
+    m_watch = std::make_unique<ConfigWatch>(m_config.path());
+    connect(m_watch.get(), &ConfigWatch::changed, this, &LiveBridge::reloadConfig);
+    if (!m_watch->isWatching())
+        emit log(QStringLiteral("changes to %1 are not noticed: its folder cannot be watched")
+                     .arg(m_config.path()));
     emit log(
         QStringLiteral("following %1 account(s); status in %2").arg(m_workers.size()).arg(m_status.path()));
     return true;
+}
+
+void LiveBridge::startWorker(const BridgeConfig::Account& account) {
+    auto worker = std::make_unique<AccountWorker>(account, m_timing, m_passwords);
+    const int id = m_nextWorkerId++;
+    // Results are emitted on the worker's thread and queued to this one, where a worker stopped
+    // meanwhile (its account removed or changed) is no longer listened to.
+    connect(
+        worker.get(), &AccountWorker::synced, this,
+        [this, id](const QString& name, const QList<AccountSync::Snapshot>& snapshots,
+                   const QDateTime& when) {
+            if (isCurrent(id))
+                accountSynced(name, snapshots, when);
+        },
+        Qt::QueuedConnection);
+    connect(
+        worker.get(), &AccountWorker::failed, this,
+        [this, id](const QString& name, const QString& error, const QDateTime& when, int retrySeconds) {
+            if (isCurrent(id))
+                accountFailed(name, error, when, retrySeconds);
+        },
+        Qt::QueuedConnection);
+    connect(
+        worker.get(), &AccountWorker::note, this,
+        [this, id](const QString& name, const QString& line) {
+            if (isCurrent(id))
+                emit log(name + QStringLiteral(": ") + line);
+        },
+        Qt::QueuedConnection);
+    std::unique_ptr<QThread> thread(QThread::create([worker = worker.get()] {
+        AccountWorker::blockProcessSignals();
+        worker->run();
+    }));
+    thread->setObjectName(QStringLiteral("account ") + account.name);
+    thread->start();
+    m_workers.push_back({std::move(worker), std::move(thread), id});
+}
+
+bool LiveBridge::isCurrent(int id) const {
+    for (const Running& r : m_workers) {
+        if (r.id == id)
+            return true;
+    }
+    return false;
+}
+
+void LiveBridge::retireWorker(size_t index) {
+    Running running = std::move(m_workers[index]);
+    m_workers.erase(m_workers.begin() + static_cast<std::ptrdiff_t>(index));
+    m_failing.remove(running.worker->account().name);
+    running.worker->stop();
+    // Its goodbye to the server may take a moment; the main thread does not wait for it.
+    QThread* thread = running.thread.get();
+    const int id = running.id;
+    connect(thread, &QThread::finished, this, [this, id] {
+        for (auto it = m_retired.begin(); it != m_retired.end(); ++it) {
+            if (it->id == id) {
+                it->thread->wait();
+                m_retired.erase(it);
+                return;
+            }
+        }
+    });
+    m_retired.push_back(std::move(running));
+}
+
+void LiveBridge::reloadConfig() {
+    const BridgeConfig fresh = BridgeConfig::load(m_config.path());
+    // Deliberately all or nothing: a file that cannot be read as a whole says nothing about the
+    // accounts, and stopping them for it would leave the person without mail over a typo.
+    QString refusal;
+    if (!fresh.exists())
+        refusal = QStringLiteral("%1 is gone").arg(m_config.path());
+    else if (!fresh.accounts().isEmpty() && fresh.accounts().first().name == QLatin1String("(file)"))
+        refusal = fresh.accounts().first().problem;
+    if (!refusal.isEmpty()) {
+        if (refusal != m_refusal)
+            emit log(refusal + QStringLiteral("; the accounts go on as they were"));
+        m_refusal = refusal;
+        return;
+    }
+    m_refusal.clear();
+    if (fresh.accounts() == m_config.accounts())
+        return;
+
+    const auto find = [&fresh](const QString& name) -> const BridgeConfig::Account* {
+        for (const BridgeConfig::Account& a : fresh.accounts()) {
+            if (a.name == name)
+                return &a;
+        }
+        return nullptr;
+    };
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    QStringList running;
+    for (size_t i = m_workers.size(); i-- > 0;) {
+        const BridgeConfig::Account& was = m_workers[i].worker->account();
+        const BridgeConfig::Account* is = find(was.name);
+        if (is && is->enabled && is->problem.isEmpty() && *is == was) {
+            running << was.name;
+            continue;
+        }
+        if (!is)
+            emit log(was.name + QStringLiteral(": removed from bridge.conf; no longer followed"));
+        else if (!is->enabled)
+            emit log(was.name + QStringLiteral(": turned off; no longer followed"));
+        else if (is->problem.isEmpty())
+            emit log(was.name + QStringLiteral(": settings changed; following it again with the new ones"));
+        retireWorker(i);
+    }
+
+    const BridgeConfig before = std::exchange(m_config, fresh);
+    m_commands.setConfig(m_config);
+    m_mails.clear();
+    QStringList names;
+    for (const BridgeConfig::Account& account : m_config.accounts()) {
+        names << account.name;
+        m_mails.insert(account.name, account.mail);
+        if (running.contains(account.name))
+            continue;
+        if (!account.problem.isEmpty()) {
+            emit log(account.name + QStringLiteral(": ") + account.problem);
+            m_status.recordFailure(account.name, account.mail, account.problem, now);
+            continue;
+        }
+        if (!account.enabled)
+            continue;
+        const BridgeConfig::Account* had = before.account(account.name);
+        if (!had || had->name != account.name)
+            emit log(account.name + QStringLiteral(": added to bridge.conf; following it"));
+        else if (!had->enabled)
+            emit log(account.name + QStringLiteral(": turned on; following it"));
+        startWorker(account);
+    }
+    QString error;
+    if (!m_writer.writeAccounts(SnapshotWriter::accountsFromConfig(m_config), &error))
+        emit log(error);
+    m_status.keepOnly(names);
+    writeStatus();
+    emit log(
+        QStringLiteral("%1 read again; following %2 account(s)").arg(m_config.path()).arg(m_workers.size()));
+}
+
+void LiveBridge::retryNow(const QString& reason) {
+    reloadConfig();
+    int waiting = 0;
+    for (const Running& r : m_workers) {
+        const QString& name = r.worker->account().name;
+        // Only an account whose last attempt failed: one that works is not taken off its connection.
+        if (m_failing.value(name, false)) {
+            emit log(name + QStringLiteral(": ") + reason + QStringLiteral(": trying again now"));
+            r.worker->syncNow();
+            ++waiting;
+        }
+    }
+    if (waiting == 0)
+        emit log(reason + QStringLiteral(": no account is waiting to try again"));
 }
 
 bool LiveBridge::syncOnce() {
@@ -270,6 +418,8 @@ bool LiveBridge::stop(int timeoutMs) {
     const QDeadlineTimer deadline(timeoutMs);
     bool all = true;
     for (const Running& r : m_workers)
+        all = r.thread->wait(deadline) && all;
+    for (const Running& r : m_retired)
         all = r.thread->wait(deadline) && all;
     // A command under way finishes (its server may be half way through a move); queued ones are
     // dropped, as the widget shows the next snapshot either way.

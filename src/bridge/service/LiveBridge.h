@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ConfigWatch.h"
 #include "SignInPrompt.h"
 #include "bridge/commands/CommandCenter.h"
 #include "bridge/config/BridgeConfig.h"
@@ -98,6 +99,18 @@ public:
     void syncNow(const QString& reason);
     // The same for one account (its group name), after its sign-in was renewed.
     void syncAccountNow(const QString& account, const QString& reason);
+    // Reads bridge.conf again and follows what it says now (start() calls it whenever the file
+    // changes): an account added is followed, one removed or turned off is stopped (its files stay,
+    // as after `account remove`; Accounts.plist and the status file follow the file), one whose
+    // group changed in any key is stopped and followed again with the new settings, and every other
+    // account is left running on its connection. A file that is gone or cannot be read as INI is
+    // refused with one line and the accounts go on as they were.
+    void reloadConfig();
+    // The Accounts window's nudge, after a change it made: bridge.conf is read again, then every
+    // account waiting to try again (a failed login, a sign-in needed, a lost connection in its
+    // back-off) tries at once. Accounts that work are left alone.
+    void retryNow(const QString& reason);
+    const BridgeConfig& config() const { return m_config; }
     // The notification that asks for a sign-in when an account's has run out.
     SignInPrompt& signInPrompt() { return m_signIn; }
     // Asks every account to stop and waits up to `timeoutMs` for them; results that arrived
@@ -125,8 +138,13 @@ private:
     struct Running {
         std::unique_ptr<AccountWorker> worker;
         std::unique_ptr<QThread> thread;
+        int id = 0; // tells a stopped worker's late results from the current one's
     };
     void writeStatus();
+    void startWorker(const BridgeConfig::Account& account);
+    // Asks the worker at `index` to stop and keeps it until its thread has ended, without waiting.
+    void retireWorker(size_t index);
+    bool isCurrent(int id) const;
     // One account's attempt of --once (a whole sync) or of check (`checkOnly`): a person reads
     // --timeout as "this account is given up after that long", so one deadline holds for the whole
     // attempt (password, connection, login, every list, goodbye), not only for each wait.
@@ -146,6 +164,10 @@ private:
     CommandCenter m_commands;
     SignInPrompt m_signIn;
     std::vector<Running> m_workers;
+    std::vector<Running> m_retired; // stopped, their threads not yet ended
+    int m_nextWorkerId = 1;
+    std::unique_ptr<ConfigWatch> m_watch;
+    QString m_refusal;              // why bridge.conf was last refused; said once per reason
     QMap<QString, QString> m_mails; // account name -> mail
     QMap<QString, bool> m_failing;  // account name -> whether its last attempt failed
 };

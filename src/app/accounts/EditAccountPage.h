@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PageActions.h"
 #include "bridge/config/AccountGroup.h"
 #include "bridge/config/BridgeConfig.h"
 
@@ -10,11 +11,9 @@
 class QSpinBox;
 class QLabel;
 class QLineEdit;
-class QPushButton;
 
 namespace corvina {
 
-class BackgroundJob;
 class SecurityBox;
 
 // The Accounts window's page for an account already in bridge.conf: its server, port, security,
@@ -47,10 +46,11 @@ private:
     void fieldsChanged();
     void testConnection();
     void save();
-    void showResult(const QString& text, bool ok);
-    void setBusy(BackgroundJob* job, const QString& what);
-    void finishJob();
-    void abandonJob();
+    // The edited group; when the account is gone from bridge.conf, nothing, and the page says so.
+    std::optional<AccountGroup> editedOrSaid();
+    // Sets `*password` to what a test or a save takes: none (the stored one serves), or the typed
+    // one for a new server or login name. False, and the page asks for it, when that is not typed.
+    bool passwordToUse(std::optional<QString>* password);
 
     QString m_configPath;
     int m_timeoutSeconds;
@@ -67,11 +67,7 @@ private:
     QLineEdit* m_auth = nullptr;
     QLabel* m_passwordLabel = nullptr;
     QLineEdit* m_password = nullptr;
-    QPushButton* m_test = nullptr;
-    QPushButton* m_save = nullptr;
-    QPushButton* m_cancel = nullptr;
-    QLabel* m_result = nullptr;
-    BackgroundJob* m_job = nullptr;
+    PageActions m_actions;
 };
 
 } // namespace corvina

@@ -10,6 +10,7 @@
 #include "accounts/AddAccountPage.h"
 #include "accounts/BackgroundJob.h"
 #include "accounts/EditAccountPage.h"
+#include "accounts/FolderChooser.h"
 #include "accounts/PasswordPage.h"
 #include "bridge/BridgeTesting.h"
 #include "bridge/config/AccountChanges.h"
@@ -422,8 +423,14 @@ protected:
     }
 };
 
-TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndSavesTheFolders) {
+TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndOffersTheServersFolders) {
+    // To Do in a folder the server has; Memo in one it no longer has.
     server.createFolder(User, QStringLiteral("Tasks"));
+    server.createFolder(User, QStringLiteral("Later"));
+    config = writeConfig(
+        {{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()},
+                                               {QStringLiteral("todo"), QStringLiteral("Tasks")},
+                                               {QStringLiteral("memo"), QStringLiteral("Gone")}})}});
     AccountsWindow window(config, status, 10);
     window.show();
     select(window);
@@ -444,28 +451,72 @@ TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndSavesTheFolders) 
     EXPECT_FALSE(
         named<QLineEdit>(page, QStringLiteral("Password for the new server or login name"))->isVisible());
 
-    QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("To Do folder")), QStringLiteral("Tasks"));
+    // Before a test: the account's own folders, shown, not yet to be changed.
+    QComboBox* inbox = named<QComboBox>(page, QStringLiteral("Inbox folder"));
+    QComboBox* todo = named<QComboBox>(page, QStringLiteral("To Do folder"));
+    QComboBox* memo = named<QComboBox>(page, QStringLiteral("Memo folder"));
+    ASSERT_TRUE(inbox && todo && memo) << "the folders are chosen, not typed";
+    EXPECT_FALSE(page.folders().hasFolders());
+    EXPECT_FALSE(todo->isEnabled());
+    EXPECT_EQ(inbox->currentText(), QStringLiteral("INBOX"));
+    EXPECT_EQ(todo->currentText(), QStringLiteral("Tasks"));
+    EXPECT_EQ(memo->currentText(), QStringLiteral("Gone"));
+
+    // The test offers the server's folders; the account's own stay chosen, and the one the server
+    // does not list stays too, marked, with the line saying so.
+    pressAndWait(page, QStringLiteral("Test connection"));
+    EXPECT_EQ(page.resultText(),
+              QStringLiteral("Connection ok, but the server lists no folder Gone: choose one it has."));
+    ASSERT_TRUE(page.folders().hasFolders());
+    EXPECT_TRUE(todo->isEnabled());
+    QStringList offered = itemsOf(todo).mid(1);
+    offered.sort();
+    // Archive and Trash are the test server's own special-use folders, made for every user.
+    EXPECT_EQ(offered,
+              QStringList({QStringLiteral("Archive"), QStringLiteral("INBOX"), QStringLiteral("Later"),
+                           QStringLiteral("Tasks"), QStringLiteral("Trash")}))
+        << offered.join(u'|').toStdString();
+    EXPECT_EQ(todo->currentText(), QStringLiteral("Tasks"));
+    EXPECT_EQ(memo->currentText(), QStringLiteral("Gone (not in the server's list)"));
+    EXPECT_EQ(page.folders().memo(), QStringLiteral("Gone"));
+    EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Tasks")) << "nothing is written before Save";
+    shootWindow(window, QStringLiteral("edit"));
+
+    // Another folder from the server's list for To Do, and no Memo list.
+    todo->setCurrentIndex(todo->findText(QStringLiteral("Later")));
+    memo->setCurrentIndex(memo->findText(QStringLiteral("No Memo list")));
     pressAndWait(page, QStringLiteral("Test connection"));
     EXPECT_EQ(page.resultText(),
               QStringLiteral("Connection ok: the server took the login and the inbox opened."));
-    EXPECT_EQ(key(QStringLiteral("todo")), QString()) << "nothing is written before Save";
-    shootWindow(window, QStringLiteral("edit"));
-
-    // A folder the server does not have: the check opens each list's folder and says so.
-    named<QLineEdit>(page, QStringLiteral("Memo folder"))->setText(QStringLiteral("Nowhere"));
-    pressAndWait(page, QStringLiteral("Test connection"));
-    EXPECT_TRUE(page.resultText().contains(QStringLiteral("Nowhere"))) << page.resultText().toStdString();
-    named<QLineEdit>(page, QStringLiteral("Memo folder"))->clear();
+    EXPECT_EQ(page.folders().todo(), QStringLiteral("Later")) << "a second test keeps the choice";
 
     pressAndWait(page, QStringLiteral("Save"));
     EXPECT_EQ(window.messageText(),
               QStringLiteral("Saved the account work; the bridge reads it when it starts again."));
     EXPECT_FALSE(page.isVisible());
-    EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Tasks"));
+    EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Later"));
     EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/memo")));
+    EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/inbox")));
     EXPECT_EQ(key(QStringLiteral("host")), server.host());
     const BridgeRun check = runBridge({QStringLiteral("check"), QStringLiteral("work")}, config);
     EXPECT_EQ(check.out, QStringLiteral("work: ok\n")) << check.err.toStdString();
+}
+
+TEST_F(AccountsWindowEditTest, SavedWithoutATestTheAccountKeepsItsFolders) {
+    config = writeConfig(
+        {{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()},
+                                               {QStringLiteral("inbox"), QStringLiteral("Post")},
+                                               {QStringLiteral("todo"), QStringLiteral("Tasks")},
+                                               {QStringLiteral("memo"), QStringLiteral("Notes")}})}});
+    AccountsWindow window(config, status, 10);
+    window.show();
+    select(window);
+    window.showEditPage();
+    EditAccountPage& page = window.editPage();
+    pressAndWait(page, QStringLiteral("Save"));
+    EXPECT_EQ(key(QStringLiteral("inbox")), QStringLiteral("Post"));
+    EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Tasks"));
+    EXPECT_EQ(key(QStringLiteral("memo")), QStringLiteral("Notes"));
 }
 
 TEST_F(AccountsWindowEditTest, ANewLoginNameAsksForItsPasswordAndStoresIt) {

@@ -21,13 +21,6 @@
 namespace corvina::test {
 namespace {
 
-QStringList itemsOf(QComboBox* box) {
-    QStringList items;
-    for (int i = 0; i < box->count(); ++i)
-        items << box->itemText(i);
-    return items;
-}
-
 class FolderChoiceTest : public BridgeServerTest {
 protected:
     void SetUp() override {

@@ -23,6 +23,13 @@ void typeServer(QWidget& page, const QString& mail, const QString& host, int por
         QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Login name")), user);
 }
 
+QStringList itemsOf(const QComboBox* box) {
+    QStringList items;
+    for (int i = 0; i < box->count(); ++i)
+        items << box->itemText(i);
+    return items;
+}
+
 void selectRow(AccountsWindow& window, int row) {
     named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(row));
 }

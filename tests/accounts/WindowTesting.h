@@ -10,6 +10,8 @@
 #include <QWidget>
 #include <gtest/gtest.h>
 
+class QComboBox;
+
 namespace corvina {
 class AccountsWindow;
 }
@@ -38,6 +40,9 @@ template <class Page> void pressAndWait(Page& page, const QString& button) {
 // the test server's settings into the server's fields that it shows: `host` and `port` without
 // TLS, and the login name `user` unless it is null.
 void typeServer(QWidget& page, const QString& mail, const QString& host, int port, const QString& user);
+
+// The items of `box`, as shown.
+QStringList itemsOf(const QComboBox* box);
 
 // Selects row `row` of the window's list of accounts.
 void selectRow(AccountsWindow& window, int row);

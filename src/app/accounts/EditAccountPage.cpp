@@ -1,6 +1,7 @@
 #include "EditAccountPage.h"
 
 #include "FieldLabel.h"
+#include "FolderChooser.h"
 #include "SecurityBox.h"
 #include "bridge/config/AccountChanges.h"
 #include "platform/Localization.h"
@@ -42,12 +43,9 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     m_port->setAccessibleName(Localization::text("Port"));
     m_user = editField(Localization::text("Login name"));
     m_user->setPlaceholderText(Localization::text("the mail address"));
-    m_inbox = editField(Localization::text("Inbox folder"));
-    m_inbox->setPlaceholderText(DefaultInbox);
-    m_todo = editField(Localization::text("To Do folder"));
-    m_todo->setPlaceholderText(Localization::text("none: the inbox's flagged messages"));
-    m_memo = editField(Localization::text("Memo folder"));
-    m_memo->setPlaceholderText(Localization::text("none: no Memo list"));
+    // The lists' folders are chosen from the server's own list, as on the add page: the account's
+    // current ones until a connection test brings that list.
+    m_folders = new FolderChooser;
     // Shown, not changed here: a new way of signing in is a new account.
     m_auth = editField(Localization::text("Signs in with"));
     m_auth->setReadOnly(true);
@@ -60,9 +58,6 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     form->addRow(new FieldLabel(Localization::text("Securit&y:"), m_security), m_security);
     form->addRow(new FieldLabel(Localization::text("P&ort:"), m_port), m_port);
     form->addRow(new FieldLabel(Localization::text("&Login name:"), m_user), m_user);
-    form->addRow(new FieldLabel(Localization::text("&Inbox folder:"), m_inbox), m_inbox);
-    form->addRow(new FieldLabel(Localization::text("To &Do folder:"), m_todo), m_todo);
-    form->addRow(new FieldLabel(Localization::text("&Memo folder:"), m_memo), m_memo);
     form->addRow(new FieldLabel(Localization::text("Signs in &with:"), m_auth), m_auth);
     form->addRow(m_passwordLabel, m_password);
 
@@ -73,22 +68,22 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(m_heading);
     layout->addLayout(form);
+    layout->addWidget(m_folders);
     layout->addWidget(note);
     layout->addLayout(m_actions.buttonRow());
     layout->addWidget(m_actions.result());
     layout->addStretch();
 
-    // The fields top to bottom, then the buttons: the order Tab takes.
+    // The fields top to bottom, Test, the folders it offers, then Save: the order Tab takes, as on
+    // the add page.
     setTabOrder(m_host, m_security);
     setTabOrder(m_security, m_port);
     setTabOrder(m_port, m_user);
-    setTabOrder(m_user, m_inbox);
-    setTabOrder(m_inbox, m_todo);
-    setTabOrder(m_todo, m_memo);
-    setTabOrder(m_memo, m_auth);
+    setTabOrder(m_user, m_auth);
     setTabOrder(m_auth, m_password);
     setTabOrder(m_password, m_actions.test());
-    setTabOrder(m_actions.test(), m_actions.save());
+    setTabOrder(m_actions.test(), m_folders->firstField());
+    setTabOrder(m_folders->lastField(), m_actions.save());
     setTabOrder(m_actions.save(), m_actions.cancel());
 
     connect(m_host, &QLineEdit::textChanged, this, &EditAccountPage::fieldsChanged);
@@ -116,9 +111,7 @@ bool EditAccountPage::load(const QString& name) {
     m_security->setSecurity(BridgeConfig::securityName(account->security));
     m_port->setValue(account->port);
     m_user->setText(account->user == account->mail ? QString() : account->user);
-    m_inbox->setText(account->inbox == DefaultInbox ? QString() : account->inbox);
-    m_todo->setText(account->todo);
-    m_memo->setText(account->memo);
+    m_folders->showCurrent(account->inbox, account->todo, account->memo);
     QString auth = BridgeConfig::authName(account->auth);
     if (!account->passwordCommand.isEmpty())
         auth = Localization::text("password, from its passwordCommand");
@@ -156,7 +149,7 @@ std::optional<AccountGroup> EditAccountPage::edited() const {
     const std::optional<AccountGroup> current = AccountGroup::readFrom(m_configPath, m_before.name);
     if (!current)
         return std::nullopt;
-    const QString inbox = m_inbox->text().trimmed();
+    const QString inbox = m_folders->inbox();
     // An empty text takes the key out: the bridge's default (the mail address, INBOX, no folder)
     // then holds, as for an account added with those answers.
     return current->with({{QStringLiteral("host"), m_host->text().trimmed()},
@@ -164,8 +157,8 @@ std::optional<AccountGroup> EditAccountPage::edited() const {
                           {QStringLiteral("port"), QString::number(m_port->value())},
                           {QStringLiteral("user"), m_user->text().trimmed()},
                           {QStringLiteral("inbox"), inbox == DefaultInbox ? QString() : inbox},
-                          {QStringLiteral("todo"), m_todo->text().trimmed()},
-                          {QStringLiteral("memo"), m_memo->text().trimmed()}});
+                          {QStringLiteral("todo"), m_folders->todo()},
+                          {QStringLiteral("memo"), m_folders->memo()}});
 }
 
 bool EditAccountPage::passwordToUse(std::optional<QString>* password) {
@@ -205,7 +198,14 @@ void EditAccountPage::testConnection() {
     std::optional<QString> password;
     if (!passwordToUse(&password))
         return;
-    m_actions.testConnection(account, password, m_timeoutSeconds);
+    // Deliberately tried with the default folders (INBOX, no To Do or Memo folder): a chosen
+    // folder that is gone from the server would fail the check, and with it the list of the
+    // folders to choose another from. The chosen ones are compared with that list instead.
+    BridgeConfig::Account probe = account;
+    probe.inbox = DefaultInbox;
+    probe.todo.clear();
+    probe.memo.clear();
+    m_actions.testListingFolders(probe, password, m_timeoutSeconds, *m_folders);
 }
 
 void EditAccountPage::save() {

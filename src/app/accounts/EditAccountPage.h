@@ -14,15 +14,17 @@ class QLineEdit;
 
 namespace corvina {
 
+class FolderChooser;
 class SecurityBox;
 
 // The Accounts window's page for an account already in bridge.conf: its server, port, security,
 // login name and folders as the file has them, the way it signs in shown but not changed.
 // "Test connection" runs the bridge's check on the settings as typed (the page's account, before
-// anything is written); "Save" writes them through AccountChanges::edit, the same code a command
-// line change would take. A password already in the keyring is kept unless the server or login
-// name changes: then the password for the new ones is asked (the keyring never hands a password to
-// another server).
+// anything is written) and offers the server's folders for the lists, as the add page does; the
+// account's own stay chosen until another is. "Save" writes them through AccountChanges::edit, the same code
+// a command line change would take. A password already in the keyring is kept unless the server or login name
+// changes: then the password for the new ones is asked (the keyring never hands a password to another
+// server).
 class EditAccountPage : public QWidget {
     Q_OBJECT
 public:
@@ -33,6 +35,8 @@ public:
     bool load(const QString& name);
     QString resultText() const;
     bool isBusy() const;
+    // The choice of the lists' folders (the server's, after a connection test).
+    FolderChooser& folders() { return *m_folders; }
 
 signals:
     void saved(const QString& name);
@@ -61,9 +65,7 @@ private:
     SecurityBox* m_security = nullptr;
     QSpinBox* m_port = nullptr;
     QLineEdit* m_user = nullptr;
-    QLineEdit* m_inbox = nullptr;
-    QLineEdit* m_todo = nullptr;
-    QLineEdit* m_memo = nullptr;
+    FolderChooser* m_folders = nullptr;
     QLineEdit* m_auth = nullptr;
     QLabel* m_passwordLabel = nullptr;
     QLineEdit* m_password = nullptr;

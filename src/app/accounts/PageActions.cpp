@@ -115,6 +115,16 @@ void PageActions::testListingFolders(const BridgeConfig::Account& account,
                 return;
             }
             folders.setFolders(result.folders, result.moreFolders);
+            // A chosen folder the server does not list would leave its list empty: said, so that
+            // the person picks one it has. A server that listed more than were taken may well
+            // have it, so then nothing is said.
+            if (!folders.unlisted().isEmpty() && !result.moreFolders) {
+                showResult(Localization::text("Connection ok, but the server lists no folder %1: choose one "
+                                              "it has.")
+                               .arg(folders.unlisted().join(QStringLiteral(", "))),
+                           false);
+                return;
+            }
             showResult(ConnectionCheck::okText(), true);
         });
     setBusy(job, ConnectionCheck::busyText());

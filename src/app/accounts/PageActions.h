@@ -56,7 +56,8 @@ public:
     // under the buttons.
     void testConnection(const BridgeConfig::Account& account, const std::optional<QString>& password,
                         int timeoutSeconds);
-    // The same check, and on its connection the server's folders, offered in `folders` when it passed.
+    // The same check, and on its connection the server's folders, offered in `folders` when it
+    // passed; a chosen folder the server does not list is said in the line.
     void testListingFolders(const BridgeConfig::Account& account, const std::optional<QString>& password,
                             int timeoutSeconds, FolderChooser& folders);
     // Runs `work` (true when it saved; else `*error` says why) on a thread of its own; then either

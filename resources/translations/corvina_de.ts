@@ -628,6 +628,14 @@
         <translation>Melden Sie sich mit dem Browser an, oder nehmen Sie ein App-Passwort für dieses Programm, nicht das Passwort Ihres Kontos.</translation>
     </message>
     <message>
+        <source>Connection ok, but the server lists no folder %1: choose one it has.</source>
+        <translation>Verbindung in Ordnung, aber der Server führt keinen Ordner %1: Wählen Sie einen, den er hat.</translation>
+    </message>
+    <message>
+        <source>%1 (not in the server's list)</source>
+        <translation>%1 (nicht in der Liste des Servers)</translation>
+    </message>
+    <message>
         <source>Connection ok, but the server's folders could not be listed: %1</source>
         <translation>Verbindung in Ordnung, aber die Ordner des Servers ließen sich nicht auflisten: %1</translation>
     </message>
@@ -656,16 +664,8 @@
         <translation>Ordner für To Do</translation>
     </message>
     <message>
-        <source>none: the inbox's flagged messages</source>
-        <translation>keiner: die markierten Nachrichten des Posteingangs</translation>
-    </message>
-    <message>
         <source>Memo folder</source>
         <translation>Ordner für Memo</translation>
-    </message>
-    <message>
-        <source>none: no Memo list</source>
-        <translation>keiner: keine Memo-Liste</translation>
     </message>
     <message>
         <source>Signs in with</source>
@@ -674,18 +674,6 @@
     <message>
         <source>Password for the new server or login name</source>
         <translation>Passwort für den neuen Server oder Anmeldenamen</translation>
-    </message>
-    <message>
-        <source>&amp;Inbox folder:</source>
-        <translation>Ordner für den Posteingan&amp;g:</translation>
-    </message>
-    <message>
-        <source>To &amp;Do folder:</source>
-        <translation>Ordner für To &amp;Do:</translation>
-    </message>
-    <message>
-        <source>&amp;Memo folder:</source>
-        <translation>Ordner für M&amp;emo:</translation>
     </message>
     <message>
         <source>Signs in &amp;with:</source>

@@ -628,6 +628,14 @@
         <translation>Connectez-vous avec le navigateur, ou utilisez un mot de passe d’application fait pour ce programme, pas celui de votre compte.</translation>
     </message>
     <message>
+        <source>Connection ok, but the server lists no folder %1: choose one it has.</source>
+        <translation>Connexion réussie, mais le serveur ne liste aucun dossier %1 : choisissez-en un qu’il possède.</translation>
+    </message>
+    <message>
+        <source>%1 (not in the server's list)</source>
+        <translation>%1 (absent de la liste du serveur)</translation>
+    </message>
+    <message>
         <source>Connection ok, but the server's folders could not be listed: %1</source>
         <translation>Connexion réussie, mais les dossiers du serveur n’ont pas pu être listés : %1</translation>
     </message>
@@ -656,16 +664,8 @@
         <translation>Dossier des tâches (To Do)</translation>
     </message>
     <message>
-        <source>none: the inbox's flagged messages</source>
-        <translation>aucun : les messages marqués de la boîte de réception</translation>
-    </message>
-    <message>
         <source>Memo folder</source>
         <translation>Dossier des mémos (Memo)</translation>
-    </message>
-    <message>
-        <source>none: no Memo list</source>
-        <translation>aucun : pas de liste Memo</translation>
     </message>
     <message>
         <source>Signs in with</source>
@@ -674,18 +674,6 @@
     <message>
         <source>Password for the new server or login name</source>
         <translation>Mot de passe pour le nouveau serveur ou identifiant</translation>
-    </message>
-    <message>
-        <source>&amp;Inbox folder:</source>
-        <translation>Dossier de la boîte de &amp;réception :</translation>
-    </message>
-    <message>
-        <source>To &amp;Do folder:</source>
-        <translation>Dossier des tâches (To &amp;Do) :</translation>
-    </message>
-    <message>
-        <source>&amp;Memo folder:</source>
-        <translation>Dossier de la &amp;liste Memo :</translation>
     </message>
     <message>
         <source>Signs in &amp;with:</source>

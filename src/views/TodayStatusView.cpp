@@ -1,6 +1,7 @@
 #include "TodayStatusView.h"
 
 #include "TodayMetrics.h"
+#include "platform/LineBreaks.h"
 #include "platform/Localization.h"
 #include "ui/SystemColors.h"
 
@@ -12,26 +13,6 @@
 #include <QVBoxLayout>
 
 namespace corvina {
-
-namespace {
-
-// The text as drawn: a hyphen inside a word is held to what follows it (an invisible word joiner),
-// so that a command the bridge names ("run corvina-mail-bridge account signin work") is never
-// broken as "corvina-mail-" and "bridge", two words a person would type apart. Lines still break
-// at spaces. Screen readers get the text as it is.
-QString unbrokenAtHyphens(const QString& text) {
-    QString shown;
-    shown.reserve(text.size() + 8);
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        shown += text.at(i);
-        if (text.at(i) == u'-' && i > 0 && text.at(i - 1).isLetterOrNumber() && i + 1 < text.size() &&
-            text.at(i + 1).isLetterOrNumber())
-            shown += QChar(0x2060); // WORD JOINER
-    }
-    return shown;
-}
-
-} // namespace
 
 TodayStatusView::TodayStatusView(QWidget* parent)
     : QWidget(parent), m_label(new QLabel(this)), m_link(new QLabel(this)) {
@@ -65,7 +46,7 @@ void TodayStatusView::setLines(const QStringList& lines) {
     if (lines == m_lines)
         return;
     m_lines = lines;
-    m_label->setText(unbrokenAtHyphens(text()));
+    m_label->setText(LineBreaks::unbrokenAtHyphens(text()));
     m_label->setAccessibleName(text());
     setVisible(!lines.isEmpty());
 }

@@ -10,6 +10,7 @@
 #include "accounts/AddAccountPage.h"
 #include "accounts/BackgroundJob.h"
 #include "accounts/EditAccountPage.h"
+#include "accounts/FolderChooser.h"
 #include "accounts/PasswordPage.h"
 #include "bridge/BridgeTesting.h"
 #include "bridge/config/AccountChanges.h"
@@ -24,7 +25,6 @@
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListView>
 #include <QPushButton>
 #include <QSettings>
 #include <QSpinBox>
@@ -73,26 +73,17 @@ protected:
         QWidget& page = window.addPage();
         for (const char* field : {"Mail address", "IMAP server", "Login name", "Password"})
             named<QLineEdit>(page, QString::fromLatin1(field))->clear();
-        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Mail address")),
-                         QStringLiteral("grace@example.org"));
-        QGroupBox* server = page.findChild<QGroupBox*>();
-        ASSERT_NE(server, nullptr);
-        EXPECT_TRUE(server->isVisible());
-        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("IMAP server")), this->server.host());
-        QComboBox* security = named<QComboBox>(page, QStringLiteral("Security"));
-        security->setCurrentIndex(security->findData(QStringLiteral("none")));
-        QSpinBox* port = named<QSpinBox>(page, QStringLiteral("Port"));
-        port->setValue(this->server.port());
-        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Login name")), QStringLiteral("grace"));
+        typeServer(page, QStringLiteral("grace@example.org"), server.host(), server.port(),
+                   QStringLiteral("grace"));
+        QGroupBox* serverFields = page.findChild<QGroupBox*>();
+        ASSERT_NE(serverFields, nullptr);
+        EXPECT_TRUE(serverFields->isVisible());
         QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Password")), password);
     }
 
     // Presses `button` of the add page and waits for its work to end.
     static void press(AccountsWindow& window, const QString& button) {
-        QPushButton* b = named<QPushButton>(window.addPage(), button);
-        ASSERT_NE(b, nullptr) << button.toStdString();
-        QTest::mouseClick(b, Qt::LeftButton);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return !window.addPage().isBusy(); }, 60000));
+        pressAndWait(window.addPage(), button);
     }
 
     KeyringDaemon keyring;
@@ -173,21 +164,11 @@ TEST_F(AccountsWindowTest, AddTestSaveSyncAndRemoveAnAccount) {
     env.insert(QStringLiteral("XDG_STATE_HOME"), stateHome);
     const BridgeRun once = runBridge({QStringLiteral("--once")}, config, QByteArray(), env);
     ASSERT_EQ(once.exitCode, 0) << once.err.toStdString();
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] {
-            return window.accounts()
-                .index(0)
-                .data(AccountList::StateRole)
-                .toString()
-                .startsWith(QStringLiteral("Current as of "));
-        },
-        20000))
-        << window.accounts().index(0).data(AccountList::StateRole).toString().toStdString();
+    EXPECT_TRUE(waitUntilCurrent(window, 0));
     shootWindow(window, QStringLiteral("current"));
 
     // Removed (the confirmation answered for the person): out of bridge.conf and the keyring.
-    QListView* list = named<QListView>(window, QStringLiteral("Accounts"));
-    list->setCurrentIndex(window.accounts().index(0));
+    selectRow(window, 0);
     window.removeSelected(false);
     ASSERT_TRUE(QTest::qWaitFor([&] { return window.accounts().rowCount() == 0; }, 60000));
     EXPECT_TRUE(
@@ -233,7 +214,7 @@ TEST_F(AccountsWindowTest, AKnownProviderShowsOnlyWhatIsStillNeeded) {
               QStringLiteral("Added the account outlook. Sign in in your browser to finish: select it "
                              "and press Sign in again (or run corvina-mail-bridge account signin outlook)."));
     // The list offers that sign-in for it.
-    named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    selectRow(window, 0);
     EXPECT_TRUE(named<QPushButton>(window, QStringLiteral("Sign in again"))->isVisible());
 }
 
@@ -343,7 +324,7 @@ TEST_F(AccountsWindowTest, WithoutASecretServiceRemoveSaysSoAndKeepsTheAccount) 
     SecretStore::forgetService();
     AccountsWindow window(config, status, 10);
     ASSERT_EQ(window.accounts().rowCount(), 1);
-    named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    selectRow(window, 0);
     window.removeSelected(false);
     ASSERT_TRUE(QTest::qWaitFor(
         [&] { return window.messageText().startsWith(QStringLiteral("The account")); }, 60000))
@@ -424,9 +405,7 @@ protected:
             << error.toStdString();
     }
 
-    static void select(AccountsWindow& window) {
-        named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
-    }
+    static void select(AccountsWindow& window) { selectRow(window, 0); }
     // Presses `button` of `page` and waits for its work to end.
     template <class Page> static void pressOn(Page& page, const QString& button) {
         QPushButton* b = named<QPushButton>(page, button);
@@ -444,8 +423,14 @@ protected:
     }
 };
 
-TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndSavesTheFolders) {
+TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndOffersTheServersFolders) {
+    // To Do in a folder the server has; Memo in one it no longer has.
     server.createFolder(User, QStringLiteral("Tasks"));
+    server.createFolder(User, QStringLiteral("Later"));
+    config = writeConfig(
+        {{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()},
+                                               {QStringLiteral("todo"), QStringLiteral("Tasks")},
+                                               {QStringLiteral("memo"), QStringLiteral("Gone")}})}});
     AccountsWindow window(config, status, 10);
     window.show();
     select(window);
@@ -466,28 +451,72 @@ TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndSavesTheFolders) 
     EXPECT_FALSE(
         named<QLineEdit>(page, QStringLiteral("Password for the new server or login name"))->isVisible());
 
-    QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("To Do folder")), QStringLiteral("Tasks"));
-    pressOn(page, QStringLiteral("Test connection"));
+    // Before a test: the account's own folders, shown, not yet to be changed.
+    QComboBox* inbox = named<QComboBox>(page, QStringLiteral("Inbox folder"));
+    QComboBox* todo = named<QComboBox>(page, QStringLiteral("To Do folder"));
+    QComboBox* memo = named<QComboBox>(page, QStringLiteral("Memo folder"));
+    ASSERT_TRUE(inbox && todo && memo) << "the folders are chosen, not typed";
+    EXPECT_FALSE(page.folders().hasFolders());
+    EXPECT_FALSE(todo->isEnabled());
+    EXPECT_EQ(inbox->currentText(), QStringLiteral("INBOX"));
+    EXPECT_EQ(todo->currentText(), QStringLiteral("Tasks"));
+    EXPECT_EQ(memo->currentText(), QStringLiteral("Gone"));
+
+    // The test offers the server's folders; the account's own stay chosen, and the one the server
+    // does not list stays too, marked, with the line saying so.
+    pressAndWait(page, QStringLiteral("Test connection"));
     EXPECT_EQ(page.resultText(),
-              QStringLiteral("Connection ok: the server took the login and the inbox opened."));
-    EXPECT_EQ(key(QStringLiteral("todo")), QString()) << "nothing is written before Save";
+              QStringLiteral("Connection ok, but the server lists no folder Gone: choose one it has."));
+    ASSERT_TRUE(page.folders().hasFolders());
+    EXPECT_TRUE(todo->isEnabled());
+    QStringList offered = itemsOf(todo).mid(1);
+    offered.sort();
+    // Archive and Trash are the test server's own special-use folders, made for every user.
+    EXPECT_EQ(offered,
+              QStringList({QStringLiteral("Archive"), QStringLiteral("INBOX"), QStringLiteral("Later"),
+                           QStringLiteral("Tasks"), QStringLiteral("Trash")}))
+        << offered.join(u'|').toStdString();
+    EXPECT_EQ(todo->currentText(), QStringLiteral("Tasks"));
+    EXPECT_EQ(memo->currentText(), QStringLiteral("Gone (not in the server's list)"));
+    EXPECT_EQ(page.folders().memo(), QStringLiteral("Gone"));
+    EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Tasks")) << "nothing is written before Save";
     shootWindow(window, QStringLiteral("edit"));
 
-    // A folder the server does not have: the check opens each list's folder and says so.
-    named<QLineEdit>(page, QStringLiteral("Memo folder"))->setText(QStringLiteral("Nowhere"));
-    pressOn(page, QStringLiteral("Test connection"));
-    EXPECT_TRUE(page.resultText().contains(QStringLiteral("Nowhere"))) << page.resultText().toStdString();
-    named<QLineEdit>(page, QStringLiteral("Memo folder"))->clear();
+    // Another folder from the server's list for To Do, and no Memo list.
+    todo->setCurrentIndex(todo->findText(QStringLiteral("Later")));
+    memo->setCurrentIndex(memo->findText(QStringLiteral("No Memo list")));
+    pressAndWait(page, QStringLiteral("Test connection"));
+    EXPECT_EQ(page.resultText(),
+              QStringLiteral("Connection ok: the server took the login and the inbox opened."));
+    EXPECT_EQ(page.folders().todo(), QStringLiteral("Later")) << "a second test keeps the choice";
 
-    pressOn(page, QStringLiteral("Save"));
+    pressAndWait(page, QStringLiteral("Save"));
     EXPECT_EQ(window.messageText(),
               QStringLiteral("Saved the account work; a running bridge follows the new settings at once."));
     EXPECT_FALSE(page.isVisible());
-    EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Tasks"));
+    EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Later"));
     EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/memo")));
+    EXPECT_FALSE(QSettings(config, QSettings::IniFormat).contains(QStringLiteral("work/inbox")));
     EXPECT_EQ(key(QStringLiteral("host")), server.host());
     const BridgeRun check = runBridge({QStringLiteral("check"), QStringLiteral("work")}, config);
     EXPECT_EQ(check.out, QStringLiteral("work: ok\n")) << check.err.toStdString();
+}
+
+TEST_F(AccountsWindowEditTest, SavedWithoutATestTheAccountKeepsItsFolders) {
+    config = writeConfig(
+        {{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()},
+                                               {QStringLiteral("inbox"), QStringLiteral("Post")},
+                                               {QStringLiteral("todo"), QStringLiteral("Tasks")},
+                                               {QStringLiteral("memo"), QStringLiteral("Notes")}})}});
+    AccountsWindow window(config, status, 10);
+    window.show();
+    select(window);
+    window.showEditPage();
+    EditAccountPage& page = window.editPage();
+    pressAndWait(page, QStringLiteral("Save"));
+    EXPECT_EQ(key(QStringLiteral("inbox")), QStringLiteral("Post"));
+    EXPECT_EQ(key(QStringLiteral("todo")), QStringLiteral("Tasks"));
+    EXPECT_EQ(key(QStringLiteral("memo")), QStringLiteral("Notes"));
 }
 
 TEST_F(AccountsWindowEditTest, ANewLoginNameAsksForItsPasswordAndStoresIt) {
@@ -502,21 +531,21 @@ TEST_F(AccountsWindowEditTest, ANewLoginNameAsksForItsPasswordAndStoresIt) {
     QLineEdit* password = named<QLineEdit>(page, QStringLiteral("Password for the new server or login name"));
     EXPECT_TRUE(password->isVisible());
     EXPECT_EQ(password->echoMode(), QLineEdit::Password);
-    pressOn(page, QStringLiteral("Save"));
+    pressAndWait(page, QStringLiteral("Save"));
     EXPECT_EQ(page.resultText(), QStringLiteral("Type the password for the new server or login name first."));
     EXPECT_EQ(key(QStringLiteral("user")), User);
 
     QTest::keyClicks(password, QStringLiteral("not the password"));
-    pressOn(page, QStringLiteral("Test connection"));
+    pressAndWait(page, QStringLiteral("Test connection"));
     EXPECT_TRUE(page.resultText().contains(QStringLiteral("login refused for grace")))
         << page.resultText().toStdString();
     EXPECT_FALSE(page.resultText().contains(QStringLiteral("not the password")));
     password->clear();
     QTest::keyClicks(password, GracePassword);
-    pressOn(page, QStringLiteral("Test connection"));
+    pressAndWait(page, QStringLiteral("Test connection"));
     EXPECT_EQ(page.resultText(),
               QStringLiteral("Connection ok: the server took the login and the inbox opened."));
-    pressOn(page, QStringLiteral("Save"));
+    pressAndWait(page, QStringLiteral("Save"));
     EXPECT_EQ(key(QStringLiteral("user")), QStringLiteral("grace"));
     EXPECT_FALSE(fileText().contains(GracePassword));
     EXPECT_EQ(
@@ -534,7 +563,7 @@ TEST_F(AccountsWindowEditTest, AValueTheBridgeRefusesIsSaidAndNothingIsWritten) 
     named<QLineEdit>(page, QStringLiteral("IMAP server"))->setText(QStringLiteral("imap.example.org"));
     named<QLineEdit>(page, QStringLiteral("Password for the new server or login name"))->setText(Password);
     const QString before = fileText();
-    pressOn(page, QStringLiteral("Save"));
+    pressAndWait(page, QStringLiteral("Save"));
     EXPECT_EQ(page.resultText(),
               QStringLiteral("security none is only allowed for 127.0.0.1 or localhost, not "
                              "imap.example.org; nothing was changed"));
@@ -583,7 +612,7 @@ TEST_F(AccountsWindowEditTest, ChangePasswordTestsAndStoresTheNewOne) {
     QLineEdit* field = named<QLineEdit>(page, QStringLiteral("New password"));
     EXPECT_EQ(field->echoMode(), QLineEdit::Password);
     QTest::keyClicks(field, QStringLiteral("not the password"));
-    pressOn(page, QStringLiteral("Test connection"));
+    pressAndWait(page, QStringLiteral("Test connection"));
     EXPECT_TRUE(page.resultText().contains(QStringLiteral("login refused for ada")))
         << page.resultText().toStdString();
     EXPECT_FALSE(page.resultText().contains(QStringLiteral("not the password")));
@@ -591,10 +620,10 @@ TEST_F(AccountsWindowEditTest, ChangePasswordTestsAndStoresTheNewOne) {
     // The server's own password: tried, then stored in place of the old one.
     field->clear();
     QTest::keyClicks(field, Password);
-    pressOn(page, QStringLiteral("Test connection"));
+    pressAndWait(page, QStringLiteral("Test connection"));
     EXPECT_EQ(page.resultText(),
               QStringLiteral("Connection ok: the server took the login and the inbox opened."));
-    pressOn(page, QStringLiteral("Save"));
+    pressAndWait(page, QStringLiteral("Save"));
     EXPECT_EQ(window.messageText(), QStringLiteral("Stored the new password of work in the keyring."));
     EXPECT_EQ(SecretStore(10000).lookup({QStringLiteral("work"), User, server.host()}).password,
               std::optional<QString>(Password));
@@ -613,7 +642,7 @@ TEST_F(AccountsWindowEditTest, WithoutTheKeyringChangePasswordSaysSoAndKeepsTheO
     keyring.stop();
     SecretStore::forgetService();
     QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("New password")), GracePassword);
-    pressOn(page, QStringLiteral("Save"));
+    pressAndWait(page, QStringLiteral("Save"));
     EXPECT_TRUE(
         page.resultText().startsWith(QStringLiteral("cannot store the password in the Secret Service")))
         << page.resultText().toStdString();

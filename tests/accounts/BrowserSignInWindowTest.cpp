@@ -24,10 +24,8 @@
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListView>
 #include <QPushButton>
 #include <QSettings>
-#include <QSpinBox>
 #include <QTemporaryDir>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -82,11 +80,7 @@ protected:
 
     // Fills in ada's address on the test's server, signing in in the browser at the provider.
     void fillIn(AddAccountPage& page) {
-        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Mail address")), Mail);
-        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("IMAP server")), server.host());
-        QComboBox* security = named<QComboBox>(page, QStringLiteral("Security"));
-        security->setCurrentIndex(security->findData(QStringLiteral("none")));
-        named<QSpinBox>(page, QStringLiteral("Port"))->setValue(server.port());
+        typeServer(page, Mail, server.host(), server.port(), QString());
         QComboBox* auth = named<QComboBox>(page, QStringLiteral("Sign-in"));
         ASSERT_NE(auth, nullptr);
         auth->setCurrentIndex(auth->findData(QStringLiteral("oauth2")));
@@ -100,8 +94,7 @@ protected:
         QTest::mouseClick(b, Qt::LeftButton);
     }
     static void pressAndWait(AccountsWindow& window, const QString& button) {
-        press(window.addPage(), button);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return !window.addPage().isBusy(); }, 60000));
+        test::pressAndWait(window.addPage(), button);
     }
 
     // The refresh token kept for the account `name` of ada at `issuer`, if any.
@@ -182,16 +175,7 @@ TEST_F(BrowserSignInWindowTest, AnAccountSignedInFromTheAddPageIsSavedAndSyncs) 
     ASSERT_EQ(inbox.size(), 1);
     EXPECT_EQ(inbox.first().toMap().value(QStringLiteral("subject")),
               QStringLiteral("Signed in from the window"));
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] {
-            return window.accounts()
-                .index(0)
-                .data(AccountList::StateRole)
-                .toString()
-                .startsWith(QStringLiteral("Current as of "));
-        },
-        20000))
-        << window.accounts().index(0).data(AccountList::StateRole).toString().toStdString();
+    EXPECT_TRUE(waitUntilCurrent(window, 0));
 
     // The refresh token is in the keyring and nowhere else: no file, no line of the window or the
     // bridge, no text the window shows.
@@ -289,7 +273,7 @@ TEST_F(BrowserSignInWindowTest, SignInAgainFromTheListMakesTheAccountCurrent) {
                     .toString()
                     .startsWith(QStringLiteral("Sign-in needed")))
         << window.accounts().index(0).data(AccountList::StateRole).toString().toStdString();
-    named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    selectRow(window, 0);
     shootWindow(window, QStringLiteral("sign-in-needed"));
 
     press(window, QStringLiteral("Sign in again"));
@@ -307,16 +291,7 @@ TEST_F(BrowserSignInWindowTest, SignInAgainFromTheListMakesTheAccountCurrent) {
 
     const BridgeRun once = runBridge({QStringLiteral("--once")}, config, QByteArray(), environment);
     ASSERT_EQ(once.exitCode, 0) << once.err.toStdString();
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] {
-            return window.accounts()
-                .index(0)
-                .data(AccountList::StateRole)
-                .toString()
-                .startsWith(QStringLiteral("Current as of "));
-        },
-        20000))
-        << window.accounts().index(0).data(AccountList::StateRole).toString().toStdString();
+    EXPECT_TRUE(waitUntilCurrent(window, 0));
     EXPECT_EQ(filesHolding(*refresh), QStringList());
 }
 
@@ -333,7 +308,7 @@ TEST_F(BrowserSignInWindowTest, SignInAgainCanStopWaitingForTheBrowser) {
                                {"oauthScope", "mail"}})}});
     AccountsWindow window(config, status, 10);
     window.show();
-    named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    selectRow(window, 0);
     press(window, QStringLiteral("Sign in again"));
     // While the browser is awaited the same button stops the wait; nothing else is to be done.
     EXPECT_FALSE(named<QPushButton>(window, QStringLiteral("Remove account"))->isEnabled());
@@ -352,7 +327,7 @@ TEST_F(BrowserSignInWindowTest, AnAccountThatSignsInWithAPasswordHasNoSignInAgai
     writeConfig({{QStringLiteral("work"), accountKeys()}});
     AccountsWindow window(config, status, 10);
     window.show();
-    named<QListView>(window, QStringLiteral("Accounts"))->setCurrentIndex(window.accounts().index(0));
+    selectRow(window, 0);
     EXPECT_FALSE(named<QPushButton>(window, QStringLiteral("Sign in again"))->isVisible());
 }
 

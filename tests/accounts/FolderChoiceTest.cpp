@@ -15,19 +15,11 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSettings>
-#include <QSpinBox>
 #include <QTest>
 #include <gtest/gtest.h>
 
 namespace corvina::test {
 namespace {
-
-QStringList itemsOf(QComboBox* box) {
-    QStringList items;
-    for (int i = 0; i < box->count(); ++i)
-        items << box->itemText(i);
-    return items;
-}
 
 class FolderChoiceTest : public BridgeServerTest {
 protected:
@@ -47,19 +39,8 @@ protected:
 
     // Ada's account on the test's server, as a person fills it in.
     void fillIn(AddAccountPage& page, const QString& password) {
-        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Mail address")), Mail);
-        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("IMAP server")), server.host());
-        QComboBox* security = named<QComboBox>(page, QStringLiteral("Security"));
-        security->setCurrentIndex(security->findData(QStringLiteral("none")));
-        named<QSpinBox>(page, QStringLiteral("Port"))->setValue(server.port());
-        QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Login name")), User);
+        typeServer(page, Mail, server.host(), server.port(), User);
         QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Password")), password);
-    }
-    static void press(AddAccountPage& page, const QString& button) {
-        QPushButton* b = named<QPushButton>(page, button);
-        ASSERT_NE(b, nullptr);
-        QTest::mouseClick(b, Qt::LeftButton);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return !page.isBusy(); }, 60000));
     }
 
     KeyringDaemon keyring;
@@ -85,11 +66,11 @@ TEST_F(FolderChoiceTest, TheServersFoldersAreOfferedAfterATestAndTheChosenOnesSa
 
     // A refused test offers nothing.
     named<QLineEdit>(page, QStringLiteral("Password"))->setText(QStringLiteral("wrong"));
-    press(page, QStringLiteral("Test connection"));
+    pressAndWait(page, QStringLiteral("Test connection"));
     EXPECT_FALSE(page.folders().hasFolders());
 
     named<QLineEdit>(page, QStringLiteral("Password"))->setText(Password);
-    press(page, QStringLiteral("Test connection"));
+    pressAndWait(page, QStringLiteral("Test connection"));
     EXPECT_EQ(page.resultText(),
               QStringLiteral("Connection ok: the server took the login and the inbox opened."));
     ASSERT_TRUE(page.folders().hasFolders());
@@ -108,7 +89,7 @@ TEST_F(FolderChoiceTest, TheServersFoldersAreOfferedAfterATestAndTheChosenOnesSa
     todo->setCurrentIndex(todo->findText(QStringLiteral("To Do")));
     memo->setCurrentIndex(memo->findText(QStringLiteral("Notizen ä")));
     shootWindow(window, QStringLiteral("folders"));
-    press(page, QStringLiteral("Save"));
+    pressAndWait(page, QStringLiteral("Save"));
     QSettings written(config, QSettings::IniFormat);
     ASSERT_EQ(written.childGroups(), QStringList{QStringLiteral("example")});
     EXPECT_EQ(written.value(QStringLiteral("example/todo")).toString(), QStringLiteral("To Do"));
@@ -125,7 +106,7 @@ TEST_F(FolderChoiceTest, AnotherAddressGoesBackToTheDefaults) {
     window.showAddPage();
     AddAccountPage& page = window.addPage();
     fillIn(page, Password);
-    press(page, QStringLiteral("Test connection"));
+    pressAndWait(page, QStringLiteral("Test connection"));
     ASSERT_TRUE(page.folders().hasFolders());
     QComboBox* todo = named<QComboBox>(page, QStringLiteral("To Do folder"));
     todo->setCurrentIndex(todo->findText(QStringLiteral("To Do")));

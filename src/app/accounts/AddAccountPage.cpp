@@ -1,7 +1,6 @@
 #include "AddAccountPage.h"
 
 #include "BackgroundJob.h"
-#include "ConnectionCheck.h"
 #include "FieldLabel.h"
 #include "FolderChooser.h"
 #include "SecurityBox.h"
@@ -21,7 +20,6 @@
 #include <QPushButton>
 #include <QSpinBox>
 #include <QVBoxLayout>
-#include <memory>
 
 namespace corvina {
 
@@ -32,11 +30,11 @@ const QString Discover = QStringLiteral("discover");
 constexpr int TlsPort = 993;
 constexpr int PlainPort = 143;
 
-// A label for a field: its words, with the key that reaches it (Alt and the underlined letter).
 } // namespace
 
 AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* parent)
-    : QWidget(parent), m_configPath(std::move(configPath)), m_timeoutSeconds(timeoutSeconds) {
+    : QWidget(parent), m_configPath(std::move(configPath)), m_timeoutSeconds(timeoutSeconds),
+      m_actions(this) {
     QString tableError;
     m_providers = ProviderTable::builtIn(&tableError);
 
@@ -97,27 +95,9 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
 
     m_signIn = new QPushButton(Localization::text("Sign in with the &browser"));
     m_signIn->setAccessibleName(Localization::text("Sign in with the browser"));
-    m_test = new QPushButton(Localization::text("&Test connection"));
-    m_test->setAccessibleName(Localization::text("Test connection"));
-    m_save = new QPushButton(Localization::text("&Save"));
-    m_save->setAccessibleName(Localization::text("Save"));
-    m_cancel = new QPushButton(Localization::text("Cancel"));
-    m_cancel->setAccessibleName(Localization::text("Cancel"));
-    m_cancel->setShortcut(QKeySequence(Qt::Key_Escape));
-    m_result = new QLabel;
-    m_result->setWordWrap(true);
-    m_result->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    // The line is what the person reads after a test or a save; a screen reader reads it too.
-    m_result->setAccessibleDescription(Localization::text("The result of the connection test or the save"));
 
     auto* form = new QFormLayout;
     form->addRow(new FieldLabel(Localization::text("Mail &address:"), m_mail), m_mail);
-    auto* buttons = new QHBoxLayout;
-    buttons->addWidget(m_signIn);
-    buttons->addWidget(m_test);
-    buttons->addStretch();
-    buttons->addWidget(m_cancel);
-    buttons->addWidget(m_save);
     auto* passwordForm = new QFormLayout;
     passwordForm->addRow(m_passwordLabel, m_password);
 
@@ -129,8 +109,8 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     layout->addLayout(passwordForm);
     layout->addWidget(m_passwordNote);
     layout->addWidget(m_folders);
-    layout->addLayout(buttons);
-    layout->addWidget(m_result);
+    layout->addLayout(m_actions.buttonRow({m_signIn}));
+    layout->addWidget(m_actions.result());
     layout->addStretch();
 
     // The order the fields are filled in, then the buttons: the order Tab takes.
@@ -142,10 +122,10 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     setTabOrder(m_auth, m_issuer);
     setTabOrder(m_issuer, m_password);
     setTabOrder(m_password, m_signIn);
-    setTabOrder(m_signIn, m_test);
-    setTabOrder(m_test, m_folders->firstField());
-    setTabOrder(m_folders->lastField(), m_save);
-    setTabOrder(m_save, m_cancel);
+    setTabOrder(m_signIn, m_actions.test());
+    setTabOrder(m_actions.test(), m_folders->firstField());
+    setTabOrder(m_folders->lastField(), m_actions.save());
+    setTabOrder(m_actions.save(), m_actions.cancel());
 
     connect(m_mail, &QLineEdit::textChanged, this, &AddAccountPage::addressChanged);
     connect(m_auth, &QComboBox::currentIndexChanged, this, &AddAccountPage::addressChanged);
@@ -158,23 +138,20 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
             m_port->setValue(tls ? TlsPort : PlainPort);
     });
     connect(m_signIn, &QPushButton::clicked, this, &AddAccountPage::signIn);
-    connect(m_test, &QPushButton::clicked, this, &AddAccountPage::testConnection);
-    connect(m_save, &QPushButton::clicked, this, &AddAccountPage::save);
-    connect(m_cancel, &QPushButton::clicked, this, [this] {
+    connect(m_actions.test(), &QPushButton::clicked, this, &AddAccountPage::testConnection);
+    connect(m_actions.save(), &QPushButton::clicked, this, &AddAccountPage::save);
+    connect(m_actions.cancel(), &QPushButton::clicked, this, [this] {
         // While the browser is awaited, Cancel stops that wait and stays: the person may want to
         // try again, or use a password instead.
         if (m_signInJob != nullptr) {
             m_signInJob->cancel();
-            showResult(Localization::text("Stopping the sign-in…"), true);
+            m_actions.showResult(Localization::text("Stopping the sign-in…"), true);
             return;
         }
         forgetUnsavedSignIn();
         // A test goes on to its end on its own thread; a save under way still completes (the list
         // shows the account when it does): neither is cut off half way.
-        if (m_job != nullptr) {
-            m_job->abandon();
-            m_job = nullptr;
-        }
+        m_actions.abandonJob();
         emit cancelled();
     });
     addressChanged();
@@ -186,32 +163,30 @@ AddAccountPage::~AddAccountPage() {
 }
 
 void AddAccountPage::clear() {
-    if (m_job != nullptr) {
-        m_job->abandon();
-        m_job = nullptr;
-    }
+    m_actions.abandonJob();
     if (m_signInJob != nullptr) {
         m_signInJob->abandon();
         m_signInJob = nullptr;
     }
+    m_actions.setHeld(false);
     forgetUnsavedSignIn();
     for (QLineEdit* field : {m_mail, m_host, m_user, m_password, m_issuer})
         field->clear();
     m_security->setCurrentIndex(0);
     m_auth->setCurrentIndex(0);
     m_port->setValue(TlsPort);
-    m_result->clear();
-    setBusy(nullptr, QString());
+    m_actions.clearResult();
+    m_actions.setBusy(nullptr, QString());
     addressChanged();
     m_mail->setFocus();
 }
 
 QString AddAccountPage::resultText() const {
-    return m_result->text();
+    return m_actions.resultText();
 }
 
 bool AddAccountPage::isBusy() const {
-    return m_job != nullptr || m_signInJob != nullptr;
+    return m_actions.isBusy() || m_signInJob != nullptr;
 }
 
 std::optional<ProviderTable::Provider> AddAccountPage::provider() const {
@@ -246,7 +221,7 @@ void AddAccountPage::addressChanged() {
     m_passwordLabel->setVisible(password);
     m_password->setVisible(password);
     // A test needs a password, or a finished sign-in: signIn() shows it then.
-    m_test->setVisible(password);
+    m_actions.test()->setVisible(password);
     m_signIn->setVisible(typed && ((p && p->auth == OAuth2) || (!p && browser)));
     m_passwordNote->clear();
     if (!typed) {
@@ -337,35 +312,14 @@ QString AddAccountPage::problem(const AccountGroup& group, const BridgeConfig::A
     return QString();
 }
 
-void AddAccountPage::showResult(const QString& text, bool ok) {
-    m_result->setText(text);
-    m_result->setProperty("ok", ok);
-}
-
-void AddAccountPage::setBusy(BackgroundJob* job, const QString& what) {
-    m_job = job;
-    const bool busy = job != nullptr;
-    m_test->setEnabled(!busy && m_signInJob == nullptr);
-    m_save->setEnabled(!busy && m_signInJob == nullptr);
-    m_signIn->setEnabled(!busy && m_signInJob == nullptr);
-    if (busy)
-        showResult(what, true);
-}
-
-void AddAccountPage::finishJob() {
-    if (m_job != nullptr)
-        m_job->deleteLater();
-    setBusy(nullptr, QString());
-}
-
 void AddAccountPage::testConnection() {
-    if (m_job != nullptr)
+    if (m_actions.isBusy())
         return;
     const AccountGroup g = group(usesBrowser());
     const BridgeConfig::Account account = g.read();
     const QString wrong = problem(g, account);
     if (!wrong.isEmpty()) {
-        showResult(wrong, false);
+        m_actions.showResult(wrong, false);
         return;
     }
     // The password goes to the check's thread and the server only; it is not kept anywhere. After
@@ -373,73 +327,39 @@ void AddAccountPage::testConnection() {
     // The same connection then lists the server's folders, for the lists to be chosen from.
     const std::optional<QString> password =
         usesBrowser() ? std::nullopt : std::optional<QString>(m_password->text());
-    BackgroundJob* job = ConnectionCheck::startListingFolders(
-        account, password, m_timeoutSeconds, this, [this](const LiveBridge::FolderCheck& result) {
-            finishJob();
-            if (!result.check.ok) {
-                showResult(result.check.error, false);
-                return;
-            }
-            if (!result.listError.isEmpty()) {
-                showResult(
-                    Localization::text("Connection ok, but the server's folders could not be listed: %1")
-                        .arg(result.listError),
-                    true);
-                return;
-            }
-            m_folders->setFolders(result.folders, result.moreFolders);
-            showResult(ConnectionCheck::okText(), true);
-        });
-    setBusy(job, ConnectionCheck::busyText());
+    m_actions.testListingFolders(account, password, m_timeoutSeconds, *m_folders);
 }
 
 void AddAccountPage::save() {
-    if (m_job != nullptr)
+    if (m_actions.isBusy())
         return;
     const AccountGroup g = group(usesBrowser());
     const BridgeConfig::Account account = g.read();
     const QString wrong = problem(g, account);
     if (!wrong.isEmpty()) {
-        showResult(wrong, false);
+        m_actions.showResult(wrong, false);
         return;
     }
-    struct Outcome {
-        bool ok = false;
-        QString error;
-    };
-    auto outcome = std::make_shared<Outcome>();
-    const QString path = m_configPath;
     const bool withPassword = !usesBrowser();
     const bool signedIn = m_signedIn.has_value();
-    const QString password = m_password->text();
-    auto* job = new BackgroundJob(
-        [outcome, g, account, path, withPassword, password] {
+    m_actions.startSave(
+        [g, account, path = m_configPath, withPassword, password = m_password->text()](QString* error) {
             // The same code as `account add`: the password first, then the group.
-            outcome->ok = withPassword
-                              ? AccountChanges(path).addWithPassword(g, account, password, &outcome->error)
-                              : g.writeTo(path, &outcome->error);
+            return withPassword ? AccountChanges(path).addWithPassword(g, account, password, error)
+                                : g.writeTo(path, error);
         },
-        this);
-    const QString& name = g.name();
-    connect(job, &BackgroundJob::finished, this, [this, outcome, name, withPassword, signedIn] {
-        finishJob();
-        if (!outcome->ok) {
-            showResult(outcome->error, false);
-            return;
-        }
-        // The sign-in now belongs to the saved account.
-        m_signedIn.reset();
-        const QString note =
-            withPassword || signedIn
-                ? QString()
-                : Localization::text("Sign in in your browser to finish: select it and press "
-                                     "Sign in again (or run corvina-mail-bridge account "
-                                     "signin %1).")
-                      .arg(name);
-        emit saved(name, note);
-    });
-    setBusy(job, Localization::text("Saving…"));
-    job->start();
+        [this, name = g.name(), withPassword, signedIn] {
+            // The sign-in now belongs to the saved account.
+            m_signedIn.reset();
+            const QString note =
+                withPassword || signedIn
+                    ? QString()
+                    : Localization::text("Sign in in your browser to finish: select it and press "
+                                         "Sign in again (or run corvina-mail-bridge account "
+                                         "signin %1).")
+                          .arg(name);
+            emit saved(name, note);
+        });
 }
 
 void AddAccountPage::signIn() {
@@ -450,7 +370,7 @@ void AddAccountPage::signIn() {
     const BridgeConfig::Account account = g.read();
     const QString wrong = problem(g, account);
     if (!wrong.isEmpty()) {
-        showResult(wrong, false);
+        m_actions.showResult(wrong, false);
         return;
     }
     m_signInJob = new SignInJob(account, SignInJob::BrowserWaitSeconds, m_timeoutSeconds, this);
@@ -458,22 +378,24 @@ void AddAccountPage::signIn() {
         const BridgeConfig::Account signedIn = m_signInJob->account();
         m_signInJob->deleteLater();
         m_signInJob = nullptr;
-        setBusy(nullptr, QString());
+        m_actions.setHeld(false);
         m_signedIn = signedIn;
         if (!ok) {
             // A client id a provider registered on the way is no use to an account never saved.
             forgetUnsavedSignIn();
-            showResult(Localization::text("Not signed in: %1").arg(error), false);
+            m_actions.showResult(Localization::text("Not signed in: %1").arg(error), false);
             return;
         }
-        m_test->setVisible(true);
-        showResult(Localization::text("Signed in as %1 in the browser. Test the connection, or save the "
-                                      "account.")
-                       .arg(signedIn.mail),
-                   true);
+        m_actions.test()->setVisible(true);
+        m_actions.showResult(
+            Localization::text("Signed in as %1 in the browser. Test the connection, or save the "
+                               "account.")
+                .arg(signedIn.mail),
+            true);
     });
-    setBusy(nullptr, QString());
-    showResult(Localization::text("Waiting for you to finish in the browser… (Cancel stops waiting)"), true);
+    m_actions.setHeld(true);
+    m_actions.showResult(
+        Localization::text("Waiting for you to finish in the browser… (Cancel stops waiting)"), true);
     m_signInJob->start();
 }
 

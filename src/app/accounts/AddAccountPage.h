@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PageActions.h"
 #include "bridge/config/AccountGroup.h"
 #include "bridge/config/BridgeConfig.h"
 #include "bridge/config/ProviderTable.h"
@@ -17,7 +18,6 @@ class QSpinBox;
 
 namespace corvina {
 
-class BackgroundJob;
 class FolderChooser;
 class SecurityBox;
 class SignInJob;
@@ -74,9 +74,6 @@ private:
     QString problem(const AccountGroup& group, const BridgeConfig::Account& account) const;
     void testConnection();
     void save();
-    void showResult(const QString& text, bool ok);
-    void setBusy(BackgroundJob* job, const QString& what);
-    void finishJob();
     // Whether the account signs in in the browser only (no password taken).
     bool signsInOnly() const;
 
@@ -99,11 +96,7 @@ private:
     QLabel* m_passwordNote = nullptr;
     FolderChooser* m_folders = nullptr;
     QPushButton* m_signIn = nullptr;
-    QPushButton* m_test = nullptr;
-    QPushButton* m_save = nullptr;
-    QPushButton* m_cancel = nullptr;
-    QLabel* m_result = nullptr;
-    BackgroundJob* m_job = nullptr;
+    PageActions m_actions;
     SignInJob* m_signInJob = nullptr;
     // The account as it was signed in (its name and mail key the refresh token), until saved.
     std::optional<BridgeConfig::Account> m_signedIn;

@@ -1,8 +1,7 @@
 #include "EditAccountPage.h"
 
-#include "BackgroundJob.h"
-#include "ConnectionCheck.h"
 #include "FieldLabel.h"
+#include "FolderChooser.h"
 #include "SecurityBox.h"
 #include "bridge/config/AccountChanges.h"
 #include "platform/Localization.h"
@@ -14,7 +13,6 @@
 #include <QPushButton>
 #include <QSpinBox>
 #include <QVBoxLayout>
-#include <memory>
 
 namespace corvina {
 
@@ -31,7 +29,8 @@ QLineEdit* editField(const QString& accessibleName) {
 } // namespace
 
 EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget* parent)
-    : QWidget(parent), m_configPath(std::move(configPath)), m_timeoutSeconds(timeoutSeconds) {
+    : QWidget(parent), m_configPath(std::move(configPath)), m_timeoutSeconds(timeoutSeconds),
+      m_actions(this) {
     m_heading = new QLabel;
     QFont bold = m_heading->font();
     bold.setBold(true);
@@ -44,12 +43,9 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     m_port->setAccessibleName(Localization::text("Port"));
     m_user = editField(Localization::text("Login name"));
     m_user->setPlaceholderText(Localization::text("the mail address"));
-    m_inbox = editField(Localization::text("Inbox folder"));
-    m_inbox->setPlaceholderText(DefaultInbox);
-    m_todo = editField(Localization::text("To Do folder"));
-    m_todo->setPlaceholderText(Localization::text("none: the inbox's flagged messages"));
-    m_memo = editField(Localization::text("Memo folder"));
-    m_memo->setPlaceholderText(Localization::text("none: no Memo list"));
+    // The lists' folders are chosen from the server's own list, as on the add page: the account's
+    // current ones until a connection test brings that list.
+    m_folders = new FolderChooser;
     // Shown, not changed here: a new way of signing in is a new account.
     m_auth = editField(Localization::text("Signs in with"));
     m_auth->setReadOnly(true);
@@ -62,60 +58,41 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     form->addRow(new FieldLabel(Localization::text("Securit&y:"), m_security), m_security);
     form->addRow(new FieldLabel(Localization::text("P&ort:"), m_port), m_port);
     form->addRow(new FieldLabel(Localization::text("&Login name:"), m_user), m_user);
-    form->addRow(new FieldLabel(Localization::text("&Inbox folder:"), m_inbox), m_inbox);
-    form->addRow(new FieldLabel(Localization::text("To &Do folder:"), m_todo), m_todo);
-    form->addRow(new FieldLabel(Localization::text("&Memo folder:"), m_memo), m_memo);
     form->addRow(new FieldLabel(Localization::text("Signs in &with:"), m_auth), m_auth);
     form->addRow(m_passwordLabel, m_password);
 
-    m_test = new QPushButton(Localization::text("&Test connection"));
-    m_test->setAccessibleName(Localization::text("Test connection"));
-    m_save = new QPushButton(Localization::text("&Save"));
-    m_save->setAccessibleName(Localization::text("Save"));
-    m_cancel = new QPushButton(Localization::text("Cancel"));
-    m_cancel->setAccessibleName(Localization::text("Cancel"));
-    m_cancel->setShortcut(QKeySequence(Qt::Key_Escape));
-    m_result = new QLabel;
-    m_result->setWordWrap(true);
-    m_result->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_result->setAccessibleDescription(Localization::text("The result of the connection test or the save"));
     auto* note = new QLabel(
         Localization::text("A running bridge follows the changed settings as soon as they are saved."));
     note->setWordWrap(true);
 
-    auto* buttons = new QHBoxLayout;
-    buttons->addWidget(m_test);
-    buttons->addStretch();
-    buttons->addWidget(m_cancel);
-    buttons->addWidget(m_save);
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(m_heading);
     layout->addLayout(form);
+    layout->addWidget(m_folders);
     layout->addWidget(note);
-    layout->addLayout(buttons);
-    layout->addWidget(m_result);
+    layout->addLayout(m_actions.buttonRow());
+    layout->addWidget(m_actions.result());
     layout->addStretch();
 
-    // The fields top to bottom, then the buttons: the order Tab takes.
+    // The fields top to bottom, Test, the folders it offers, then Save: the order Tab takes, as on
+    // the add page.
     setTabOrder(m_host, m_security);
     setTabOrder(m_security, m_port);
     setTabOrder(m_port, m_user);
-    setTabOrder(m_user, m_inbox);
-    setTabOrder(m_inbox, m_todo);
-    setTabOrder(m_todo, m_memo);
-    setTabOrder(m_memo, m_auth);
+    setTabOrder(m_user, m_auth);
     setTabOrder(m_auth, m_password);
-    setTabOrder(m_password, m_test);
-    setTabOrder(m_test, m_save);
-    setTabOrder(m_save, m_cancel);
+    setTabOrder(m_password, m_actions.test());
+    setTabOrder(m_actions.test(), m_folders->firstField());
+    setTabOrder(m_folders->lastField(), m_actions.save());
+    setTabOrder(m_actions.save(), m_actions.cancel());
 
     connect(m_host, &QLineEdit::textChanged, this, &EditAccountPage::fieldsChanged);
     connect(m_user, &QLineEdit::textChanged, this, &EditAccountPage::fieldsChanged);
-    connect(m_test, &QPushButton::clicked, this, &EditAccountPage::testConnection);
-    connect(m_save, &QPushButton::clicked, this, &EditAccountPage::save);
-    connect(m_cancel, &QPushButton::clicked, this, [this] {
+    connect(m_actions.test(), &QPushButton::clicked, this, &EditAccountPage::testConnection);
+    connect(m_actions.save(), &QPushButton::clicked, this, &EditAccountPage::save);
+    connect(m_actions.cancel(), &QPushButton::clicked, this, [this] {
         // As on the add page: a test or a save under way ends on its own thread, unseen.
-        abandonJob();
+        m_actions.abandonJob();
         emit cancelled();
     });
 }
@@ -123,7 +100,7 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
 EditAccountPage::~EditAccountPage() = default;
 
 bool EditAccountPage::load(const QString& name) {
-    abandonJob();
+    m_actions.abandonJob();
     const BridgeConfig config = BridgeConfig::load(m_configPath);
     const BridgeConfig::Account* account = config.account(name);
     if (account == nullptr)
@@ -134,27 +111,25 @@ bool EditAccountPage::load(const QString& name) {
     m_security->setSecurity(BridgeConfig::securityName(account->security));
     m_port->setValue(account->port);
     m_user->setText(account->user == account->mail ? QString() : account->user);
-    m_inbox->setText(account->inbox == DefaultInbox ? QString() : account->inbox);
-    m_todo->setText(account->todo);
-    m_memo->setText(account->memo);
+    m_folders->showCurrent(account->inbox, account->todo, account->memo);
     QString auth = BridgeConfig::authName(account->auth);
     if (!account->passwordCommand.isEmpty())
         auth = Localization::text("password, from its passwordCommand");
     m_auth->setText(auth);
     m_password->clear();
-    m_result->clear();
-    setBusy(nullptr, QString());
+    m_actions.clearResult();
+    m_actions.setBusy(nullptr, QString());
     fieldsChanged();
     m_host->setFocus();
     return true;
 }
 
 QString EditAccountPage::resultText() const {
-    return m_result->text();
+    return m_actions.resultText();
 }
 
 bool EditAccountPage::isBusy() const {
-    return m_job != nullptr;
+    return m_actions.isBusy();
 }
 
 bool EditAccountPage::needsNewPassword() const {
@@ -174,7 +149,7 @@ std::optional<AccountGroup> EditAccountPage::edited() const {
     const std::optional<AccountGroup> current = AccountGroup::readFrom(m_configPath, m_before.name);
     if (!current)
         return std::nullopt;
-    const QString inbox = m_inbox->text().trimmed();
+    const QString inbox = m_folders->inbox();
     // An empty text takes the key out: the bridge's default (the mail address, INBOX, no folder)
     // then holds, as for an account added with those answers.
     return current->with({{QStringLiteral("host"), m_host->text().trimmed()},
@@ -182,110 +157,69 @@ std::optional<AccountGroup> EditAccountPage::edited() const {
                           {QStringLiteral("port"), QString::number(m_port->value())},
                           {QStringLiteral("user"), m_user->text().trimmed()},
                           {QStringLiteral("inbox"), inbox == DefaultInbox ? QString() : inbox},
-                          {QStringLiteral("todo"), m_todo->text().trimmed()},
-                          {QStringLiteral("memo"), m_memo->text().trimmed()}});
+                          {QStringLiteral("todo"), m_folders->todo()},
+                          {QStringLiteral("memo"), m_folders->memo()}});
 }
 
-void EditAccountPage::showResult(const QString& text, bool ok) {
-    m_result->setText(text);
-    m_result->setProperty("ok", ok);
-}
-
-void EditAccountPage::setBusy(BackgroundJob* job, const QString& what) {
-    m_job = job;
-    const bool busy = job != nullptr;
-    m_test->setEnabled(!busy);
-    m_save->setEnabled(!busy);
-    if (busy)
-        showResult(what, true);
-}
-
-void EditAccountPage::finishJob() {
-    if (m_job != nullptr)
-        m_job->deleteLater();
-    setBusy(nullptr, QString());
-}
-
-void EditAccountPage::abandonJob() {
-    if (m_job != nullptr) {
-        m_job->abandon();
-        m_job = nullptr;
+bool EditAccountPage::passwordToUse(std::optional<QString>* password) {
+    // The stored password still serves the same server and login; for new ones the typed one is
+    // taken, and it goes to the check's thread, the server and the keyring only.
+    password->reset();
+    if (!needsNewPassword())
+        return true;
+    if (m_password->text().isEmpty()) {
+        m_actions.showResult(Localization::text("Type the password for the new server or login name first."),
+                             false);
+        return false;
     }
+    *password = m_password->text();
+    return true;
+}
+
+std::optional<AccountGroup> EditAccountPage::editedOrSaid() {
+    std::optional<AccountGroup> group = edited();
+    if (!group)
+        m_actions.showResult(
+            Localization::text("The account %1 is no longer in bridge.conf.").arg(m_before.name), false);
+    return group;
 }
 
 void EditAccountPage::testConnection() {
-    if (m_job != nullptr)
+    if (m_actions.isBusy())
         return;
-    const std::optional<AccountGroup> group = edited();
-    if (!group) {
-        showResult(Localization::text("The account %1 is no longer in bridge.conf.").arg(m_before.name),
-                   false);
+    const std::optional<AccountGroup> group = editedOrSaid();
+    if (!group)
         return;
-    }
     const BridgeConfig::Account account = group->read();
     if (!account.problem.isEmpty()) {
-        showResult(account.problem, false);
+        m_actions.showResult(account.problem, false);
         return;
     }
-    // The stored password still serves the same server and login; for new ones the typed one is
-    // tried, and it goes to the check's thread and the server only.
     std::optional<QString> password;
-    if (needsNewPassword()) {
-        if (m_password->text().isEmpty()) {
-            showResult(Localization::text("Type the password for the new server or login name first."),
-                       false);
-            return;
-        }
-        password = m_password->text();
-    }
-    BackgroundJob* job = ConnectionCheck::start(account, password, m_timeoutSeconds, this,
-                                                [this](bool ok, const QString& line) {
-                                                    finishJob();
-                                                    showResult(line, ok);
-                                                });
-    setBusy(job, ConnectionCheck::busyText());
+    if (!passwordToUse(&password))
+        return;
+    // Deliberately tried with the default folders (INBOX, no To Do or Memo folder): a chosen
+    // folder that is gone from the server would fail the check, and with it the list of the
+    // folders to choose another from. The chosen ones are compared with that list instead.
+    BridgeConfig::Account probe = account;
+    probe.inbox = DefaultInbox;
+    probe.todo.clear();
+    probe.memo.clear();
+    m_actions.testListingFolders(probe, password, m_timeoutSeconds, *m_folders);
 }
 
 void EditAccountPage::save() {
-    if (m_job != nullptr)
+    if (m_actions.isBusy())
         return;
-    const std::optional<AccountGroup> group = edited();
-    if (!group) {
-        showResult(Localization::text("The account %1 is no longer in bridge.conf.").arg(m_before.name),
-                   false);
+    const std::optional<AccountGroup> group = editedOrSaid();
+    if (!group)
         return;
-    }
     std::optional<QString> password;
-    if (needsNewPassword()) {
-        if (m_password->text().isEmpty()) {
-            showResult(Localization::text("Type the password for the new server or login name first."),
-                       false);
-            return;
-        }
-        password = m_password->text();
-    }
-    struct Outcome {
-        bool ok = false;
-        QString error;
-    };
-    auto outcome = std::make_shared<Outcome>();
-    const QString path = m_configPath;
-    const BridgeConfig::Account before = m_before;
-    auto* job = new BackgroundJob(
-        [outcome, path, before, g = *group, password] {
-            outcome->ok = AccountChanges(path).edit(before, g, password, &outcome->error);
-        },
-        this);
-    connect(job, &BackgroundJob::finished, this, [this, outcome, name = before.name] {
-        finishJob();
-        if (!outcome->ok) {
-            showResult(outcome->error, false);
-            return;
-        }
-        emit saved(name);
-    });
-    setBusy(job, Localization::text("Saving…"));
-    job->start();
+    if (!passwordToUse(&password))
+        return;
+    m_actions.startSave([path = m_configPath, before = m_before, g = *group, password](
+                            QString* error) { return AccountChanges(path).edit(before, g, password, error); },
+                        [this, name = m_before.name] { emit saved(name); });
 }
 
 } // namespace corvina

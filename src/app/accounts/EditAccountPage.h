@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PageActions.h"
 #include "bridge/config/AccountGroup.h"
 #include "bridge/config/BridgeConfig.h"
 
@@ -10,20 +11,20 @@
 class QSpinBox;
 class QLabel;
 class QLineEdit;
-class QPushButton;
 
 namespace corvina {
 
-class BackgroundJob;
+class FolderChooser;
 class SecurityBox;
 
 // The Accounts window's page for an account already in bridge.conf: its server, port, security,
 // login name and folders as the file has them, the way it signs in shown but not changed.
 // "Test connection" runs the bridge's check on the settings as typed (the page's account, before
-// anything is written); "Save" writes them through AccountChanges::edit, the same code a command
-// line change would take. A password already in the keyring is kept unless the server or login
-// name changes: then the password for the new ones is asked (the keyring never hands a password to
-// another server).
+// anything is written) and offers the server's folders for the lists, as the add page does; the
+// account's own stay chosen until another is. "Save" writes them through AccountChanges::edit, the same code
+// a command line change would take. A password already in the keyring is kept unless the server or login name
+// changes: then the password for the new ones is asked (the keyring never hands a password to another
+// server).
 class EditAccountPage : public QWidget {
     Q_OBJECT
 public:
@@ -34,6 +35,8 @@ public:
     bool load(const QString& name);
     QString resultText() const;
     bool isBusy() const;
+    // The choice of the lists' folders (the server's, after a connection test).
+    FolderChooser& folders() { return *m_folders; }
 
 signals:
     void saved(const QString& name);
@@ -47,10 +50,11 @@ private:
     void fieldsChanged();
     void testConnection();
     void save();
-    void showResult(const QString& text, bool ok);
-    void setBusy(BackgroundJob* job, const QString& what);
-    void finishJob();
-    void abandonJob();
+    // The edited group; when the account is gone from bridge.conf, nothing, and the page says so.
+    std::optional<AccountGroup> editedOrSaid();
+    // Sets `*password` to what a test or a save takes: none (the stored one serves), or the typed
+    // one for a new server or login name. False, and the page asks for it, when that is not typed.
+    bool passwordToUse(std::optional<QString>* password);
 
     QString m_configPath;
     int m_timeoutSeconds;
@@ -61,17 +65,11 @@ private:
     SecurityBox* m_security = nullptr;
     QSpinBox* m_port = nullptr;
     QLineEdit* m_user = nullptr;
-    QLineEdit* m_inbox = nullptr;
-    QLineEdit* m_todo = nullptr;
-    QLineEdit* m_memo = nullptr;
+    FolderChooser* m_folders = nullptr;
     QLineEdit* m_auth = nullptr;
     QLabel* m_passwordLabel = nullptr;
     QLineEdit* m_password = nullptr;
-    QPushButton* m_test = nullptr;
-    QPushButton* m_save = nullptr;
-    QPushButton* m_cancel = nullptr;
-    QLabel* m_result = nullptr;
-    BackgroundJob* m_job = nullptr;
+    PageActions m_actions;
 };
 
 } // namespace corvina

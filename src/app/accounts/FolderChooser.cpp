@@ -38,15 +38,41 @@ FolderChooser::FolderChooser(QWidget* parent) : QWidget(parent) {
     reset();
 }
 
-void FolderChooser::fill(QComboBox* box, const QString& none, const QStringList& folders,
-                         const QString& keep) {
+bool FolderChooser::fill(QComboBox* box, const QString& none, const QStringList& folders, const QString& keep,
+                         bool listed) {
     box->clear();
     if (!none.isNull())
         box->addItem(none, QString(QLatin1String("")));
     for (const QString& folder : folders)
         box->addItem(folder, folder);
-    const int kept = box->findData(keep);
+    int kept = box->findData(keep);
+    const bool added = kept < 0 && !keep.isEmpty();
+    if (added) {
+        // Deliberately kept rather than dropped: the account's own folder (or one chosen before)
+        // is never changed behind the person's back, and the mark says why it stands apart. Saved
+        // as it is unless another is chosen.
+        box->addItem(listed ? Localization::text("%1 (not in the server's list)").arg(keep) : keep, keep);
+        kept = box->count() - 1;
+    }
     box->setCurrentIndex(kept >= 0 ? kept : 0);
+    return added && listed;
+}
+
+void FolderChooser::offer(bool offered, bool more, int count) {
+    // Until then the choices are shown, not offered: the server's folders come with a connection test.
+    for (QComboBox* box : {m_inbox, m_todo, m_memo})
+        box->setEnabled(offered);
+    m_hasFolders = offered;
+    if (!offered)
+        m_note->setText(
+            Localization::text("Test the connection to choose the lists' folders from the server's own."));
+    else if (more)
+        m_note->setText(Localization::text("The server has more folders than these %1; a folder not "
+                                           "offered can be named in bridge.conf.")
+                            .arg(count));
+    else
+        m_note->clear();
+    m_note->setVisible(!offered || more);
 }
 
 void FolderChooser::setFolders(const QStringList& folders, bool more) {
@@ -57,30 +83,26 @@ void FolderChooser::setFolders(const QStringList& folders, bool more) {
     // The inbox is always there, whatever the list said (some servers list it under another case).
     if (!offered.contains(Inbox, Qt::CaseInsensitive))
         offered.prepend(Inbox);
-    fill(m_inbox, QString(), offered, inbox);
-    fill(m_todo, Localization::text("The inbox's flagged messages"), offered, todo);
-    fill(m_memo, Localization::text("No Memo list"), offered, memo);
-    for (QComboBox* box : {m_inbox, m_todo, m_memo})
-        box->setEnabled(true);
-    m_hasFolders = true;
-    m_note->setText(more ? Localization::text("The server has more folders than these %1; a folder not "
-                                              "offered can be named in bridge.conf.")
-                               .arg(folders.size())
-                         : QString());
-    m_note->setVisible(more);
+    m_unlisted.clear();
+    if (fill(m_inbox, QString(), offered, inbox, true))
+        m_unlisted << inbox;
+    if (fill(m_todo, Localization::text("The inbox's flagged messages"), offered, todo, true))
+        m_unlisted << todo;
+    if (fill(m_memo, Localization::text("No Memo list"), offered, memo, true))
+        m_unlisted << memo;
+    offer(true, more, int(folders.size()));
 }
 
 void FolderChooser::reset() {
-    fill(m_inbox, QString(), {Inbox}, Inbox);
-    fill(m_todo, Localization::text("The inbox's flagged messages"), {}, QString());
-    fill(m_memo, Localization::text("No Memo list"), {}, QString());
-    // The defaults are shown, not offered: the server's folders come with a connection test.
-    for (QComboBox* box : {m_inbox, m_todo, m_memo})
-        box->setEnabled(false);
-    m_hasFolders = false;
-    m_note->setText(Localization::text("Test the connection to choose the lists' folders from the "
-                                       "server's own."));
-    m_note->setVisible(true);
+    showCurrent(Inbox, QString(), QString());
+}
+
+void FolderChooser::showCurrent(const QString& inbox, const QString& todo, const QString& memo) {
+    fill(m_inbox, QString(), {}, inbox.isEmpty() ? Inbox : inbox, false);
+    fill(m_todo, Localization::text("The inbox's flagged messages"), {}, todo, false);
+    fill(m_memo, Localization::text("No Memo list"), {}, memo, false);
+    m_unlisted.clear();
+    offer(false, false, 0);
 }
 
 QString FolderChooser::inbox() const {

@@ -1,6 +1,7 @@
 #include "KeepCurrentRow.h"
 
 #include "bridge/service/BridgeUnit.h"
+#include "platform/LineBreaks.h"
 #include "platform/Localization.h"
 
 #include <QCheckBox>
@@ -8,25 +9,6 @@
 #include <QVBoxLayout>
 
 namespace corvina {
-
-namespace {
-
-// A command in the line is never broken at its hyphens ("corvina-mail-" and "bridge" are not two
-// words anyone would type): a word joiner after each hyphen between letters. The accessible text
-// keeps the command as it is.
-QString unbrokenAtHyphens(const QString& text) {
-    QString shown;
-    shown.reserve(text.size() + 8);
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        shown += text.at(i);
-        if (text.at(i) == u'-' && i > 0 && text.at(i - 1).isLetterOrNumber() && i + 1 < text.size() &&
-            text.at(i + 1).isLetterOrNumber())
-            shown += QChar(0x2060); // WORD JOINER
-    }
-    return shown;
-}
-
-} // namespace
 
 KeepCurrentRow::KeepCurrentRow(BridgeUnit* unit, QWidget* parent) : QWidget(parent), m_unit(unit) {
     m_switch = new QCheckBox(Localization::text("&Keep my mail current"));
@@ -101,7 +83,7 @@ void KeepCurrentRow::update() {
     if (!m_unit->busy())
         m_switch->setChecked(m_unit->available() && m_unit->enabled());
     m_text = describe();
-    m_state->setText(unbrokenAtHyphens(m_text));
+    m_state->setText(LineBreaks::unbrokenAtHyphens(m_text));
     m_state->setAccessibleName(m_text);
     m_switch->setAccessibleDescription(m_text);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PageActions.h"
 #include "bridge/config/BridgeConfig.h"
 
 #include <QString>
@@ -7,11 +8,8 @@
 
 class QLabel;
 class QLineEdit;
-class QPushButton;
 
 namespace corvina {
-
-class BackgroundJob;
 
 // The Accounts window's page that replaces an account's stored password, as `corvina-mail-bridge
 // account password` does (AccountChanges::replacePassword): the new password typed (masked),
@@ -39,10 +37,6 @@ signals:
 private:
     void testConnection();
     void save();
-    void showResult(const QString& text, bool ok);
-    void setBusy(BackgroundJob* job, const QString& what);
-    void finishJob();
-    void abandonJob();
 
     QString m_configPath;
     int m_timeoutSeconds;
@@ -50,11 +44,7 @@ private:
 
     QLabel* m_heading = nullptr;
     QLineEdit* m_password = nullptr;
-    QPushButton* m_test = nullptr;
-    QPushButton* m_save = nullptr;
-    QPushButton* m_cancel = nullptr;
-    QLabel* m_result = nullptr;
-    BackgroundJob* m_job = nullptr;
+    PageActions m_actions;
 };
 
 } // namespace corvina

@@ -936,74 +936,74 @@ bool ImapSession::hasCapability(const char* name) {
     return askCapabilities() && m_capabilities.contains(QByteArray(name).toUpper());
 }
 
-std::optional<QString> ImapSession::specialUseFolder(const QString& use) {
-    if (m_imap == nullptr) {
-        fail(Failure::ConnectionLost, QStringLiteral("not connected"));
-        return std::nullopt;
-    }
+bool ImapSession::listOpenable(const std::function<bool(const mailimap_mailbox_list&)>& each) {
+    if (m_imap == nullptr)
+        return fail(Failure::ConnectionLost, QStringLiteral("not connected"));
     clist* raw = nullptr;
     arm(AnswerBytes, ListAnswerCount);
     const int result = mailimap_list(m_imap, "", "*", &raw);
     Owned<clist, freeListResult> list(raw);
     if (!check(result, QStringLiteral("LIST")))
-        return std::nullopt;
-    const QByteArray wanted = withoutBackslash(use.toLatin1().constData());
+        return false;
     for (clistiter* it = clist_begin(list.p); it != nullptr; it = clist_next(it)) {
         const auto* mailbox = static_cast<const mailimap_mailbox_list*>(clist_content(it));
-        if (mailbox == nullptr || mailbox->mb_flag == nullptr || mailbox->mb_name == nullptr)
+        if (mailbox == nullptr || mailbox->mb_name == nullptr)
             continue;
-        const mailimap_mbx_list_flags* flags = mailbox->mb_flag;
         // A name that cannot be opened holds no messages, whatever it is marked.
-        if (flags->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
+        const mailimap_mbx_list_flags* flags = mailbox->mb_flag;
+        if (flags != nullptr && flags->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
             flags->mbf_sflag == MAILIMAP_MBX_LIST_SFLAG_NOSELECT)
             continue;
-        for (clistiter* f = clist_begin(flags->mbf_oflags); f != nullptr; f = clist_next(f)) {
+        if (!each(*mailbox))
+            break;
+    }
+    return true;
+}
+
+std::optional<QString> ImapSession::specialUseFolder(const QString& use) {
+    const QByteArray wanted = withoutBackslash(use.toLatin1().constData());
+    QString found = QString(QLatin1String(""));
+    const bool listed = listOpenable([&](const mailimap_mailbox_list& mailbox) {
+        if (mailbox.mb_flag == nullptr)
+            return true;
+        for (clistiter* f = clist_begin(mailbox.mb_flag->mbf_oflags); f != nullptr; f = clist_next(f)) {
             const auto* flag = static_cast<const mailimap_mbx_list_oflag*>(clist_content(f));
             if (flag != nullptr && flag->of_type == MAILIMAP_MBX_LIST_OFLAG_FLAG_EXT &&
-                flag->of_flag_ext != nullptr && withoutBackslash(flag->of_flag_ext) == wanted)
-                return folderFromWire(mailbox->mb_name);
+                flag->of_flag_ext != nullptr && withoutBackslash(flag->of_flag_ext) == wanted) {
+                found = folderFromWire(mailbox.mb_name);
+                return false;
+            }
         }
-    }
-    return QString(QLatin1String(""));
+        return true;
+    });
+    if (!listed)
+        return std::nullopt;
+    return found;
 }
 
 std::optional<QStringList> ImapSession::listFolders(bool* more) {
     if (more != nullptr)
         *more = false;
-    if (m_imap == nullptr) {
-        fail(Failure::ConnectionLost, QStringLiteral("not connected"));
-        return std::nullopt;
-    }
-    clist* raw = nullptr;
-    arm(AnswerBytes, ListAnswerCount);
-    const int result = mailimap_list(m_imap, "", "*", &raw);
-    Owned<clist, freeListResult> list(raw);
-    if (!check(result, QStringLiteral("LIST")))
-        return std::nullopt;
     QStringList folders;
     QSet<QString> seen;
-    for (clistiter* it = clist_begin(list.p); it != nullptr; it = clist_next(it)) {
-        const auto* mailbox = static_cast<const mailimap_mailbox_list*>(clist_content(it));
-        if (mailbox == nullptr || mailbox->mb_name == nullptr)
-            continue;
-        const mailimap_mbx_list_flags* flags = mailbox->mb_flag;
-        if (flags != nullptr && flags->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
-            flags->mbf_sflag == MAILIMAP_MBX_LIST_SFLAG_NOSELECT)
-            continue;
-        const QString name = folderFromWire(mailbox->mb_name);
+    const bool listed = listOpenable([&](const mailimap_mailbox_list& mailbox) {
+        const QString name = folderFromWire(mailbox.mb_name);
         const bool control = std::any_of(name.cbegin(), name.cend(), [](QChar c) {
             return c.category() == QChar::Other_Control || c.category() == QChar::Other_Format;
         });
         if (name.isEmpty() || control || seen.contains(name))
-            continue;
+            return true;
         if (folders.size() == MostFolders) {
             if (more != nullptr)
                 *more = true;
-            break;
+            return false;
         }
         seen.insert(name);
         folders << name;
-    }
+        return true;
+    });
+    if (!listed)
+        return std::nullopt;
     return folders;
 }
 

@@ -14,6 +14,7 @@ struct mailimap;
 struct mailimap_set;
 struct mailimap_fetch_type;
 struct mailimap_msg_att;
+struct mailimap_mailbox_list;
 struct clist_s;
 using clist = clist_s;
 
@@ -240,6 +241,10 @@ private:
     bool fetchOne(quint32 uid, mailimap_fetch_type* type, const QString& what,
                   const std::function<void(const mailimap_msg_att*)>& read, bool* found);
     bool storeFlag(quint32 uid, bool deleted, const QString& what);
+    // LIST of every folder (bounded as any answer, AnswerBytes and ListAnswerCount): `each` is
+    // called with every named folder that can be opened (no \Noselect), in the server's order,
+    // until it returns false. False when the list cannot be had.
+    bool listOpenable(const std::function<bool(const mailimap_mailbox_list&)>& each);
 
     // Every folder name goes to the server through this one place, and every name the server
     // lists comes back through folderFromWire: IMAP's own encoding of names outside ASCII

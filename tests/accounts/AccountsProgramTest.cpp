@@ -131,6 +131,19 @@ protected:
         return heard;
     }
 
+    // What the bridge's check says of grace's account with a wrong password: the words the window
+    // must show for it.
+    AccountSync::Result refusedLogin() const {
+        BridgeConfig::Account account;
+        account.name = QStringLiteral("example");
+        account.mail = QStringLiteral("grace@example.org");
+        account.host = server.host();
+        account.port = quint16(server.port());
+        account.security = BridgeConfig::Security::None;
+        account.user = QStringLiteral("grace");
+        return LiveBridge::checkAccount(account, QStringLiteral("wrong"), 10);
+    }
+
     QStringList groups() const { return QSettings(config, QSettings::IniFormat).childGroups(); }
 
     QTemporaryDir stateHome;
@@ -176,14 +189,7 @@ TEST_F(AccountsProgramTest, AddTestSaveAndRemoveWithTheKeyboard) {
     keys({QStringLiteral("alt+t")});
 
     // The bridge's own words for the refused login, the same its check gives.
-    BridgeConfig::Account account;
-    account.name = QStringLiteral("example");
-    account.mail = QStringLiteral("grace@example.org");
-    account.host = server.host();
-    account.port = quint16(server.port());
-    account.security = BridgeConfig::Security::None;
-    account.user = QStringLiteral("grace");
-    const AccountSync::Result refused = LiveBridge::checkAccount(account, QStringLiteral("wrong"), 10);
+    const AccountSync::Result refused = refusedLogin();
     ASSERT_FALSE(refused.ok);
     EXPECT_EQ(heard(QRegularExpression::escape(refused.error)), refused.error);
     EXPECT_FALSE(QFile::exists(config)) << "nothing is written before Save";
@@ -233,14 +239,7 @@ TEST_F(AccountsProgramTest, AddTestSaveAndRemoveWithTheKeyboard) {
 // buttons pressed through Action, and the two choices (the security, the To Do folder) made by
 // selecting their items in the combo's list. No key is pressed and no pointer moves.
 TEST_F(AccountsProgramTest, AddTestAndSaveThroughTheAccessibilityInterface) {
-    BridgeConfig::Account account;
-    account.name = QStringLiteral("example");
-    account.mail = QStringLiteral("grace@example.org");
-    account.host = server.host();
-    account.port = quint16(server.port());
-    account.security = BridgeConfig::Security::None;
-    account.user = QStringLiteral("grace");
-    const AccountSync::Result refused = LiveBridge::checkAccount(account, QStringLiteral("wrong"), 10);
+    const AccountSync::Result refused = refusedLogin();
     ASSERT_FALSE(refused.ok);
 
     const QStringList tested =

@@ -1,23 +1,24 @@
-// corvina-accounts as a person uses it with the keyboard: a real X server (Xvfb), keys typed with
-// xdotool, the test's own Dovecot, a real keyring daemon on a private session bus, and what the
-// window says read back as a screen reader reads it (the desktop's accessibility bus with Qt's
-// AT-SPI bridge on, and tests/accounts/atspi_find.py, a pyatspi client). An account is added by
-// typing, its connection tested (a wrong password, then the right one), its To Do folder chosen
-// from the server's, saved, turned current by the bridge's sync and removed through the
-// confirmation; an account's folders edited from the keyboard.
+// corvina-accounts as a person uses it with the keyboard, and as a screen reader works it: a real X
+// server (Xvfb), keys typed with xdotool, the test's own Dovecot, a real keyring daemon on a private
+// session bus, and what the window says read back as a screen reader reads it (the desktop's
+// accessibility bus with Qt's AT-SPI bridge on, support/AccessibilityDesktop, one for the test
+// program; tests/accounts/atspi_find.py, a pyatspi client). An account is added by typing, its
+// connection tested (a wrong password, then the right one), its To Do folder chosen from the
+// server's, saved, turned current by the bridge's sync and removed through the confirmation; the
+// same account added through AT-SPI alone (tests/accounts/atspi_drive.py); an account's folders
+// edited from the keyboard.
 #include "bridge/BridgeTesting.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
+#include "support/AccessibilityDesktop.h"
 #include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 #include "support/ProcessStop.h"
 #include "support/Wait.h"
 #include "support/XServer.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusReply>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -30,7 +31,6 @@ namespace corvina::test {
 namespace {
 
 // Bounds for a machine kept busy: every wait ends as soon as what it waits for is there.
-constexpr int kStartMs = 20000;
 constexpr int kFindSeconds = 60;
 
 class AccountsProgramTest : public BridgeServerTest {
@@ -39,88 +39,46 @@ protected:
 
     void SetUp() override {
         BridgeServerTest::SetUp();
-        ASSERT_TRUE(runtime.isValid());
         bus = PrivateSessionBus::instance();
         ASSERT_NE(bus, nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+        QString keyringError;
+        ASSERT_TRUE(keyring.start(&keyringError)) << keyringError.toStdString();
         server.addUser(QStringLiteral("grace"), GracePassword);
         server.createFolder(QStringLiteral("grace"), QStringLiteral("To Do"));
-        ASSERT_TRUE(x.start()) << "Xvfb could not be started";
-
-        // The accessibility bus of this session and its registry, as a desktop starts them, with
-        // their socket in a runtime folder of the test's own.
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus->address());
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
-        env.remove(QStringLiteral("DISPLAY"));
-        env.remove(QStringLiteral("AT_SPI_BUS_ADDRESS"));
-        launcher.setProcessEnvironment(env);
-        launcher.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        launcher.start(QStringLiteral(CORVINA_ATSPI_BUS_LAUNCHER),
-                       {QStringLiteral("--launch-immediately"), QStringLiteral("--a11y=1"),
-                        QStringLiteral("--screen-reader=1")});
-        ASSERT_TRUE(launcher.waitForStarted(5000));
-        QDBusConnectionInterface* sessionBus = QDBusConnection::sessionBus().interface();
-        ASSERT_TRUE(waitFor([&] { return sessionBus->isServiceRegistered(QStringLiteral("org.a11y.Bus")); },
-                            kStartMs))
-            << "the accessibility bus launcher did not come";
-        const QDBusReply<QString> address = QDBusConnection::sessionBus().call(
-            QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
-                                           QStringLiteral("org.a11y.Bus"), QStringLiteral("GetAddress")));
-        ASSERT_TRUE(address.isValid()) << address.error().message().toStdString();
-        registry.setProcessEnvironment(env);
-        registry.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        registry.start(QStringLiteral(CORVINA_ATSPI_REGISTRYD), {});
-        ASSERT_TRUE(registry.waitForStarted(5000));
-        {
-            QDBusConnection a11y = QDBusConnection::connectToBus(address.value(), QStringLiteral("a11y"));
-            ASSERT_TRUE(a11y.isConnected()) << a11y.lastError().message().toStdString();
-            ASSERT_TRUE(waitFor(
-                [&] {
-                    return a11y.interface()->isServiceRegistered(QStringLiteral("org.a11y.atspi.Registry"));
-                },
-                kStartMs))
-                << "the accessibility registry did not come";
-        }
-        QDBusConnection::disconnectFromBus(QStringLiteral("a11y"));
+        QString error;
+        desktop = AccessibilityDesktop::shared(&error);
+        ASSERT_NE(desktop, nullptr) << error.toStdString();
 
         config = configDir.filePath(QStringLiteral("bridge.conf"));
-        programEnv = env;
-        programEnv.insert(QStringLiteral("DISPLAY"), x.display());
-        programEnv.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        programEnv = desktop->programEnvironment();
         programEnv.insert(QStringLiteral("XDG_STATE_HOME"), stateHome.path());
-        programEnv.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
-        for (const char* name :
-             {"XDG_CURRENT_DESKTOP", "DESKTOP_SESSION", "QT_QPA_PLATFORMTHEME", "WAYLAND_DISPLAY"})
-            programEnv.remove(QString::fromLatin1(name));
         program.setProcessEnvironment(programEnv);
         program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         program.start(
             QStringLiteral(CORVINA_ACCOUNTS_BINARY),
             {QStringLiteral("--config"), config, QStringLiteral("--timeout"), QStringLiteral("10")});
         ASSERT_TRUE(program.waitForStarted(5000));
-        windowId = x.findWindow(QStringLiteral("Mail accounts"));
+        windowId = x().findWindow(QStringLiteral("Mail accounts"));
         ASSERT_FALSE(windowId.isEmpty()) << "the window did not appear";
-        x.xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId});
+        x().xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId});
     }
 
     void TearDown() override {
         stopProcess(program, 3000);
-        stopProcess(registry, 3000);
-        stopProcess(launcher, 3000);
         keyring.stop();
         SecretStore::forgetService();
     }
 
+    XServer& x() const { return desktop->x(); }
+
     // Keys pressed on the window, in turn ("alt+a", "Tab").
     void keys(const QStringList& names) const {
         for (const QString& name : names)
-            x.xdotool({QStringLiteral("key"), QStringLiteral("--clearmodifiers"), name});
+            x().xdotool({QStringLiteral("key"), QStringLiteral("--clearmodifiers"), name});
     }
     void type(const QString& text) const {
-        x.xdotool({QStringLiteral("type"), QStringLiteral("--clearmodifiers"), QStringLiteral("--delay"),
-                   QStringLiteral("20"), text});
+        x().xdotool({QStringLiteral("type"), QStringLiteral("--clearmodifiers"), QStringLiteral("--delay"),
+                     QStringLiteral("20"), text});
     }
 
     // The first accessible name of the window that `pattern` finds, as a screen reader hears it;
@@ -130,8 +88,9 @@ protected:
         client.setProcessEnvironment(programEnv);
         client.start(QStringLiteral(CORVINA_SYSTEM_PYTHON),
                      {QStringLiteral(CORVINA_SOURCE_DIR "/tests/accounts/atspi_find.py"),
-                      QStringLiteral("--app"), QStringLiteral("corvina-accounts"), QStringLiteral("--expect"),
-                      pattern, QStringLiteral("--timeout"), QString::number(kFindSeconds)});
+                      QStringLiteral("--app"), QStringLiteral("corvina-accounts"), QStringLiteral("--pid"),
+                      QString::number(program.processId()), QStringLiteral("--expect"), pattern,
+                      QStringLiteral("--timeout"), QString::number(kFindSeconds)});
         EXPECT_TRUE(client.waitForFinished((kFindSeconds + 30) * 1000)) << "the client did not end";
         const QJsonObject out = QJsonDocument::fromJson(client.readAllStandardOutput()).object();
         EXPECT_EQ(client.exitCode(), 0)
@@ -140,20 +99,76 @@ protected:
         return out.value(QStringLiteral("found")).toString();
     }
 
+    // Works the window through AT-SPI alone (tests/accounts/atspi_drive.py): `steps` as that
+    // script takes them, given on its standard input, since they may carry a password. What each
+    // step heard, in order; the test fails where a step could not be done.
+    QStringList drive(const QJsonArray& steps) const {
+        QProcess client;
+        client.setProcessEnvironment(programEnv);
+        client.start(QStringLiteral(CORVINA_SYSTEM_PYTHON),
+                     {QStringLiteral(CORVINA_SOURCE_DIR "/tests/accounts/atspi_drive.py")});
+        EXPECT_TRUE(client.waitForStarted(5000));
+        const QJsonObject work{{QStringLiteral("app"), QStringLiteral("corvina-accounts")},
+                               {QStringLiteral("pid"), double(program.processId())},
+                               {QStringLiteral("timeout"), kFindSeconds},
+                               {QStringLiteral("steps"), steps}};
+        client.write(QJsonDocument(work).toJson(QJsonDocument::Compact));
+        client.closeWriteChannel();
+        EXPECT_TRUE(client.waitForFinished((kFindSeconds * int(steps.size()) + 30) * 1000))
+            << "the client did not end";
+        QStringList heard;
+        QString failed;
+        for (const QByteArray& line : client.readAllStandardOutput().split('\n')) {
+            const QJsonObject out = QJsonDocument::fromJson(line).object();
+            if (out.contains(QStringLiteral("failed")))
+                failed = QString::fromUtf8(line);
+            else if (out.contains(QStringLiteral("step")))
+                heard << out.value(QStringLiteral("heard")).toString();
+        }
+        EXPECT_EQ(client.exitCode(), 0)
+            << client.readAllStandardError().toStdString() << failed.toStdString();
+        EXPECT_EQ(heard.size(), steps.size());
+        return heard;
+    }
+
+    // What the bridge's check says of grace's account with a wrong password: the words the window
+    // must show for it.
+    AccountSync::Result refusedLogin() const {
+        BridgeConfig::Account account;
+        account.name = QStringLiteral("example");
+        account.mail = QStringLiteral("grace@example.org");
+        account.host = server.host();
+        account.port = quint16(server.port());
+        account.security = BridgeConfig::Security::None;
+        account.user = QStringLiteral("grace");
+        return LiveBridge::checkAccount(account, QStringLiteral("wrong"), 10);
+    }
+
     QStringList groups() const { return QSettings(config, QSettings::IniFormat).childGroups(); }
 
-    QTemporaryDir runtime;
     QTemporaryDir stateHome;
-    XServer x;
     PrivateSessionBus* bus = nullptr;
+    AccessibilityDesktop* desktop = nullptr;
     KeyringDaemon keyring;
-    QProcess launcher;
-    QProcess registry;
     QProcessEnvironment programEnv;
     QProcess program;
     QString windowId;
     QString config;
 };
+
+// The steps of tests/accounts/atspi_drive.py.
+QJsonObject pressStep(const QString& button) {
+    return {{QStringLiteral("press"), button}};
+}
+QJsonObject typeStep(const QString& field, const QString& text) {
+    return {{QStringLiteral("type"), text}, {QStringLiteral("into"), field}};
+}
+QJsonObject chooseStep(const QString& label, const QString& pattern) {
+    return {{QStringLiteral("choose"), pattern}, {QStringLiteral("in"), label}};
+}
+QJsonObject hearStep(const QString& pattern) {
+    return {{QStringLiteral("hear"), pattern}};
+}
 
 TEST_F(AccountsProgramTest, AddTestSaveAndRemoveWithTheKeyboard) {
     EXPECT_EQ(heard(QStringLiteral("^No accounts yet$")), QStringLiteral("No accounts yet"));
@@ -174,14 +189,7 @@ TEST_F(AccountsProgramTest, AddTestSaveAndRemoveWithTheKeyboard) {
     keys({QStringLiteral("alt+t")});
 
     // The bridge's own words for the refused login, the same its check gives.
-    BridgeConfig::Account account;
-    account.name = QStringLiteral("example");
-    account.mail = QStringLiteral("grace@example.org");
-    account.host = server.host();
-    account.port = quint16(server.port());
-    account.security = BridgeConfig::Security::None;
-    account.user = QStringLiteral("grace");
-    const AccountSync::Result refused = LiveBridge::checkAccount(account, QStringLiteral("wrong"), 10);
+    const AccountSync::Result refused = refusedLogin();
     ASSERT_FALSE(refused.ok);
     EXPECT_EQ(heard(QRegularExpression::escape(refused.error)), refused.error);
     EXPECT_FALSE(QFile::exists(config)) << "nothing is written before Save";
@@ -226,6 +234,60 @@ TEST_F(AccountsProgramTest, AddTestSaveAndRemoveWithTheKeyboard) {
     EXPECT_FALSE(gone.password.has_value());
 }
 
+// The same account added as a screen reader (or a switch device) does it: every control found by
+// its role and accessible name, text set through AT-SPI's EditableText, the port through Value,
+// buttons pressed through Action, and the two choices (the security, the To Do folder) made by
+// selecting their items in the combo's list. No key is pressed and no pointer moves.
+TEST_F(AccountsProgramTest, AddTestAndSaveThroughTheAccessibilityInterface) {
+    const AccountSync::Result refused = refusedLogin();
+    ASSERT_FALSE(refused.ok);
+
+    const QStringList tested =
+        drive({hearStep(QStringLiteral("^No accounts yet$")), pressStep(QStringLiteral("Add account")),
+               hearStep(QStringLiteral("^Add a mail account$")),
+               typeStep(QStringLiteral("Mail address"), QStringLiteral("grace@example.org")),
+               typeStep(QStringLiteral("IMAP server"), server.host()),
+               // The security first: choosing it may put its usual port in the port's field.
+               chooseStep(QStringLiteral("Security"), QStringLiteral("^None: ")),
+               QJsonObject{{QStringLiteral("number"), server.port()},
+                           {QStringLiteral("into"), QStringLiteral("Port")}},
+               typeStep(QStringLiteral("Login name"), QStringLiteral("grace")),
+               typeStep(QStringLiteral("Password"), QStringLiteral("wrong")),
+               pressStep(QStringLiteral("Test connection")),
+               // The bridge's own words for the refused login, the same its check gives.
+               hearStep(QRegularExpression::escape(refused.error))});
+    ASSERT_EQ(tested.size(), 11);
+    EXPECT_EQ(tested.at(5), QStringLiteral("None: not encrypted, only for a server on this computer"));
+    EXPECT_EQ(tested.at(10), refused.error);
+    EXPECT_FALSE(QFile::exists(config)) << "nothing is written before Save";
+
+    const QStringList saved = drive(
+        {typeStep(QStringLiteral("Password"), GracePassword), pressStep(QStringLiteral("Test connection")),
+         hearStep(QStringLiteral("^Connection ok")),
+         // The server's folders are offered now, To Do's among them.
+         chooseStep(QStringLiteral("To Do"), QStringLiteral("^To Do$")), pressStep(QStringLiteral("Save")),
+         hearStep(QStringLiteral("^example, grace@example.org: Not read yet"))});
+    ASSERT_EQ(saved.size(), 6);
+    EXPECT_EQ(saved.at(3), QStringLiteral("To Do"));
+    ASSERT_EQ(groups(), QStringList{QStringLiteral("example")});
+    QSettings written(config, QSettings::IniFormat);
+    EXPECT_EQ(written.value(QStringLiteral("example/todo")).toString(), QStringLiteral("To Do"));
+    EXPECT_EQ(written.value(QStringLiteral("example/security")).toString(), QStringLiteral("none"));
+    EXPECT_EQ(written.value(QStringLiteral("example/port")).toInt(), server.port());
+    EXPECT_EQ(written.value(QStringLiteral("example/user")).toString(), QStringLiteral("grace"));
+    EXPECT_EQ(SecretStore(10000)
+                  .lookup({QStringLiteral("example"), QStringLiteral("grace"), server.host()})
+                  .password.value_or(QString()),
+              GracePassword);
+
+    // The bridge syncs it; the window follows its status file.
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XDG_STATE_HOME"), stateHome.path());
+    const BridgeRun once = runBridge({QStringLiteral("--once")}, config, QByteArray(), env);
+    ASSERT_EQ(once.exitCode, 0) << once.err.toStdString();
+    EXPECT_EQ(drive({hearStep(QStringLiteral("^example, grace@example.org: Current as of "))}).size(), 1);
+}
+
 TEST_F(AccountsProgramTest, EditAnAccountsFoldersWithTheKeyboard) {
     server.createFolder(User, QStringLiteral("Tasks"));
     // An account the window finds when it starts: the list has the keyboard.
@@ -234,9 +296,9 @@ TEST_F(AccountsProgramTest, EditAnAccountsFoldersWithTheKeyboard) {
     program.start(QStringLiteral(CORVINA_ACCOUNTS_BINARY),
                   {QStringLiteral("--config"), config, QStringLiteral("--timeout"), QStringLiteral("10")});
     ASSERT_TRUE(program.waitForStarted(5000));
-    windowId = x.findWindow(QStringLiteral("Mail accounts"));
+    windowId = x().findWindow(QStringLiteral("Mail accounts"));
     ASSERT_FALSE(windowId.isEmpty()) << "the window did not appear";
-    x.xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId});
+    x().xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId});
     EXPECT_FALSE(heard(QStringLiteral("^work, ada@example.org: Not read yet")).isNull());
 
     // The first row, then Edit: its settings as bridge.conf has them.

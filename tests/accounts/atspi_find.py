@@ -2,9 +2,10 @@
 """Waits until a running program shows a text, as a screen reader gets it (AT-SPI, pyatspi).
 
 Run with the system's Python (pyatspi is a Debian package of it) on the session bus whose
-accessibility bus the program reports to. It walks the tree of the application named --app until
-some object's accessible name matches the regular expression --expect (searched for, not matched
-whole), within --timeout seconds, and prints that name on one line of JSON:
+accessibility bus the program reports to. It walks the tree of the application named --app (of
+the process --pid, when given) until some object's accessible name matches the regular expression
+--expect (searched for, not matched whole), within --timeout seconds, and prints that name on one
+line of JSON:
 
     {"found": "Connection ok: ...", "names": [every name seen in the last walk]}
 
@@ -31,11 +32,13 @@ def names_of(accessible, out, depth=0):
                 names_of(child, out, depth + 1)
 
 
-def find_application(name):
+def find_application(name, pid):
     desktop = pyatspi.Registry.getDesktop(0)
     for i in range(desktop.childCount):
         app = desktop.getChildAtIndex(i)
-        if app is not None and app.name == name:
+        # The process too, when given: the accessibility bus outlives a test's program, and one
+        # that ended may still be listed for a moment beside the next one of the same name.
+        if app is not None and app.name == name and (pid is None or app.get_process_id() == pid):
             return app
     return None
 
@@ -43,6 +46,7 @@ def find_application(name):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--app", required=True)
+    parser.add_argument("--pid", type=int)
     parser.add_argument("--expect", required=True)
     parser.add_argument("--timeout", type=float, default=60)
     args = parser.parse_args()
@@ -52,7 +56,7 @@ def main():
     reason = "no application named %r" % args.app
     while time.monotonic() < deadline:
         try:
-            app = find_application(args.app)
+            app = find_application(args.app, args.pid)
             if app is not None:
                 names = []
                 names_of(app, names)

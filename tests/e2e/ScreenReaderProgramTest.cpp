@@ -1,17 +1,12 @@
 // corvina-today as a screen reader gets it: a real X server (Xvfb), a private session bus with the
 // desktop's accessibility bus on it (at-spi-bus-launcher, and the registry that tells applications
-// who listens), the real program with Qt's AT-SPI bridge on, and a Python client of the
-// accessibility bus (tests/e2e/atspi_tree.py, with pyatspi, as screen readers use it) that prints
-// the program's tree and the focus events the keys cause.
-#include "support/PrivateSessionBus.h"
+// who listens; support/AccessibilityDesktop, one for the test program), the real program with Qt's AT-SPI
+// bridge on, and a Python client of the accessibility bus (tests/e2e/atspi_tree.py, with pyatspi, as screen
+// readers use it) that prints the program's tree and the focus events the keys cause.
+#include "support/AccessibilityDesktop.h"
 #include "support/ProcessStop.h"
 #include "support/TempContainer.h"
-#include "support/Wait.h"
-#include "support/XServer.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusReply>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QJsonArray>
@@ -31,7 +26,6 @@ namespace {
 const QString kReaderAccount = QStringLiteral("ann@example.org");
 const QString kKeys = QStringLiteral("Enter opens, R replies, A archives, Delete deletes");
 // Bounds for a machine kept busy: every wait ends as soon as what it waits for is there.
-constexpr int kStartMs = 20000;
 constexpr int kScriptSeconds = 60;
 
 QStringList roles(const QJsonArray& nodes) {
@@ -75,80 +69,27 @@ QList<QJsonObject> find(const QJsonValue& tree, const QString& role, const QStri
 class ScreenReaderProgram : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(runtime.isValid());
-        ASSERT_TRUE(x.start()) << "Xvfb could not be started";
-        bus = PrivateSessionBus::instance();
-        ASSERT_NE(bus, nullptr);
-
-        // The accessibility bus of this session, as a desktop starts it. Its socket goes in a
-        // runtime folder of the test's own, not in the user's, so that tests beside it keep theirs.
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus->address());
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
-        env.remove(QStringLiteral("DISPLAY"));
-        env.remove(QStringLiteral("AT_SPI_BUS_ADDRESS"));
-        launcher.setProcessEnvironment(env);
-        launcher.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        launcher.start(QStringLiteral(CORVINA_ATSPI_BUS_LAUNCHER),
-                       {QStringLiteral("--launch-immediately"), QStringLiteral("--a11y=1"),
-                        QStringLiteral("--screen-reader=1")});
-        ASSERT_TRUE(launcher.waitForStarted(5000));
-        QDBusConnectionInterface* sessionBus = QDBusConnection::sessionBus().interface();
-        ASSERT_TRUE(waitFor([&] { return sessionBus->isServiceRegistered(QStringLiteral("org.a11y.Bus")); },
-                            kStartMs))
-            << "the accessibility bus launcher did not come";
-        const QDBusReply<QString> address = QDBusConnection::sessionBus().call(
-            QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
-                                           QStringLiteral("org.a11y.Bus"), QStringLiteral("GetAddress")));
-        ASSERT_TRUE(address.isValid()) << address.error().message().toStdString();
-        a11yAddress = address.value();
-        ASSERT_TRUE(a11yAddress.contains(runtime.path())) << a11yAddress.toStdString();
-
-        // The registry, started here rather than by the accessibility bus, so that the test ends it.
-        registry.setProcessEnvironment(env);
-        registry.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        registry.start(QStringLiteral(CORVINA_ATSPI_REGISTRYD), {});
-        ASSERT_TRUE(registry.waitForStarted(5000));
-        {
-            QDBusConnection a11y = QDBusConnection::connectToBus(a11yAddress, QStringLiteral("a11y"));
-            ASSERT_TRUE(a11y.isConnected()) << a11y.lastError().message().toStdString();
-            ASSERT_TRUE(waitFor(
-                [&] {
-                    return a11y.interface()->isServiceRegistered(QStringLiteral("org.a11y.atspi.Registry"));
-                },
-                kStartMs))
-                << "the accessibility registry did not come";
-        }
-        QDBusConnection::disconnectFromBus(QStringLiteral("a11y"));
+        QString error;
+        desktop = AccessibilityDesktop::shared(&error);
+        ASSERT_NE(desktop, nullptr) << error.toStdString();
 
         container.writeAccounts({TempContainer::account(kReaderAccount)});
         container.writeSnapshot(kReaderAccount, QStringLiteral("inbox.plist"),
                                 TempContainer::inboxMessages(kReaderAccount, {"m0", "m1", "m2"}));
-        QProcessEnvironment widgetEnv = env;
-        widgetEnv.insert(QStringLiteral("DISPLAY"), x.display());
-        widgetEnv.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        QProcessEnvironment widgetEnv = desktop->programEnvironment();
         widgetEnv.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
-        // The bridge is on when the bus says so (IsEnabled, set by --a11y=1); this says it once more.
-        widgetEnv.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
-        for (const char* name :
-             {"XDG_CURRENT_DESKTOP", "DESKTOP_SESSION", "QT_QPA_PLATFORMTHEME", "WAYLAND_DISPLAY"})
-            widgetEnv.remove(QString::fromLatin1(name));
         widget.setProcessEnvironment(widgetEnv);
         widget.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         widget.start(QStringLiteral(CORVINA_TODAY_BINARY),
                      {QStringLiteral("--container"), container.root(), QStringLiteral("--interval"),
                       QStringLiteral("3600")});
         ASSERT_TRUE(widget.waitForStarted(5000));
-        windowId = x.findWindow(QStringLiteral("Corvina Today"));
+        windowId = desktop->x().findWindow(QStringLiteral("Corvina Today"));
         ASSERT_FALSE(windowId.isEmpty()) << "the widget's window did not appear";
         clientEnv = widgetEnv;
     }
 
-    void TearDown() override {
-        stopProcess(widget, 3000);
-        stopProcess(registry, 3000);
-        stopProcess(launcher, 3000);
-    }
+    void TearDown() override { stopProcess(widget, 3000); }
 
     // Runs the client; its JSON lines by their first key.
     QMap<QString, QJsonValue> runClient(int rows, const QStringList& keys = {}) {
@@ -177,12 +118,7 @@ protected:
         return out;
     }
 
-    QTemporaryDir runtime;
-    XServer x;
-    PrivateSessionBus* bus = nullptr;
-    QProcess launcher;
-    QString a11yAddress;
-    QProcess registry;
+    AccessibilityDesktop* desktop = nullptr;
     TempContainer container;
     QTemporaryDir config;
     QProcess widget;

@@ -1,6 +1,7 @@
 #include "AddAccountPage.h"
 
 #include "BackgroundJob.h"
+#include "ChoiceBox.h"
 #include "FieldLabel.h"
 #include "FolderChooser.h"
 #include "SecurityBox.h"
@@ -65,7 +66,7 @@ AddAccountPage::AddAccountPage(QString configPath, int timeoutSeconds, QWidget* 
     m_user = new QLineEdit;
     m_user->setAccessibleName(Localization::text("Login name"));
     m_user->setPlaceholderText(Localization::text("the mail address"));
-    m_auth = new QComboBox;
+    m_auth = new ChoiceBox;
     m_auth->setAccessibleName(Localization::text("Sign-in"));
     m_auth->addItem(Localization::text("Password: the account's password, or an app password"),
                     QStringLiteral("password"));

@@ -1,5 +1,6 @@
 #include "FolderChooser.h"
 
+#include "ChoiceBox.h"
 #include "FieldLabel.h"
 #include "platform/Localization.h"
 
@@ -16,11 +17,11 @@ const QString Inbox = QStringLiteral("INBOX");
 } // namespace
 
 FolderChooser::FolderChooser(QWidget* parent) : QWidget(parent) {
-    m_inbox = new QComboBox;
+    m_inbox = new ChoiceBox;
     m_inbox->setAccessibleName(Localization::text("Inbox folder"));
-    m_todo = new QComboBox;
+    m_todo = new ChoiceBox;
     m_todo->setAccessibleName(Localization::text("To Do folder"));
-    m_memo = new QComboBox;
+    m_memo = new ChoiceBox;
     m_memo->setAccessibleName(Localization::text("Memo folder"));
     for (QComboBox* box : {m_inbox, m_todo, m_memo})
         box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);

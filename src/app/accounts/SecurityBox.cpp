@@ -4,7 +4,7 @@
 
 namespace corvina {
 
-SecurityBox::SecurityBox(QWidget* parent) : QComboBox(parent) {
+SecurityBox::SecurityBox(QWidget* parent) : ChoiceBox(parent) {
     setAccessibleName(Localization::text("Security"));
     addItem(Localization::text("TLS: encrypted from the start (usually port 993)"), QStringLiteral("tls"));
     addItem(Localization::text("STARTTLS: encrypted after the greeting (usually port 143)"),

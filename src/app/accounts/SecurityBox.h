@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QComboBox>
+#include "ChoiceBox.h"
+
 #include <QString>
 
 namespace corvina {
@@ -8,7 +9,7 @@ namespace corvina {
 // The choice of a connection's security as the Accounts window's pages offer it: each choice says
 // in one line what it means, so that the person need not know the words; its data is the word
 // bridge.conf takes (tls, starttls, none).
-class SecurityBox : public QComboBox {
+class SecurityBox : public ChoiceBox {
     Q_OBJECT
 public:
     explicit SecurityBox(QWidget* parent = nullptr);

@@ -52,6 +52,7 @@ void WidgetHost::start(bool inTray) {
     applyAppearance();
     QWidget* root = m_controller->view();
     m_window = std::make_unique<TodayWindow>(root);
+    emit windowMade();
     // The widget's own ways to the Accounts window, beside the tray's.
     connect(m_window->statusView(), &TodayStatusView::accountsRequested, this,
             [] { TrayIcon::openAccountsWindow(); });

@@ -75,6 +75,8 @@ signals:
     // The window's first frame is on the screen (after its first paint and one more turn of the
     // event loop). Not sent when the window starts hidden (in the tray).
     void firstFramePainted();
+    // start() has made the window, before it is shown.
+    void windowMade();
 
 private:
     // The will-appear step, the folder watch, the first update and the periodic ones; once.

@@ -10,7 +10,9 @@ program and times:
 
 - its first frame, from just before the program is started;
 - its first rows, from its first frame (the window paints the header and an empty table first);
-- a reload: once the rows are shown, one snapshot file is replaced as the mail bridge replaces one
+- a reload: once the rows are shown and the start's reads are over (the program's CPU time has
+  stood still for half a second: a build that shows rows before its reads would otherwise be
+  timed with them), one snapshot file is replaced as the mail bridge replaces one
   (a hidden temporary in the account's folder, fsync, rename over the final name, under the
   folder's lock) by a version whose only message is newer than every other, and the time runs from
   just before the rename to the frame whose top row is that message.
@@ -24,7 +26,7 @@ settings; one untimed round first; medians.
 Containers: 10 000 and 100 000 messages, written as bench/list_bench.py writes its containers (under
 BUILD/bench/bench-data).
 
-    rows_bench.py BUILD_DIR [--rounds N] [--program PATH] [--sizes 10000,100000]
+    rows_bench.py BUILD_DIR [--rounds N] [--program PATH]... [--without-this-build] [--sizes 10000,100000]
 """
 import argparse
 import os
@@ -45,7 +47,24 @@ from list_bench import container  # noqa: E402
 
 MAIL = "user0@example.org"
 NAME = "bench-newest"
-TIMEOUT = 60
+TIMEOUT = 180
+
+
+def settle(pid, still=0.5):
+    """Returns once the process's CPU time has not moved for `still` seconds."""
+    def cpu():
+        with open("/proc/%d/stat" % pid) as f:
+            fields = f.read().rsplit(")", 1)[1].split()
+        return int(fields[11]) + int(fields[12])
+    deadline = time.monotonic() + TIMEOUT
+    last, since = cpu(), time.monotonic()
+    while time.monotonic() - since < still:
+        if time.monotonic() > deadline:
+            sys.exit("the program's reads did not end within %d s" % TIMEOUT)
+        time.sleep(0.05)
+        now = cpu()
+        if now != last:
+            last, since = now, time.monotonic()
 
 
 class Widget:
@@ -91,6 +110,7 @@ class Widget:
                     frame = clock
                 elif kind == "rows" and frame is not None:
                     rows = clock
+            settle(process.pid)
             subject = "Reload %d" % self.rounds
             changed = self.replace(subject)
             while True:
@@ -128,13 +148,16 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("build")
     parser.add_argument("--rounds", type=int, default=7)
-    parser.add_argument("--program", help="another corvina-today measured in the same run (an older build)")
+    parser.add_argument("--program", action="append", default=[],
+                        help="another corvina-today measured in the same run (an older build); may be repeated")
+    parser.add_argument("--without-this-build", action="store_true",
+                        help="measure only the --program ones (this build's bench_first_frame_floor is the floor)")
     parser.add_argument("--sizes", default="10000,100000")
     args = parser.parse_args()
     build = os.path.abspath(args.build)
-    programs = [("this build", os.path.join(build, "src", "app", "corvina-today"))]
-    if args.program:
-        programs.insert(0, ("--program (%s)" % args.program, os.path.abspath(args.program)))
+    programs = [("--program (%s)" % p, os.path.abspath(p)) for p in args.program]
+    if not args.without_this_build:
+        programs.append(("this build", os.path.join(build, "src", "app", "corvina-today")))
     floor = [os.path.join(build, "bench", "bench_first_frame_floor")]
     if not shutil.which("Xvfb"):
         sys.exit("Xvfb is not installed (scripts/setup installs it)")

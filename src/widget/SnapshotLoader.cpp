@@ -12,6 +12,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
+#include <functional>
 #include <algorithm>
 #include <cstdlib>
 #include <dirent.h>
@@ -182,8 +183,7 @@ std::optional<QStringList> SnapshotLoader::directoryContent(const QString& path)
     return entries;
 }
 
-ExtensionMessageList SnapshotLoader::updateData() {
-    // Built outside the read's guard, as the accounts are needed before anything is read.
+QSet<QString> SnapshotLoader::enabledAccounts() {
     QSet<QString> enabled;
     m_accountsRefusal.clear();
     for (const ExtensionAccountPtr& account : ExtensionUtilities::Accounts(&m_accountsRefusal)) {
@@ -193,50 +193,175 @@ ExtensionMessageList SnapshotLoader::updateData() {
             enabled.insert(account->mail());
         }
     }
+    return enabled;
+}
 
+bool SnapshotLoader::walkSnapshotFiles(const QSet<QString>& enabled, const std::function<void(const QString&)>& visit,
+                                       const std::function<void(const Exception&)>& stopped, QString* error) {
+    const std::optional<QUrl> data = ExtensionUtilities::GroupDataPath();
+    if (!data) {
+        return true;
+    }
+    const QUrl today = QUrl::fromLocalFile(data->toLocalFile() + QLatin1Char('/') + ConstVars::todayFolder);
+    FileCoordinator coordinator;
+    return coordinator.coordinateReadingItemAtURL(
+        today, FileCoordinator::ReadingWithoutChanges, error, [&](const QUrl& url) {
+            try {
+                const QString root = resolved(data->toLocalFile());
+                const std::optional<QStringList> accounts = directoryContent(url.toLocalFile());
+                if (!accounts) {
+                    return;
+                }
+                for (const QString& accountPath : *accounts) {
+                    // exact, case-sensitive match with an enabled account's address
+                    if (!enabled.contains(QFileInfo(accountPath).fileName()) || !staysInside(accountPath, root)) {
+                        continue;
+                    }
+                    const std::optional<QStringList> files = directoryContent(accountPath);
+                    if (!files) {
+                        continue;
+                    }
+                    for (const QString& file : *files) {
+                        if (fileStaysInside(file, root)) {
+                            visit(file);
+                        }
+                    }
+                }
+            } catch (const Exception& exception) {
+                stopped(exception);
+            }
+        });
+}
+
+ExtensionMessageList SnapshotLoader::updateData() {
+    // Built outside the read's guard, as the accounts are needed before anything is read.
+    const QSet<QString> enabled = enabledAccounts();
     ExtensionMessageList collected;
     m_status = UpdateResult::NoData;
-    const std::optional<QUrl> data = ExtensionUtilities::GroupDataPath();
-    if (data) {
-        const QUrl today =
-            QUrl::fromLocalFile(data->toLocalFile() + QLatin1Char('/') + ConstVars::todayFolder);
-        FileCoordinator coordinator;
-        QString error;
-        const bool coordinated = coordinator.coordinateReadingItemAtURL(
-            today, FileCoordinator::ReadingWithoutChanges, &error, [&](const QUrl& url) {
-                try {
-                    const QString root = resolved(data->toLocalFile());
-                    const std::optional<QStringList> accounts = directoryContent(url.toLocalFile());
-                    if (!accounts) {
-                        return;
-                    }
-                    for (const QString& accountPath : *accounts) {
-                        // exact, case-sensitive match with an enabled account's address
-                        if (!enabled.contains(QFileInfo(accountPath).fileName()) ||
-                            !staysInside(accountPath, root)) {
-                            continue;
-                        }
-                        const std::optional<QStringList> files = directoryContent(accountPath);
-                        if (!files) {
-                            continue;
-                        }
-                        for (const QString& file : *files) {
-                            if (fileStaysInside(file, root) && readSnapshot(file, collected)) {
-                                m_status = UpdateResult::NewData;
-                            }
-                        }
-                    }
-                } catch (const Exception& exception) {
-                    Log::error(QStringLiteral("[%@] updateData exception %@"), {exception.description()});
-                    m_status = UpdateResult::Failed;
-                }
-            });
-        if (!coordinated) {
+    QString error;
+    const bool coordinated = walkSnapshotFiles(
+        enabled,
+        [&](const QString& file) {
+            if (readSnapshot(file, collected)) {
+                m_status = UpdateResult::NewData;
+            }
+        },
+        [&](const Exception& exception) {
+            Log::error(QStringLiteral("[%@] updateData exception %@"), {exception.description()});
             m_status = UpdateResult::Failed;
-            Log::error(QStringLiteral("[%@] updateData coordinator %@"), {error});
-        }
+        },
+        &error);
+    if (!coordinated) {
+        m_status = UpdateResult::Failed;
+        Log::error(QStringLiteral("[%@] updateData coordinator %@"), {error});
     }
     return newestFirst(std::move(collected));
+}
+
+ExtensionMessageList SnapshotLoader::newest(qsizetype count, const std::function<bool(const QVariant&)>& keep) {
+    // Silent: the read that counts follows and logs what this one met. The account list's refusal,
+    // the status and what updateData keeps are left as they were.
+    const Log::Silence silence;
+    const QString refusal = m_accountsRefusal;
+    const QSet<QString> enabled = enabledAccounts();
+    m_accountsRefusal = refusal;
+
+    // The best `count` so far, the worst of them first (a heap); ordered as updateData orders its
+    // list: dated before undated, newer first, and in reading order among equals.
+    struct Candidate {
+        bool dated;
+        qint64 msecs;
+        qint64 order;
+        ExtensionMessagePtr message;
+    };
+    const auto before = [](const Candidate& a, const Candidate& b) {
+        if (a.dated != b.dated) {
+            return a.dated;
+        }
+        if (a.dated && a.msecs != b.msecs) {
+            return a.msecs > b.msecs;
+        }
+        return a.order < b.order;
+    };
+    std::vector<Candidate> best;
+    qint64 order = 0;
+    if (count <= 0) {
+        return {};
+    }
+    const auto takes = [&](const Candidate& candidate) {
+        return qsizetype(best.size()) < count || before(candidate, best.front());
+    };
+    const auto offer = [&](Candidate candidate) {
+        best.push_back(std::move(candidate));
+        std::push_heap(best.begin(), best.end(), before);
+        if (qsizetype(best.size()) > count) {
+            std::pop_heap(best.begin(), best.end(), before);
+            best.pop_back();
+        }
+    };
+    QString error;
+    walkSnapshotFiles(
+        enabled,
+        [&](const QString& file) {
+            const PlistDocument parsed = PropertyList::parseFile(file);
+            if (parsed.unreadable() || !parsed.ok() || !parsed.root().isDictionary()) {
+                return;
+            }
+            using Key = SnapshotFormat::EnvelopeKey;
+            PlistNode envelope[SnapshotFormat::EnvelopeKeyCount];
+            parsed.root().valuesForKeys(SnapshotFormat::envelopeKeys, SnapshotFormat::EnvelopeKeyCount, envelope);
+            const PlistNode& data = envelope[static_cast<int>(Key::Data)];
+            if (envelope[static_cast<int>(Key::Folder)].isNull() || envelope[static_cast<int>(Key::Account)].isNull() ||
+                data.isNull()) {
+                return;
+            }
+            if (!data.isArray()) {
+                // the rare shapes go the whole way, as updateData takes them
+                ExtensionMessageList collected;
+                takeEnvelope(parsed, collected);
+                for (const ExtensionMessagePtr& message : collected) {
+                    const QDateTime date = message ? message->date() : QDateTime();
+                    Candidate candidate{date.isValid(), date.isValid() ? date.toMSecsSinceEpoch() : 0, order++, message};
+                    if (message && keep(message->folderStandardId()) && takes(candidate)) {
+                        offer(std::move(candidate));
+                    }
+                }
+                return;
+            }
+            struct Cursor {
+                void* at = nullptr;
+                ~Cursor() { PlistNode::endElements(at); }
+            } cursor;
+            ExtensionMessage::RepeatedTexts repeated;
+            for (PlistNode element = data.nextElement(cursor.at); !element.isNull();
+                 element = data.nextElement(cursor.at)) {
+                const qint64 at = order++;
+                const ExtensionMessage::SortKey key = ExtensionMessage::sortKeyOfNode(element);
+                Candidate candidate{key.date.isValid(), key.date.isValid() ? key.date.toMSecsSinceEpoch() : 0, at, {}};
+                if (!keep(key.folderStandardId) || !takes(candidate)) {
+                    continue;
+                }
+                // Only a message that may be among the newest is built; its own values decide.
+                candidate.message = ExtensionMessage::initWithNode(element, repeated);
+                const QDateTime date = candidate.message->date();
+                candidate.dated = date.isValid();
+                candidate.msecs = date.isValid() ? date.toMSecsSinceEpoch() : 0;
+                if (keep(candidate.message->folderStandardId()) && takes(candidate)) {
+                    offer(std::move(candidate));
+                }
+            }
+        },
+        [](const Exception&) {
+            // updateData stops where this stops; what was found before stays
+        },
+        &error);
+    std::sort(best.begin(), best.end(), before);
+    ExtensionMessageList rows;
+    rows.reserve(qsizetype(best.size()));
+    for (Candidate& candidate : best) {
+        rows.append(std::move(candidate.message));
+    }
+    return rows;
 }
 
 } // namespace corvina

@@ -4,7 +4,11 @@
 #include "model/ExtensionMessage.h"
 #include "platform/PropertyList.h"
 
+#include "platform/Exception.h"
+
 #include <QByteArray>
+#include <QSet>
+#include <functional>
 #include <QString>
 #include <QStringList>
 #include <optional>
@@ -24,6 +28,13 @@ public:
     // last. Never fails: what cannot be read is skipped (see the log lines in the implementation)
     // and an exception while reading keeps what was collected before it.
     ExtensionMessageList updateData();
+
+    // The first `count` messages that updateData would list among those whose "folderStid" `keep`
+    // accepts, in its order, found without building the others: every file is read and parsed as
+    // updateData reads it, but a message is made a record only when it may be among the newest.
+    // For rows on the screen before the whole read is done; what updateData returns is the list
+    // that counts. Logs nothing and changes nothing that updateData reports.
+    ExtensionMessageList newest(qsizetype count, const std::function<bool(const QVariant& folderStid)>& keep);
 
     // The entries of the folder at `path` as full paths, in the order the file system lists them,
     // without names that begin with ".". Empty when there is no folder at `path`; nothing when the
@@ -51,6 +62,14 @@ public:
     QString accountsRefusal() const { return m_accountsRefusal; }
 
 private:
+    // The addresses of the enabled accounts; sets accountsRefusal().
+    QSet<QString> enabledAccounts();
+    // The snapshot files of the enabled accounts in the order updateData reads them, each handed to
+    // `visit`, inside the folder's coordinated read; an Exception from `visit` ends the walk and
+    // goes to `stopped`. False when the coordinated read was refused (`error` says why).
+    static bool walkSnapshotFiles(const QSet<QString>& enabled, const std::function<void(const QString&)>& visit,
+                                  const std::function<void(const Exception&)>& stopped, QString* error);
+
     UpdateResult::Value m_status = UpdateResult::NoData;
     QString m_accountsRefusal;
 };

@@ -50,6 +50,10 @@ NAME = "bench-newest"
 TIMEOUT = 180
 
 
+class NoReport(Exception):
+    """A round in which the program did not report within TIMEOUT."""
+
+
 def settle(pid, still=0.5):
     """Returns once the process's CPU time has not moved for `still` seconds."""
     def cpu():
@@ -93,7 +97,7 @@ class Widget:
             while b"\n" not in pending[0]:
                 left = deadline - time.monotonic()
                 if left <= 0 or not selector.select(left):
-                    sys.exit("%s: no report within %d s" % (self.program, TIMEOUT))
+                    raise NoReport("%s: no report within %d s" % (self.program, TIMEOUT))
                 chunk = os.read(process.stdout.fileno(), 1 << 16)
                 if not chunk:
                     sys.exit("%s ended (status %s)" % (self.program, process.wait()))
@@ -171,10 +175,17 @@ def main():
         for size in [int(s) for s in args.sizes.split(",")]:
             widgets = [(label, Widget(program, container(build, size), env)) for label, program in programs]
             try:
-                floors, times = [], {label: [] for label, _ in widgets}
+                floors, times, missed = [], {label: [] for label, _ in widgets}, {}
                 for round_ in range(args.rounds + 1):
                     f = first_frame(floor, floor_env)
-                    measured = [(label, widget.run()) for label, widget in widgets]
+                    measured = []
+                    for label, widget in widgets:
+                        try:
+                            measured.append((label, widget.run()))
+                        except NoReport as error:
+                            # counted and told, not hidden: a round that hangs is a finding too
+                            print("round %d: %s" % (round_, error), file=sys.stderr)
+                            missed[label] = missed.get(label, 0) + 1
                     if round_ > 0:  # the first round brings the files into the page cache
                         floors.append(f)
                         for label, t in measured:
@@ -188,6 +199,8 @@ def main():
                         size, label, fl, frame, rows, min(t[1] for t in times[label]),
                         max(t[1] for t in times[label]), rows / fl, reload, min(t[2] for t in times[label]),
                         max(t[2] for t in times[label]), reload / fl))
+                    if missed.get(label):
+                        print("| | %s: %d rounds gave no report within %d s | | | | | | |" % (label, missed[label], TIMEOUT))
                     sys.stdout.flush()
             finally:
                 for _, widget in widgets:

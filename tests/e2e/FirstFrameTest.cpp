@@ -104,8 +104,9 @@ TEST(FirstFrame, TheNewestRowsComeBeforeTheWholeRead) {
     env.insert(QStringLiteral("CORVINA_BENCH_ROWS"), QStringLiteral("1"));
     p.setProcessEnvironment(env);
     p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(QStringLiteral(CORVINA_TODAY_BINARY), QStringList{QStringLiteral("--container"), container.root(),
-                                                              QStringLiteral("--interval"), QStringLiteral("3600")});
+    p.start(QStringLiteral(CORVINA_TODAY_BINARY),
+            QStringList{QStringLiteral("--container"), container.root(), QStringLiteral("--interval"),
+                        QStringLiteral("3600")});
     QByteArray out;
     const auto waitFor = [&](const QByteArray& text) {
         QElapsedTimer waited;
@@ -126,5 +127,6 @@ TEST(FirstFrame, TheNewestRowsComeBeforeTheWholeRead) {
     EXPECT_TRUE(out.contains("frame ")) << out.toStdString();
     EXPECT_LT(out.indexOf("frame "), rowsAt) << out.toStdString();
     // the early look at the rows read the broken file too, and said nothing of it
-    EXPECT_LT(rowsAt, out.indexOf(readLine)) << "the whole read came before the first rows:\n" << out.toStdString();
+    EXPECT_LT(rowsAt, out.indexOf(readLine)) << "the whole read came before the first rows:\n"
+                                             << out.toStdString();
 }

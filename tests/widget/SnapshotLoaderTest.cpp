@@ -498,7 +498,8 @@ TEST(SnapshotLoader, ManyFilesAreTakenInTheOrderOfTheListings) {
 namespace {
 
 // The first `count` of `all` that `keep` accepts, in their order.
-QStringList firstOf(const ExtensionMessageList& all, qsizetype count, const std::function<bool(qint64)>& keep) {
+QStringList firstOf(const ExtensionMessageList& all, qsizetype count,
+                    const std::function<bool(qint64)>& keep) {
     QStringList out;
     for (const auto& m : all) {
         if (out.size() < count && keep(m->folderStandardId().toLongLong())) {
@@ -518,7 +519,8 @@ TEST(SnapshotLoader, NewestGivesWhatUpdateDataListsFirstInItsOrder) {
     QVariantList first, second, third;
     for (int i = 0; i < 30; ++i) {
         const qint64 date = 1700000000 + qint64((i * 7919) % 97) * 600;
-        QVariantMap m = TempContainer::message(QString("m%1").arg(i), i % 2 ? ada : bob, date, i % 3 ? 1 : 11);
+        QVariantMap m =
+            TempContainer::message(QString("m%1").arg(i), i % 2 ? ada : bob, date, i % 3 ? 1 : 11);
         (i % 3 == 0 ? first : i % 3 == 1 ? second : third) << m;
     }
     first << TempContainer::message("tie-a", ada, 1700000000 + 96 * 600, 1);
@@ -536,10 +538,12 @@ TEST(SnapshotLoader, NewestGivesWhatUpdateDataListsFirstInItsOrder) {
     const auto any = [](qint64) { return true; };
     const auto inbox = [](qint64 kind) { return kind == 1; };
     for (const qsizetype count : {qsizetype(1), qsizetype(10), qsizetype(32), qsizetype(33), qsizetype(50)}) {
-        EXPECT_EQ(loadedIds(loader.newest(count, [](const QVariant&) { return true; })), firstOf(all, count, any))
+        EXPECT_EQ(loadedIds(loader.newest(count, [](const QVariant&) { return true; })),
+                  firstOf(all, count, any))
             << count;
-        EXPECT_EQ(loadedIds(loader.newest(count, [](const QVariant& kind) { return kind.toLongLong() == 1; })),
-                  firstOf(all, count, inbox))
+        EXPECT_EQ(
+            loadedIds(loader.newest(count, [](const QVariant& kind) { return kind.toLongLong() == 1; })),
+            firstOf(all, count, inbox))
             << count;
     }
     EXPECT_TRUE(loader.newest(0, [](const QVariant&) { return true; }).isEmpty());
@@ -604,4 +608,47 @@ TEST(SnapshotLoader, NewestKeepsTheRefusalOfTheAccountListAsUpdateDataLeftIt) {
     // where updateData itself tells the refusal
     loader.updateData();
     EXPECT_FALSE(loader.accountsRefusal().isEmpty());
+}
+
+// Enough files for the two halves to be parsed side by side, with the rare shapes among them: a
+// "data" that is a dictionary (read the whole way) and, in a test of its own, one that stops the
+// read.
+TEST(SnapshotLoader, NewestOverManyFilesMatchesUpdateData) {
+    for (const bool stopping : {false, true}) {
+        TempContainer container;
+        container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+        for (int f = 0; f < 40; ++f) {
+            QVariantList batch;
+            for (int i = 0; i < 3; ++i) {
+                const int n = f * 3 + i;
+                batch << TempContainer::message(QString("m%1").arg(n), f % 2 ? ada : bob,
+                                                1700000000 + qint64((n * 7919) % 211) * 600, n % 4 ? 1 : 11);
+            }
+            container.writeSnapshot(f % 2 ? ada : bob, QString("file-%1").arg(f), batch,
+                                    f % 3 ? PropertyList::Format::Xml : PropertyList::Format::Binary);
+        }
+        container.writePlist(
+            kToday + "/" + ada + "/dictionary",
+            envelope(QVariantMap{{"only", TempContainer::message("in-a-dictionary", ada, 1900000000)}}));
+        if (stopping) {
+            container.writePlist(kToday + "/" + bob + "/bad", envelope("not a list"));
+        }
+        SnapshotLoader loader;
+        const ExtensionMessageList all = loader.updateData();
+        // where the bad file stands in the listings decides how much is read before it: maybe nothing
+        if (!stopping) {
+            ASSERT_EQ(all.size(), 121);
+        }
+        const auto any = [](qint64) { return true; };
+        const auto inbox = [](qint64 kind) { return kind == 1; };
+        for (const qsizetype count : {qsizetype(1), qsizetype(10), qsizetype(60), qsizetype(500)}) {
+            EXPECT_EQ(loadedIds(loader.newest(count, [](const QVariant&) { return true; })),
+                      firstOf(all, count, any))
+                << count << " " << stopping;
+            EXPECT_EQ(
+                loadedIds(loader.newest(count, [](const QVariant& kind) { return kind.toLongLong() == 1; })),
+                firstOf(all, count, inbox))
+                << count << " " << stopping;
+        }
+    }
 }

@@ -263,6 +263,23 @@ ExtensionMessagePtr ExtensionMessage::initWithNode(const PlistNode& dictionary, 
     return message;
 }
 
+ExtensionMessage::SortKey ExtensionMessage::sortKeyOfNode(const PlistNode& dictionary) {
+    SortKey key;
+    if (!dictionary.isDictionary()) {
+        return key;
+    }
+    PlistNode values[SnapshotFormat::MessageKeyCount];
+    dictionary.valuesForKeys(SnapshotFormat::messageKeys, SnapshotFormat::MessageKeyCount, values);
+    try {
+        // the same conversions as the record's, in the same order
+        key.folderStandardId = numberOrZero(values[static_cast<int>(MessageKey::FolderStid)].toVariant());
+        key.date = dateFromSeconds(values[static_cast<int>(MessageKey::Date)].toVariant());
+    } catch (const Exception&) {
+        key.date = QDateTime();
+    }
+    return key;
+}
+
 void ExtensionMessage::setAvatarText(const QString& text) {
     Avatar& avatar = m_avatar.made();
     QMutexLocker lock(&avatar.lock);

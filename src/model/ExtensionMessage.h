@@ -73,6 +73,16 @@ public:
     // The record is the one initWithNode(dictionary) gives.
     static ExtensionMessagePtr initWithNode(const PlistNode& dictionary, RepeatedTexts& repeated);
 
+    // The date and the "folderStid" a record built from `dictionary` would have, without building
+    // it: to pick the newest of many messages before building any. Where a value of the wrong
+    // shape would stop the record's block, the date is invalid here (the record may have stopped
+    // earlier and have none either); nothing is logged.
+    struct SortKey {
+        QDateTime date;
+        QVariant folderStandardId;
+    };
+    static SortKey sortKeyOfNode(const PlistNode& dictionary);
+
     // Bounds of the "avatar" of a message dictionary. A sender's picture is shown 20 points wide,
     // so anything far larger is either a mistake or an attack: an avatar text longer than
     // MaximumAvatarTextBytes, or a picture of more than MaximumAvatarPixels, is not decoded, and the

@@ -4,6 +4,20 @@ namespace corvina {
 
 const QString Log::ErrorTag = QStringLiteral("***ERROR***");
 
+namespace {
+
+thread_local int t_silenced = 0;
+
+} // namespace
+
+Log::Silence::Silence() {
+    ++t_silenced;
+}
+
+Log::Silence::~Silence() {
+    --t_silenced;
+}
+
 const QLoggingCategory& Log::category() {
     static const QLoggingCategory cat("corvina");
     return cat;
@@ -27,6 +41,8 @@ QString Log::format(const QString& format, const QStringList& args) {
 }
 
 void Log::write(const QString& fmt, const QStringList& args) {
+    if (t_silenced > 0)
+        return;
     qCInfo(category()).noquote() << format(fmt, args);
 }
 

@@ -39,6 +39,17 @@ bool TodayRootLayout::isAnimating() const {
     return m_animation->state() == QAbstractAnimation::Running;
 }
 
+void TodayRootLayout::finishAnimation() {
+    if (!isAnimating())
+        return;
+    m_animation->stop();
+    m_shown = m_height->value();
+    invalidate();
+    if (parentWidget())
+        parentWidget()->updateGeometry();
+    activate();
+}
+
 QSize TodayRootLayout::sizeHint() const {
     return QSize(TodayMetrics::width, TodayMetrics::headerHeight + TodayMetrics::headerGap + qRound(m_shown));
 }

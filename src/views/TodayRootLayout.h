@@ -22,6 +22,8 @@ public:
     TodayRootLayout(QWidget* root, QWidget* header, QWidget* table, LayoutConstraint* height);
 
     bool isAnimating() const;
+    // Ends a change of height at once, at the constraint's value.
+    void finishAnimation();
 
     void addItem(QLayoutItem*) override {}
     QLayoutItem* itemAt(int) const override { return nullptr; }

@@ -2,11 +2,14 @@
 
 #include "UpdateResult.h"
 #include "model/ExtensionMessage.h"
+#include "platform/Exception.h"
 #include "platform/PropertyList.h"
 
 #include <QByteArray>
+#include <QSet>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <optional>
 
 namespace corvina {
@@ -24,6 +27,18 @@ public:
     // last. Never fails: what cannot be read is skipped (see the log lines in the implementation)
     // and an exception while reading keeps what was collected before it.
     ExtensionMessageList updateData();
+
+    // The first `count` messages that updateData would list among those whose "folderStid" `keep`
+    // accepts, in its order, found without building the others: every file is read and parsed as
+    // updateData reads it, but a message is made a record only when it may be among the newest.
+    // For rows on the screen before the whole read is done; what updateData returns is the list
+    // that counts. Logs nothing and changes nothing that updateData reports. The files are parsed
+    // in two halves side by side (the records are made on the calling thread): `keep` is called
+    // from both threads.
+    ExtensionMessageList newest(qsizetype count, const std::function<bool(const QVariant& folderStid)>& keep);
+    // Fewer files than this are parsed on the calling thread alone: a thread's start would cost
+    // more than it saves.
+    static constexpr qsizetype MinimumFilesForTwoScans = 8;
 
     // The entries of the folder at `path` as full paths, in the order the file system lists them,
     // without names that begin with ".". Empty when there is no folder at `path`; nothing when the
@@ -51,6 +66,18 @@ public:
     QString accountsRefusal() const { return m_accountsRefusal; }
 
 private:
+    // The addresses of the enabled accounts; sets accountsRefusal().
+    QSet<QString> enabledAccounts();
+    // The snapshot files of the enabled accounts in the order updateData reads them, each handed to
+    // `visit`, inside the folder's coordinated read; an Exception from `visit` ends the walk and
+    // goes to `stopped`; `finish` runs after the last file, still within the coordinated read (and
+    // its Exception goes to `stopped` too). False when the coordinated read was refused (`error`
+    // says why).
+    static bool walkSnapshotFiles(const QSet<QString>& enabled,
+                                  const std::function<void(const QString&)>& visit,
+                                  const std::function<void(const Exception&)>& stopped, QString* error,
+                                  const std::function<void()>& finish = {});
+
     UpdateResult::Value m_status = UpdateResult::NoData;
     QString m_accountsRefusal;
 };

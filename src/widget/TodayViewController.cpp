@@ -152,10 +152,38 @@ void TodayViewController::ReloadData() {
 void TodayViewController::Resize() {
     // Always a further turn of the main queue, so the height changes after the table reloaded.
     Dispatch::dispatchAsyncMain(this, [this] {
-        if (LayoutConstraint* height = viewHeightContraint())
+        if (LayoutConstraint* height = viewHeightContraint()) {
+            const bool first = height->constant() == TodayMetrics::initialTableHeight;
             height->setConstant(m_myTableView->rowHeight() * double(m_myTableView->numberOfRows()));
+            // The first rows are not held back by a growing table: the height they need comes at
+            // once. Later changes move as before.
+            if (first && m_rootLayout)
+                m_rootLayout->finishAnimation();
+        }
         m_rootView->updateGeometry();
     });
+}
+
+bool TodayViewController::showNewestRows() {
+    const qint64 segmented = UserDefaults::integerForKey(ConstVars::segmentedKey);
+    const std::optional<SnapshotFormat::ListKind> kind = SegmentFilter::listKindFor(segmented);
+    // A value without a list shows nothing until the read, as ReloadData would leave the rows.
+    if (segmented != 0 && !kind)
+        return false;
+    ExtensionMessageList rows = m_loader.newest(SegmentFilter::RowLimit, [&kind](const QVariant& folderStid) {
+        return !kind || SnapshotFormat::isOfKind(folderStid, *kind);
+    });
+    if (rows.isEmpty())
+        return false;
+    setDataToShow(std::move(rows));
+    emit shownRowsChanged();
+    m_myTableView->reloadData();
+    if (LayoutConstraint* height = viewHeightContraint())
+        height->setConstant(m_myTableView->rowHeight() * double(m_myTableView->numberOfRows()));
+    if (m_rootLayout)
+        m_rootLayout->finishAnimation();
+    m_rootView->updateGeometry();
+    return true;
 }
 
 void TodayViewController::selectedSegment(SegmentedControl*) {

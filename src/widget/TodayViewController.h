@@ -69,8 +69,16 @@ public:
     // Recomputes the rows from what is held and the chosen list (at most ten), then reloads the
     // table and resizes on the main queue.
     void ReloadData();
-    // Sets the table's height to row height x rows, on the main queue, animated.
+    // Sets the table's height to row height x rows, on the main queue, animated; the first height
+    // after the one the table was made with comes at once (there is nothing yet to grow from).
     void Resize();
+
+    // Before the first read, on the main thread: shows at once the rows the chosen list will show,
+    // read as SnapshotLoader::newest finds them, and sizes the table to them without animation.
+    // Only `dataToShow` and the table change: `dataFromDisk` stays as it was, and the new-mail
+    // tracker hears nothing, until the read that counts (Reload, the update) stores the whole list
+    // and shows it through ReloadData as always. True when it put rows in the table.
+    bool showNewestRows();
 
     // The header's delegate: filters again at once, then re-reads by way of a background hop.
     void selectedSegment(SegmentedControl* control) override;

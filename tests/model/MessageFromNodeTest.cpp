@@ -215,3 +215,51 @@ TEST(MessageFromNode, RepeatedAccountAndFolderTextsAreShared) {
     EXPECT_NE(alone->account().constData(), account(0));
     EXPECT_EQ(alone->account(), records[0]->account());
 }
+
+// The date and kind a record would have, taken from the node without building it (the loader picks
+// the newest rows with them): the record's own where its block runs through, an invalid date where
+// the date cannot be read; never a log line.
+TEST(MessageFromNode, TheSortKeyIsTheRecordsDateAndKind) {
+    const QByteArray bytes =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><array>"
+        "<dict><key>messageId</key><string>a</string><key>date</key><real>1795000000.5</real>"
+        "<key>folderStid</key><integer>11</integer></dict>"
+        "<dict><key>messageId</key><string>no-date</string></dict>"
+        "<dict><key>date</key><string>1700000063</string><key>folderStid</key><string>12</string></dict>"
+        "<dict><key>date</key><array/><key>folderStid</key><integer>1</integer></dict>"
+        "<dict><key>date</key><real>1e300</real></dict>"
+        "<string>no dictionary</string>"
+        "</array></plist>";
+    const PlistDocument document = PropertyList::parse(bytes);
+    ASSERT_TRUE(document.ok()) << document.error().toStdString();
+    void* cursor = nullptr;
+    QList<ExtensionMessage::SortKey> keys;
+    ExtensionMessageList records;
+    {
+        LogCapture capture;
+        for (PlistNode node = document.root().nextElement(cursor); !node.isNull();
+             node = document.root().nextElement(cursor)) {
+            keys << ExtensionMessage::sortKeyOfNode(node);
+        }
+        EXPECT_TRUE(capture.lines().isEmpty()) << capture.lines().join('\n').toStdString();
+    }
+    PlistNode::endElements(cursor);
+    cursor = nullptr;
+    for (PlistNode node = document.root().nextElement(cursor); !node.isNull();
+         node = document.root().nextElement(cursor)) {
+        records << ExtensionMessage::initWithNode(node);
+    }
+    PlistNode::endElements(cursor);
+    ASSERT_EQ(keys.size(), 6);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(keys[i].date.isValid()) << i;
+        EXPECT_EQ(keys[i].date, records[i]->date()) << i;
+        EXPECT_EQ(keys[i].folderStandardId, records[i]->folderStandardId()) << i;
+    }
+    EXPECT_EQ(keys[1].date.toSecsSinceEpoch(), 0); // absent reads as 1970, as in the record
+    // a date of the wrong shape or out of range: none, as the record has none
+    for (int i = 3; i < 6; ++i) {
+        EXPECT_FALSE(keys[i].date.isValid()) << i;
+        EXPECT_FALSE(records[i]->date().isValid()) << i;
+    }
+}

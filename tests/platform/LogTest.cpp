@@ -23,3 +23,20 @@ TEST(Log, AnArgumentHoldingAPlaceholderIsNotFilledAgain) {
               QStringLiteral("a %@ b x"));
     EXPECT_EQ(Log::format(QStringLiteral("a %@ b %@"), {QStringLiteral("1")}), QStringLiteral("a 1 b %@"));
 }
+
+TEST(Log, NothingIsWrittenWhileASilenceLivesAndSilencesNest) {
+    test::LogCapture capture;
+    {
+        const Log::Silence outer;
+        Log::write(QStringLiteral("updateData error deserialize %@"), {QStringLiteral("first")});
+        {
+            const Log::Silence inner;
+            Log::error(QStringLiteral("[%@] updateData exception %@"), {QStringLiteral("second")});
+        }
+        // the inner one ended, the outer one still holds
+        Log::write(QStringLiteral("updateData error deserialize %@"), {QStringLiteral("third")});
+    }
+    EXPECT_TRUE(capture.lines().isEmpty());
+    Log::write(QStringLiteral("updateData error deserialize %@"), {QStringLiteral("after")});
+    EXPECT_EQ(capture.lines(), QStringList{QStringLiteral("updateData error deserialize after")});
+}

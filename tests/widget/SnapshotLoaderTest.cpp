@@ -493,3 +493,162 @@ TEST(SnapshotLoader, ManyFilesAreTakenInTheOrderOfTheListings) {
     EXPECT_EQ(capture.lines(), expectedLines);
     EXPECT_EQ(loader.updateStatus(), UpdateResult::NewData);
 }
+
+// The early look at the newest rows: what updateData lists first, without building the rest.
+namespace {
+
+// The first `count` of `all` that `keep` accepts, in their order.
+QStringList firstOf(const ExtensionMessageList& all, qsizetype count,
+                    const std::function<bool(qint64)>& keep) {
+    QStringList out;
+    for (const auto& m : all) {
+        if (out.size() < count && keep(m->folderStandardId().toLongLong())) {
+            out << m->messageId();
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+TEST(SnapshotLoader, NewestGivesWhatUpdateDataListsFirstInItsOrder) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+    // dates spread over the files in no order, equal dates in two files, a message without a
+    // date, kinds mixed, one file in binary form
+    QVariantList first, second, third;
+    for (int i = 0; i < 30; ++i) {
+        const qint64 date = 1700000000 + qint64((i * 7919) % 97) * 600;
+        QVariantMap m =
+            TempContainer::message(QString("m%1").arg(i), i % 2 ? ada : bob, date, i % 3 ? 1 : 11);
+        (i % 3 == 0 ? first : i % 3 == 1 ? second : third) << m;
+    }
+    first << TempContainer::message("tie-a", ada, 1700000000 + 96 * 600, 1);
+    third << TempContainer::message("tie-b", ada, 1700000000 + 96 * 600, 1);
+    QVariantMap undated = TempContainer::message("undated", ada, 0, 1);
+    undated.remove("date");
+    second << undated;
+    container.writeSnapshot(ada, "one", first);
+    container.writeSnapshot(ada, "two", second, PropertyList::Format::Binary);
+    container.writeSnapshot(bob, "three", third);
+
+    SnapshotLoader loader;
+    const ExtensionMessageList all = loader.updateData();
+    ASSERT_EQ(all.size(), 33);
+    const auto any = [](qint64) { return true; };
+    const auto inbox = [](qint64 kind) { return kind == 1; };
+    for (const qsizetype count : {qsizetype(1), qsizetype(10), qsizetype(32), qsizetype(33), qsizetype(50)}) {
+        EXPECT_EQ(loadedIds(loader.newest(count, [](const QVariant&) { return true; })),
+                  firstOf(all, count, any))
+            << count;
+        EXPECT_EQ(
+            loadedIds(loader.newest(count, [](const QVariant& kind) { return kind.toLongLong() == 1; })),
+            firstOf(all, count, inbox))
+            << count;
+    }
+    EXPECT_TRUE(loader.newest(0, [](const QVariant&) { return true; }).isEmpty());
+    // the records are those updateData makes
+    const ExtensionMessageList top = loader.newest(3, [](const QVariant&) { return true; });
+    for (qsizetype i = 0; i < top.size(); ++i) {
+        EXPECT_TRUE(top[i]->isEqual(all[i].get()));
+        EXPECT_EQ(top[i]->subject(), all[i]->subject());
+        EXPECT_EQ(top[i]->date(), all[i]->date());
+    }
+}
+
+TEST(SnapshotLoader, NewestLogsNothingAndLeavesWhatUpdateDataReports) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeSnapshot(ada, "good", {TempContainer::message("kept", ada, 1700000000)});
+    container.writeBytes(kToday + "/" + ada + "/garbage", "\x01\x02 certainly not a property list");
+    QVariantMap wrongDate = TempContainer::message("wrong-date", ada, 0);
+    wrongDate.insert("date", QVariantList{1, 2});
+    container.writeSnapshot(ada, "wrong", {wrongDate});
+    SnapshotLoader loader;
+    LogCapture counted;
+    const ExtensionMessageList all = loader.updateData();
+    const QStringList lines = counted.lines();
+    ASSERT_FALSE(lines.isEmpty()); // the garbage and the wrong date are told by updateData
+    const UpdateResult::Value status = loader.updateStatus();
+
+    LogCapture capture;
+    const ExtensionMessageList newest = loader.newest(10, [](const QVariant&) { return true; });
+    EXPECT_TRUE(capture.lines().isEmpty());
+    EXPECT_EQ(loadedIds(newest), loadedIds(all));
+    EXPECT_EQ(loader.updateStatus(), status);
+    // and the log works again afterwards: updateData tells the same lines
+    LogCapture again;
+    loader.updateData();
+    EXPECT_EQ(again.lines(), lines);
+}
+
+TEST(SnapshotLoader, NewestStopsWhereUpdateDataStops) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    for (int i = 0; i < 6; ++i) {
+        container.writeSnapshot(ada, QString("good-%1").arg(i),
+                                {TempContainer::message(QString("m%1").arg(i), ada, 1000 + i)});
+    }
+    container.writePlist(kToday + "/" + ada + "/bad", envelope("not a list"));
+    SnapshotLoader loader;
+    const ExtensionMessageList all = loader.updateData();
+    EXPECT_EQ(loadedIds(loader.newest(10, [](const QVariant&) { return true; })), loadedIds(all));
+}
+
+TEST(SnapshotLoader, NewestKeepsTheRefusalOfTheAccountListAsUpdateDataLeftIt) {
+    TempContainer container;
+    container.writeAccounts({TempContainer::account(ada)});
+    container.writeSnapshot(ada, "s", {TempContainer::message("a1", ada, 1)});
+    SnapshotLoader loader;
+    loader.updateData();
+    EXPECT_TRUE(loader.accountsRefusal().isEmpty());
+    container.writeBytes("Accounts.plist", "\x01\x02 no property list");
+    EXPECT_TRUE(loader.newest(10, [](const QVariant&) { return true; }).isEmpty());
+    EXPECT_TRUE(loader.accountsRefusal().isEmpty());
+    // where updateData itself tells the refusal
+    loader.updateData();
+    EXPECT_FALSE(loader.accountsRefusal().isEmpty());
+}
+
+// Enough files for the two halves to be parsed side by side, with the rare shapes among them: a
+// "data" that is a dictionary (read the whole way) and, in a test of its own, one that stops the
+// read.
+TEST(SnapshotLoader, NewestOverManyFilesMatchesUpdateData) {
+    for (const bool stopping : {false, true}) {
+        TempContainer container;
+        container.writeAccounts({TempContainer::account(ada), TempContainer::account(bob)});
+        for (int f = 0; f < 40; ++f) {
+            QVariantList batch;
+            for (int i = 0; i < 3; ++i) {
+                const int n = f * 3 + i;
+                batch << TempContainer::message(QString("m%1").arg(n), f % 2 ? ada : bob,
+                                                1700000000 + qint64((n * 7919) % 211) * 600, n % 4 ? 1 : 11);
+            }
+            container.writeSnapshot(f % 2 ? ada : bob, QString("file-%1").arg(f), batch,
+                                    f % 3 ? PropertyList::Format::Xml : PropertyList::Format::Binary);
+        }
+        container.writePlist(
+            kToday + "/" + ada + "/dictionary",
+            envelope(QVariantMap{{"only", TempContainer::message("in-a-dictionary", ada, 1900000000)}}));
+        if (stopping) {
+            container.writePlist(kToday + "/" + bob + "/bad", envelope("not a list"));
+        }
+        SnapshotLoader loader;
+        const ExtensionMessageList all = loader.updateData();
+        // where the bad file stands in the listings decides how much is read before it: maybe nothing
+        if (!stopping) {
+            ASSERT_EQ(all.size(), 121);
+        }
+        const auto any = [](qint64) { return true; };
+        const auto inbox = [](qint64 kind) { return kind == 1; };
+        for (const qsizetype count : {qsizetype(1), qsizetype(10), qsizetype(60), qsizetype(500)}) {
+            EXPECT_EQ(loadedIds(loader.newest(count, [](const QVariant&) { return true; })),
+                      firstOf(all, count, any))
+                << count << " " << stopping;
+            EXPECT_EQ(
+                loadedIds(loader.newest(count, [](const QVariant& kind) { return kind.toLongLong() == 1; })),
+                firstOf(all, count, inbox))
+                << count << " " << stopping;
+        }
+    }
+}

@@ -609,3 +609,76 @@ TEST_F(TodayViewControllerTest, AMailApplicationSlowToAnswerNeverHoldsTheWindow)
     settle();
     EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
 }
+
+TEST_F(TodayViewControllerTest, NewestRowsComeAtOnceAndTheReadThatCountsFollows) {
+    write(inboxRows(12));
+    TodayViewController& c = show();
+    ASSERT_TRUE(c.showNewestRows());
+    // at once, before the main queue runs: the rows, their height, nothing moving
+    ASSERT_TRUE(c.dataToShow());
+    EXPECT_EQ(ids(*c.dataToShow()), ids(SnapshotLoader().updateData()).mid(0, 10));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 10);
+    EXPECT_EQ(cellAt(0)->subjectField()->stringValue(), QStringLiteral("Subject m0"));
+    EXPECT_EQ(heightConstant(), 600);
+    EXPECT_FALSE(c.isAnimating());
+    EXPECT_EQ(c.myTableView()->height(), 600);
+    // the whole list is still the read's to store
+    EXPECT_TRUE(c.dataFromDisk().isEmpty());
+    appear();
+    EXPECT_EQ(c.dataFromDisk().size(), 12);
+    EXPECT_EQ(ids(*c.dataToShow()), ids(c.dataFromDisk()).mid(0, 10));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 10);
+    EXPECT_EQ(heightConstant(), 600);
+}
+
+TEST_F(TodayViewControllerTest, NewestRowsFollowTheChosenList) {
+    write({{"a", 1}, {"b", 11}, {"c", 12}, {"d", 13}, {"e", 0}, {"f", 13}, {"g", 11}});
+    const QList<std::pair<qint64, QStringList>> cases{
+        {1, {"a"}}, {2, {"b", "g"}}, {3, {"c"}}, {4, {"d", "f"}}, {0, {"a", "b", "c", "d", "e", "f", "g"}}};
+    for (const auto& [value, expected] : cases) {
+        UserDefaults::setInteger(value, ConstVars::segmentedKey);
+        // a new widget each time, the window (which holds the view) going first
+        window.reset();
+        controller.reset();
+        TodayViewController& c = show();
+        ASSERT_TRUE(c.showNewestRows()) << value;
+        ASSERT_TRUE(c.dataToShow());
+        EXPECT_EQ(ids(*c.dataToShow()), expected) << value;
+        // what the read that counts shows in the end is the same
+        appear();
+        EXPECT_EQ(ids(*c.dataToShow()), expected) << value;
+    }
+}
+
+TEST_F(TodayViewControllerTest, NoNewestRowsForAValueWithoutAListOrAnEmptyFolder) {
+    write(inboxRows(3));
+    UserDefaults::setInteger(7, ConstVars::segmentedKey);
+    TodayViewController& c = show();
+    EXPECT_FALSE(c.showNewestRows());
+    EXPECT_FALSE(c.dataToShow().has_value());
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 0);
+    EXPECT_EQ(heightConstant(), 50);
+    UserDefaults::setInteger(1, ConstVars::segmentedKey);
+    write({});
+    EXPECT_FALSE(c.showNewestRows());
+    EXPECT_FALSE(c.dataToShow().has_value());
+    EXPECT_EQ(heightConstant(), 50);
+}
+
+TEST_F(TodayViewControllerTest, TheFirstRowsComeWithoutTheHeightAnimationLaterChangesMove) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    c.viewWillAppear();
+    // the queue drained, no more: the height is already the rows'
+    ASSERT_TRUE(drain([] { return Dispatch::pendingMainBlocks() == 0; }));
+    EXPECT_EQ(heightConstant(), 180);
+    EXPECT_FALSE(c.isAnimating());
+    EXPECT_EQ(c.myTableView()->height(), 180);
+    write(inboxRows(5));
+    c.Reload();
+    ASSERT_TRUE(drain([] { return Dispatch::pendingMainBlocks() == 0; }));
+    EXPECT_EQ(heightConstant(), 300);
+    EXPECT_TRUE(c.isAnimating());
+    settle();
+    EXPECT_EQ(c.myTableView()->height(), 300);
+}

@@ -52,6 +52,7 @@ void WidgetHost::start(bool inTray) {
     applyAppearance();
     QWidget* root = m_controller->view();
     m_window = std::make_unique<TodayWindow>(root);
+    emit windowMade();
     // The widget's own ways to the Accounts window, beside the tray's.
     connect(m_window->statusView(), &TodayStatusView::accountsRequested, this,
             [] { TrayIcon::openAccountsWindow(); });
@@ -80,20 +81,41 @@ void WidgetHost::start(bool inTray) {
         appear();
         return;
     }
-    // The header and the empty table go on the screen first; the reads follow in the turn after.
+    // The header and the empty table go on the screen first; the newest rows follow in the turn
+    // after, and the reads once those are on the screen.
     m_firstFrame = new FirstFrameWatch(m_window.get(), this);
+    m_frameWait = new QTimer(this);
+    m_frameWait->setSingleShot(true);
+    connect(m_frameWait, &QTimer::timeout, this, &WidgetHost::appear);
     connect(m_firstFrame, &FirstFrameWatch::painted, this, [this] {
+        m_frameWait->stop();
         emit firstFramePainted();
-        appear();
+        showNewestRows();
     });
-    QTimer::singleShot(firstFrameWaitMs, this, &WidgetHost::appear);
+    m_frameWait->start(firstFrameWaitMs);
     m_window->show();
+}
+
+void WidgetHost::showNewestRows() {
+    if (m_appeared)
+        return;
+    if (!m_controller->showNewestRows()) {
+        appear();
+        return;
+    }
+    // The reads that follow run on the main thread and would hold back the frame with the rows:
+    // they wait for it (or for as long as a first frame is waited for).
+    auto* rowsFrame = new FirstFrameWatch(m_window.get(), this);
+    connect(rowsFrame, &FirstFrameWatch::painted, this, &WidgetHost::appear);
+    m_frameWait->start(firstFrameWaitMs);
 }
 
 void WidgetHost::appear() {
     if (m_appeared)
         return;
     m_appeared = true;
+    if (m_frameWait)
+        m_frameWait->stop();
     m_controller->viewWillAppear();
     m_watch->start();
     m_bridgeStatus->start();

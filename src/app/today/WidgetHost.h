@@ -3,6 +3,7 @@
 #include "widget/TodayViewController.h"
 
 #include <QObject>
+#include <QTimer>
 #include <functional>
 #include <memory>
 
@@ -27,7 +28,9 @@ class TrayIcon;
 //
 // The will-appear step, the first update and the folder watch start only once the window's first
 // frame is on the screen: the controller reads the snapshot on the main thread, and a large
-// shared folder would otherwise keep the window blank for as long as the read takes.
+// shared folder would otherwise keep the window blank for as long as the read takes. Between the
+// two, the rows the first read will show are put on the screen from a read that builds only them
+// (TodayViewController::showNewestRows), and the whole read waits for their frame.
 class WidgetHost : public QObject {
     Q_OBJECT
 
@@ -75,10 +78,15 @@ signals:
     // The window's first frame is on the screen (after its first paint and one more turn of the
     // event loop). Not sent when the window starts hidden (in the tray).
     void firstFramePainted();
+    // start() has made the window, before it is shown.
+    void windowMade();
 
 private:
     // The will-appear step, the folder watch, the first update and the periodic ones; once.
     void appear();
+    // After the window's first frame: the rows the first read will show, at once, from a read that
+    // builds only them (TodayViewController::showNewestRows); then appear() after their frame.
+    void showNewestRows();
     void applyAppearance();
 
     std::unique_ptr<TodayViewController> m_controller;
@@ -89,6 +97,8 @@ private:
     SharedFolderWatch* m_watch = nullptr;
     int m_completedUpdates = 0;
     FirstFrameWatch* m_firstFrame = nullptr;
+    // How long a frame is waited for before appear() runs all the same.
+    QTimer* m_frameWait = nullptr;
     bool m_appeared = false;
     // New mail: the rows' marker, the notifications and, in the tray, the count.
     NewMailTracker* m_newMail = nullptr;

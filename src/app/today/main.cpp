@@ -1,5 +1,6 @@
 #include "ListCommand.h"
 #include "ListWatch.h"
+#include "RowsFrameWatch.h"
 #include "StatusLine.h"
 #include "TodayWindow.h"
 #include "WidgetHost.h"
@@ -113,6 +114,27 @@ int runWidget(QCommandLineParser& parser, const QCommandLineOption& interval,
             std::printf("%lld\n", static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec);
             std::fflush(stdout);
             std::_Exit(0);
+        });
+    }
+    if (qEnvironmentVariable("CORVINA_BENCH_ROWS") == QLatin1String("1")) {
+        // A benchmark's hook (bench/rows_bench.py), inert unless set: prints the monotonic clock in
+        // nanoseconds at the window's first frame ("frame"), and at each frame that puts other rows
+        // on the screen ("rows", with the top row's subject), and goes on running.
+        auto now = [] {
+            timespec clock{};
+            clock_gettime(CLOCK_MONOTONIC, &clock);
+            return static_cast<long long>(clock.tv_sec) * 1000000000LL + clock.tv_nsec;
+        };
+        QObject::connect(&host, &corvina::WidgetHost::firstFramePainted, [now] {
+            std::printf("frame %lld\n", now());
+            std::fflush(stdout);
+        });
+        QObject::connect(&host, &corvina::WidgetHost::windowMade, [&host, now] {
+            auto* watch = new corvina::RowsFrameWatch(host.window(), host.controller(), &host);
+            QObject::connect(watch, &corvina::RowsFrameWatch::rowsOnScreen, [now](const QString& subject) {
+                std::printf("rows %lld %s\n", now(), subject.toUtf8().constData());
+                std::fflush(stdout);
+            });
         });
     }
     host.start(parser.isSet(tray));

@@ -164,18 +164,22 @@ void TodayViewController::Resize() {
     });
 }
 
-bool TodayViewController::showNewestRows() {
+std::optional<ExtensionMessageList> TodayViewController::readNewestRows() {
     const qint64 segmented = UserDefaults::integerForKey(ConstVars::segmentedKey);
     const std::optional<SnapshotFormat::ListKind> kind = SegmentFilter::listKindFor(segmented);
-    // A value without a list shows nothing until the read, as ReloadData would leave the rows.
     if (segmented != 0 && !kind)
-        return false;
-    ExtensionMessageList rows = m_loader.newest(SegmentFilter::RowLimit, [&kind](const QVariant& folderStid) {
+        return std::nullopt;
+    return m_loader.newest(SegmentFilter::RowLimit, [&kind](const QVariant& folderStid) {
         return !kind || SnapshotFormat::isOfKind(folderStid, *kind);
     });
-    if (rows.isEmpty())
+}
+
+bool TodayViewController::showNewestRows() {
+    // A value without a list shows nothing until the read, as ReloadData would leave the rows.
+    std::optional<ExtensionMessageList> rows = readNewestRows();
+    if (!rows || rows->isEmpty())
         return false;
-    setDataToShow(std::move(rows));
+    setDataToShow(std::move(*rows));
     emit shownRowsChanged();
     m_myTableView->reloadData();
     if (LayoutConstraint* height = viewHeightContraint())
@@ -183,6 +187,21 @@ bool TodayViewController::showNewestRows() {
     if (m_rootLayout)
         m_rootLayout->finishAnimation();
     m_rootView->updateGeometry();
+    return true;
+}
+
+bool TodayViewController::showChangedRows() {
+    std::optional<ExtensionMessageList> rows = readNewestRows();
+    if (!rows || rows->isEmpty())
+        return false;
+    // The same rows again: the update that follows redraws them anyway, and a table reloaded here
+    // would only hold it back.
+    const std::optional<ExtensionMessageList> shown = dataToShow();
+    if (shown && isEqualToArray(*rows, *shown))
+        return false;
+    setDataToShow(std::move(*rows));
+    emit shownRowsChanged();
+    m_myTableView->reloadData();
     return true;
 }
 

@@ -79,6 +79,14 @@ public:
     // tracker hears nothing, until the read that counts (Reload, the update) stores the whole list
     // and shows it through ReloadData as always. True when it put rows in the table.
     bool showNewestRows();
+    // After the shared folder changed, while the window shows rows: the rows the update that follows
+    // will show, put in the table at once, read as showNewestRows reads them, so that a changed
+    // message is on the screen before the whole read is done. Only `dataToShow` and the table
+    // change; `dataFromDisk`, the new-mail tracker and the table's height are left to that update,
+    // whose ReloadData and Resize then run as always (a change of height still moves). True when
+    // it put other rows in the table; false, changing nothing, when the rows would be the ones shown
+    // now, when the chosen list has none, or when no list is chosen.
+    bool showChangedRows();
 
     // The header's delegate: filters again at once, then re-reads by way of a background hop.
     void selectedSegment(SegmentedControl* control) override;
@@ -123,6 +131,9 @@ signals:
 
 private:
     void reloadFromDisk();
+    // The rows the chosen list would show, read through SnapshotLoader::newest; nothing when a value
+    // without a list is chosen (ReloadData leaves the rows as they are then).
+    std::optional<ExtensionMessageList> readNewestRows();
 
     FlippedView* m_rootView = nullptr;
     TodayTableView* m_myTableView = nullptr;

@@ -13,10 +13,12 @@
 #include "ui/FlippedView.h"
 #include "views/TodayMetrics.h"
 #include "views/TodayTableViewCell.h"
+#include "widget/NewMailTracker.h"
 
 #include <QDir>
 #include <QLayout>
 #include <QPointer>
+#include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -681,4 +683,80 @@ TEST_F(TodayViewControllerTest, TheFirstRowsComeWithoutTheHeightAnimationLaterCh
     EXPECT_TRUE(c.isAnimating());
     settle();
     EXPECT_EQ(c.myTableView()->height(), 300);
+}
+
+// After a change the rows the update will show come at once, and the update that follows is the one
+// that counts: the whole list, the new-mail bookkeeping (the arrival, the marker) and the height.
+TEST_F(TodayViewControllerTest, ChangedRowsComeAtOnceAndTheUpdateThatFollowsCounts) {
+    write(inboxRows(12));
+    TodayViewController& c = show();
+    NewMailTracker tracker;
+    c.setNewMailTracker(&tracker);
+    appear();
+    ASSERT_EQ(c.dataFromDisk().size(), 12);
+    const ExtensionMessageList before = c.dataFromDisk();
+    QSignalSpy arrived(&tracker, &NewMailTracker::arrived);
+
+    write(QList<std::pair<QString, qint64>>{{QStringLiteral("new"), 1}} + inboxRows(12));
+    ASSERT_TRUE(c.showChangedRows());
+    // at once, before the main queue runs: the rows with the new message on top
+    ASSERT_TRUE(c.dataToShow());
+    EXPECT_EQ(ids(*c.dataToShow()), ids(SnapshotLoader().updateData()).mid(0, 10));
+    EXPECT_EQ(ids(*c.dataToShow()).value(0), QStringLiteral("new"));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 10);
+    EXPECT_EQ(cellAt(0)->subjectField()->stringValue(), QStringLiteral("Subject new"));
+    // nothing of the bookkeeping yet: the whole list and the arrival are the update's
+    EXPECT_EQ(ids(c.dataFromDisk()), ids(before));
+    EXPECT_EQ(arrived.size(), 0);
+    // the same rows once more: nothing to put on the screen
+    EXPECT_FALSE(c.showChangedRows());
+
+    bool done = false;
+    c.widgetPerformUpdateWithCompletionHandler([&done](int result) { done = done || result == 0; });
+    settle();
+    ASSERT_TRUE(done);
+    EXPECT_EQ(c.dataFromDisk().size(), 13);
+    EXPECT_EQ(ids(*c.dataToShow()), ids(c.dataFromDisk()).mid(0, 10));
+    ASSERT_EQ(arrived.size(), 1);
+    EXPECT_EQ(ids(arrived.at(0).at(0).value<ExtensionMessageList>()), QStringList{QStringLiteral("new")});
+    EXPECT_TRUE(cellAt(0)->isMarkedNew());
+    EXPECT_FALSE(cellAt(1)->isMarkedNew());
+    EXPECT_EQ(heightConstant(), 600);
+}
+
+// The table's height is the update's to change, and it moves as after any reload.
+TEST_F(TodayViewControllerTest, ChangedRowsLeaveTheHeightToTheUpdate) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    ASSERT_EQ(heightConstant(), 180);
+    write(inboxRows(4, 1, QStringLiteral("n")));
+    ASSERT_TRUE(c.showChangedRows());
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 4);
+    EXPECT_EQ(heightConstant(), 180);
+    EXPECT_FALSE(c.isAnimating());
+    c.widgetPerformUpdateWithCompletionHandler({});
+    ASSERT_TRUE(drain([] { return Dispatch::pendingMainBlocks() == 0; }));
+    EXPECT_EQ(heightConstant(), 240);
+    EXPECT_TRUE(c.isAnimating());
+    settle();
+    EXPECT_EQ(c.myTableView()->height(), 240);
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"n0", "n1", "n2", "n3"}));
+}
+
+// Nothing changes for a value without a list, or for a list left with no rows: the update shows
+// what it shows.
+TEST_F(TodayViewControllerTest, NoChangedRowsForAValueWithoutAListOrAnEmptyList) {
+    write(inboxRows(3));
+    TodayViewController& c = show();
+    appear();
+    write(inboxRows(3, 1, QStringLiteral("n")));
+    UserDefaults::setInteger(7, ConstVars::segmentedKey);
+    EXPECT_FALSE(c.showChangedRows());
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"m0", "m1", "m2"}));
+    UserDefaults::setInteger(1, ConstVars::segmentedKey);
+    write({});
+    EXPECT_FALSE(c.showChangedRows());
+    EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"m0", "m1", "m2"}));
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 3);
 }

@@ -19,12 +19,16 @@
 
 #include <QApplication>
 #include <QLayout>
+#include <QWindow>
 
 namespace corvina {
 
 WidgetHost::WidgetHost(int intervalSeconds) : m_controller(std::make_unique<TodayViewController>()) {
     m_watch = new SharedFolderWatch(intervalSeconds, this);
-    connect(m_watch, &SharedFolderWatch::changed, this, &WidgetHost::performUpdate);
+    connect(m_watch, &SharedFolderWatch::changed, this, &WidgetHost::folderChanged);
+    m_changedRowsWait = new QTimer(this);
+    m_changedRowsWait->setSingleShot(true);
+    connect(m_changedRowsWait, &QTimer::timeout, this, &WidgetHost::updateAfterRows);
     m_newMail = new NewMailTracker(this);
     m_controller->setNewMailTracker(m_newMail);
     // A look at the window takes the markers off (or leaves them for its length): draw the rows again.
@@ -128,6 +132,33 @@ void WidgetHost::performUpdate() {
             ++m_completedUpdates;
         updateStatus();
     });
+}
+
+void WidgetHost::folderChanged() {
+    // The update already waiting reads the folder as it is when it runs, this change included.
+    if (m_changedRowsFrame)
+        return;
+    // Only where rows are on the screen, after the first update: a hidden window (in the tray) or
+    // one not exposed paints no frame to wait for, and the tray's idle reads stay single. Only for a
+    // large folder (see changedRowsFromMessages).
+    const QWindow* handle = m_window ? m_window->windowHandle() : nullptr;
+    if (m_completedUpdates == 0 || !m_window->isVisible() || !handle || !handle->isExposed() ||
+        m_controller->dataFromDisk().size() < changedRowsFromMessages || !m_controller->showChangedRows()) {
+        performUpdate();
+        return;
+    }
+    m_changedRowsFrame = new FirstFrameWatch(m_window.get(), this, FirstFrameWatch::Scope::AnyPart);
+    connect(m_changedRowsFrame, &FirstFrameWatch::painted, this, &WidgetHost::updateAfterRows);
+    m_changedRowsWait->start(changedRowsWaitMs);
+}
+
+void WidgetHost::updateAfterRows() {
+    if (!m_changedRowsFrame)
+        return;
+    m_changedRowsWait->stop();
+    m_changedRowsFrame->deleteLater();
+    m_changedRowsFrame = nullptr;
+    performUpdate();
 }
 
 void WidgetHost::updateStatus() {

@@ -31,6 +31,14 @@ class TrayIcon;
 // shared folder would otherwise keep the window blank for as long as the read takes. Between the
 // two, the rows the first read will show are put on the screen from a read that builds only them
 // (TodayViewController::showNewestRows), and the whole read waits for their frame.
+//
+// The same for a change of the shared folder while the window is on the screen: the rows the update
+// will show are put in the table first (TodayViewController::showChangedRows) and the update follows
+// their frame, so that a changed message shows without waiting for the whole read and the new-mail
+// bookkeeping. That update is the one that counts, as always: it stores the whole list, tells the
+// new-mail tracker (the markers, the notification) and sizes the table. When the rows would not
+// change, the window is hidden (in the tray) or the folder is small, the update runs at once as
+// before.
 class WidgetHost : public QObject {
     Q_OBJECT
 
@@ -43,6 +51,13 @@ public:
     // How long the widget waits for its window's first frame before it reads all the same (a
     // window mapped where it cannot be seen is never painted).
     static constexpr int firstFrameWaitMs = 500;
+    // How long the update after a change waits for the frame of the rows put in the table first,
+    // before it runs all the same (the notification of a new message follows that update).
+    static constexpr int changedRowsWaitMs = 100;
+    // Fewer messages than this in the last read: a change goes straight to the update. Its whole
+    // read is quick enough then (some 30 ms on a quiet 2-core machine) to put the rows on the
+    // screen itself, and a frame of rows before it would only put off the notification.
+    static constexpr qsizetype changedRowsFromMessages = 2000;
 
     // Light or dark: as the desktop is (Auto), or as the user said.
     enum class Appearance { Auto, Light, Dark };
@@ -88,6 +103,11 @@ private:
     // builds only them (TodayViewController::showNewestRows); then appear() after their frame.
     void showNewestRows();
     void applyAppearance();
+    // The shared folder changed (SharedFolderWatch::changed): the rows first where they can be
+    // shown, then the update.
+    void folderChanged();
+    // The update of a change whose rows went to the table first, once their frame is on the screen.
+    void updateAfterRows();
 
     std::unique_ptr<TodayViewController> m_controller;
     // Declared after the controller, so it goes first: the controller's view goes with it.
@@ -100,6 +120,10 @@ private:
     // How long a frame is waited for before appear() runs all the same.
     QTimer* m_frameWait = nullptr;
     bool m_appeared = false;
+    // Set while an update waits for the frame of a change's rows (it will read whatever changed
+    // meanwhile as well).
+    FirstFrameWatch* m_changedRowsFrame = nullptr;
+    QTimer* m_changedRowsWait = nullptr;
     // New mail: the rows' marker, the notifications and, in the tray, the count.
     NewMailTracker* m_newMail = nullptr;
     MailNotifier* m_mailNotifier = nullptr;

@@ -51,9 +51,11 @@ public:
     // How long the widget waits for its window's first frame before it reads all the same (a
     // window mapped where it cannot be seen is never painted).
     static constexpr int firstFrameWaitMs = 500;
-    // How long the update after a change waits for the frame of the rows put in the table first,
-    // before it runs all the same (the notification of a new message follows that update).
-    static constexpr int changedRowsWaitMs = 100;
+    // How long the update after a change waits at most for the frame of the rows put in the table
+    // first, before it runs all the same. Only a window that paints nothing although it is exposed
+    // waits that long; a busy machine's frame is late, and an update that came before it would
+    // hold it back.
+    static constexpr int changedRowsWaitMs = 500;
     // Fewer messages than this in the last read: a change goes straight to the update. Its whole
     // read is quick enough then (some 30 ms on a quiet 2-core machine) to put the rows on the
     // screen itself, and a frame of rows before it would only put off the notification.

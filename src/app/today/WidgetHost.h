@@ -57,7 +57,7 @@ public:
     // hold it back.
     static constexpr int changedRowsWaitMs = 500;
     // Fewer messages than this in the last read: a change goes straight to the update. Its whole
-    // read is quick enough then (some 30 ms on a quiet 2-core machine) to put the rows on the
+    // read is quick enough then (under some 45 ms on a quiet 2-core machine) to put the rows on the
     // screen itself, and a frame of rows before it would only put off the notification.
     static constexpr qsizetype changedRowsFromMessages = 2000;
 

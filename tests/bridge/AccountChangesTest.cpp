@@ -5,10 +5,9 @@
 #include "bridge/config/AccountChanges.h"
 
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
-#include "support/KeyringDaemon.h"
-#include "support/PrivateSessionBus.h"
 
 #include <QFile>
 #include <QSettings>
@@ -17,24 +16,17 @@
 namespace corvina::test {
 namespace {
 
-class AccountChangesTest : public BridgeServerTest {
+class AccountChangesTest : public KeyringTest<BridgeServerTest> {
 protected:
     void SetUp() override {
-        BridgeServerTest::SetUp();
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        KeyringTest::SetUp();
         QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
         // ada's account with its password in the keyring, as `account add` leaves it.
         config = writeConfig(
             {{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()}})}});
         work = *BridgeConfig::load(config).account(QStringLiteral("work"));
         ASSERT_TRUE(changes().replacePassword(work, Password, &error)) << error.toStdString();
     }
-    void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
-    }
-
     AccountChanges changes() const { return AccountChanges(config, 10000); }
     AccountGroup editedWork(const QVariantMap& changed) const {
         return AccountGroup::readFrom(config, QStringLiteral("work"))->with(changed);
@@ -47,7 +39,6 @@ protected:
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     }
 
-    KeyringDaemon keyring;
     QString config;
     BridgeConfig::Account work;
 };
@@ -97,8 +88,7 @@ TEST_F(AccountChangesTest, WhatTheBridgeWouldRefuseIsNotWritten) {
 }
 
 TEST_F(AccountChangesTest, WithoutTheKeyringANewLoginChangesNothing) {
-    keyring.stop();
-    SecretStore::forgetService();
+    stopKeyring(keyring);
     const QString before = fileText();
     QString error;
     EXPECT_FALSE(changes().edit(work, editedWork({{QStringLiteral("user"), QStringLiteral("grace")}}),

@@ -6,6 +6,7 @@
 #include "bridge/service/LiveBridge.h"
 
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/AccountCredential.h"
 #include "bridge/config/AccountPassword.h"
 #include "bridge/config/SecretStore.h"
@@ -13,7 +14,6 @@
 #include "bridge/service/CommandService.h"
 #include "model/SnapshotFormat.h"
 #include "shared/ConstVars.h"
-#include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 
 #include <QCoreApplication>
@@ -674,22 +674,7 @@ TEST_F(ReloadBridgeTest, AFileThatNoLongerReadsIsRefusedWithOneLineAndSyncingGoe
 }
 
 // The foreground mode with a real keyring on the private session bus, started for each test.
-class LiveKeyringBridgeTest : public LiveBridgeTest {
-protected:
-    void SetUp() override {
-        LiveBridgeTest::SetUp();
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
-    }
-    void TearDown() override {
-        LiveBridgeTest::TearDown();
-        keyring.stop();
-        SecretStore::forgetService();
-    }
-
-    KeyringDaemon keyring;
-};
+class LiveKeyringBridgeTest : public KeyringTest<LiveBridgeTest> {};
 
 // Each account's worker asks for its password as --once and check do: an account without a
 // passwordCommand gets it from the Secret Service, several accounts at once on their own threads.
@@ -785,18 +770,8 @@ TEST_F(LiveTlsBridgeTest, AnUntrustedCertificateIsAFailureTriedAgain) {
 // The Accounts window's nudge, on the private session bus to a bridge with a real keyring: an
 // account that failed its login waits for its retry, here made far longer than the test's bound so
 // that only the nudge can end it.
-class NudgeBridgeTest : public BridgeServerTest {
+class NudgeBridgeTest : public KeyringTest<BridgeServerTest> {
 protected:
-    void SetUp() override {
-        BridgeServerTest::SetUp();
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
-    }
-    void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
-    }
     // Lets the bridge's event loop run until `done` holds, up to `timeoutMs`; whether it held.
     static bool runUntil(const std::function<bool()>& done, int timeoutMs) {
         const QDeadlineTimer deadline(timeoutMs);
@@ -816,7 +791,6 @@ protected:
         return false;
     }
 
-    KeyringDaemon keyring;
     QTemporaryDir stateDir;
 };
 

@@ -5,12 +5,11 @@
 #include "bridge/config/OAuthSignIn.h"
 
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/OAuthEndpoints.h"
 #include "bridge/config/OAuthTokens.h"
 #include "bridge/config/SecretStore.h"
-#include "support/KeyringDaemon.h"
 #include "support/OAuthProvider.h"
-#include "support/PrivateSessionBus.h"
 
 #include <QDirIterator>
 #include <QElapsedTimer>
@@ -28,20 +27,18 @@ namespace {
 
 constexpr int RequestMs = 15000;
 
-class OAuthSignInTest : public ::testing::Test {
+class OAuthSignInTest : public KeyringTest<> {
 protected:
     void SetUp() override {
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        KeyringTest::SetUp();
         ASSERT_TRUE(dir.isValid());
         QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
         ASSERT_TRUE(provider.start(&error)) << error.toStdString();
         OAuthTokens::forgetAll();
         OAuthEndpoints::forgetDiscovered();
     }
     void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
+        KeyringTest::TearDown();
         OAuthTokens::forgetAll();
         OAuthEndpoints::forgetDiscovered();
     }
@@ -116,7 +113,6 @@ protected:
     static inline const QString Mail = QStringLiteral("ada@example.org");
 
     QTemporaryDir dir;
-    KeyringDaemon keyring;
     OAuthProvider provider;
     SecretStore store{10000};
     QList<QUrl> authorizeUrls;

@@ -3,9 +3,8 @@
 #include "bridge/config/SecretStore.h"
 
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/AccountPassword.h"
-#include "support/KeyringDaemon.h"
-#include "support/PrivateSessionBus.h"
 
 #include <array>
 #include <gtest/gtest.h>
@@ -15,23 +14,11 @@
 namespace corvina::test {
 namespace {
 
-class SecretStoreTest : public ::testing::Test {
+class SecretStoreTest : public KeyringTest<> {
 protected:
-    void SetUp() override {
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
-    }
-    // The next test's keyring is another daemon: libsecret must not keep talking to this one.
-    void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
-    }
-
     static inline const SecretStore::Key Work{QStringLiteral("work"), QStringLiteral("ada"),
                                               QStringLiteral("imap.example.org")};
 
-    KeyringDaemon keyring;
     SecretStore store{10000};
 };
 
@@ -140,8 +127,7 @@ TEST_F(SecretStoreTest, AKeyringThatDoesNotAnswerIsGivenUpOnWithAClearError) {
 }
 
 TEST_F(SecretStoreTest, WithoutASecretServiceEveryCallFailsWithAClearError) {
-    keyring.stop();
-    SecretStore::forgetService();
+    stopKeyring(keyring);
     const SecretStore::Lookup found = store.lookup(Work);
     EXPECT_FALSE(found.password.has_value());
     EXPECT_TRUE(found.error.startsWith(QStringLiteral("cannot read the password from the Secret Service: ")))

@@ -9,8 +9,11 @@
 #include "bridge/config/OAuthEndpoints.h"
 #include "bridge/config/OAuthTokens.h"
 #include "bridge/config/SecretStore.h"
+#include "bridge/service/CommandService.h"
 #include "support/OAuthProvider.h"
+#include "support/Wait.h"
 
+#include <QDBusConnection>
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFile>
@@ -459,6 +462,35 @@ TEST_F(SignInProgramTest, AForgedStateFailsTheCommandWithALineAndStoresNothing) 
                        "browser came back with another sign-in's state; nothing was stored\n")))
         << run.err.toStdString();
     EXPECT_FALSE(storedRefreshToken(custom(), provider.tokenUrl()).has_value());
+}
+
+// A new sign-in changes no file a running bridge follows, so `account signin` nudges it, as the
+// Accounts window does after a sign-in: an account waiting with "sign-in needed" tries at once. The
+// bridge's own bus service stands for the bridge here. A failed sign-in nudges nobody.
+TEST_F(SignInProgramTest, ASignInNudgesARunningBridgeAndAFailedOneDoesNot) {
+    CommandService host;
+    QString error;
+    ASSERT_TRUE(host.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
+    int nudges = 0;
+    QObject::connect(&host, &CommandService::retryRequested, [&nudges] { ++nudges; });
+
+    const QString config = writeConfig();
+    const SignInRun refused = signIn(config, QStringLiteral("forge-state"));
+    EXPECT_EQ(refused.exitCode, 1) << refused.err.toStdString();
+    EXPECT_TRUE(refused.err.contains(QStringLiteral("corvina-mail-bridge: work: sign-in failed: ")))
+        << refused.err.toStdString();
+    const SignInRun run = signIn(config, QStringLiteral("follow"));
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    // The service hears the bus through the event loop.
+    EXPECT_TRUE(waitFor(
+        [&nudges] {
+            QCoreApplication::processEvents();
+            return nudges > 0;
+        },
+        30000));
+    // The bus hands on each program's messages in the order it got them, and the refused run ended
+    // before the other started: had it nudged, that nudge would have come first.
+    EXPECT_EQ(nudges, 1);
 }
 
 TEST_F(SignInProgramTest, AnAccountThatLogsInWithAPasswordHasNoSignIn) {

@@ -34,6 +34,10 @@ protected:
     QString key(const QString& name) const {
         return QSettings(config, QSettings::IniFormat).value(QStringLiteral("work/") + name).toString();
     }
+    // The password the keyring holds for the account `work` of `user` on `host`, if any.
+    std::optional<QString> stored(const QString& user, const QString& host) const {
+        return SecretStore(10000).lookup({QStringLiteral("work"), user, host}).password;
+    }
     QString fileText() const {
         QFile file(config);
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
@@ -65,6 +69,7 @@ TEST_F(AccountChangesTest, ANewLoginNameNeedsItsPasswordAndThenHasIt) {
     EXPECT_EQ(error, QStringLiteral("the server or login name changed: the password for them is needed; "
                                     "nothing was changed"));
     EXPECT_EQ(key(QStringLiteral("user")), User);
+    EXPECT_EQ(stored(User, server.host()), std::optional<QString>(Password)) << "a refused edit keeps it";
 
     error.clear();
     ASSERT_TRUE(changes().edit(work, grace, QStringLiteral("grace's own"), &error)) << error.toStdString();
@@ -76,6 +81,38 @@ TEST_F(AccountChangesTest, ANewLoginNameNeedsItsPasswordAndThenHasIt) {
     const AccountSync::Result check =
         LiveBridge::checkAccount(*BridgeConfig::load(config).account(QStringLiteral("work")), 10);
     EXPECT_TRUE(check.ok) << check.error.toStdString();
+}
+
+// The keyring keys a password by account, login name and server: after an edit to another login or
+// server nothing would ask for the old one again, so it goes, and only it.
+TEST_F(AccountChangesTest, AnEditToAnotherLoginOrServerTakesTheOldPasswordOutOfTheKeyring) {
+    QString error;
+    ASSERT_TRUE(changes().edit(work, editedWork({{QStringLiteral("user"), QStringLiteral("grace")}}),
+                               QStringLiteral("grace's own"), &error))
+        << error.toStdString();
+    EXPECT_EQ(stored(User, server.host()), std::nullopt);
+    EXPECT_EQ(stored(QStringLiteral("grace"), server.host()),
+              std::optional<QString>(QStringLiteral("grace's own")));
+
+    const BridgeConfig::Account grace = *BridgeConfig::load(config).account(QStringLiteral("work"));
+    const AccountGroup moved = AccountGroup::readFrom(config, QStringLiteral("work"))
+                                   ->with({{QStringLiteral("host"), QStringLiteral("localhost")}});
+    ASSERT_TRUE(changes().edit(grace, moved, QStringLiteral("grace elsewhere"), &error))
+        << error.toStdString();
+    EXPECT_EQ(key(QStringLiteral("host")), QStringLiteral("localhost"));
+    EXPECT_EQ(stored(QStringLiteral("grace"), server.host()), std::nullopt);
+    EXPECT_EQ(stored(QStringLiteral("grace"), QStringLiteral("localhost")),
+              std::optional<QString>(QStringLiteral("grace elsewhere")));
+
+    // An edit of anything else leaves the password where it is.
+    const BridgeConfig::Account elsewhere = *BridgeConfig::load(config).account(QStringLiteral("work"));
+    ASSERT_TRUE(changes().edit(elsewhere,
+                               AccountGroup::readFrom(config, QStringLiteral("work"))
+                                   ->with({{QStringLiteral("todo"), QStringLiteral("Tasks")}}),
+                               std::nullopt, &error))
+        << error.toStdString();
+    EXPECT_EQ(stored(QStringLiteral("grace"), QStringLiteral("localhost")),
+              std::optional<QString>(QStringLiteral("grace elsewhere")));
 }
 
 TEST_F(AccountChangesTest, WhatTheBridgeWouldRefuseIsNotWritten) {

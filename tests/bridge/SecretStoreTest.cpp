@@ -55,6 +55,20 @@ TEST_F(SecretStoreTest, APasswordIsOnlyHandedOutForItsOwnAccountUserAndHost) {
     }
 }
 
+TEST_F(SecretStoreTest, ForgettingAKeyRemovesItsPasswordAndNoOther) {
+    const SecretStore::Key elsewhere{Work.account, Work.user, QStringLiteral("imap.elsewhere.org")};
+    QString error;
+    ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("one"), &error))
+        << error.toStdString();
+    ASSERT_TRUE(store.store(elsewhere, QStringLiteral("label"), QStringLiteral("two"), &error))
+        << error.toStdString();
+    ASSERT_TRUE(store.forget(Work, &error)) << error.toStdString();
+    EXPECT_FALSE(store.lookup(Work).password.has_value());
+    EXPECT_EQ(store.lookup(elsewhere).password, std::optional<QString>(QStringLiteral("two")));
+    // Forgetting what is not there is no failure.
+    EXPECT_TRUE(store.forget(Work, &error)) << error.toStdString();
+}
+
 TEST_F(SecretStoreTest, StoringAgainReplacesThePassword) {
     QString error;
     ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("old"), &error))
@@ -137,6 +151,10 @@ TEST_F(SecretStoreTest, WithoutASecretServiceEveryCallFailsWithAClearError) {
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot store the password in the Secret Service: ")))
         << error.toStdString();
     EXPECT_FALSE(store.clear(QStringLiteral("work"), &error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot remove the password from the Secret Service: ")))
+        << error.toStdString();
+    error.clear();
+    EXPECT_FALSE(store.forget(Work, &error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot remove the password from the Secret Service: ")))
         << error.toStdString();
 }

@@ -24,19 +24,7 @@ import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from list_bench import SOURCE, container  # noqa: E402
-
-
-def start_xvfb():
-    """An Xvfb of its own; returns (process, display)."""
-    read, write = os.pipe()
-    server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
-                              pass_fds=(write,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    os.close(write)
-    with os.fdopen(read) as f:
-        number = f.readline().strip()
-    if not number:
-        sys.exit("Xvfb did not start")
-    return server, ":" + number
+from xvfb_server import start_xvfb, stop_xvfb  # noqa: E402
 
 
 def first_frame(command, env):
@@ -57,8 +45,6 @@ def main():
     build = os.path.abspath(args.build)
     program = args.program or os.path.join(build, "src", "app", "corvina-today")
     floor = [os.path.join(build, "bench", "bench_first_frame_floor")]
-    if not shutil.which("Xvfb"):
-        sys.exit("Xvfb is not installed (scripts/setup installs it)")
     server, display = start_xvfb()
     config = tempfile.mkdtemp(prefix="corvina-first-frame.")
     try:
@@ -79,8 +65,7 @@ def main():
             f, w = statistics.median(floors), statistics.median(widgets)
             print("| %s | %.1f | %.1f | %.2fx |" % (name, f, w, w / f))
     finally:
-        server.terminate()
-        server.wait()
+        stop_xvfb(server)
         shutil.rmtree(config, ignore_errors=True)
 
 

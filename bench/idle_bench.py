@@ -29,8 +29,8 @@ import tempfile
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from first_frame_bench import start_xvfb  # noqa: E402
 from list_bench import container  # noqa: E402
+from xvfb_server import start_xvfb, stop_xvfb  # noqa: E402
 
 TICKS = os.sysconf("SC_CLK_TCK")
 
@@ -112,8 +112,6 @@ def main():
     programs = [("this build", os.path.join(build, "src", "app", "corvina-today"))]
     if args.program:
         programs.insert(0, ("--program (%s)" % args.program, os.path.abspath(args.program)))
-    if not shutil.which("Xvfb"):
-        sys.exit("Xvfb is not installed (scripts/setup installs it)")
     sizes = [int(s) for s in args.sizes.split(",")]
     roots = {size: container(build, size) for size in sizes}
     server, display = start_xvfb()
@@ -154,8 +152,7 @@ def main():
             except subprocess.TimeoutExpired:
                 process.kill()
             shutil.rmtree(config, ignore_errors=True)
-        server.terminate()
-        server.wait()
+        stop_xvfb(server)
 
 
 if __name__ == "__main__":

@@ -42,8 +42,10 @@ SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path.insert(0, os.path.join(SOURCE, "tools"))
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import container_writer  # noqa: E402
-from first_frame_bench import first_frame, start_xvfb  # noqa: E402
+from first_frame_bench import first_frame  # noqa: E402
 from list_bench import container  # noqa: E402
+from snapshot_rename import rename_snapshot  # noqa: E402
+from xvfb_server import start_xvfb, stop_xvfb  # noqa: E402
 
 MAIL = "user0@example.org"
 NAME = "bench-newest"
@@ -133,16 +135,7 @@ class Widget:
                    # newer than every message of the container and of the rounds before
                    "date": int(time.time()) + 86400 + self.rounds}
         payload = container_writer.serialise(container_writer.snapshot_envelope([message], account=MAIL))
-        folder = os.path.join(self.data, container_writer.TODAY, MAIL)
-        temporary = os.path.join(folder, "." + NAME + ".bench.tmp")
-        with container_writer.locked(self.data, container_writer.TODAY):
-            with open(temporary, "wb") as f:
-                f.write(payload)
-                f.flush()
-                os.fsync(f.fileno())
-            start = time.monotonic_ns()
-            os.rename(temporary, os.path.join(folder, NAME))
-        return start
+        return rename_snapshot(self.data, MAIL, NAME, payload)
 
     def close(self):
         shutil.rmtree(self.root, ignore_errors=True)
@@ -163,8 +156,6 @@ def main():
     if not args.without_this_build:
         programs.append(("this build", os.path.join(build, "src", "app", "corvina-today")))
     floor = [os.path.join(build, "bench", "bench_first_frame_floor")]
-    if not shutil.which("Xvfb"):
-        sys.exit("Xvfb is not installed (scripts/setup installs it)")
     server, display = start_xvfb()
     env = dict(os.environ, DISPLAY=display, QT_QPA_PLATFORM="xcb", LC_ALL="C.UTF-8", CORVINA_BENCH_ROWS="1")
     floor_env = dict(env, CORVINA_BENCH_ROWS="0")
@@ -206,8 +197,7 @@ def main():
                 for _, widget in widgets:
                     widget.close()
     finally:
-        server.terminate()
-        server.wait()
+        stop_xvfb(server)
 
 
 if __name__ == "__main__":

@@ -30,6 +30,9 @@ SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path.insert(0, os.path.join(SOURCE, "tools"))
 import container_writer  # noqa: E402
 
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from snapshot_rename import rename_snapshot  # noqa: E402
+
 
 class Watch:
     """One `--list --watch --all` on its own copy of the shared folder."""
@@ -61,15 +64,7 @@ class Watch:
 
     def replace(self, mail, name, payload):
         """Milliseconds from the rename of `payload` over the snapshot to the new line."""
-        folder = os.path.join(self.data, container_writer.TODAY, mail)
-        temporary = os.path.join(folder, "." + name + ".bench.tmp")
-        with container_writer.locked(self.data, container_writer.TODAY):
-            with open(temporary, "wb") as f:
-                f.write(payload)
-                f.flush()
-                os.fsync(f.fileno())
-            start = time.monotonic_ns()
-            os.rename(temporary, os.path.join(folder, name))
+        start = rename_snapshot(self.data, mail, name, payload)
         self.line(30)
         return (time.monotonic_ns() - start) / 1e6
 

@@ -8,10 +8,10 @@
 // same account added through AT-SPI alone (tests/accounts/atspi_drive.py); an account's folders
 // edited from the keyboard.
 #include "bridge/BridgeTesting.h"
+#include "bridge/KeyringTest.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
 #include "support/AccessibilityDesktop.h"
-#include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 #include "support/ProcessStop.h"
 #include "support/Wait.h"
@@ -33,16 +33,14 @@ namespace {
 // Bounds for a machine kept busy: every wait ends as soon as what it waits for is there.
 constexpr int kFindSeconds = 60;
 
-class AccountsProgramTest : public BridgeServerTest {
+class AccountsProgramTest : public KeyringTest<BridgeServerTest> {
 protected:
     static inline const QString GracePassword = QStringLiteral("Tr0ub4dor&3 corvina");
 
     void SetUp() override {
-        BridgeServerTest::SetUp();
+        KeyringTest::SetUp();
         bus = PrivateSessionBus::instance();
         ASSERT_NE(bus, nullptr);
-        QString keyringError;
-        ASSERT_TRUE(keyring.start(&keyringError)) << keyringError.toStdString();
         server.addUser(QStringLiteral("grace"), GracePassword);
         server.createFolder(QStringLiteral("grace"), QStringLiteral("To Do"));
         QString error;
@@ -65,8 +63,7 @@ protected:
 
     void TearDown() override {
         stopProcess(program, 3000);
-        keyring.stop();
-        SecretStore::forgetService();
+        KeyringTest::TearDown();
     }
 
     XServer& x() const { return desktop->x(); }
@@ -149,7 +146,6 @@ protected:
     QTemporaryDir stateHome;
     PrivateSessionBus* bus = nullptr;
     AccessibilityDesktop* desktop = nullptr;
-    KeyringDaemon keyring;
     QProcessEnvironment programEnv;
     QProcess program;
     QString windowId;

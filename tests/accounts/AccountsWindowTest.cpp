@@ -13,11 +13,10 @@
 #include "accounts/FolderChooser.h"
 #include "accounts/PasswordPage.h"
 #include "bridge/BridgeTesting.h"
+#include "bridge/KeyringTest.h"
 #include "bridge/config/AccountChanges.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
-#include "support/KeyringDaemon.h"
-#include "support/PrivateSessionBus.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -44,15 +43,12 @@ QLabel* labelStartingWith(QWidget& root, const QString& start) {
     return nullptr;
 }
 
-class AccountsWindowTest : public BridgeServerTest {
+class AccountsWindowTest : public KeyringTest<BridgeServerTest> {
 protected:
     static inline const QString GracePassword = QStringLiteral("Tr0ub4dor&3 corvina");
 
     void SetUp() override {
-        BridgeServerTest::SetUp();
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+        KeyringTest::SetUp();
         server.addUser(QStringLiteral("grace"), GracePassword);
         server.deliver(QStringLiteral("grace"), QStringLiteral("INBOX"),
                        DovecotServer::message(QStringLiteral("For Grace"), QStringLiteral("ada@example.org"),
@@ -62,11 +58,6 @@ protected:
         // Where the bridge writes it with XDG_STATE_HOME set to stateHome.
         status = stateHome + QStringLiteral("/corvina/bridge-status.json");
     }
-    void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
-    }
-
     // Fills in grace's account on the test's server, as a person would: an address whose domain
     // the providers table does not know, so the server's fields are shown.
     void fillIn(AccountsWindow& window, const QString& password) {
@@ -86,7 +77,6 @@ protected:
         pressAndWait(window.addPage(), button);
     }
 
-    KeyringDaemon keyring;
     QString config;
     QString stateHome = configDir.filePath(QStringLiteral("xdg-state"));
     QString status;
@@ -299,8 +289,7 @@ namespace corvina::test {
 namespace {
 
 TEST_F(AccountsWindowTest, WithoutASecretServiceSaveSaysSoAndWritesNothing) {
-    keyring.stop();
-    SecretStore::forgetService();
+    stopKeyring(keyring);
     AccountsWindow window(config, status, 10);
     window.show();
     window.showAddPage();
@@ -320,8 +309,7 @@ TEST_F(AccountsWindowTest, WithoutASecretServiceSaveSaysSoAndWritesNothing) {
 TEST_F(AccountsWindowTest, WithoutASecretServiceRemoveSaysSoAndKeepsTheAccount) {
     writeConfig({{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()}})}});
     config = configDir.filePath(QStringLiteral("bridge.conf"));
-    keyring.stop();
-    SecretStore::forgetService();
+    stopKeyring(keyring);
     AccountsWindow window(config, status, 10);
     ASSERT_EQ(window.accounts().rowCount(), 1);
     selectRow(window, 0);
@@ -639,8 +627,7 @@ TEST_F(AccountsWindowEditTest, WithoutTheKeyringChangePasswordSaysSoAndKeepsTheO
     window.showPasswordPage();
     PasswordPage& page = window.passwordPage();
     ASSERT_TRUE(page.isVisible());
-    keyring.stop();
-    SecretStore::forgetService();
+    stopKeyring(keyring);
     QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("New password")), GracePassword);
     pressAndWait(page, QStringLiteral("Save"));
     EXPECT_TRUE(

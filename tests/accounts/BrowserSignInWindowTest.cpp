@@ -9,12 +9,11 @@
 #include "accounts/AccountsWindow.h"
 #include "accounts/AddAccountPage.h"
 #include "bridge/BridgeTesting.h"
+#include "bridge/KeyringTest.h"
 #include "bridge/config/OAuthEndpoints.h"
 #include "bridge/config/OAuthTokens.h"
 #include "bridge/config/SecretStore.h"
-#include "support/KeyringDaemon.h"
 #include "support/LogCapture.h"
-#include "support/PrivateSessionBus.h"
 #include "support/ScopedEnvironment.h"
 
 #include <QComboBox>
@@ -33,15 +32,12 @@
 namespace corvina::test {
 namespace {
 
-class BrowserSignInWindowTest : public TokenServerTest {
+class BrowserSignInWindowTest : public KeyringTest<TokenServerTest> {
 protected:
     void SetUp() override {
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
         OAuthTokens::forgetAll();
         OAuthEndpoints::forgetDiscovered();
-        TokenServerTest::SetUp();
+        KeyringTest::SetUp();
         // The provider signs in the account's mail (its login_hint): Dovecot's user is the address.
         server.addUser(Mail, Password);
         server.deliver(Mail, QStringLiteral("INBOX"),
@@ -57,8 +53,7 @@ protected:
         useBrowser(standInBrowser(scripts.path(), QStringLiteral("follow")));
     }
     void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
+        KeyringTest::TearDown();
         OAuthTokens::forgetAll();
         OAuthEndpoints::forgetDiscovered();
     }
@@ -120,7 +115,6 @@ protected:
         return found;
     }
 
-    KeyringDaemon keyring;
     SecretStore store{10000};
     QTemporaryDir scripts;
     std::unique_ptr<ScopedEnvironment> browser;

@@ -6,9 +6,7 @@
 #include "accounts/AddAccountPage.h"
 #include "accounts/FolderChooser.h"
 #include "bridge/BridgeTesting.h"
-#include "bridge/config/SecretStore.h"
-#include "support/KeyringDaemon.h"
-#include "support/PrivateSessionBus.h"
+#include "bridge/KeyringTest.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -21,29 +19,20 @@
 namespace corvina::test {
 namespace {
 
-class FolderChoiceTest : public BridgeServerTest {
+class FolderChoiceTest : public KeyringTest<BridgeServerTest> {
 protected:
     void SetUp() override {
-        BridgeServerTest::SetUp();
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+        KeyringTest::SetUp();
         config = configDir.filePath(QStringLiteral("bridge.conf"));
         server.createFolder(User, QStringLiteral("To Do"));
         server.createFolder(User, QStringLiteral("Notizen &AOQ-"));
     }
-    void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
-    }
-
     // Ada's account on the test's server, as a person fills it in.
     void fillIn(AddAccountPage& page, const QString& password) {
         typeServer(page, Mail, server.host(), server.port(), User);
         QTest::keyClicks(named<QLineEdit>(page, QStringLiteral("Password")), password);
     }
 
-    KeyringDaemon keyring;
     QString config;
 };
 

@@ -5,10 +5,9 @@
 #include "bridge/config/AccountChanges.h"
 
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/SecretStore.h"
 #include "bridge/service/LiveBridge.h"
-#include "support/KeyringDaemon.h"
-#include "support/PrivateSessionBus.h"
 
 #include <QFile>
 #include <QSettings>
@@ -17,24 +16,17 @@
 namespace corvina::test {
 namespace {
 
-class AccountChangesTest : public BridgeServerTest {
+class AccountChangesTest : public KeyringTest<BridgeServerTest> {
 protected:
     void SetUp() override {
-        BridgeServerTest::SetUp();
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        KeyringTest::SetUp();
         QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
         // ada's account with its password in the keyring, as `account add` leaves it.
         config = writeConfig(
             {{QStringLiteral("work"), accountKeys({{QStringLiteral("passwordCommand"), QVariant()}})}});
         work = *BridgeConfig::load(config).account(QStringLiteral("work"));
         ASSERT_TRUE(changes().replacePassword(work, Password, &error)) << error.toStdString();
     }
-    void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
-    }
-
     AccountChanges changes() const { return AccountChanges(config, 10000); }
     AccountGroup editedWork(const QVariantMap& changed) const {
         return AccountGroup::readFrom(config, QStringLiteral("work"))->with(changed);
@@ -42,12 +34,15 @@ protected:
     QString key(const QString& name) const {
         return QSettings(config, QSettings::IniFormat).value(QStringLiteral("work/") + name).toString();
     }
+    // The password the keyring holds for the account `work` of `user` on `host`, if any.
+    std::optional<QString> stored(const QString& user, const QString& host) const {
+        return SecretStore(10000).lookup({QStringLiteral("work"), user, host}).password;
+    }
     QString fileText() const {
         QFile file(config);
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     }
 
-    KeyringDaemon keyring;
     QString config;
     BridgeConfig::Account work;
 };
@@ -74,6 +69,7 @@ TEST_F(AccountChangesTest, ANewLoginNameNeedsItsPasswordAndThenHasIt) {
     EXPECT_EQ(error, QStringLiteral("the server or login name changed: the password for them is needed; "
                                     "nothing was changed"));
     EXPECT_EQ(key(QStringLiteral("user")), User);
+    EXPECT_EQ(stored(User, server.host()), std::optional<QString>(Password)) << "a refused edit keeps it";
 
     error.clear();
     ASSERT_TRUE(changes().edit(work, grace, QStringLiteral("grace's own"), &error)) << error.toStdString();
@@ -87,6 +83,38 @@ TEST_F(AccountChangesTest, ANewLoginNameNeedsItsPasswordAndThenHasIt) {
     EXPECT_TRUE(check.ok) << check.error.toStdString();
 }
 
+// The keyring keys a password by account, login name and server: after an edit to another login or
+// server nothing would ask for the old one again, so it goes, and only it.
+TEST_F(AccountChangesTest, AnEditToAnotherLoginOrServerTakesTheOldPasswordOutOfTheKeyring) {
+    QString error;
+    ASSERT_TRUE(changes().edit(work, editedWork({{QStringLiteral("user"), QStringLiteral("grace")}}),
+                               QStringLiteral("grace's own"), &error))
+        << error.toStdString();
+    EXPECT_EQ(stored(User, server.host()), std::nullopt);
+    EXPECT_EQ(stored(QStringLiteral("grace"), server.host()),
+              std::optional<QString>(QStringLiteral("grace's own")));
+
+    const BridgeConfig::Account grace = *BridgeConfig::load(config).account(QStringLiteral("work"));
+    const AccountGroup moved = AccountGroup::readFrom(config, QStringLiteral("work"))
+                                   ->with({{QStringLiteral("host"), QStringLiteral("localhost")}});
+    ASSERT_TRUE(changes().edit(grace, moved, QStringLiteral("grace elsewhere"), &error))
+        << error.toStdString();
+    EXPECT_EQ(key(QStringLiteral("host")), QStringLiteral("localhost"));
+    EXPECT_EQ(stored(QStringLiteral("grace"), server.host()), std::nullopt);
+    EXPECT_EQ(stored(QStringLiteral("grace"), QStringLiteral("localhost")),
+              std::optional<QString>(QStringLiteral("grace elsewhere")));
+
+    // An edit of anything else leaves the password where it is.
+    const BridgeConfig::Account elsewhere = *BridgeConfig::load(config).account(QStringLiteral("work"));
+    ASSERT_TRUE(changes().edit(elsewhere,
+                               AccountGroup::readFrom(config, QStringLiteral("work"))
+                                   ->with({{QStringLiteral("todo"), QStringLiteral("Tasks")}}),
+                               std::nullopt, &error))
+        << error.toStdString();
+    EXPECT_EQ(stored(QStringLiteral("grace"), QStringLiteral("localhost")),
+              std::optional<QString>(QStringLiteral("grace elsewhere")));
+}
+
 TEST_F(AccountChangesTest, WhatTheBridgeWouldRefuseIsNotWritten) {
     const QString before = fileText();
     QString error;
@@ -97,8 +125,7 @@ TEST_F(AccountChangesTest, WhatTheBridgeWouldRefuseIsNotWritten) {
 }
 
 TEST_F(AccountChangesTest, WithoutTheKeyringANewLoginChangesNothing) {
-    keyring.stop();
-    SecretStore::forgetService();
+    stopKeyring(keyring);
     const QString before = fileText();
     QString error;
     EXPECT_FALSE(changes().edit(work, editedWork({{QStringLiteral("user"), QStringLiteral("grace")}}),

@@ -1,10 +1,9 @@
 // `corvina-mail-bridge account add | password | remove` as a user (or a script) runs them, with a
 // real keyring daemon on a private session bus and the test's own Dovecot.
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/AccountPassword.h"
 #include "bridge/config/SecretStore.h"
-#include "support/KeyringDaemon.h"
-#include "support/PrivateSessionBus.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -23,26 +22,19 @@
 namespace corvina::test {
 namespace {
 
-class AccountCommandTest : public BridgeServerTest {
+class AccountCommandTest : public KeyringTest<BridgeServerTest> {
 protected:
     // A password nothing else in the output could contain by chance.
     static inline const QString GracePassword = QStringLiteral("Tr0ub4dor&3 corvina");
 
     void SetUp() override {
-        BridgeServerTest::SetUp();
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
+        KeyringTest::SetUp();
         server.addUser(QStringLiteral("grace"), GracePassword);
         server.deliver(QStringLiteral("grace"), QStringLiteral("INBOX"),
                        DovecotServer::message(QStringLiteral("For Grace"), QStringLiteral("ada@example.org"),
                                               QStringLiteral("Tue, 14 Nov 2023 22:13:20 +0000"),
                                               QStringLiteral("<g1@example.org>")));
         config = configDir.filePath(QStringLiteral("bridge.conf"));
-    }
-    void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
     }
 
     // The answers to `account add`, one a line; empty ones take the defaults. The folders are left
@@ -74,7 +66,6 @@ protected:
         return SecretStore(10000).lookup({account, user, host});
     }
 
-    KeyringDaemon keyring;
     QString config;
 };
 

@@ -9,11 +9,10 @@
 #include "bridge/config/DesktopAccounts.h"
 
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/AccountCredential.h"
-#include "bridge/config/SecretStore.h"
 #include "platform/PropertyList.h"
 #include "shared/ConstVars.h"
-#include "support/KeyringDaemon.h"
 #include "support/OAuthProvider.h"
 #include "support/OnlineAccountsDaemon.h"
 #include "support/OnlineAccountsStandIn.h"
@@ -110,19 +109,19 @@ protected:
 // ---------------------------------------------------------------------------------------------------
 // The real goa-daemon, with an "IMAP and SMTP" account made through its Manager.AddAccount.
 
-class OnlineAccountsDaemonTest : public DesktopAccountsTest {
+class OnlineAccountsDaemonTest : public KeyringTest<DesktopAccountsTest> {
 protected:
     // A password no other file of the test holds, so that finding it anywhere means it leaked.
     static inline const QString GracePassword = QStringLiteral("pw-of-grace-4f1c9a");
     static inline const QString GraceMail = QStringLiteral("grace@example.org");
 
+    // The keyring is up by now: the daemon keeps its accounts' passwords there.
     void startServices() override {
         QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
         ASSERT_TRUE(goa.start(&error)) << error.toStdString();
     }
     void SetUp() override {
-        DesktopAccountsTest::SetUp();
+        KeyringTest::SetUp();
         server.addUser(QStringLiteral("grace"), GracePassword);
         QString error;
         id = goa.addImapAccount(GraceMail, QStringLiteral("Grace Hopper"), server.host(), server.port(),
@@ -136,8 +135,7 @@ protected:
     }
     void TearDown() override {
         goa.stop();
-        keyring.stop();
-        SecretStore::forgetService();
+        KeyringTest::TearDown();
     }
     QVariantList graceInbox() const {
         const PropertyList::Result parsed =
@@ -146,7 +144,6 @@ protected:
         return parsed.ok() ? parsed.value.toMap().value(QStringLiteral("data")).toList() : QVariantList();
     }
 
-    KeyringDaemon keyring;
     OnlineAccountsDaemon goa;
     QString id;
 };

@@ -6,6 +6,7 @@
 #include "bridge/service/LiveBridge.h"
 
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/AccountCredential.h"
 #include "bridge/config/AccountPassword.h"
 #include "bridge/config/SecretStore.h"
@@ -13,7 +14,6 @@
 #include "bridge/service/CommandService.h"
 #include "model/SnapshotFormat.h"
 #include "shared/ConstVars.h"
-#include "support/KeyringDaemon.h"
 #include "support/PrivateSessionBus.h"
 
 #include <QCoreApplication>
@@ -36,6 +36,7 @@
 #include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
+#include <memory>
 
 namespace corvina::test {
 namespace {
@@ -674,22 +675,7 @@ TEST_F(ReloadBridgeTest, AFileThatNoLongerReadsIsRefusedWithOneLineAndSyncingGoe
 }
 
 // The foreground mode with a real keyring on the private session bus, started for each test.
-class LiveKeyringBridgeTest : public LiveBridgeTest {
-protected:
-    void SetUp() override {
-        LiveBridgeTest::SetUp();
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
-    }
-    void TearDown() override {
-        LiveBridgeTest::TearDown();
-        keyring.stop();
-        SecretStore::forgetService();
-    }
-
-    KeyringDaemon keyring;
-};
+class LiveKeyringBridgeTest : public KeyringTest<LiveBridgeTest> {};
 
 // Each account's worker asks for its password as --once and check do: an account without a
 // passwordCommand gets it from the Secret Service, several accounts at once on their own threads.
@@ -785,18 +771,8 @@ TEST_F(LiveTlsBridgeTest, AnUntrustedCertificateIsAFailureTriedAgain) {
 // The Accounts window's nudge, on the private session bus to a bridge with a real keyring: an
 // account that failed its login waits for its retry, here made far longer than the test's bound so
 // that only the nudge can end it.
-class NudgeBridgeTest : public BridgeServerTest {
+class NudgeBridgeTest : public KeyringTest<BridgeServerTest> {
 protected:
-    void SetUp() override {
-        BridgeServerTest::SetUp();
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
-    }
-    void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
-    }
     // Lets the bridge's event loop run until `done` holds, up to `timeoutMs`; whether it held.
     static bool runUntil(const std::function<bool()>& done, int timeoutMs) {
         const QDeadlineTimer deadline(timeoutMs);
@@ -815,46 +791,63 @@ protected:
         }
         return false;
     }
+    bool said(const QString& text) const {
+        return std::any_of(lines.begin(), lines.end(), [&](const QString& l) { return l.contains(text); });
+    }
 
-    KeyringDaemon keyring;
+    // ada's account with a wrong password in the keyring, a message waiting for her, and a bridge
+    // (with its bus service) that tried, was refused and now waits an hour to try again.
+    void startWithTheWrongPassword() {
+        config = writeConfig({{QStringLiteral("work"), accountKeys({{"passwordCommand", QVariant()}})}});
+        const BridgeConfig accounts = BridgeConfig::load(config);
+        ASSERT_EQ(accounts.accounts().size(), 1);
+        account = accounts.accounts().first();
+        QString error;
+        ASSERT_TRUE(store.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account),
+                                QStringLiteral("wrong"), &error))
+            << error.toStdString();
+        deliver(QStringLiteral("Waiting for the right password"));
+
+        AccountWorker::Timing timing;
+        timing.timeoutSeconds = 10;
+        timing.firstRetrySeconds = 3600;
+        timing.maxRetrySeconds = 3600;
+        bridge = std::make_unique<LiveBridge>(
+            accounts, container.data(), stateDir.filePath(QStringLiteral("status.json")),
+            [](const BridgeConfig::Account& a, QString* why) { return AccountCredential::obtain(a, why); },
+            timing);
+        QObject::connect(bridge.get(), &LiveBridge::log, [this](const QString& line) { lines << line; });
+        ASSERT_TRUE(host.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
+        QObject::connect(&host, &CommandService::retryRequested, bridge.get(), &LiveBridge::retryNow);
+        QObject::connect(&host, &CommandService::retryRequested, [this] { ++nudges; });
+        ASSERT_TRUE(bridge->start(&error)) << error.toStdString();
+        ASSERT_TRUE(runUntil([&] { return said(QStringLiteral("; trying again in 3600 s")); }, 30000))
+            << lines.join(u'\n').toStdString();
+        ASSERT_FALSE(shows(QStringLiteral("Waiting for the right password")));
+    }
+    void TearDown() override {
+        if (bridge) {
+            EXPECT_TRUE(bridge->stop(10000));
+        }
+        bridge.reset();
+        KeyringTest::TearDown();
+    }
+
     QTemporaryDir stateDir;
+    const SecretStore store{10000};
+    QString config;
+    BridgeConfig::Account account;
+    CommandService host;
+    std::unique_ptr<LiveBridge> bridge;
+    QStringList lines;
+    int nudges = 0;
 };
 
 TEST_F(NudgeBridgeTest, WithTheRightPasswordStoredANudgeSyncsAtOnceInsteadOfAfterTheBackOff) {
-    const QString path =
-        writeConfig({{QStringLiteral("work"), accountKeys({{"passwordCommand", QVariant()}})}});
-    const BridgeConfig config = BridgeConfig::load(path);
-    ASSERT_EQ(config.accounts().size(), 1);
-    const BridgeConfig::Account& account = config.accounts().first();
-    const SecretStore store(10000);
-    QString error;
-    ASSERT_TRUE(store.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account),
-                            QStringLiteral("wrong"), &error))
-        << error.toStdString();
-    deliver(QStringLiteral("Waiting for the right password"));
-
-    AccountWorker::Timing timing;
-    timing.timeoutSeconds = 10;
-    timing.firstRetrySeconds = 3600;
-    timing.maxRetrySeconds = 3600;
-    LiveBridge bridge(
-        config, container.data(), stateDir.filePath(QStringLiteral("status.json")),
-        [](const BridgeConfig::Account& a, QString* why) { return AccountCredential::obtain(a, why); },
-        timing);
-    QStringList lines;
-    QObject::connect(&bridge, &LiveBridge::log, [&lines](const QString& line) { lines << line; });
-    const auto said = [&lines](const QString& text) {
-        return std::any_of(lines.begin(), lines.end(), [&](const QString& l) { return l.contains(text); });
-    };
-    CommandService host;
-    ASSERT_TRUE(host.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
-    QObject::connect(&host, &CommandService::retryRequested, &bridge, &LiveBridge::retryNow);
-    ASSERT_TRUE(bridge.start(&error)) << error.toStdString();
-    ASSERT_TRUE(runUntil([&] { return said(QStringLiteral("; trying again in 3600 s")); }, 30000))
-        << lines.join(u'\n').toStdString();
-    ASSERT_FALSE(shows(QStringLiteral("Waiting for the right password")));
+    ASSERT_NO_FATAL_FAILURE(startWithTheWrongPassword());
 
     // Change password: the right one stored, then the window's nudge.
+    QString error;
     ASSERT_TRUE(
         store.store(AccountPassword::keyOf(account), AccountPassword::labelOf(account), Password, &error))
         << error.toStdString();
@@ -870,7 +863,35 @@ TEST_F(NudgeBridgeTest, WithTheRightPasswordStoredANudgeSyncsAtOnceInsteadOfAfte
     EXPECT_TRUE(
         runUntil([&] { return said(QStringLiteral("nudged: no account is waiting to try again")); }, 30000))
         << lines.join(u'\n').toStdString();
-    EXPECT_TRUE(bridge.stop(10000));
+}
+
+// `account password` on the command line nudges the running bridge as the window does: a new
+// password changes no file the bridge follows. One that stored nothing nudges nobody.
+TEST_F(NudgeBridgeTest, AccountPasswordOnTheCommandLineNudgesTheBridgeWhichSyncsAtOnce) {
+    ASSERT_NO_FATAL_FAILURE(startWithTheWrongPassword());
+
+    const BridgeRun refused =
+        runBridge({QStringLiteral("account"), QStringLiteral("password"), QStringLiteral("work")}, config,
+                  QByteArray("\n"));
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_EQ(
+        refused.err,
+        QStringLiteral("corvina-mail-bridge: account password: no password given; nothing was changed\n"));
+    const BridgeRun changed =
+        runBridge({QStringLiteral("account"), QStringLiteral("password"), QStringLiteral("work")}, config,
+                  Password.toUtf8() + '\n');
+    EXPECT_EQ(changed.exitCode, 0) << changed.err.toStdString();
+    EXPECT_TRUE(changed.out.contains(
+        QStringLiteral("Stored the password of work (ada@example.org) in the Secret Service")))
+        << changed.out.toStdString();
+
+    // Far sooner than the hour the bridge was waiting.
+    EXPECT_TRUE(runUntil([&] { return shows(QStringLiteral("Waiting for the right password")); }, 30000))
+        << lines.join(u'\n').toStdString();
+    EXPECT_TRUE(said(QStringLiteral("work: nudged: trying again now"))) << lines.join(u'\n').toStdString();
+    // The bus hands on each program's messages in the order it got them, and the refused run ended
+    // before the other started: had it nudged, that nudge would have come first.
+    EXPECT_EQ(nudges, 1);
 }
 
 // Without a bridge the nudge goes nowhere: handed to the bus, nothing started, nothing failing.

@@ -5,13 +5,15 @@
 #include "bridge/config/OAuthSignIn.h"
 
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/OAuthEndpoints.h"
 #include "bridge/config/OAuthTokens.h"
 #include "bridge/config/SecretStore.h"
-#include "support/KeyringDaemon.h"
+#include "bridge/service/CommandService.h"
 #include "support/OAuthProvider.h"
-#include "support/PrivateSessionBus.h"
+#include "support/Wait.h"
 
+#include <QDBusConnection>
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFile>
@@ -28,20 +30,18 @@ namespace {
 
 constexpr int RequestMs = 15000;
 
-class OAuthSignInTest : public ::testing::Test {
+class OAuthSignInTest : public KeyringTest<> {
 protected:
     void SetUp() override {
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
+        KeyringTest::SetUp();
         ASSERT_TRUE(dir.isValid());
         QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
         ASSERT_TRUE(provider.start(&error)) << error.toStdString();
         OAuthTokens::forgetAll();
         OAuthEndpoints::forgetDiscovered();
     }
     void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
+        KeyringTest::TearDown();
         OAuthTokens::forgetAll();
         OAuthEndpoints::forgetDiscovered();
     }
@@ -116,7 +116,6 @@ protected:
     static inline const QString Mail = QStringLiteral("ada@example.org");
 
     QTemporaryDir dir;
-    KeyringDaemon keyring;
     OAuthProvider provider;
     SecretStore store{10000};
     QList<QUrl> authorizeUrls;
@@ -463,6 +462,35 @@ TEST_F(SignInProgramTest, AForgedStateFailsTheCommandWithALineAndStoresNothing) 
                        "browser came back with another sign-in's state; nothing was stored\n")))
         << run.err.toStdString();
     EXPECT_FALSE(storedRefreshToken(custom(), provider.tokenUrl()).has_value());
+}
+
+// A new sign-in changes no file a running bridge follows, so `account signin` nudges it, as the
+// Accounts window does after a sign-in: an account waiting with "sign-in needed" tries at once. The
+// bridge's own bus service stands for the bridge here. A failed sign-in nudges nobody.
+TEST_F(SignInProgramTest, ASignInNudgesARunningBridgeAndAFailedOneDoesNot) {
+    CommandService host;
+    QString error;
+    ASSERT_TRUE(host.registerOn(QDBusConnection::sessionBus(), &error)) << error.toStdString();
+    int nudges = 0;
+    QObject::connect(&host, &CommandService::retryRequested, [&nudges] { ++nudges; });
+
+    const QString config = writeConfig();
+    const SignInRun refused = signIn(config, QStringLiteral("forge-state"));
+    EXPECT_EQ(refused.exitCode, 1) << refused.err.toStdString();
+    EXPECT_TRUE(refused.err.contains(QStringLiteral("corvina-mail-bridge: work: sign-in failed: ")))
+        << refused.err.toStdString();
+    const SignInRun run = signIn(config, QStringLiteral("follow"));
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    // The service hears the bus through the event loop.
+    EXPECT_TRUE(waitFor(
+        [&nudges] {
+            QCoreApplication::processEvents();
+            return nudges > 0;
+        },
+        30000));
+    // The bus hands on each program's messages in the order it got them, and the refused run ended
+    // before the other started: had it nudged, that nudge would have come first.
+    EXPECT_EQ(nudges, 1);
 }
 
 TEST_F(SignInProgramTest, AnAccountThatLogsInWithAPasswordHasNoSignIn) {

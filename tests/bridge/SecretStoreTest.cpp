@@ -3,9 +3,8 @@
 #include "bridge/config/SecretStore.h"
 
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/config/AccountPassword.h"
-#include "support/KeyringDaemon.h"
-#include "support/PrivateSessionBus.h"
 
 #include <array>
 #include <gtest/gtest.h>
@@ -15,23 +14,11 @@
 namespace corvina::test {
 namespace {
 
-class SecretStoreTest : public ::testing::Test {
+class SecretStoreTest : public KeyringTest<> {
 protected:
-    void SetUp() override {
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
-    }
-    // The next test's keyring is another daemon: libsecret must not keep talking to this one.
-    void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
-    }
-
     static inline const SecretStore::Key Work{QStringLiteral("work"), QStringLiteral("ada"),
                                               QStringLiteral("imap.example.org")};
 
-    KeyringDaemon keyring;
     SecretStore store{10000};
 };
 
@@ -66,6 +53,20 @@ TEST_F(SecretStoreTest, APasswordIsOnlyHandedOutForItsOwnAccountUserAndHost) {
             << other.account.toStdString() << " " << other.user.toStdString() << " "
             << other.host.toStdString();
     }
+}
+
+TEST_F(SecretStoreTest, ForgettingAKeyRemovesItsPasswordAndNoOther) {
+    const SecretStore::Key elsewhere{Work.account, Work.user, QStringLiteral("imap.elsewhere.org")};
+    QString error;
+    ASSERT_TRUE(store.store(Work, QStringLiteral("label"), QStringLiteral("one"), &error))
+        << error.toStdString();
+    ASSERT_TRUE(store.store(elsewhere, QStringLiteral("label"), QStringLiteral("two"), &error))
+        << error.toStdString();
+    ASSERT_TRUE(store.forget(Work, &error)) << error.toStdString();
+    EXPECT_FALSE(store.lookup(Work).password.has_value());
+    EXPECT_EQ(store.lookup(elsewhere).password, std::optional<QString>(QStringLiteral("two")));
+    // Forgetting what is not there is no failure.
+    EXPECT_TRUE(store.forget(Work, &error)) << error.toStdString();
 }
 
 TEST_F(SecretStoreTest, StoringAgainReplacesThePassword) {
@@ -140,8 +141,7 @@ TEST_F(SecretStoreTest, AKeyringThatDoesNotAnswerIsGivenUpOnWithAClearError) {
 }
 
 TEST_F(SecretStoreTest, WithoutASecretServiceEveryCallFailsWithAClearError) {
-    keyring.stop();
-    SecretStore::forgetService();
+    stopKeyring(keyring);
     const SecretStore::Lookup found = store.lookup(Work);
     EXPECT_FALSE(found.password.has_value());
     EXPECT_TRUE(found.error.startsWith(QStringLiteral("cannot read the password from the Secret Service: ")))
@@ -151,6 +151,10 @@ TEST_F(SecretStoreTest, WithoutASecretServiceEveryCallFailsWithAClearError) {
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot store the password in the Secret Service: ")))
         << error.toStdString();
     EXPECT_FALSE(store.clear(QStringLiteral("work"), &error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot remove the password from the Secret Service: ")))
+        << error.toStdString();
+    error.clear();
+    EXPECT_FALSE(store.forget(Work, &error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot remove the password from the Secret Service: ")))
         << error.toStdString();
 }

@@ -3,6 +3,7 @@
 // token. The tokenCommand is a small script of the test's that prints the next line of a file of
 // tokens the test minted, and counts its runs.
 #include "BridgeTesting.h"
+#include "KeyringTest.h"
 #include "bridge/commands/CommandWorker.h"
 #include "bridge/config/OAuthEndpoints.h"
 #include "bridge/config/OAuthTokens.h"
@@ -10,7 +11,6 @@
 #include "bridge/imap/ImapSession.h"
 #include "bridge/service/LiveBridge.h"
 #include "bridge/sync/AccountWorker.h"
-#include "support/KeyringDaemon.h"
 #include "support/NotificationRecorder.h"
 #include "support/OAuthProvider.h"
 #include "support/PrivateSessionBus.h"
@@ -292,19 +292,15 @@ TEST_F(TokenCommandWorkerTest, ATokenRefusedTwiceFailsTheCommandWithALineSayingS
 
 // auth = oauth2 with an oauthProvider: the bridge's own sign-in (OAuthTokens), its refresh token
 // kept in a real keyring as `account signin` keeps it, minted here without a browser.
-class ProviderAccountTest : public TokenAccountTest {
+class ProviderAccountTest : public KeyringTest<TokenAccountTest> {
 protected:
     void SetUp() override {
-        ASSERT_NE(PrivateSessionBus::instance(), nullptr);
-        QString error;
-        ASSERT_TRUE(keyring.start(&error)) << error.toStdString();
         OAuthTokens::forgetAll();
         OAuthEndpoints::forgetDiscovered();
-        TokenAccountTest::SetUp();
+        KeyringTest::SetUp();
     }
     void TearDown() override {
-        keyring.stop();
-        SecretStore::forgetService();
+        KeyringTest::TearDown();
         OAuthTokens::forgetAll();
         OAuthEndpoints::forgetDiscovered();
     }
@@ -344,7 +340,6 @@ protected:
         return keys;
     }
 
-    KeyringDaemon keyring;
     SecretStore store{10000};
 };
 

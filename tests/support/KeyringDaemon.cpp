@@ -1,6 +1,6 @@
 #include "KeyringDaemon.h"
 
-#include "PrivateSessionBus.h"
+#include "DaemonEnvironment.h"
 #include "ProcessStop.h"
 
 #include <QDBusConnection>
@@ -9,8 +9,6 @@
 #include <QDBusObjectPath>
 #include <QDBusReply>
 #include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
 #include <QProcessEnvironment>
 #include <signal.h>
 
@@ -50,28 +48,12 @@ bool KeyringDaemon::start(QString* error) {
         stop();
         return false;
     };
-    PrivateSessionBus* bus = PrivateSessionBus::instance();
-    if (bus == nullptr)
-        return fail(QStringLiteral("no private session bus (is dbus-daemon installed?)"));
-    if (!m_dir.isValid())
-        return fail(QStringLiteral("no temporary folder for the keyring"));
-    const QString home = m_dir.filePath(QStringLiteral("home"));
-    const QString runtime = m_dir.filePath(QStringLiteral("run"));
-    QDir().mkpath(home);
-    QDir().mkpath(runtime);
-    QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus->address());
-    environment.insert(QStringLiteral("HOME"), home);
-    environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
-    environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/.local/share"));
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/.config"));
-    environment.insert(QStringLiteral("XDG_CACHE_HOME"), home + QStringLiteral("/.cache"));
+    QString why;
     // No desktop to show a prompt on: anything that would ask fails instead of waiting.
-    environment.remove(QStringLiteral("DISPLAY"));
-    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
-    m_process.setProcessEnvironment(environment);
+    const std::optional<QProcessEnvironment> environment = daemonEnvironment(m_dir, &why);
+    if (!environment)
+        return fail(why);
+    m_process.setProcessEnvironment(*environment);
     m_process.setProcessChannelMode(QProcess::MergedChannels);
     m_process.start(
         QStringLiteral("gnome-keyring-daemon"),

@@ -1,7 +1,7 @@
 #include "OnlineAccountsDaemon.h"
 
+#include "DaemonEnvironment.h"
 #include "OnlineAccountsStandIn.h"
-#include "PrivateSessionBus.h"
 #include "ProcessStop.h"
 
 #include <QDBusConnection>
@@ -9,7 +9,6 @@
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
-#include <QDir>
 #include <QFile>
 #include <QMap>
 #include <QProcessEnvironment>
@@ -53,30 +52,14 @@ bool OnlineAccountsDaemon::start(QString* error) {
         stop();
         return false;
     };
-    PrivateSessionBus* bus = PrivateSessionBus::instance();
-    if (bus == nullptr)
-        return fail(QStringLiteral("no private session bus (is dbus-daemon installed?)"));
-    if (!m_dir.isValid())
-        return fail(QStringLiteral("no temporary folder for goa-daemon"));
     if (!QFile::exists(QString::fromLatin1(Program)))
         return fail(QStringLiteral("%1 is missing: install gnome-online-accounts (scripts/setup)")
                         .arg(QString::fromLatin1(Program)));
-    const QString home = m_dir.filePath(QStringLiteral("home"));
-    const QString runtime = m_dir.filePath(QStringLiteral("run"));
-    QDir().mkpath(home);
-    QDir().mkpath(runtime);
-    QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus->address());
-    environment.insert(QStringLiteral("HOME"), home);
-    environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
-    environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/.local/share"));
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/.config"));
-    environment.insert(QStringLiteral("XDG_CACHE_HOME"), home + QStringLiteral("/.cache"));
-    // Headless: nothing it would show has anywhere to go.
-    environment.remove(QStringLiteral("DISPLAY"));
-    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
-    m_process.setProcessEnvironment(environment);
+    QString why;
+    const std::optional<QProcessEnvironment> environment = daemonEnvironment(m_dir, &why);
+    if (!environment)
+        return fail(why);
+    m_process.setProcessEnvironment(*environment);
     // Its log goes to a file: a pipe nobody reads would stop it once full.
     m_process.setStandardOutputFile(m_dir.filePath(QStringLiteral("goa-daemon.log")));
     m_process.setStandardErrorFile(m_dir.filePath(QStringLiteral("goa-daemon.log")), QIODevice::Append);

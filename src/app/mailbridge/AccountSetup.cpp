@@ -2,6 +2,7 @@
 
 #include "bridge/config/AccountChanges.h"
 #include "bridge/config/CommandLine.h"
+#include "bridge/service/BridgeNudge.h"
 
 #include <QDir>
 #include <csignal>
@@ -423,6 +424,9 @@ int AccountSetup::setPassword(const QString& name) {
         return fail(QStringLiteral("account password: %1").arg(error));
     m_out << "Stored the password of " << account->name << " (" << account->mail << ") in the Secret Service"
           << Qt::endl;
+    // A running bridge follows bridge.conf, but a new password changes no file: told, as the
+    // Accounts window tells it, so that an account waiting after a refused login tries at once.
+    BridgeNudge::sendBeforeExit();
     return Ok;
 }
 

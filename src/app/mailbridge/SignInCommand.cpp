@@ -1,6 +1,7 @@
 #include "SignInCommand.h"
 
 #include "bridge/config/BrowserSignIn.h"
+#include "bridge/service/BridgeNudge.h"
 
 namespace corvina {
 
@@ -26,6 +27,9 @@ int SignInCommand::exec(const QString& name) {
     }
     m_out << account->name << ": signed in as " << account->mail
           << "; the sign-in is kept in the Secret Service" << Qt::endl;
+    // A new sign-in changes no file the running bridge follows: told, as the Accounts window tells
+    // it, so that an account waiting with "sign-in needed" tries at once.
+    BridgeNudge::sendBeforeExit();
     return Ok;
 }
 

@@ -61,7 +61,16 @@ bool AccountChanges::edit(const BridgeConfig::Account& before, const AccountGrou
             *error = QStringLiteral("%1; nothing was changed").arg(why);
         return false;
     }
-    return edited.replaceIn(m_path, error);
+    if (!edited.replaceIn(m_path, error))
+        return false;
+    if (movesPassword(before, after)) {
+        // Deliberately not a failure of the edit when the keyring does not answer now: the edit is
+        // written and its new password stored, the old one is never handed to the new server or
+        // login, and `account remove` takes it out with the rest of the account's.
+        QString ignored;
+        m_secrets.forget(AccountPassword::keyOf(before), &ignored);
+    }
+    return true;
 }
 
 bool AccountChanges::setEnabled(const BridgeConfig::Account& account, bool enabled, QString* error) const {

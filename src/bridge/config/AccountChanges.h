@@ -34,7 +34,9 @@ public:
     // place of the group of `before`. It is read as the bridge reads it first, and what the bridge
     // would refuse is refused with nothing written. When the server or login name changed for an
     // account whose password is in the keyring (movesPassword), the password for the new ones,
-    // `newPassword`, is needed and stored first; a given `newPassword` is stored in any case.
+    // `newPassword`, is needed and stored first; a given `newPassword` is stored in any case. Once
+    // the group is written, the password of the old server or login name is taken out of the
+    // keyring: nothing would ever ask for it again.
     bool edit(const BridgeConfig::Account& before, const AccountGroup& edited,
               const std::optional<QString>& newPassword, QString* error) const;
     // Whether the keyring's password of `before` no longer serves `after`: the keyring keys a

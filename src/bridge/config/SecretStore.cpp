@@ -251,6 +251,11 @@ void SecretStore::forgetService() {
     secret_service_disconnect();
 }
 
+bool SecretStore::forget(const Key& key, QString* error) const {
+    return clearItems(passwordSchema(), passwordAttributes(key), m_timeoutMs,
+                      QStringLiteral("cannot remove the password from the Secret Service"), error);
+}
+
 bool SecretStore::clear(const QString& account, QString* error) const {
     const Attributes attributes{{"account", account.toUtf8()}};
     return clearItems(passwordSchema(), attributes, m_timeoutMs,

@@ -57,6 +57,9 @@ public:
     // Removes every password and every sign-in stored for `account`, whatever user, host or
     // provider it was stored with. True when the keyring was asked, whether or not it held one.
     bool clear(const QString& account, QString* error) const;
+    // Removes the password stored for exactly this account, user and host, and nothing else. True
+    // when the keyring was asked, whether or not it held one.
+    bool forget(const Key& key, QString* error) const;
 
     int timeoutMs() const { return m_timeoutMs; }
 

@@ -21,4 +21,13 @@ bool BridgeNudge::send(const QDBusConnection& bus) {
     return QDBusConnection(bus).send(message);
 }
 
+bool BridgeNudge::sendBeforeExit(const QDBusConnection& bus, int timeoutMs) {
+    if (!send(bus))
+        return false;
+    const QDBusMessage id = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId"));
+    return QDBusConnection(bus).call(id, QDBus::Block, timeoutMs).type() == QDBusMessage::ReplyMessage;
+}
+
 } // namespace corvina

@@ -19,6 +19,15 @@ public:
     // False only when the message could not be handed to the bus (no session bus); whether a
     // bridge heard it is not known, by design.
     static bool send(const QDBusConnection& bus = QDBusConnection::sessionBus());
+    // send() from a command that ends right after it (`account password`, `account signin`): the
+    // message is only queued on the connection, and a process that exits at once may take it along
+    // unsent. So a round trip to the bus itself follows (never to the bridge, which may be absent),
+    // bounded by `timeoutMs`: the bus answers messages in the order it gets them, so its answer
+    // means the nudge went out first. False as for send(), or when the bus did not answer in time.
+    static bool sendBeforeExit(const QDBusConnection& bus = QDBusConnection::sessionBus(),
+                               int timeoutMs = DefaultBusTimeoutMs);
+
+    static constexpr int DefaultBusTimeoutMs = 2000;
 };
 
 } // namespace corvina

@@ -371,6 +371,80 @@ bool ExtensionMessage::isEqual(const Object* other) const {
     return message != nullptr && isEqualToModel(message);
 }
 
+namespace {
+
+bool sameText(const QString& a, const QString& b) {
+    return a.isNull() == b.isNull() && a == b;
+}
+
+bool sameNumber(const QVariant& a, const QVariant& b) {
+    return a.metaType() == b.metaType() && a == b;
+}
+
+bool sameDate(const QDateTime& a, const QDateTime& b) {
+    return a.isValid() == b.isValid() && (!a.isValid() || (a.timeSpec() == b.timeSpec() && a == b));
+}
+
+} // namespace
+
+bool ExtensionMessage::sameUncheckedAvatar(const ExtensionMessage& other) const {
+    Avatar* mine = m_avatar.ifMade();
+    Avatar* theirs = other.m_avatar.ifMade();
+    if (mine == nullptr || theirs == nullptr) {
+        return mine == theirs;
+    }
+    // an avatar already looked at has logged what it had to and dropped its text: it is no longer
+    // what a fresh read holds
+    QByteArray text;
+    {
+        QMutexLocker lock(&theirs->lock);
+        if (theirs->state != AvatarState::Unchecked) {
+            return false;
+        }
+        text = theirs->text;
+    }
+    QMutexLocker lock(&mine->lock);
+    return mine->state == AvatarState::Unchecked && mine->text == text;
+}
+
+bool ExtensionMessage::hasSameSnapshotValues(const ExtensionMessage& other) const {
+    if (&other == this) {
+        return true;
+    }
+    if (m_composing.ifMade() != nullptr || other.m_composing.ifMade() != nullptr ||
+        !sameUncheckedAvatar(other)) {
+        return false;
+    }
+    // the other's values copied under its lock, then compared under this one's: never both locks
+    // at once, so two threads comparing the same two records the other way round cannot block
+    QString subject;
+    QString account;
+    QString from;
+    QString messageId;
+    QString folderPath;
+    QString dateString;
+    QDateTime date;
+    QVariant unread;
+    QVariant folderStandardId;
+    {
+        QMutexLocker lock(&other.m_fieldsLock);
+        subject = other.m_subject;
+        account = other.m_account;
+        from = other.m_from;
+        messageId = other.m_messageId;
+        folderPath = other.m_folderPath;
+        dateString = other.m_dateString;
+        date = other.m_date;
+        unread = other.m_unread;
+        folderStandardId = other.m_folderStandardId;
+    }
+    QMutexLocker lock(&m_fieldsLock);
+    return sameText(m_messageId, messageId) && sameText(m_account, account) && sameText(m_subject, subject) &&
+           sameText(m_from, from) && sameText(m_folderPath, folderPath) &&
+           sameText(m_dateString, dateString) && sameDate(m_date, date) && sameNumber(m_unread, unread) &&
+           sameNumber(m_folderStandardId, folderStandardId);
+}
+
 bool ExtensionMessage::isEqualToModel(const ExtensionMessage* other) const {
     if (other == this) {
         return true;

@@ -123,6 +123,8 @@ signals:
 
 private:
     void reloadFromDisk();
+    // Hands the heap's free pages back to the system in a later turn of the main queue.
+    void giveBackAfterRead();
 
     FlippedView* m_rootView = nullptr;
     TodayTableView* m_myTableView = nullptr;

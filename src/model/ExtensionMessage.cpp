@@ -14,6 +14,8 @@
 
 #include <QUrl>
 #include <cmath>
+#include <functional>
+#include <utility>
 
 namespace corvina {
 
@@ -415,34 +417,21 @@ bool ExtensionMessage::hasSameSnapshotValues(const ExtensionMessage& other) cons
         !sameUncheckedAvatar(other)) {
         return false;
     }
-    // the other's values copied under its lock, then compared under this one's: never both locks
-    // at once, so two threads comparing the same two records the other way round cannot block
-    QString subject;
-    QString account;
-    QString from;
-    QString messageId;
-    QString folderPath;
-    QString dateString;
-    QDateTime date;
-    QVariant unread;
-    QVariant folderStandardId;
-    {
-        QMutexLocker lock(&other.m_fieldsLock);
-        subject = other.m_subject;
-        account = other.m_account;
-        from = other.m_from;
-        messageId = other.m_messageId;
-        folderPath = other.m_folderPath;
-        dateString = other.m_dateString;
-        date = other.m_date;
-        unread = other.m_unread;
-        folderStandardId = other.m_folderStandardId;
+    // Both locks at once, always the one at the lower address first: two threads comparing the
+    // same two records the other way round take them in the same order, and nothing else ever
+    // holds two records' locks. In place: no field is copied.
+    QMutex* first = &m_fieldsLock;
+    QMutex* second = &other.m_fieldsLock;
+    if (std::less<const QMutex*>()(second, first)) {
+        std::swap(first, second);
     }
-    QMutexLocker lock(&m_fieldsLock);
-    return sameText(m_messageId, messageId) && sameText(m_account, account) && sameText(m_subject, subject) &&
-           sameText(m_from, from) && sameText(m_folderPath, folderPath) &&
-           sameText(m_dateString, dateString) && sameDate(m_date, date) && sameNumber(m_unread, unread) &&
-           sameNumber(m_folderStandardId, folderStandardId);
+    QMutexLocker firstLock(first);
+    QMutexLocker secondLock(second);
+    return sameText(m_messageId, other.m_messageId) && sameText(m_account, other.m_account) &&
+           sameText(m_subject, other.m_subject) && sameText(m_from, other.m_from) &&
+           sameText(m_folderPath, other.m_folderPath) && sameText(m_dateString, other.m_dateString) &&
+           sameDate(m_date, other.m_date) && sameNumber(m_unread, other.m_unread) &&
+           sameNumber(m_folderStandardId, other.m_folderStandardId);
 }
 
 bool ExtensionMessage::isEqualToModel(const ExtensionMessage* other) const {

@@ -53,6 +53,8 @@ ExtensionMessageList removingObject(ExtensionMessageList list, const ExtensionMe
 // what it said before; each held record stands in once at most. The lists mostly come in the same
 // order, so each place is tried first; a look-up by account and id is made only when one differs.
 ExtensionMessageList keepingHeldRecords(ExtensionMessageList read, const ExtensionMessageList& held) {
+    if (held.isEmpty())
+        return read;
     using Key = QPair<QString, QString>;
     QHash<Key, qsizetype> byKey;
     std::vector<bool> used(size_t(held.size()), false);
@@ -169,17 +171,19 @@ void TodayViewController::Reload() {
 }
 
 void TodayViewController::reloadFromDisk() {
-    // A read kept or dropped leaves its copies free in the middle of the heap: handed back once
-    // the rows had their turn.
-    giveBackAfterRead();
     const ExtensionMessageList read = updateData();
     // Equal records (same messages, by id and account) mean nothing to redisplay, even when the
     // files were rewritten.
     const ExtensionMessageList held = dataFromDisk();
-    if (isEqualToArray(read, held))
+    // A read kept or dropped leaves its copies free in the middle of the heap: handed back after
+    // the rows had their turn (queued behind the table's reload).
+    if (isEqualToArray(read, held)) {
+        giveBackAfterRead();
         return;
+    }
     setDataFromDisk(keepingHeldRecords(read, held));
     ReloadData();
+    giveBackAfterRead();
 }
 
 void TodayViewController::giveBackAfterRead() {

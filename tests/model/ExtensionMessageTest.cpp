@@ -625,3 +625,26 @@ TEST(ExtensionMessageSnapshotValues, AComposedRecordIsNeverTheSame) {
     EXPECT_FALSE(a->hasSameSnapshotValues(*b));
     EXPECT_FALSE(b->hasSameSnapshotValues(*a));
 }
+
+TEST(ExtensionMessageSnapshotValues, TwoThreadsComparingTheOtherWayRoundWhileAFieldChangesBothFinish) {
+    const auto a = ExtensionMessage::initWithDictonary(fullRow());
+    const auto b = ExtensionMessage::initWithDictonary(fullRow());
+    // a deadlock would keep the test from ending (the test's timeout fails it)
+    std::thread forward([&] {
+        for (int i = 0; i < 20000; ++i)
+            (void)a->hasSameSnapshotValues(*b);
+    });
+    std::thread backward([&] {
+        for (int i = 0; i < 20000; ++i)
+            (void)b->hasSameSnapshotValues(*a);
+    });
+    std::thread writer([&] {
+        for (int i = 0; i < 2000; ++i)
+            b->setSubject(i % 2 == 0 ? QStringLiteral("other") : QStringLiteral("Lunch?"));
+    });
+    forward.join();
+    backward.join();
+    writer.join();
+    // the writer ended on the first subject again
+    EXPECT_TRUE(a->hasSameSnapshotValues(*b));
+}

@@ -106,8 +106,8 @@ public:
     // snapshot fills (texts compared with their null or empty state, numbers with their type), the
     // same avatar text that neither has looked at yet (or no avatar on both), and no composing part
     // on either (a record already composed on, or whose avatar was decoded or refused, is never the
-    // same as a fresh one). True for the record itself. Lets a new read keep
-    // the record already held for a message that did not change, instead of a copy of it.
+    // same as a fresh one). True for the record itself. Lets a new read keep the record already
+    // held for a message that did not change, instead of a copy of it.
     bool hasSameSnapshotValues(const ExtensionMessage& other) const;
 
     // ---- composing: the body as HTML, and the compose URL that carries a message to the mail

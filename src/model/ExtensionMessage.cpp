@@ -14,6 +14,8 @@
 
 #include <QUrl>
 #include <cmath>
+#include <functional>
+#include <utility>
 
 namespace corvina {
 
@@ -369,6 +371,67 @@ bool ExtensionMessage::isEqual(const Object* other) const {
     }
     const auto* message = dynamic_cast<const ExtensionMessage*>(other);
     return message != nullptr && isEqualToModel(message);
+}
+
+namespace {
+
+bool sameText(const QString& a, const QString& b) {
+    return a.isNull() == b.isNull() && a == b;
+}
+
+bool sameNumber(const QVariant& a, const QVariant& b) {
+    return a.metaType() == b.metaType() && a == b;
+}
+
+bool sameDate(const QDateTime& a, const QDateTime& b) {
+    return a.isValid() == b.isValid() && (!a.isValid() || (a.timeSpec() == b.timeSpec() && a == b));
+}
+
+} // namespace
+
+bool ExtensionMessage::sameUncheckedAvatar(const ExtensionMessage& other) const {
+    Avatar* mine = m_avatar.ifMade();
+    Avatar* theirs = other.m_avatar.ifMade();
+    if (mine == nullptr || theirs == nullptr) {
+        return mine == theirs;
+    }
+    // an avatar already looked at has logged what it had to and dropped its text: it is no longer
+    // what a fresh read holds
+    QByteArray text;
+    {
+        QMutexLocker lock(&theirs->lock);
+        if (theirs->state != AvatarState::Unchecked) {
+            return false;
+        }
+        text = theirs->text;
+    }
+    QMutexLocker lock(&mine->lock);
+    return mine->state == AvatarState::Unchecked && mine->text == text;
+}
+
+bool ExtensionMessage::hasSameSnapshotValues(const ExtensionMessage& other) const {
+    if (&other == this) {
+        return true;
+    }
+    if (m_composing.ifMade() != nullptr || other.m_composing.ifMade() != nullptr ||
+        !sameUncheckedAvatar(other)) {
+        return false;
+    }
+    // Both locks at once, always the one at the lower address first: two threads comparing the
+    // same two records the other way round take them in the same order, and nothing else ever
+    // holds two records' locks. In place: no field is copied.
+    QMutex* first = &m_fieldsLock;
+    QMutex* second = &other.m_fieldsLock;
+    if (std::less<const QMutex*>()(second, first)) {
+        std::swap(first, second);
+    }
+    QMutexLocker firstLock(first);
+    QMutexLocker secondLock(second);
+    return sameText(m_messageId, other.m_messageId) && sameText(m_account, other.m_account) &&
+           sameText(m_subject, other.m_subject) && sameText(m_from, other.m_from) &&
+           sameText(m_folderPath, other.m_folderPath) && sameText(m_dateString, other.m_dateString) &&
+           sameDate(m_date, other.m_date) && sameNumber(m_unread, other.m_unread) &&
+           sameNumber(m_folderStandardId, other.m_folderStandardId);
 }
 
 bool ExtensionMessage::isEqualToModel(const ExtensionMessage* other) const {

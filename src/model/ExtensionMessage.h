@@ -102,6 +102,14 @@ public:
     // present. Nothing else is compared.
     bool isEqualToModel(const ExtensionMessage* other) const;
 
+    // Whether `other` holds what this record holds of a snapshot, value for value: the fields a
+    // snapshot fills (texts compared with their null or empty state, numbers with their type), the
+    // same avatar text that neither has looked at yet (or no avatar on both), and no composing part
+    // on either (a record already composed on, or whose avatar was decoded or refused, is never the
+    // same as a fresh one). True for the record itself. Lets a new read keep the record already
+    // held for a message that did not change, instead of a copy of it.
+    bool hasSameSnapshotValues(const ExtensionMessage& other) const;
+
     // ---- composing: the body as HTML, and the compose URL that carries a message to the mail
     // application ("corvina://<command>?<query>")
 
@@ -207,6 +215,8 @@ private:
         QImage image;
     };
     static AvatarState checkAvatarLocked(Avatar& avatar);
+    // Both without an avatar, or both with the same avatar text not looked at yet.
+    bool sameUncheckedAvatar(const ExtensionMessage& other) const;
     LazyPart<Avatar> m_avatar;
 };
 

@@ -4,6 +4,7 @@
 #include "SegmentFilter.h"
 #include "TodayKeyboard.h"
 #include "platform/Dispatch.h"
+#include "platform/FreeMemory.h"
 #include "platform/Localization.h"
 #include "platform/UserDefaults.h"
 #include "shared/ConstVars.h"
@@ -13,7 +14,10 @@
 #include "views/TodayRootLayout.h"
 #include "views/TodayTableViewCell.h"
 
+#include <QHash>
+#include <QPair>
 #include <QThread>
+#include <vector>
 
 namespace corvina {
 
@@ -40,6 +44,46 @@ qsizetype indexOfObject(const ExtensionMessageList& list, const ExtensionMessage
 ExtensionMessageList removingObject(ExtensionMessageList list, const ExtensionMessagePtr& message) {
     list.removeIf([&](const ExtensionMessagePtr& m) { return m && m->isEqual(message.get()); });
     return list;
+}
+
+// `read` with every record that holds the same values as one in `held` replaced by that one: a
+// read of files that did not change then holds no second copy of what the widget already had (at
+// a hundred thousand messages, the copy made while the old list was still held would leave the
+// heap twice its size for as long as the program runs). Only values are compared, so the list says
+// what it said before; each held record stands in once at most. The lists mostly come in the same
+// order, so each place is tried first; a look-up by account and id is made only when one differs.
+ExtensionMessageList keepingHeldRecords(ExtensionMessageList read, const ExtensionMessageList& held) {
+    if (held.isEmpty())
+        return read;
+    using Key = QPair<QString, QString>;
+    QHash<Key, qsizetype> byKey;
+    std::vector<bool> used(size_t(held.size()), false);
+    bool looked = false;
+    for (qsizetype i = 0; i < read.size(); ++i) {
+        const ExtensionMessagePtr& fresh = read.at(i);
+        if (!fresh)
+            continue;
+        qsizetype match = -1;
+        if (i < held.size() && !used[size_t(i)] && held.at(i) && held.at(i)->hasSameSnapshotValues(*fresh)) {
+            match = i;
+        } else {
+            if (!looked) {
+                looked = true;
+                byKey.reserve(held.size());
+                for (qsizetype j = 0; j < held.size(); ++j)
+                    if (held.at(j))
+                        byKey.insert(Key(held.at(j)->account(), held.at(j)->messageId()), j);
+            }
+            const qsizetype j = byKey.value(Key(fresh->account(), fresh->messageId()), -1);
+            if (j >= 0 && !used[size_t(j)] && held.at(j)->hasSameSnapshotValues(*fresh))
+                match = j;
+        }
+        if (match >= 0) {
+            used[size_t(match)] = true;
+            read[i] = held.at(match);
+        }
+    }
+    return read;
 }
 
 } // namespace
@@ -109,8 +153,9 @@ void TodayViewController::widgetPerformUpdateWithCompletionHandler(
         // No return: the read below runs as well, and reports new data.
     }
     Dispatch::dispatchAsyncMain(this, [this, completionHandler] {
-        setDataFromDisk(updateData());
+        setDataFromDisk(keepingHeldRecords(updateData(), dataFromDisk()));
         ReloadData();
+        giveBackAfterRead();
         if (completionHandler)
             completionHandler(UpdateResult::NewData);
     });
@@ -129,10 +174,22 @@ void TodayViewController::reloadFromDisk() {
     const ExtensionMessageList read = updateData();
     // Equal records (same messages, by id and account) mean nothing to redisplay, even when the
     // files were rewritten.
-    if (isEqualToArray(read, dataFromDisk()))
+    const ExtensionMessageList held = dataFromDisk();
+    // A read kept or dropped leaves its copies free in the middle of the heap: handed back after
+    // the rows had their turn (queued behind the table's reload).
+    if (isEqualToArray(read, held)) {
+        giveBackAfterRead();
         return;
-    setDataFromDisk(read);
+    }
+    setDataFromDisk(keepingHeldRecords(read, held));
     ReloadData();
+    giveBackAfterRead();
+}
+
+void TodayViewController::giveBackAfterRead() {
+    // In a later turn of the main queue: by then the records the read replaced are released (the
+    // lists that held them are made again in this turn), and the rows are not held back.
+    Dispatch::dispatchAsyncMain(this, [] { FreeMemory::giveBackFreePages(); });
 }
 
 void TodayViewController::ReloadData() {

@@ -134,6 +134,8 @@ private:
     // The rows the chosen list would show, read through SnapshotLoader::newest; nothing when a value
     // without a list is chosen (ReloadData leaves the rows as they are then).
     std::optional<ExtensionMessageList> readNewestRows();
+    // Hands the heap's free pages back to the system in a later turn of the main queue.
+    void giveBackAfterRead();
 
     FlippedView* m_rootView = nullptr;
     TodayTableView* m_myTableView = nullptr;

@@ -565,3 +565,86 @@ TEST(ExtensionMessage, FieldsSharingALockFromThreadsAreSynchronized) {
     EXPECT_FALSE(torn.load());
     EXPECT_TRUE(subjects.contains(m->subject()));
 }
+
+TEST(ExtensionMessageSnapshotValues, TwoReadsOfOneRowHoldTheSameValues) {
+    const auto a = ExtensionMessage::initWithDictonary(fullRow());
+    const auto b = ExtensionMessage::initWithDictonary(fullRow());
+    ASSERT_NE(a.get(), b.get());
+    EXPECT_TRUE(a->hasSameSnapshotValues(*b));
+    EXPECT_TRUE(b->hasSameSnapshotValues(*a));
+    EXPECT_TRUE(a->hasSameSnapshotValues(*a));
+}
+
+TEST(ExtensionMessageSnapshotValues, AnyFieldThatDiffersMakesThemDifferent) {
+    const auto base = ExtensionMessage::initWithDictonary(fullRow());
+    for (const char* key : {"subject", "messageId", "from", "account", "folder"}) {
+        QVariantMap row = fullRow();
+        row.insert(key, QStringLiteral("other"));
+        EXPECT_FALSE(base->hasSameSnapshotValues(*ExtensionMessage::initWithDictonary(row))) << key;
+    }
+    QVariantMap later = fullRow();
+    later.insert("date", later.value("date").toLongLong() + 3600);
+    EXPECT_FALSE(base->hasSameSnapshotValues(*ExtensionMessage::initWithDictonary(later)));
+    QVariantMap read = fullRow();
+    read.insert("isUnread", qint64(0));
+    EXPECT_FALSE(base->hasSameSnapshotValues(*ExtensionMessage::initWithDictonary(read)));
+}
+
+TEST(ExtensionMessageSnapshotValues, NullAndEmptyTextsAndNumberTypesAreTold) {
+    const auto a = ExtensionMessage::initWithDictonary(fullRow());
+    const auto b = ExtensionMessage::initWithDictonary(fullRow());
+    a->setFrom(QString());
+    b->setFrom(QStringLiteral(""));
+    EXPECT_FALSE(a->hasSameSnapshotValues(*b));
+    b->setFrom(QString());
+    ASSERT_TRUE(a->hasSameSnapshotValues(*b));
+    a->setUnread(QVariant::fromValue<qint64>(1));
+    b->setUnread(QVariant(true));
+    EXPECT_FALSE(a->hasSameSnapshotValues(*b));
+}
+
+TEST(ExtensionMessageSnapshotValues, AnAvatarCountsOnlyWhileNeitherLookedAtIt) {
+    QVariantMap row = fullRow();
+    row.insert("avatar", QString::fromLatin1(avatarBase64()));
+    const auto a = ExtensionMessage::initWithDictonary(row);
+    const auto b = ExtensionMessage::initWithDictonary(row);
+    EXPECT_TRUE(a->hasSameSnapshotValues(*b));
+    EXPECT_FALSE(a->hasSameSnapshotValues(*ExtensionMessage::initWithDictonary(fullRow())));
+    QVariantMap other = row;
+    other.insert("avatar", QString::fromLatin1(QByteArray("other").toBase64()));
+    EXPECT_FALSE(a->hasSameSnapshotValues(*ExtensionMessage::initWithDictonary(other)));
+    ASSERT_FALSE(a->image().isNull());
+    EXPECT_FALSE(a->hasSameSnapshotValues(*b));
+    EXPECT_FALSE(b->hasSameSnapshotValues(*a));
+}
+
+TEST(ExtensionMessageSnapshotValues, AComposedRecordIsNeverTheSame) {
+    const auto a = ExtensionMessage::initWithDictonary(fullRow());
+    const auto b = ExtensionMessage::initWithDictonary(fullRow());
+    b->setPlainBody(QStringLiteral("hello"));
+    EXPECT_FALSE(a->hasSameSnapshotValues(*b));
+    EXPECT_FALSE(b->hasSameSnapshotValues(*a));
+}
+
+TEST(ExtensionMessageSnapshotValues, TwoThreadsComparingTheOtherWayRoundWhileAFieldChangesBothFinish) {
+    const auto a = ExtensionMessage::initWithDictonary(fullRow());
+    const auto b = ExtensionMessage::initWithDictonary(fullRow());
+    // a deadlock would keep the test from ending (the test's timeout fails it)
+    std::thread forward([&] {
+        for (int i = 0; i < 20000; ++i)
+            (void)a->hasSameSnapshotValues(*b);
+    });
+    std::thread backward([&] {
+        for (int i = 0; i < 20000; ++i)
+            (void)b->hasSameSnapshotValues(*a);
+    });
+    std::thread writer([&] {
+        for (int i = 0; i < 2000; ++i)
+            b->setSubject(i % 2 == 0 ? QStringLiteral("other") : QStringLiteral("Lunch?"));
+    });
+    forward.join();
+    backward.join();
+    writer.join();
+    // the writer ended on the first subject again
+    EXPECT_TRUE(a->hasSameSnapshotValues(*b));
+}

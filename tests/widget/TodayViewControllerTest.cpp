@@ -328,7 +328,9 @@ TEST_F(TodayViewControllerTest, ChoosingASegmentReReadsAndRedisplaysOnlyOnChange
     QTest::mouseClick(control, Qt::LeftButton, {}, control->segmentRect(1).center());
     EXPECT_EQ(ids(*c.dataToShow()), QStringList{"b"}); // at once: from memory
     settle();
-    EXPECT_NE(c.dataFromDisk().first().get(), held.get());
+    EXPECT_EQ(ids(c.dataFromDisk()), (QStringList{"a", "b", "z"}));
+    // the message that did not change keeps the record held for it
+    EXPECT_EQ(c.dataFromDisk().first().get(), held.get());
     EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"b", "z"}));
     EXPECT_EQ(c.myTableView()->numberOfRows(), 2);
 }
@@ -759,4 +761,65 @@ TEST_F(TodayViewControllerTest, NoChangedRowsForAValueWithoutAListOrAnEmptyList)
     EXPECT_FALSE(c.showChangedRows());
     EXPECT_EQ(ids(*c.dataToShow()), (QStringList{"m0", "m1", "m2"}));
     EXPECT_EQ(c.myTableView()->numberOfRows(), 3);
+}
+
+TEST_F(TodayViewControllerTest, AReadKeepsTheRecordsHeldForMessagesThatDidNotChange) {
+    QVariantList inbox = messages(inboxRows(4));
+    container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"), inbox);
+    TodayViewController& c = show();
+    c.widgetPerformUpdateWithCompletionHandler({});
+    settle();
+    const ExtensionMessageList first = c.dataFromDisk();
+    ASSERT_EQ(ids(first), (QStringList{"m0", "m1", "m2", "m3"}));
+
+    // The files read again as they were: the same records, not copies of them.
+    c.widgetPerformUpdateWithCompletionHandler({});
+    settle();
+    const ExtensionMessageList second = c.dataFromDisk();
+    ASSERT_EQ(second.size(), first.size());
+    for (qsizetype i = 0; i < first.size(); ++i)
+        EXPECT_EQ(second.at(i).get(), first.at(i).get()) << i;
+
+    // A message came on top and another one's subject changed: those two are new records with
+    // what the file says now, the others are still the ones held.
+    QVariantMap changed = inbox[1].toMap();
+    changed.insert(QStringLiteral("subject"), QStringLiteral("changed"));
+    inbox[1] = changed;
+    QVariantMap came = TempContainer::message(QStringLiteral("new"), kAccount, kNow + 600, 1);
+    inbox.prepend(came);
+    container.writeSnapshot(kAccount, QStringLiteral("inbox.plist"), inbox);
+    c.Reload();
+    settle();
+    const ExtensionMessageList third = c.dataFromDisk();
+    ASSERT_EQ(ids(third), (QStringList{"new", "m0", "m1", "m2", "m3"}));
+    EXPECT_EQ(third.at(1).get(), first.at(0).get());
+    EXPECT_NE(third.at(2).get(), first.at(1).get());
+    EXPECT_EQ(third.at(2)->subject(), QStringLiteral("changed"));
+    EXPECT_EQ(third.at(3).get(), first.at(2).get());
+    EXPECT_EQ(third.at(4).get(), first.at(3).get());
+    // and what is shown is made of the same records
+    const auto shown = c.dataToShow();
+    ASSERT_TRUE(shown);
+    ASSERT_EQ(shown->size(), 5);
+    EXPECT_EQ(shown->at(1).get(), first.at(0).get());
+    EXPECT_EQ(c.myTableView()->numberOfRows(), 5);
+}
+
+TEST_F(TodayViewControllerTest, OneRecordHeldStandsInForOneMessageOnly) {
+    // Two files with the same message: two records, never one record twice.
+    write(inboxRows(1));
+    container.writeSnapshot(kAccount, QStringLiteral("copy.plist"), messages(inboxRows(1)));
+    TodayViewController& c = show();
+    c.widgetPerformUpdateWithCompletionHandler({});
+    settle();
+    const ExtensionMessageList first = c.dataFromDisk();
+    ASSERT_EQ(first.size(), 2);
+    ASSERT_NE(first.at(0).get(), first.at(1).get());
+    c.widgetPerformUpdateWithCompletionHandler({});
+    settle();
+    const ExtensionMessageList second = c.dataFromDisk();
+    ASSERT_EQ(second.size(), 2);
+    EXPECT_NE(second.at(0).get(), second.at(1).get());
+    EXPECT_TRUE(second.contains(first.at(0)));
+    EXPECT_TRUE(second.contains(first.at(1)));
 }

@@ -139,6 +139,34 @@ TEST_F(AccountListFiles, FollowsTheStatusFileAndTheConfigLive) {
         20000));
 }
 
+// The bridge makes the status file's folder, and writes the file just after the list has read
+// that folder empty: the file is still seen, since the folder was watched before it was read.
+TEST_F(AccountListFiles, AStatusFileWrittenJustAfterItsNewFolderWasReadIsStillSeen) {
+    writeConfig({QStringLiteral("work")});
+    AccountList list(config, status);
+    const QString folder = QFileInfo(status).absolutePath();
+    bool written = false;
+    QObject::connect(&list, &QAbstractItemModel::modelReset, &list, [&] {
+        if (written || !QFileInfo::exists(folder))
+            return;
+        written = true;
+        BridgeStatus bridge(status);
+        bridge.recordSync(QStringLiteral("work"), QStringLiteral("work@example.org"),
+                          QDateTime::currentDateTimeUtc());
+        QString error;
+        EXPECT_TRUE(bridge.write(&error)) << error.toStdString();
+    });
+    ASSERT_TRUE(QDir().mkpath(folder));
+    EXPECT_TRUE(waitFor(
+        [&] {
+            QCoreApplication::processEvents();
+            return states(list).value(0).startsWith(QStringLiteral("Current as of "));
+        },
+        20000))
+        << "written: " << written << ", " << states(list).join(u'|').toStdString();
+    EXPECT_TRUE(written);
+}
+
 TEST_F(AccountListFiles, AStatusFileOfAnotherVersionOrAFifoShowsNothingAndNeverBlocks) {
     writeConfig({QStringLiteral("work")});
     ASSERT_TRUE(QDir().mkpath(QFileInfo(status).absolutePath()));

@@ -117,11 +117,14 @@ QMap<QString, QJsonObject> AccountList::readStatus() const {
 }
 
 void AccountList::reload() {
+    // The watches first, then the reads: a file written between the two is then either read now
+    // or reported by a watch already in place. Read first, a status file the bridge wrote into a
+    // folder it had just made could land before that folder was watched, and never show.
+    follow();
     beginResetModel();
     m_config = BridgeConfig::load(m_configPath);
     m_status = readStatus();
     endResetModel();
-    follow();
     emit reloaded();
 }
 

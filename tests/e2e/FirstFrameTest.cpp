@@ -48,6 +48,41 @@ FrameOutcome runWidget(const TempContainer& container, const QStringList& extra,
             p.readAllStandardError()};
 }
 
+// The folder the order tests start from: `messages` messages in ann's Inbox, "Subject m0"
+// the newest and each next one `spacing` seconds older, and a file that is no property list, so
+// that every whole read logs a line.
+void writeInboxAndABrokenFile(TempContainer& container, const QString& account, int messages, int spacing) {
+    container.writeAccounts({TempContainer::account(account)});
+    QVariantList inbox;
+    for (int i = 0; i < messages; ++i) {
+        QVariantMap m =
+            TempContainer::message(QStringLiteral("m%1").arg(i), account, 1795000000 - i * spacing);
+        m.insert(QStringLiteral("subject"), QStringLiteral("Subject m%1").arg(i));
+        inbox << m;
+    }
+    container.writeSnapshot(account, QStringLiteral("inbox.plist"), inbox);
+    container.writeBytes(QStringLiteral("Today/") + account + QStringLiteral("/broken.plist"),
+                         QByteArrayLiteral("this is no property list"));
+}
+
+// Starts the program on `container`, its window shown on the offscreen platform, with the rows
+// hook on (CORVINA_BENCH_ROWS=1: "rows <clock> <subject>" at each frame that puts other rows on the
+// screen) and standard output and the log in one pipe, so that what it prints is in the order of
+// the writes. `config` is its XDG_CONFIG_HOME.
+void startWithRowsHook(QProcess& p, const TempContainer& container, const QTemporaryDir& config) {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
+    env.remove(QStringLiteral("QT_LOGGING_RULES"));
+    env.remove(QStringLiteral("CORVINA_BENCH_FIRST_FRAME"));
+    env.insert(QStringLiteral("CORVINA_BENCH_ROWS"), QStringLiteral("1"));
+    p.setProcessEnvironment(env);
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start(QStringLiteral(CORVINA_TODAY_BINARY),
+            QStringList{QStringLiteral("--container"), container.root(), QStringLiteral("--interval"),
+                        QStringLiteral("3600")});
+}
+
 } // namespace
 
 TEST(FirstFrame, IsPaintedBeforeTheSnapshotIsRead) {
@@ -85,31 +120,12 @@ TEST(FirstFrame, IsPaintedBeforeTheSnapshotIsRead) {
 TEST(FirstFrame, TheNewestRowsComeBeforeTheWholeRead) {
     TempContainer container;
     const QString account = QStringLiteral("ann@example.org");
-    container.writeAccounts({TempContainer::account(account)});
-    QVariantList messages;
-    for (int i = 0; i < 12; ++i) {
-        QVariantMap m = TempContainer::message(QStringLiteral("m%1").arg(i), account, 1795000000 - i * 600);
-        m.insert(QStringLiteral("subject"), QStringLiteral("Subject m%1").arg(i));
-        messages << m;
-    }
-    container.writeSnapshot(account, QStringLiteral("inbox.plist"), messages);
-    container.writeBytes(QStringLiteral("Today/") + account + QStringLiteral("/broken.plist"),
-                         QByteArrayLiteral("this is no property list"));
+    writeInboxAndABrokenFile(container, account, 12, 600);
     const QByteArray readLine = QByteArrayLiteral("updateData error deserialize");
 
     QTemporaryDir config;
     QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
-    env.remove(QStringLiteral("QT_LOGGING_RULES"));
-    env.remove(QStringLiteral("CORVINA_BENCH_FIRST_FRAME"));
-    env.insert(QStringLiteral("CORVINA_BENCH_ROWS"), QStringLiteral("1"));
-    p.setProcessEnvironment(env);
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(QStringLiteral(CORVINA_TODAY_BINARY),
-            QStringList{QStringLiteral("--container"), container.root(), QStringLiteral("--interval"),
-                        QStringLiteral("3600")});
+    startWithRowsHook(p, container, config);
     QByteArray out;
     const auto waitFor = [&](const QByteArray& text) {
         QElapsedTimer waited;
@@ -147,31 +163,12 @@ namespace {
 QByteArray outputAfterAChange(int messages) {
     TempContainer container;
     const QString account = QStringLiteral("ann@example.org");
-    container.writeAccounts({TempContainer::account(account)});
-    QVariantList inbox;
-    for (int i = 0; i < messages; ++i) {
-        QVariantMap m = TempContainer::message(QStringLiteral("m%1").arg(i), account, 1795000000 - i * 60);
-        m.insert(QStringLiteral("subject"), QStringLiteral("Subject m%1").arg(i));
-        inbox << m;
-    }
-    container.writeSnapshot(account, QStringLiteral("inbox.plist"), inbox);
-    container.writeBytes(QStringLiteral("Today/") + account + QStringLiteral("/broken.plist"),
-                         QByteArrayLiteral("this is no property list"));
+    writeInboxAndABrokenFile(container, account, messages, 60);
     const QByteArray readLine = QByteArrayLiteral("updateData error deserialize");
 
     QTemporaryDir config;
     QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
-    env.remove(QStringLiteral("QT_LOGGING_RULES"));
-    env.remove(QStringLiteral("CORVINA_BENCH_FIRST_FRAME"));
-    env.insert(QStringLiteral("CORVINA_BENCH_ROWS"), QStringLiteral("1"));
-    p.setProcessEnvironment(env);
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(QStringLiteral(CORVINA_TODAY_BINARY),
-            QStringList{QStringLiteral("--container"), container.root(), QStringLiteral("--interval"),
-                        QStringLiteral("3600")});
+    startWithRowsHook(p, container, config);
     QByteArray out;
     const auto waitFor = [&](const std::function<bool()>& done) {
         QElapsedTimer waited;

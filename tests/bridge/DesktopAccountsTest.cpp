@@ -418,7 +418,8 @@ TEST_F(StandInAccountsTest, TheServiceAbsentIsSaidByTheSyncAndByTheImport) {
     desktop.stop();
     const BridgeRun once = run({QStringLiteral("--once")}, goaConfig());
     EXPECT_EQ(once.exitCode, 1);
-    EXPECT_EQ(once.err, QStringLiteral("work: the desktop's online accounts are not running\n"));
+    EXPECT_EQ(once.err, QStringLiteral("work: the desktop's online accounts are not running\n"))
+        << once.err.toStdString();
     EXPECT_EQ(status(QStringLiteral("work")).value(QStringLiteral("lastError")).toString(),
               QStringLiteral("the desktop's online accounts are not running"));
     EXPECT_FALSE(server.log().contains(QStringLiteral("Login: ")));
@@ -429,8 +430,27 @@ TEST_F(StandInAccountsTest, TheServiceAbsentIsSaidByTheSyncAndByTheImport) {
     EXPECT_EQ(import.exitCode, 1);
     EXPECT_EQ(import.err,
               QStringLiteral("corvina-mail-bridge: account import: the desktop's online accounts are "
-                             "not running; nothing was imported\n"));
+                             "not running; nothing was imported\n"))
+        << import.err.toStdString();
     EXPECT_FALSE(QFile::exists(elsewhere));
+}
+
+// The bridge's line is all it says, also as it exits at once after a failed call: Qt's D-Bus thread
+// may still be handling what the bus sent meanwhile, and the program's exit must not leave Qt's
+// complaints under the line. That was a race (some one run in seven printed two more lines), so it
+// is run many times.
+TEST_F(StandInAccountsTest, TheServiceAbsentLeavesOnlyTheBridgesLineAsItExits) {
+    desktop.stop();
+    const QString elsewhere = configDir.filePath(QStringLiteral("other.conf"));
+    const QString said = QStringLiteral(
+        "corvina-mail-bridge: account import: the desktop's online accounts are not running; nothing was "
+        "imported\n");
+    for (int i = 0; i < 40; ++i) {
+        const BridgeRun import =
+            run({QStringLiteral("account"), QStringLiteral("import"), QStringLiteral("--yes")}, elsewhere);
+        ASSERT_EQ(import.exitCode, 1);
+        ASSERT_EQ(import.err, said) << "run " << i + 1 << ":\n" << import.err.toStdString();
+    }
 }
 
 TEST_F(StandInAccountsTest, AnImportedAccountIsRemovedWithoutASecretService) {

@@ -11,6 +11,8 @@
 #include <QCommandLineOption>
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDBusObjectPath>
+#include <QMetaType>
 #include <QTextStream>
 #include <csignal>
 #include <unistd.h>
@@ -80,6 +82,12 @@ int main(int argc, char* argv[]) {
     // A server that resets the connection while we write to it must cost that account a line, not
     // the whole process: every mode sees a failed write (EPIPE) instead of dying of SIGPIPE.
     std::signal(SIGPIPE, SIG_IGN);
+    // Deliberately first: a type registered here makes Qt's table of registered types before Qt's
+    // D-Bus connections are made, so that it is torn down after them at exit. Made the other way
+    // round, a message from the bus still being handled on Qt's D-Bus thread as the program left
+    // (after a quick failed call) found the table gone, and that printed "Trying to construct an
+    // instance of an invalid type" under the bridge's own last line, now and then.
+    QMetaType::fromType<QDBusObjectPath>().id();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("corvina-mail-bridge"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVINA_VERSION));

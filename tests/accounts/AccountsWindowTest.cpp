@@ -19,6 +19,7 @@
 #include "bridge/service/LiveBridge.h"
 
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QGroupBox>
@@ -27,12 +28,29 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QSpinBox>
+#include <QStyle>
 #include <QTcpServer>
 #include <QTest>
 #include <gtest/gtest.h>
+#include <utility>
 
 namespace corvina::test {
 namespace {
+
+// The label that names `field` (its buddy: Alt and the label's letter move there), or null.
+QLabel* labelOf(QWidget& root, const QWidget* field) {
+    for (QLabel* label : root.findChildren<QLabel*>()) {
+        if (label->buddy() == field)
+            return label;
+    }
+    return nullptr;
+}
+
+// Where `w` starts and ends across `page`: the edges a column lines up by.
+std::pair<int, int> edgesIn(QWidget& page, const QWidget* w) {
+    const int left = w->mapTo(&page, QPoint(0, 0)).x();
+    return {left, left + w->width()};
+}
 
 // The label under the list or the page whose text starts with `start`, if one is shown.
 QLabel* labelStartingWith(QWidget& root, const QString& start) {
@@ -444,6 +462,23 @@ TEST_F(AccountsWindowEditTest, EditShowsTheSettingsTestsThemAndOffersTheServersF
     QComboBox* todo = named<QComboBox>(page, QStringLiteral("To Do folder"));
     QComboBox* memo = named<QComboBox>(page, QStringLiteral("Memo folder"));
     ASSERT_TRUE(inbox && todo && memo) << "the folders are chosen, not typed";
+    // The folders' labels stand in the column of the fields' labels above them (the style's side
+    // of it: left here, right in styles that put a form's labels on the right), and their choices
+    // start where those fields start.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+    QLineEdit* host = named<QLineEdit>(page, QStringLiteral("IMAP server"));
+    ASSERT_TRUE(host && labelOf(page, host));
+    const bool labelsRight =
+        (page.style()->styleHint(QStyle::SH_FormLayoutLabelAlignment) & Qt::AlignRight) != 0;
+    const auto labelSide = [&](const QWidget* field) {
+        const std::pair<int, int> edges = edgesIn(page, labelOf(page, field));
+        return labelsRight ? edges.second : edges.first;
+    };
+    for (const QComboBox* box : {inbox, todo, memo}) {
+        ASSERT_NE(labelOf(page, box), nullptr) << box->accessibleName().toStdString();
+        EXPECT_EQ(labelSide(box), labelSide(host)) << box->accessibleName().toStdString();
+        EXPECT_EQ(edgesIn(page, box).first, edgesIn(page, host).first) << box->accessibleName().toStdString();
+    }
     EXPECT_FALSE(page.folders().hasFolders());
     EXPECT_FALSE(todo->isEnabled());
     EXPECT_EQ(inbox->currentText(), QStringLiteral("INBOX"));

@@ -45,7 +45,7 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     m_user->setPlaceholderText(Localization::text("the mail address"));
     // The lists' folders are chosen from the server's own list, as on the add page: the account's
     // current ones until a connection test brings that list.
-    m_folders = new FolderChooser;
+    m_folders = new FolderChooser(this);
     // Shown, not changed here: a new way of signing in is a new account.
     m_auth = editField(Localization::text("Signs in with"));
     m_auth->setReadOnly(true);
@@ -60,6 +60,8 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     form->addRow(new FieldLabel(Localization::text("&Login name:"), m_user), m_user);
     form->addRow(new FieldLabel(Localization::text("Signs in &with:"), m_auth), m_auth);
     form->addRow(m_passwordLabel, m_password);
+    // In the same form: the folders' labels in the column of the others.
+    m_folders->moveRowsTo(form);
 
     auto* note = new QLabel(
         Localization::text("A running bridge follows the changed settings as soon as they are saved."));
@@ -68,7 +70,6 @@ EditAccountPage::EditAccountPage(QString configPath, int timeoutSeconds, QWidget
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(m_heading);
     layout->addLayout(form);
-    layout->addWidget(m_folders);
     layout->addWidget(note);
     layout->addLayout(m_actions.buttonRow());
     layout->addWidget(m_actions.result());

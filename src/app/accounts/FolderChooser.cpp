@@ -127,4 +127,25 @@ QWidget* FolderChooser::lastField() const {
     return m_memo;
 }
 
+void FolderChooser::moveRowsTo(QFormLayout* form) {
+    auto* own = qobject_cast<QFormLayout*>(layout());
+    if (!own || !form)
+        return;
+    while (own->rowCount() > 0) {
+        // The layout items go; the widgets they held are the same widgets, in the page's form.
+        const QFormLayout::TakeRowResult row = own->takeRow(0);
+        QWidget* label = row.labelItem ? row.labelItem->widget() : nullptr;
+        QWidget* field = row.fieldItem ? row.fieldItem->widget() : nullptr;
+        delete row.labelItem;
+        delete row.fieldItem;
+        if (label && field)
+            form->addRow(label, field);
+        else if (field)
+            form->addRow(field);
+        else if (label)
+            form->addRow(label);
+    }
+    hide();
+}
+
 } // namespace corvina

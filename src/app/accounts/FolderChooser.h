@@ -5,6 +5,7 @@
 #include <QWidget>
 
 class QComboBox;
+class QFormLayout;
 class QLabel;
 
 namespace corvina {
@@ -43,6 +44,12 @@ public:
     // The combo boxes, first and last, for a page's tab order.
     QWidget* firstField() const;
     QWidget* lastField() const;
+
+    // Puts the three choices with their labels, and the note under them, as the last rows of a
+    // page's own `form`, so that their labels stand in the same column as the page's other labels
+    // (a form of their own would size its label column to its own three). This widget is left
+    // empty and hidden; it still answers for the choices.
+    void moveRowsTo(QFormLayout* form);
 
 private:
     // Fills `box` with the default `none` (when not null) and `folders`, and chooses `keep`. A

@@ -5,11 +5,11 @@
 // What tells the two apart without a clock: the controller says each time the rows it shows
 // changed (shownRowsChanged). Early rows with the new message on top are shown while the list it
 // read last does not hold that message yet; the update's own rows come after its read.
-#include "app/today/WidgetHost.h"
+#include "today/WidgetHost.h"
 
-#include "app/today/TodayWindow.h"
 #include "support/TempContainer.h"
 #include "support/WidgetTesting.h"
+#include "today/TodayWindow.h"
 #include "widget/TodayViewController.h"
 
 #include <QFile>

@@ -128,9 +128,9 @@ class Layering(ScratchTree):
         path = os.path.join(self.root, "src/app/today/CMakeLists.txt")
         with open(path, encoding="utf-8") as f:
             text = f.read()
-        self.assertIn("PRIVATE corvina::widget", text)
+        self.assertIn("PUBLIC corvina::widget", text)
         with open(path, "w", encoding="utf-8") as f:
-            f.write(text.replace("PRIVATE corvina::widget", "PRIVATE corvina::bridge corvina::widget"))
+            f.write(text.replace("PUBLIC corvina::widget", "PUBLIC corvina::bridge corvina::widget"))
         status, out = lint(self.root, "--only", "layering")
         self.assertEqual(status, 1, out)
         self.assertIn("src/app/today/CMakeLists.txt:", out)

@@ -8,7 +8,8 @@
 
 namespace corvina {
 
-// Property lists in and out, XML and binary, through libplist.
+// Property lists in and out, XML and binary: written by libplist, read by a fast reader of our
+// own for the usual lists and by libplist for every other.
 //
 // Reading answers a QVariant made of QVariantMap (dictionary), QVariantList (array), QString,
 // qint64 (integer), double (real), bool, QDateTime (date, UTC) and QByteArray (data); or "nothing"
@@ -55,6 +56,10 @@ public:
     // these followed by a conversion of the whole list.
     static PlistDocument parse(const QByteArray& bytes);
     static PlistDocument parseFile(const QString& path);
+    // parse through libplist alone, without the fast readers of the usual lists that parse tries
+    // first (PlistXmlReader, PlistBinaryReader): what parse falls back to for every list they
+    // decline, and what they are checked against.
+    static PlistDocument parseWithLibplist(const QByteArray& bytes);
 
     // The error text for an input over MaximumSize.
     static QString tooLargeError();

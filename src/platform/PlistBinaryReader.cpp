@@ -40,7 +40,8 @@ public:
             m_count > static_cast<quint64>(PropertyList::MaximumNodes)) {
             return false;
         }
-        if (m_tableOffset < 8 || m_tableOffset > objectsEnd || (objectsEnd - m_tableOffset) / m_offsetSize < m_count) {
+        if (m_tableOffset < 8 || m_tableOffset > objectsEnd ||
+            (objectsEnd - m_tableOffset) / m_offsetSize < m_count) {
             return false;
         }
         m_seen.assign(static_cast<size_t>(m_count), Unseen);
@@ -176,7 +177,8 @@ private:
             const quint64 bits = bigEndian(m_data + position, 8);
             double seconds = 0;
             std::memcpy(&seconds, &bits, sizeof seconds);
-            if (!(seconds >= 0 && seconds <= 2147483647.0) || seconds != static_cast<double>(static_cast<qint64>(seconds))) {
+            if (!(seconds >= 0 && seconds <= 2147483647.0) ||
+                seconds != static_cast<double>(static_cast<qint64>(seconds))) {
                 return false;
             }
             m_tree.addDate((static_cast<qint64>(seconds) + PlistNode::ReferenceDateOffset) * 1000);
@@ -204,7 +206,8 @@ private:
             break;
         case 0x6:
             // libplist makes no text of an empty UTF-16 one
-            if (!length(count) || count == 0 || count > (end - position) / 2 || !counted(count * 2) || !utf16(position, count)) {
+            if (!length(count) || count == 0 || count > (end - position) / 2 || !counted(count * 2) ||
+                !utf16(position, count)) {
                 return false;
             }
             break;
@@ -245,7 +248,8 @@ private:
         if (m_weight.empty()) {
             m_weight.assign(static_cast<size_t>(m_count), 0);
         }
-        m_weight[static_cast<size_t>(ref)] = type == 0x6 ? count * 2 : (type == 0x4 || type == 0x5 ? count : 0);
+        m_weight[static_cast<size_t>(ref)] =
+            type == 0x6 ? count * 2 : (type == 0x4 || type == 0x5 ? count : 0);
         return true;
     }
 

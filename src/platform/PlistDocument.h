@@ -9,8 +9,9 @@
 namespace corvina {
 
 // A parsed property list, kept in a compact tree (PlistTree) for readers that take what they need
-// straight from its nodes (PlistNode) instead of converting the whole list into Qt values first. Made by PropertyList::parse and PropertyList::parseFile, with the same checks and the same
-// errors as PropertyList::read: a document that is ok() converts in full without a failure.
+// straight from its nodes (PlistNode) instead of converting the whole list into Qt values first. Made by
+// PropertyList::parse and PropertyList::parseFile, with the same checks and the same errors as
+// PropertyList::read: a document that is ok() converts in full without a failure.
 class PlistDocument {
 public:
     PlistDocument() = default;

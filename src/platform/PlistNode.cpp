@@ -2,7 +2,6 @@
 
 #include "PlistTree.h"
 
-#include <cstdint>
 #include <cstring>
 
 namespace corvina {
@@ -69,23 +68,23 @@ qsizetype PlistNode::arraySize() const {
     return isArray() ? static_cast<qsizetype>(m_tree->node(m_index).children.count) : 0;
 }
 
-// The cursor holds the index of the next element plus one; PlistTree::None (the top object, never
-// an element) stands for "past the last one".
+// The cursor points at the element answered last; at the array itself once past the last one.
 PlistNode PlistNode::nextElement(void*& cursor) const {
     if (!isArray()) {
         return PlistNode();
     }
-    quint32 at = 0;
+    const PlistTree::Node& array = m_tree->node(m_index);
+    quint32 at = PlistTree::None;
     if (!cursor) {
-        at = m_tree->node(m_index).children.first;
-    } else {
-        at = static_cast<quint32>(reinterpret_cast<uintptr_t>(cursor) - 1);
+        at = array.children.first;
+    } else if (cursor != &array) {
+        at = static_cast<const PlistTree::Node*>(cursor)->next;
     }
     if (at == PlistTree::None) {
-        cursor = reinterpret_cast<void*>(uintptr_t(1));
+        cursor = const_cast<PlistTree::Node*>(&array);
         return PlistNode();
     }
-    cursor = reinterpret_cast<void*>(uintptr_t(m_tree->node(at).next) + 1);
+    cursor = const_cast<PlistTree::Node*>(&m_tree->node(at));
     return PlistNode(m_tree, at);
 }
 

@@ -21,22 +21,24 @@ public:
     // No node: node indexes start at 0 with the top object, which is nobody's child or sibling.
     static constexpr quint32 None = 0;
 
+    struct Children {
+        quint32 first; // first child, or None when empty
+        quint32 count; // children; a dictionary's keys and values alternate
+    };
+    struct Range {
+        quint32 offset;
+        quint32 length;
+    };
     struct Node {
         Type type = Type::Integer;
         // the next child of the same container, or None
         quint32 next = None;
         union {
-            struct {
-                quint32 first; // first child, or None when empty
-                quint32 count; // children; a dictionary's keys and values alternate
-            } children;
-            struct {
-                quint32 offset;
-                quint32 length;
-            } bytes;          // String, Key, Data
-            qint64 integer;   // Integer, and the milliseconds since 1970 (UTC) of a Date
-            double real;      // Real
-            bool boolean;     // Boolean
+            Children children; // Dictionary, Array
+            Range bytes;       // String, Key, Data
+            qint64 integer;    // Integer, and the milliseconds since 1970 (UTC) of a Date
+            double real;       // Real
+            bool boolean;      // Boolean
         };
     };
 
@@ -70,7 +72,9 @@ public:
     quint32 addBytes(Type type, const char* data, qsizetype length);
     // Or in parts: begin, append (or grow and write), then end as a node of `type`.
     void beginBytes() { m_bytesFrom = m_bytes.size(); }
-    void appendBytes(const char* data, qsizetype length) { m_bytes.append(data, static_cast<size_t>(length)); }
+    void appendBytes(const char* data, qsizetype length) {
+        m_bytes.append(data, static_cast<size_t>(length));
+    }
     // `length` more bytes at the end, to be written through the pointer answered
     char* growBytes(qsizetype length);
     // Gives back the last `length` bytes (of those grown and not written).

@@ -375,7 +375,8 @@ private:
         static constexpr int DaysIn[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
         const bool leap = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
         if (year < 2001 || year > 2037 || month < 1 || month > 12 || day < 1 ||
-            day > DaysIn[month - 1] + (month == 2 && leap ? 1 : 0) || hour > 23 || minute > 59 || second > 59) {
+            day > DaysIn[month - 1] + (month == 2 && leap ? 1 : 0) || hour > 23 || minute > 59 ||
+            second > 59) {
             return false;
         }
         // days since 1970-01-01 of a date in the proleptic Gregorian calendar

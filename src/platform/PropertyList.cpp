@@ -482,7 +482,8 @@ void copyOut(plist_t node, PlistTree& tree) {
         PlistDictionary::forEachItem(node, [&tree](plist_t keyNode, plist_t value) {
             char* key = nullptr;
             plist_get_key_val(keyNode, &key);
-            tree.addBytes(PlistTree::Type::Key, key ? key : "", key ? static_cast<qsizetype>(std::strlen(key)) : 0);
+            tree.addBytes(PlistTree::Type::Key, key ? key : "",
+                          key ? static_cast<qsizetype>(std::strlen(key)) : 0);
             std::free(key);
             copyOut(value, tree);
             return true;

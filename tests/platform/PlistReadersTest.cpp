@@ -6,7 +6,6 @@
 #include "platform/PlistTree.h"
 #include "platform/PlistXmlReader.h"
 #include "platform/PropertyList.h"
-
 #include "support/BinaryPlistBuilder.h"
 #include "support/Fixtures.h"
 
@@ -14,8 +13,8 @@
 #include <QDir>
 #include <QTimeZone>
 #include <cstring>
-#include <limits>
 #include <gtest/gtest.h>
+#include <limits>
 
 using namespace corvina;
 using corvina::test::BinaryPlistBuilder;
@@ -73,8 +72,9 @@ bool taken(const QByteArray& bytes, QVariant* value = nullptr) {
     case QMetaType::Double: {
         const double x = a.toDouble();
         const double y = b.toDouble();
-        return std::memcmp(&x, &y, sizeof x) == 0 ? ::testing::AssertionSuccess()
-                                                  : ::testing::AssertionFailure() << s(where) << ": " << x << " vs " << y;
+        return std::memcmp(&x, &y, sizeof x) == 0
+                   ? ::testing::AssertionSuccess()
+                   : ::testing::AssertionFailure() << s(where) << ": " << x << " vs " << y;
     }
     case QMetaType::QString:
         if (a.toString().isNull() != b.toString().isNull()) {
@@ -91,7 +91,8 @@ bool taken(const QByteArray& bytes, QVariant* value = nullptr) {
         break;
     }
     return a == b ? ::testing::AssertionSuccess()
-                  : ::testing::AssertionFailure() << s(where) << ": " << s(a.toString()) << " vs " << s(b.toString());
+                  : ::testing::AssertionFailure()
+                        << s(where) << ": " << s(a.toString()) << " vs " << s(b.toString());
 }
 
 // PropertyList::read against the libplist path alone: the same value, or the same error.
@@ -99,9 +100,10 @@ bool taken(const QByteArray& bytes, QVariant* value = nullptr) {
     const PropertyList::Result read = PropertyList::read(bytes);
     const PlistDocument reference = PropertyList::parseWithLibplist(bytes);
     if (read.ok() != reference.ok()) {
-        return ::testing::AssertionFailure() << "read " << (read.ok() ? "took" : "refused") << " it, libplist "
-                                             << (reference.ok() ? "took" : "refused") << " it (" << s(read.error)
-                                             << " / " << s(reference.error()) << ")";
+        return ::testing::AssertionFailure()
+               << "read " << (read.ok() ? "took" : "refused") << " it, libplist "
+               << (reference.ok() ? "took" : "refused") << " it (" << s(read.error) << " / "
+               << s(reference.error()) << ")";
     }
     if (!read.ok()) {
         return read.error == reference.error()
@@ -118,9 +120,10 @@ QByteArray xml(const QByteArray& value) {
 } // namespace
 
 TEST(PlistReaders, WriterOutputIsTakenByTheFastReadersAndReadsAsLibplistReadsIt) {
-    for (const char* name : {"writer-snapshot.xml.plist", "writer-snapshot.bin.plist", "writer-texts.xml.plist",
-                             "writer-texts.bin.plist", "writer-reals.xml.plist", "writer-reals.bin.plist",
-                             "writer-integers.xml.plist", "writer-integers.bin.plist", "every-type.bin.plist"}) {
+    for (const char* name :
+         {"writer-snapshot.xml.plist", "writer-snapshot.bin.plist", "writer-texts.xml.plist",
+          "writer-texts.bin.plist", "writer-reals.xml.plist", "writer-reals.bin.plist",
+          "writer-integers.xml.plist", "writer-integers.bin.plist", "every-type.bin.plist"}) {
         SCOPED_TRACE(name);
         const QByteArray bytes = fixtureBytes(QStringLiteral("plist/") + name);
         QVariant value;
@@ -164,7 +167,8 @@ TEST(PlistReaders, WhatIsOutsideTheSubsetIsDeclinedAndReadByLibplist) {
         {"comment", xml("<dict><!-- c --><key>a</key><integer>1</integer></dict>")},
         {"processing instruction", xml("<array><?pi x?></array>")},
         {"carriage return", xml("<string>a\r\nb</string>")},
-        {"control character", xml("<string>a\x01" "b</string>")},
+        {"control character", xml("<string>a\x01"
+                                  "b</string>")},
         {"NUL", xml(QByteArray("<string>a\0b</string>", 20))},
         {"invalid UTF-8", xml("<string>caf\xe9</string>")},
         {"UTF-8 surrogate", xml("<string>\xed\xa0\x80</string>")},
@@ -205,9 +209,11 @@ TEST(PlistReaders, WhatIsOutsideTheSubsetIsDeclinedAndReadByLibplist) {
     }
     // a few of them with what libplist makes of them, as the reads gave them before
     EXPECT_EQ(PropertyList::read(xml("<string>&#65;&#x42;</string>")).value, QVariant(QString("AB")));
-    EXPECT_EQ(PropertyList::read(xml("<dict><string>a</string></dict>")).error, QString("not a property list"));
-    EXPECT_EQ(PropertyList::read("<!DOCTYPE plist [<!ENTITY a \"b\">]><plist><string>&a;</string></plist>").error,
-              QString("XML property list declares entities"));
+    EXPECT_EQ(PropertyList::read(xml("<dict><string>a</string></dict>")).error,
+              QString("not a property list"));
+    EXPECT_EQ(
+        PropertyList::read("<!DOCTYPE plist [<!ENTITY a \"b\">]><plist><string>&a;</string></plist>").error,
+        QString("XML property list declares entities"));
 }
 
 TEST(PlistReaders, BinaryOutsideTheSubsetIsDeclinedAndReadByLibplist) {
@@ -222,7 +228,8 @@ TEST(PlistReaders, BinaryOutsideTheSubsetIsDeclinedAndReadByLibplist) {
     }
     {
         BinaryPlistBuilder b;
-        declined.append({"16-byte integer", b.finish(b.raw(QByteArray("\x14", 1) + QByteArray(15, '\0') + "\x07"))});
+        declined.append(
+            {"16-byte integer", b.finish(b.raw(QByteArray("\x14", 1) + QByteArray(15, '\0') + "\x07"))});
     }
     {
         BinaryPlistBuilder b;
@@ -292,15 +299,16 @@ TEST(PlistReaders, SharedTextsAndNumbersAreTakenOnceForEachReference) {
 // read then refuses it with the error it always gave.
 TEST(PlistReaders, DepthAtTheBoundIsTakenAndPastItRefusedAsBefore) {
     auto nested = [](int levels) {
-        return xml(QByteArray("<array>").repeated(levels - 1) + "<array/>" + QByteArray("</array>").repeated(levels - 1));
+        return xml(QByteArray("<array>").repeated(levels - 1) + "<array/>" +
+                   QByteArray("</array>").repeated(levels - 1));
     };
     EXPECT_TRUE(taken(nested(PropertyList::MaximumDepth)));
     EXPECT_TRUE(readsAsLibplist(nested(PropertyList::MaximumDepth)));
     EXPECT_FALSE(taken(nested(PropertyList::MaximumDepth + 1)));
     EXPECT_EQ(PropertyList::read(nested(PropertyList::MaximumDepth + 1)).error,
               QString("property list nests deeper than 128 levels"));
-    for (const char* name : {"depth-128.bin.plist", "depth-129.bin.plist", "depth-128.xml.plist", "depth-129.xml.plist",
-                             "hostile-deep.bin.plist", "hostile-deep.xml.plist"}) {
+    for (const char* name : {"depth-128.bin.plist", "depth-129.bin.plist", "depth-128.xml.plist",
+                             "depth-129.xml.plist", "hostile-deep.bin.plist", "hostile-deep.xml.plist"}) {
         SCOPED_TRACE(name);
         const QByteArray bytes = fixtureBytes(QStringLiteral("plist/") + name);
         EXPECT_EQ(taken(bytes), QByteArray(name).startsWith("depth-128"));
@@ -316,9 +324,9 @@ TEST(PlistReaders, TooManyObjectsOrBytesAreDeclinedAndRefusedAsBefore) {
     const QByteArray justEnough =
         xml("<array>" + QByteArray("<true/>").repeated(PropertyList::MaximumNodes - 1) + "</array>");
     EXPECT_TRUE(taken(justEnough));
-    const QByteArray huge = xml("<array><string>" + QByteArray(PropertyList::MaximumBytes / 2 + 1, 'x') +
-                                "</string><string>" + QByteArray(PropertyList::MaximumBytes / 2, 'x') +
-                                "</string></array>");
+    const QByteArray huge =
+        xml("<array><string>" + QByteArray(PropertyList::MaximumBytes / 2 + 1, 'x') + "</string><string>" +
+            QByteArray(PropertyList::MaximumBytes / 2, 'x') + "</string></array>");
     EXPECT_FALSE(taken(huge));
     EXPECT_EQ(PropertyList::read(huge).error,
               QString("XML property list holds more than 16777216 bytes of text and data"));
@@ -341,7 +349,8 @@ TEST(PlistReaders, EveryFixtureAndEveryCutReadAsLibplistReadsThem) {
         SCOPED_TRACE(s(name));
         EXPECT_TRUE(readsAsLibplist(fixtureBytes("plist/" + name)));
     }
-    for (const char* name : {"writer-snapshot.xml.plist", "writer-snapshot.bin.plist", "writer-texts.bin.plist"}) {
+    for (const char* name :
+         {"writer-snapshot.xml.plist", "writer-snapshot.bin.plist", "writer-texts.bin.plist"}) {
         const QByteArray bytes = fixtureBytes(QStringLiteral("plist/") + name);
         for (qsizetype length = 0; length < bytes.size(); ++length) {
             SCOPED_TRACE(std::string(name) + " cut at " + std::to_string(length));
@@ -374,14 +383,16 @@ TEST(PlistReaders, ArraysWalkTheSameOnEitherPath) {
     const QByteArray bytes = xml("<array><integer>1</integer><string>x</string><array/></array>");
     for (const bool fast : {true, false}) {
         SCOPED_TRACE(fast ? "fast" : "libplist");
-        const PlistDocument document = fast ? PropertyList::parse(bytes) : PropertyList::parseWithLibplist(bytes);
+        const PlistDocument document =
+            fast ? PropertyList::parse(bytes) : PropertyList::parseWithLibplist(bytes);
         ASSERT_TRUE(document.ok());
         const PlistNode root = document.root();
         EXPECT_TRUE(root.isArray());
         EXPECT_EQ(root.arraySize(), 3);
         void* cursor = nullptr;
         QVariantList walked;
-        for (PlistNode element = root.nextElement(cursor); !element.isNull(); element = root.nextElement(cursor)) {
+        for (PlistNode element = root.nextElement(cursor); !element.isNull();
+             element = root.nextElement(cursor)) {
             walked.append(element.toVariant());
         }
         // past the end it stays at the end

@@ -705,8 +705,8 @@ PlistDocument PropertyList::parseFile(const QString& path) {
         return PlistDocument::failure(file.error(), true);
     }
     // One buffer per thread for the bytes, kept between files: a loader reads thousands of small
-    // files in a row, and a fresh buffer for each costs more than reading it. libplist copies out
-    // what it keeps, so the bytes are not needed past the parse. A buffer grown past a mebibyte
+    // files in a row, and a fresh buffer for each costs more than reading it. Both readers copy out
+    // what they keep, so the bytes are not needed past the parse. A buffer grown past a mebibyte
     // by a large file is let go again.
     thread_local QByteArray buffer;
     struct Release {

@@ -20,7 +20,8 @@ namespace corvina {
 // binary lists, length fields and offsets that point outside the data, and lists that hold (or,
 // binary, expand to once their shared references are copied out) more than MaximumNodes objects
 // or more than MaximumBytes bytes of text and data are refused with an error, never parsed. Time
-// and memory are then linear in the input and bounded, whatever it holds.
+// and memory are then linear in the input and bounded, whatever it holds. The fast readers stop at
+// the same bounds and leave such a list to libplist's path, which refuses it as described.
 class PropertyList {
 public:
     enum class Format { Xml, Binary };
@@ -51,7 +52,7 @@ public:
     // Reads a whole file and parses it; a file over MaximumSize is refused before it is read.
     static Result readFile(const QString& path);
 
-    // The same reads, with the same checks and errors, leaving the list in libplist's form for a
+    // The same reads, with the same checks and errors, leaving the list in a compact tree for a
     // reader that takes only what it needs from it (see PlistDocument). read and readFile are
     // these followed by a conversion of the whole list.
     static PlistDocument parse(const QByteArray& bytes);

@@ -4,6 +4,7 @@
 #include "PlistTree.h"
 #include "PropertyList.h"
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -45,7 +46,8 @@ public:
             return false;
         }
         m_seen.assign(static_cast<size_t>(m_count), Unseen);
-        m_tree.reserve(static_cast<qsizetype>(m_count) + 1, static_cast<qsizetype>(m_size));
+        m_tree.reserve(static_cast<qsizetype>(m_count) + 1,
+                       std::min<qsizetype>(static_cast<qsizetype>(m_size), PropertyList::MaximumBytes));
         return object(top, 0);
     }
 

@@ -4,6 +4,7 @@
 #include "PlistTree.h"
 #include "PropertyList.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -492,8 +493,10 @@ private:
 } // namespace
 
 bool PlistXmlReader::read(const QByteArray& bytes, PlistTree& tree) {
-    // a node for every 24 bytes and the bytes themselves fit any usual list without growing
-    tree.reserve(bytes.size() / 24 + 4, bytes.size());
+    // a node for every 24 bytes and the bytes themselves fit any usual list without growing; no
+    // more than the bounds let a taken list hold
+    tree.reserve(std::min<qsizetype>(bytes.size() / 24 + 4, PropertyList::MaximumNodes + 1),
+                 std::min<qsizetype>(bytes.size(), PropertyList::MaximumBytes));
     return XmlReader(bytes, tree).read();
 }
 

@@ -1,35 +1,12 @@
 #include "PlistDocument.h"
 
-#include <plist/plist.h>
 #include <utility>
 
 namespace corvina {
 
-PlistDocument::PlistDocument(PlistDocument&& other) noexcept
-    : m_root(std::exchange(other.m_root, nullptr)), m_error(std::move(other.m_error)),
-      m_unreadable(other.m_unreadable) {}
-
-PlistDocument& PlistDocument::operator=(PlistDocument&& other) noexcept {
-    if (this != &other) {
-        if (m_root) {
-            plist_free(static_cast<plist_t>(m_root));
-        }
-        m_root = std::exchange(other.m_root, nullptr);
-        m_error = std::move(other.m_error);
-        m_unreadable = other.m_unreadable;
-    }
-    return *this;
-}
-
-PlistDocument::~PlistDocument() {
-    if (m_root) {
-        plist_free(static_cast<plist_t>(m_root));
-    }
-}
-
-PlistDocument PlistDocument::adopt(void* root) {
+PlistDocument PlistDocument::adopt(std::unique_ptr<PlistTree> tree) {
     PlistDocument document;
-    document.m_root = root;
+    document.m_tree = std::move(tree);
     return document;
 }
 

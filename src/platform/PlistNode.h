@@ -5,6 +5,8 @@
 
 namespace corvina {
 
+class PlistTree;
+
 // One value inside a parsed property list (see PlistDocument), read in place: no copy of the list
 // into Qt values. Valid as long as the document that holds it. A default-made node is "no value".
 //
@@ -17,9 +19,9 @@ public:
     static constexpr qint64 ReferenceDateOffset = 978307200;
 
     PlistNode() = default;
-    explicit PlistNode(void* node) : m_node(node) {}
+    PlistNode(const PlistTree* tree, quint32 index) : m_tree(tree), m_index(index) {}
 
-    bool isNull() const { return m_node == nullptr; }
+    bool isNull() const { return m_tree == nullptr; }
     bool isDictionary() const;
     bool isArray() const;
 
@@ -45,7 +47,8 @@ public:
     static void endElements(void*& cursor);
 
 private:
-    void* m_node = nullptr;
+    const PlistTree* m_tree = nullptr;
+    quint32 m_index = 0;
 };
 
 } // namespace corvina

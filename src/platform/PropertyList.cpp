@@ -1,7 +1,10 @@
 #include "PropertyList.h"
 
+#include "PlistBinaryReader.h"
 #include "PlistDictionary.h"
 #include "PlistNode.h"
+#include "PlistTree.h"
+#include "PlistXmlReader.h"
 #include "RegularFile.h"
 
 #include <QDateTime>
@@ -469,6 +472,93 @@ bool wellFormed(plist_t node, int depth) {
     }
 }
 
+// Copies a list that wellFormed accepted into `tree`, each value as PlistNode::toVariant gave it
+// when it read libplist's nodes: texts by their length, keys as C strings (up to a NUL, as
+// libplist hands them out), unsigned integers and UIDs read signed, dates to milliseconds.
+void copyOut(plist_t node, PlistTree& tree) {
+    switch (plist_get_node_type(node)) {
+    case PLIST_DICT:
+        tree.beginContainer(PlistTree::Type::Dictionary);
+        PlistDictionary::forEachItem(node, [&tree](plist_t keyNode, plist_t value) {
+            char* key = nullptr;
+            plist_get_key_val(keyNode, &key);
+            tree.addBytes(PlistTree::Type::Key, key ? key : "",
+                          key ? static_cast<qsizetype>(std::strlen(key)) : 0);
+            std::free(key);
+            copyOut(value, tree);
+            return true;
+        });
+        tree.endContainer();
+        return;
+    case PLIST_ARRAY: {
+        tree.beginContainer(PlistTree::Type::Array);
+        const uint32_t size = plist_array_get_size(node);
+        plist_array_iter iter = nullptr;
+        plist_array_new_iter(node, &iter);
+        for (uint32_t i = 0; i < size; ++i) {
+            plist_t item = nullptr;
+            plist_array_next_item(node, iter, &item);
+            copyOut(item, tree);
+        }
+        std::free(iter);
+        tree.endContainer();
+        return;
+    }
+    case PLIST_STRING:
+    case PLIST_KEY: {
+        uint64_t length = 0;
+        const char* text = plist_get_string_ptr(node, &length);
+        tree.addBytes(PlistTree::Type::String, text ? text : "", text ? static_cast<qsizetype>(length) : 0);
+        return;
+    }
+    case PLIST_UINT: {
+        uint64_t value = 0;
+        plist_get_uint_val(node, &value);
+        // libplist keeps integers as 64-bit patterns: read them signed, as the lists are written
+        tree.addInteger(static_cast<qint64>(value));
+        return;
+    }
+    case PLIST_UID: {
+        uint64_t value = 0;
+        plist_get_uid_val(node, &value);
+        tree.addInteger(static_cast<qint64>(value));
+        return;
+    }
+    case PLIST_REAL: {
+        double value = 0;
+        plist_get_real_val(node, &value);
+        tree.addReal(value);
+        return;
+    }
+    case PLIST_BOOLEAN: {
+        uint8_t value = 0;
+        plist_get_bool_val(node, &value);
+        tree.addBoolean(value != 0);
+        return;
+    }
+    case PLIST_DATE: {
+        int32_t seconds = 0;
+        int32_t micros = 0;
+        plist_get_date_val(node, &seconds, &micros);
+        // libplist splits a date before 2001 into whole seconds rounded toward zero and a positive
+        // fraction: -1.25 s comes as -1 and 250000
+        const qint64 fraction = seconds < 0 ? -std::abs(micros / 1000) : micros / 1000;
+        tree.addDate((static_cast<qint64>(seconds) + PlistNode::ReferenceDateOffset) * 1000 + fraction);
+        return;
+    }
+    case PLIST_DATA: {
+        uint64_t length = 0;
+        const char* bytes = plist_get_data_ptr(node, &length);
+        tree.addBytes(PlistTree::Type::Data, bytes ? bytes : "", bytes ? static_cast<qsizetype>(length) : 0);
+        return;
+    }
+    default:
+        // wellFormed let no other kind through
+        tree.addInteger(0);
+        return;
+    }
+}
+
 plist_t fromVariant(const QVariant& value, PropertyList::Format format, QString* error, int depth) {
     if (depth > PropertyList::MaximumDepth) {
         *error = QStringLiteral("property list nests deeper than %1 levels").arg(PropertyList::MaximumDepth);
@@ -559,6 +649,25 @@ PlistDocument PropertyList::parse(const QByteArray& bytes) {
     if (bytes.isEmpty()) {
         return PlistDocument::failure(notAPropertyList());
     }
+    // The usual lists, as writers make them, go through a reader of our own; it takes only a
+    // strict subset of each format and declines everything else, which then goes to libplist
+    // exactly as before. So whatever is refused is refused by libplist, with its error texts.
+    auto tree = std::make_unique<PlistTree>();
+    const bool taken = bytes.startsWith("bplist00") ? PlistBinaryReader::read(bytes, *tree)
+                                                    : PlistXmlReader::read(bytes, *tree);
+    if (taken) {
+        return PlistDocument::adopt(std::move(tree));
+    }
+    return parseWithLibplist(bytes);
+}
+
+PlistDocument PropertyList::parseWithLibplist(const QByteArray& bytes) {
+    if (bytes.size() > MaximumSize) {
+        return PlistDocument::failure(tooLargeError());
+    }
+    if (bytes.isEmpty()) {
+        return PlistDocument::failure(notAPropertyList());
+    }
     const auto length = static_cast<uint32_t>(bytes.size());
     plist_t root = nullptr;
     if (bytes.startsWith("bplist00")) {
@@ -579,11 +688,14 @@ PlistDocument PropertyList::parse(const QByteArray& bytes) {
     if (!root) {
         return PlistDocument::failure(notAPropertyList());
     }
-    PlistDocument document = PlistDocument::adopt(root);
+    const PlistPtr owner(root);
     if (!wellFormed(root, 0)) {
         return PlistDocument::failure(notAPropertyList());
     }
-    return document;
+    // every reader sees the one kind of tree, whichever reader made it
+    auto tree = std::make_unique<PlistTree>();
+    copyOut(root, *tree);
+    return PlistDocument::adopt(std::move(tree));
 }
 
 PlistDocument PropertyList::parseFile(const QString& path) {
@@ -593,8 +705,8 @@ PlistDocument PropertyList::parseFile(const QString& path) {
         return PlistDocument::failure(file.error(), true);
     }
     // One buffer per thread for the bytes, kept between files: a loader reads thousands of small
-    // files in a row, and a fresh buffer for each costs more than reading it. libplist copies out
-    // what it keeps, so the bytes are not needed past the parse. A buffer grown past a mebibyte
+    // files in a row, and a fresh buffer for each costs more than reading it. Both readers copy out
+    // what they keep, so the bytes are not needed past the parse. A buffer grown past a mebibyte
     // by a large file is let go again.
     thread_local QByteArray buffer;
     struct Release {

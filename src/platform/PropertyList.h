@@ -8,7 +8,8 @@
 
 namespace corvina {
 
-// Property lists in and out, XML and binary, through libplist.
+// Property lists in and out, XML and binary: written by libplist, read by a fast reader of our
+// own for the usual lists and by libplist for every other.
 //
 // Reading answers a QVariant made of QVariantMap (dictionary), QVariantList (array), QString,
 // qint64 (integer), double (real), bool, QDateTime (date, UTC) and QByteArray (data); or "nothing"
@@ -19,7 +20,8 @@ namespace corvina {
 // binary lists, length fields and offsets that point outside the data, and lists that hold (or,
 // binary, expand to once their shared references are copied out) more than MaximumNodes objects
 // or more than MaximumBytes bytes of text and data are refused with an error, never parsed. Time
-// and memory are then linear in the input and bounded, whatever it holds.
+// and memory are then linear in the input and bounded, whatever it holds. The fast readers stop at
+// the same bounds and leave such a list to libplist's path, which refuses it as described.
 class PropertyList {
 public:
     enum class Format { Xml, Binary };
@@ -50,11 +52,15 @@ public:
     // Reads a whole file and parses it; a file over MaximumSize is refused before it is read.
     static Result readFile(const QString& path);
 
-    // The same reads, with the same checks and errors, leaving the list in libplist's form for a
+    // The same reads, with the same checks and errors, leaving the list in a compact tree for a
     // reader that takes only what it needs from it (see PlistDocument). read and readFile are
     // these followed by a conversion of the whole list.
     static PlistDocument parse(const QByteArray& bytes);
     static PlistDocument parseFile(const QString& path);
+    // parse through libplist alone, without the fast readers of the usual lists that parse tries
+    // first (PlistXmlReader, PlistBinaryReader): what parse falls back to for every list they
+    // decline, and what they are checked against.
+    static PlistDocument parseWithLibplist(const QByteArray& bytes);
 
     // The error text for an input over MaximumSize.
     static QString tooLargeError();

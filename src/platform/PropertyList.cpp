@@ -1,5 +1,6 @@
 #include "PropertyList.h"
 
+#include "NumbersInCLocale.h"
 #include "PlistBinaryReader.h"
 #include "PlistDictionary.h"
 #include "PlistNode.h"
@@ -683,6 +684,8 @@ PlistDocument PropertyList::parseWithLibplist(const QByteArray& bytes) {
         if (!problem.isEmpty()) {
             return PlistDocument::failure(problem);
         }
+        // libplist reads <real> through the C library, which follows the process's locale
+        const NumbersInCLocale numbers;
         plist_from_xml(bytes.constData(), length, &root);
     }
     if (!root) {

@@ -11,7 +11,11 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
 #include <QTimeZone>
+#include <clocale>
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
@@ -401,4 +405,40 @@ TEST(PlistReaders, ArraysWalkTheSameOnEitherPath) {
         EXPECT_EQ(cursor, nullptr);
         EXPECT_EQ(walked, (QVariantList{qint64(1), QString("x"), QVariantList()}));
     }
+}
+
+// Qt sets the process's locale from the environment; under one whose decimal mark is a comma the
+// C library reads "1.5" as 1. A real reads as 1.5 all the same, whichever reader takes the list.
+TEST(PlistReaders, RealsReadTheSameUnderALocaleWithADecimalComma) {
+    QTemporaryDir locales;
+    ASSERT_TRUE(locales.isValid());
+    QProcess make;
+    make.start(QStringLiteral("localedef"),
+               {QStringLiteral("-i"), QStringLiteral("de_DE"), QStringLiteral("-f"), QStringLiteral("UTF-8"),
+                locales.filePath(QStringLiteral("de_DE.UTF-8"))});
+    ASSERT_TRUE(make.waitForFinished(60000));
+    ASSERT_EQ(make.exitCode(), 0) << "localedef (Debian package locales): "
+                                  << make.readAllStandardError().toStdString();
+    const std::string before = std::setlocale(LC_ALL, nullptr);
+    qputenv("LOCPATH", locales.path().toLocal8Bit());
+    struct Restore {
+        std::string locale;
+        ~Restore() {
+            std::setlocale(LC_ALL, locale.c_str());
+            qunsetenv("LOCPATH");
+        }
+    } restore{before};
+    ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
+    ASSERT_EQ(std::strtod("1.5", nullptr), 1.0) << "the locale's decimal mark is not a comma";
+
+    // taken by the fast reader
+    const QByteArray plain = xml("<real>1.5</real>");
+    EXPECT_EQ(PropertyList::read(plain).value, QVariant(1.5));
+    // declined (a comment), read by libplist
+    const QByteArray declined = xml("<array><!-- c --><real>1.5</real><real>-2.25e1</real></array>");
+    PlistTree tree;
+    EXPECT_FALSE(PlistXmlReader::read(declined, tree));
+    const QVariant read = PropertyList::read(declined).value;
+    EXPECT_EQ(read, QVariant(QVariantList{1.5, -22.5})) << read.toStringList().join(u' ').toStdString();
+    EXPECT_EQ(PropertyList::parseWithLibplist(plain).root().toVariant(), QVariant(1.5));
 }

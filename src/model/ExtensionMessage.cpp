@@ -4,10 +4,10 @@
 #include "ExtensionDate.h"
 #include "SnapshotFormat.h"
 #include "platform/Exception.h"
-#include "platform/ImageDecoder.h"
 #include "platform/LinkDetector.h"
 #include "platform/Localization.h"
 #include "platform/Log.h"
+#include "platform/PictureHeader.h"
 #include "platform/PlistNode.h"
 #include "platform/PlistValue.h"
 #include "requestutils/RequestUtils.h"
@@ -50,24 +50,6 @@ QString avatarTextRefusal(const QByteArray& text) {
             .arg(ExtensionMessage::MaximumAvatarTextBytes);
     }
     return QString();
-}
-
-// The sender's picture from the avatar's bytes: null for bytes that are no readable picture,
-// silently; a picture over the bound is refused with a line, as that is no accident.
-QImage avatarImage(const QByteArray& bytes) {
-    if (bytes.isEmpty()) {
-        return QImage();
-    }
-    const ImageDecoder::Result decoded = ImageDecoder::decode(bytes, ExtensionMessage::MaximumAvatarPixels);
-    if (!decoded.refusal.isEmpty()) {
-        Log::write(QStringLiteral("ExtensionMessage avatar %@"), {decoded.refusal});
-        return QImage();
-    }
-    const int side = ExtensionMessage::KeptAvatarSide;
-    if (decoded.image.width() > side || decoded.image.height() > side) {
-        return decoded.image.scaled(side, side, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-    }
-    return decoded.image;
 }
 
 // The keys of a message dictionary, in the order the mail application writes them: the look-up by
@@ -289,7 +271,7 @@ void ExtensionMessage::setAvatarText(const QString& text) {
     // converting when decoding
     avatar.text = text.toLatin1();
     avatar.state = AvatarState::Unchecked;
-    avatar.image = QImage();
+    avatar.image.reset();
 }
 
 ExtensionMessage::AvatarState ExtensionMessage::checkAvatarLocked(Avatar& avatar) {
@@ -308,7 +290,7 @@ ExtensionMessage::AvatarState ExtensionMessage::checkAvatarLocked(Avatar& avatar
         avatar.text.clear();
         return avatar.state = AvatarState::Refused;
     }
-    const ImageDecoder::Header header = ImageDecoder::inspect(bytes, MaximumAvatarPixels);
+    const PictureHeader::Header header = PictureHeader::inspect(bytes, MaximumAvatarPixels);
     if (!header.refusal.isEmpty()) {
         Log::write(QStringLiteral("ExtensionMessage avatar %@"), {header.refusal});
         avatar.text.clear();
@@ -317,48 +299,19 @@ ExtensionMessage::AvatarState ExtensionMessage::checkAvatarLocked(Avatar& avatar
     return avatar.state = header.readable ? AvatarState::Plausible : AvatarState::Unclear;
 }
 
-QImage ExtensionMessage::image() const {
-    Avatar* avatar = m_avatar.ifMade();
-    if (avatar == nullptr) {
-        return QImage(); // no avatar was ever given
-    }
-    QMutexLocker lock(&avatar->lock);
-    const AvatarState state = checkAvatarLocked(*avatar);
-    if (state == AvatarState::Plausible || state == AvatarState::Unclear) {
-        avatar->image = avatarImage(QByteArray::fromBase64(avatar->text));
-        avatar->text.clear();
-        avatar->state = AvatarState::Decoded;
-    }
-    return avatar->image;
-}
-
-void ExtensionMessage::setImage(QImage image) {
-    Avatar& avatar = m_avatar.made();
-    QMutexLocker lock(&avatar.lock);
-    std::swap(avatar.image, image);
-    avatar.text.clear();
-    avatar.state = AvatarState::Decoded;
-    // the old picture is released after the lock
-    lock.unlock();
-}
-
 bool ExtensionMessage::hasAvatar() const {
     Avatar* avatar = m_avatar.ifMade();
     if (avatar == nullptr) {
         return false;
     }
-    {
-        QMutexLocker lock(&avatar->lock);
-        const AvatarState state = checkAvatarLocked(*avatar);
-        if (state == AvatarState::Plausible) {
-            return true;
-        }
-        if (state != AvatarState::Unclear) {
-            return !avatar->image.isNull();
-        }
+    QMutexLocker lock(&avatar->lock);
+    const AvatarState state = checkAvatarLocked(*avatar);
+    if (state == AvatarState::Plausible) {
+        return true;
     }
-    // a header that tells no size (a format that learns it only by decoding): decoded to know
-    return !image().isNull();
+    // Unclear: the reader of its format found no picture (a format whose header tells no size was
+    // decoded by it to tell)
+    return state == AvatarState::Decoded && avatar->image != nullptr;
 }
 
 QString ExtensionMessage::description() const {

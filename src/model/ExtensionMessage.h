@@ -204,15 +204,19 @@ private:
     struct Composing;
     LazyPart<Composing> m_composing;
 
-    // The avatar text of the snapshot, and what was learned of it so far (Unclear: a header that
-    // declares no size, so only decoding tells). Under the part's lock.
+    // The avatar text of the snapshot, and what was learned of it so far (Plausible: a picture
+    // within the bound, as far as its header or the reader of its format tells; Unclear: nothing
+    // that reads as one, yet left to image() to try). Under the part's lock.
     enum class AvatarState { None, Unchecked, Refused, Plausible, Unclear, Decoded };
     struct Avatar {
         QMutex lock;
         // Base64 is ASCII: kept in one byte a character, half what the text takes
         QByteArray text;
         AvatarState state = AvatarState::None;
-        QImage image;
+        // The decoded picture, null for none. Held by a pointer made where pictures are decoded
+        // (ExtensionMessageImage.cpp) on purpose: the rest of the record then uses no part of Qt
+        // Gui, and a program that only lists mail (corvina-today --list) links none of it.
+        std::shared_ptr<const QImage> image;
     };
     static AvatarState checkAvatarLocked(Avatar& avatar);
     // Both without an avatar, or both with the same avatar text not looked at yet.

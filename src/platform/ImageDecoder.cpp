@@ -1,105 +1,18 @@
 #include "ImageDecoder.h"
 
+#include "PngRead.h"
+
 #include <QBuffer>
 #include <QImageReader>
 #include <QLoggingCategory>
 #include <algorithm>
-#include <csetjmp>
 #include <cstring>
 #include <mutex>
-#include <png.h>
 #include <vector>
 
 namespace corvina {
 
 namespace {
-
-QString tooManyPixels(qint64 width, qint64 height, qint64 maximumPixels) {
-    return QStringLiteral("picture of %1x%2 pixels is larger than %3 pixels")
-        .arg(width)
-        .arg(height)
-        .arg(maximumPixels);
-}
-
-// ---- PNG through libpng, with errors kept to ourselves ---------------------------------------
-
-struct PngSource {
-    const QByteArray* bytes;
-    qsizetype position = 0;
-};
-
-void readFromSource(png_structp png, png_bytep out, png_size_t length) {
-    auto* source = static_cast<PngSource*>(png_get_io_ptr(png));
-    const qsizetype left = source->bytes->size() - source->position;
-    if (length > static_cast<png_size_t>(left)) {
-        png_error(png, "truncated");
-    }
-    std::memcpy(out, source->bytes->constData() + source->position, length);
-    source->position += static_cast<qsizetype>(length);
-}
-
-[[noreturn]] void quietError(png_structp png, png_const_charp) {
-    png_longjmp(png, 1);
-}
-
-void quietWarning(png_structp, png_const_charp) {}
-
-// The two steps that libpng may abandon by a long jump. They own no C++ object, so that a jump
-// skips no destructor: the caller holds the image and the row pointers.
-bool readHeader(png_structp png, png_infop info, png_uint_32* width, png_uint_32* height) {
-    if (setjmp(png_jmpbuf(png))) {
-        return false;
-    }
-    png_read_info(png, info);
-    *width = png_get_image_width(png, info);
-    *height = png_get_image_height(png, info);
-    return true;
-}
-
-bool readPixels(png_structp png, png_infop info, png_uint_32 width, png_bytep* rows) {
-    if (setjmp(png_jmpbuf(png))) {
-        return false;
-    }
-    // whatever the stored form, 8-bit RGBA comes out
-    png_set_expand(png);
-    png_set_strip_16(png);
-    png_set_gray_to_rgb(png);
-    png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
-    png_set_interlace_handling(png);
-    png_read_update_info(png, info);
-    if (png_get_rowbytes(png, info) != png_size_t(width) * 4) {
-        return false;
-    }
-    png_read_image(png, rows);
-    png_read_end(png, nullptr);
-    return true;
-}
-
-// One libpng read of `bytes`: its reader and info made and set up once, destroyed with it.
-class PngRead {
-public:
-    explicit PngRead(const QByteArray& bytes) : m_source{&bytes} {
-        m_png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, quietError, quietWarning);
-        m_info = m_png ? png_create_info_struct(m_png) : nullptr;
-        if (m_info) {
-            png_set_read_fn(m_png, &m_source, readFromSource);
-            // ancillary chunks (texts, colour profiles) are not what a picture of a sender needs
-            png_set_chunk_malloc_max(m_png, 1024 * 1024);
-        }
-    }
-    ~PngRead() { png_destroy_read_struct(&m_png, &m_info, nullptr); }
-    PngRead(const PngRead&) = delete;
-    PngRead& operator=(const PngRead&) = delete;
-
-    bool ok() const { return m_info != nullptr; }
-    bool header(png_uint_32* width, png_uint_32* height) { return readHeader(m_png, m_info, width, height); }
-    bool pixels(png_uint_32 width, png_bytep* rows) { return readPixels(m_png, m_info, width, rows); }
-
-private:
-    PngSource m_source;
-    png_structp m_png = nullptr;
-    png_infop m_info = nullptr;
-};
 
 ImageDecoder::Result decodePng(const QByteArray& bytes, qint64 maximumPixels) {
     PngRead read(bytes);
@@ -111,7 +24,7 @@ ImageDecoder::Result decodePng(const QByteArray& bytes, qint64 maximumPixels) {
     png_uint_32 height = 0;
     if (read.header(&width, &height)) {
         if (qint64(width) * qint64(height) > maximumPixels) {
-            result.refusal = tooManyPixels(width, height, maximumPixels);
+            result.refusal = PictureHeader::tooManyPixels(width, height, maximumPixels);
         } else {
             QImage image(static_cast<int>(width), static_cast<int>(height), QImage::Format_RGBA8888);
             std::vector<png_bytep> rows(image.isNull() ? 0 : height);
@@ -124,24 +37,6 @@ ImageDecoder::Result decodePng(const QByteArray& bytes, qint64 maximumPixels) {
         }
     }
     return result;
-}
-
-ImageDecoder::Header inspectPng(const QByteArray& bytes, qint64 maximumPixels) {
-    PngRead read(bytes);
-    if (!read.ok()) {
-        return {};
-    }
-    ImageDecoder::Header header;
-    png_uint_32 width = 0;
-    png_uint_32 height = 0;
-    if (read.header(&width, &height)) {
-        if (qint64(width) * qint64(height) > maximumPixels) {
-            header.refusal = tooManyPixels(width, height, maximumPixels);
-        } else {
-            header.readable = width > 0 && height > 0;
-        }
-    }
-    return header;
 }
 
 // ---- everything else through Qt's readers ----------------------------------------------------
@@ -168,19 +63,19 @@ void quietenQtReaders() {
     std::call_once(once, [] { previousFilter = QLoggingCategory::installFilter(quietImageReaders); });
 }
 
-ImageDecoder::Header inspectWithQt(const QByteArray& bytes, qint64 maximumPixels) {
+PictureHeader::Header inspectWithQt(const QByteArray& bytes, qint64 maximumPixels) {
     quietenQtReaders();
     QByteArray data = bytes;
     QBuffer buffer(&data);
     buffer.open(QIODevice::ReadOnly);
     QImageReader reader(&buffer);
-    ImageDecoder::Header header;
+    PictureHeader::Header header;
     const QSize declared = reader.size();
     if (!declared.isValid() || declared.isEmpty()) {
         return header;
     }
     if (qint64(declared.width()) * qint64(declared.height()) > maximumPixels) {
-        header.refusal = tooManyPixels(declared.width(), declared.height(), maximumPixels);
+        header.refusal = PictureHeader::tooManyPixels(declared.width(), declared.height(), maximumPixels);
     } else {
         header.readable = true;
     }
@@ -196,7 +91,7 @@ ImageDecoder::Result decodeWithQt(const QByteArray& bytes, qint64 maximumPixels)
     ImageDecoder::Result result;
     const QSize declared = reader.size();
     if (declared.isValid() && qint64(declared.width()) * qint64(declared.height()) > maximumPixels) {
-        result.refusal = tooManyPixels(declared.width(), declared.height(), maximumPixels);
+        result.refusal = PictureHeader::tooManyPixels(declared.width(), declared.height(), maximumPixels);
         return result;
     }
     // for readers that cannot tell their size before decoding: no allocation beyond what the
@@ -209,15 +104,19 @@ ImageDecoder::Result decodeWithQt(const QByteArray& bytes, qint64 maximumPixels)
 
 } // namespace
 
-ImageDecoder::Header ImageDecoder::inspect(const QByteArray& bytes, qint64 maximumPixels) {
-    if (bytes.startsWith("\x89PNG\r\n\x1a\n")) {
-        return inspectPng(bytes, maximumPixels);
+PictureHeader::Header ImageDecoder::inspectOtherFormat(const QByteArray& bytes, qint64 maximumPixels) {
+    PictureHeader::Header header = inspectWithQt(bytes, maximumPixels);
+    if (!header.readable && header.refusal.isEmpty()) {
+        // a format whose header tells no size (or a broken one): only its pixels tell
+        const Result decoded = decodeWithQt(bytes, maximumPixels);
+        header.readable = !decoded.image.isNull();
+        header.refusal = decoded.refusal;
     }
-    return inspectWithQt(bytes, maximumPixels);
+    return header;
 }
 
 ImageDecoder::Result ImageDecoder::decode(const QByteArray& bytes, qint64 maximumPixels) {
-    if (bytes.startsWith("\x89PNG\r\n\x1a\n")) {
+    if (PngRead::isPng(bytes)) {
         return decodePng(bytes, maximumPixels);
     }
     return decodeWithQt(bytes, maximumPixels);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "PictureHeader.h"
+
 #include <QByteArray>
 #include <QImage>
 #include <QString>
@@ -23,15 +25,10 @@ public:
     // Decodes `bytes`; a picture of more than `maximumPixels` is refused unread.
     static Result decode(const QByteArray& bytes, qint64 maximumPixels);
 
-    // What the picture's header alone tells, its pixels left undecoded: `readable` when a header of
-    // a known format is read and declares a size within `maximumPixels`; `refusal` as decode gives
-    // it for a larger picture. A readable header says nothing about the pixels after it, which may
-    // still be broken: decode alone tells.
-    struct Header {
-        bool readable = false;
-        QString refusal;
-    };
-    static Header inspect(const QByteArray& bytes, qint64 maximumPixels);
+    // PictureHeader's reader of every format but PNG, through Qt's readers: a header that declares a
+    // size within `maximumPixels` is readable, one over it refused; a header that tells no size is
+    // decoded, within the same bound, to tell. Programs that link Qt Gui install it at their start.
+    static PictureHeader::Header inspectOtherFormat(const QByteArray& bytes, qint64 maximumPixels);
 };
 
 } // namespace corvina

@@ -162,3 +162,51 @@ TEST(ImageDecoder, BrokenPicturesGiveNothingAndSayNothingOnTheTerminal) {
         ++index;
     }
 }
+
+namespace {
+
+// Installs a reader of the other formats for one test, and takes it away after.
+class OtherFormats {
+public:
+    explicit OtherFormats(PictureHeader::Reader reader) { PictureHeader::setOtherFormats(reader); }
+    ~OtherFormats() { PictureHeader::setOtherFormats(nullptr); }
+    OtherFormats(const OtherFormats&) = delete;
+    OtherFormats& operator=(const OtherFormats&) = delete;
+};
+
+} // namespace
+
+TEST(PictureHeader, APngIsToldByItsHeaderAlone) {
+    const QByteArray png = encoded(sample(QImage::Format_ARGB32), "PNG");
+    EXPECT_TRUE(PictureHeader::inspect(png, 35).readable);
+    EXPECT_TRUE(PictureHeader::inspect(png, 35).refusal.isEmpty());
+    const PictureHeader::Header over = PictureHeader::inspect(png, 34);
+    EXPECT_FALSE(over.readable);
+    EXPECT_EQ(over.refusal, "picture of 7x5 pixels is larger than 34 pixels");
+    EXPECT_EQ(PictureHeader::inspect(pngDeclaring(20000, 20000), 1024 * 1024).refusal,
+              "picture of 20000x20000 pixels is larger than 1048576 pixels");
+    // the header reads; the pixels after it are not looked at
+    EXPECT_TRUE(PictureHeader::inspect(pngDeclaring(4, 4), 1024 * 1024).readable);
+    // a signature and a cut header: nothing, quietly
+    const QByteArray printed = stderrOf([&] {
+        const PictureHeader::Header cut = PictureHeader::inspect(png.left(20), 1024 * 1024);
+        EXPECT_FALSE(cut.readable);
+        EXPECT_TRUE(cut.refusal.isEmpty());
+    });
+    EXPECT_TRUE(printed.isEmpty()) << printed.toStdString();
+}
+
+TEST(PictureHeader, OtherFormatsAreNoPictureUntilTheirReaderIsInstalled) {
+    const QByteArray jpeg = encoded(sample(QImage::Format_RGB32), "JPEG");
+    const PictureHeader::Header without = PictureHeader::inspect(jpeg, 1024 * 1024);
+    EXPECT_FALSE(without.readable);
+    EXPECT_TRUE(without.refusal.isEmpty());
+
+    const OtherFormats installed(&ImageDecoder::inspectOtherFormat);
+    EXPECT_TRUE(PictureHeader::inspect(jpeg, 35).readable);
+    EXPECT_EQ(PictureHeader::inspect(jpeg, 34).refusal, "picture of 7x5 pixels is larger than 34 pixels");
+    EXPECT_FALSE(PictureHeader::inspect(QByteArray("!!!"), 1024 * 1024).readable);
+    EXPECT_FALSE(PictureHeader::inspect(QByteArray(), 1024 * 1024).readable);
+    // the reader is asked for what is not PNG only: a PNG is still told by libpng
+    EXPECT_TRUE(PictureHeader::inspect(pngDeclaring(4, 4), 1024 * 1024).readable);
+}

@@ -27,6 +27,9 @@ protected:
         ASSERT_TRUE(x.start()) << "Xvfb could not be started";
         ASSERT_TRUE(QFile::copy(QStringLiteral(CORVINA_TODAY_BINARY),
                                 programs.filePath(QStringLiteral("corvina-today"))));
+        // the program shows its widget from the window's half beside it
+        ASSERT_TRUE(QFile::copy(QStringLiteral(CORVINA_TODAY_WINDOW),
+                                programs.filePath(QStringLiteral("corvina-today-window.so"))));
         // The stand-in for the Accounts window.
         QFile script(programs.filePath(QStringLiteral("corvina-accounts")));
         ASSERT_TRUE(script.open(QIODevice::WriteOnly));

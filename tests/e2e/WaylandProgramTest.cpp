@@ -141,6 +141,9 @@ TEST(WaylandProgram, WithoutQtsWaylandPluginTheWidgetCannotStart) {
     ASSERT_GT(linked, 0) << "no Qt plugins in " << plugins.toStdString();
     const QString program = dir.filePath(QStringLiteral("corvina-today"));
     ASSERT_TRUE(QFile::copy(QStringLiteral(CORVINA_TODAY_BINARY), program));
+    // the program shows its widget from the window's half beside it
+    ASSERT_TRUE(QFile::copy(QStringLiteral(CORVINA_TODAY_WINDOW),
+                            dir.filePath(QStringLiteral("corvina-today-window.so"))));
     QFile conf(dir.filePath(QStringLiteral("qt.conf")));
     ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
     conf.write("[Paths]\nPlugins=" + dir.filePath(QStringLiteral("plugins")).toUtf8() + "\n");

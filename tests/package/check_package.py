@@ -25,6 +25,9 @@ import xml.etree.ElementTree as ElementTree
 TODAY_FILES = {
     "usr/bin/corvina-today",
     "usr/bin/corvina-share",
+    # the program's window: a private module, below the multiarch library folder
+    "usr/lib/%s/corvina-today/corvina-today-window.so" % subprocess.run(
+        ["dpkg-architecture", "-qDEB_HOST_MULTIARCH"], capture_output=True, text=True, check=True).stdout.strip(),
     "usr/share/applications/org.corvina.mail.today.desktop",
     "usr/share/applications/org.corvina.mail.share.desktop",
     "usr/share/metainfo/org.corvina.mail.today.metainfo.xml",
@@ -220,6 +223,11 @@ def check_libraries(root):
         for line in ldd.splitlines():
             if "=>" in line and "corvina" in line.split("=>")[1]:
                 fail("%s loads a library of the project: %s" % (program, line.strip()))
+    # corvina-today's window is a module it loads itself, from the package's own folder
+    window = [os.path.join(root, f) for f in TODAY_FILES if f.endswith("/corvina-today-window.so")][0]
+    ldd = run(["ldd", window], "ldd corvina-today-window.so").stdout
+    if "not found" in ldd:
+        fail("corvina-today-window.so needs a library that is not on this machine:\n%s" % ldd)
 
 
 def without_date_strings(listing):
@@ -255,6 +263,12 @@ def check_programs(root, build, source, scratch):
                 "the build's corvina-today --list --all --json", env=env).stdout
     if without_date_strings(installed) != without_date_strings(built):
         fail("the installed corvina-today lists the demo otherwise than the build's own program")
+    # the widget itself, from the window's module where the package puts it
+    shot = os.path.join(scratch, "installed-widget.png")
+    run([today, "--screenshot", shot, "--container", demo], "corvina-today --screenshot", env=env)
+    with open(shot, "rb") as picture:
+        if picture.read(8) != b"\x89PNG\r\n\x1a\n":
+            fail("the installed corvina-today did not render its widget to %s" % shot)
     return len(rows)
 
 

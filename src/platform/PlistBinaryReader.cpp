@@ -1,5 +1,6 @@
 #include "PlistBinaryReader.h"
 
+#include "PlistBinaryLayout.h"
 #include "PlistNode.h"
 #include "PlistTree.h"
 #include "PropertyList.h"
@@ -15,40 +16,22 @@ namespace {
 class BinaryReader {
 public:
     BinaryReader(const QByteArray& bytes, PlistTree& tree)
-        : m_data(reinterpret_cast<const unsigned char*>(bytes.constData())),
-          m_size(static_cast<quint64>(bytes.size())), m_tree(tree) {}
+        : m_layout(bytes), m_data(m_layout.data()), m_tree(tree) {}
 
     bool read() {
-        if (m_size < 8 + 32 + 1 || std::memcmp(m_data, "bplist00", 8) != 0) {
+        if (m_layout.readTrailer() != PlistBinaryLayout::Trailer::Valid ||
+            std::memcmp(m_data, "bplist00", 8) != 0 || !m_layout.unusedTrailerBytesAreZero()) {
             return false;
         }
-        const unsigned char* trailer = m_data + m_size - 32;
-        for (int i = 0; i < 6; ++i) {
-            if (trailer[i] != 0) {
-                return false;
-            }
-        }
-        m_offsetSize = trailer[6];
-        m_refSize = trailer[7];
-        m_count = bigEndian(trailer + 8, 8);
-        const quint64 top = bigEndian(trailer + 16, 8);
-        m_tableOffset = bigEndian(trailer + 24, 8);
-        const quint64 objectsEnd = m_size - 32;
-        if (m_offsetSize < 1 || m_offsetSize > 8 || m_refSize < 1 || m_refSize > 8) {
-            return false;
-        }
-        if (m_count == 0 || m_count > m_size || top >= m_count ||
-            m_count > static_cast<quint64>(PropertyList::MaximumNodes)) {
-            return false;
-        }
-        if (m_tableOffset < 8 || m_tableOffset > objectsEnd ||
-            (objectsEnd - m_tableOffset) / m_offsetSize < m_count) {
+        m_count = m_layout.objectCount();
+        if (m_count > static_cast<quint64>(PropertyList::MaximumNodes)) {
             return false;
         }
         m_seen.assign(static_cast<size_t>(m_count), Unseen);
-        m_tree.reserve(static_cast<qsizetype>(m_count) + 1,
-                       std::min<qsizetype>(static_cast<qsizetype>(m_size), PropertyList::MaximumBytes));
-        return object(top, 0);
+        m_tree.reserve(
+            static_cast<qsizetype>(m_count) + 1,
+            std::min<qsizetype>(static_cast<qsizetype>(m_layout.size()), PropertyList::MaximumBytes));
+        return object(m_layout.topObject(), 0);
     }
 
 private:
@@ -58,32 +41,11 @@ private:
     // A container seen: a second reference to it is declined.
     static constexpr quint32 Container = 0xFFFFFFFE;
 
-    static quint64 bigEndian(const unsigned char* p, unsigned width) {
-        quint64 value = 0;
-        for (unsigned i = 0; i < width; ++i) {
-            value = (value << 8) | p[i];
-        }
-        return value;
-    }
-
     bool counted(quint64 bytes) {
         m_objects += 1;
         m_bytes += bytes;
         return m_objects <= static_cast<quint64>(PropertyList::MaximumNodes) &&
                m_bytes <= static_cast<quint64>(PropertyList::MaximumBytes);
-    }
-
-    quint64 offsetOf(quint64 object) const {
-        return bigEndian(m_data + m_tableOffset + object * m_offsetSize, m_offsetSize);
-    }
-
-    // The type of the object `ref` stands for, or 0xFF when it is outside the data.
-    unsigned typeOf(quint64 ref) const {
-        if (ref >= m_count) {
-            return 0xFF;
-        }
-        const quint64 offset = offsetOf(ref);
-        return offset >= 8 && offset < m_tableOffset ? m_data[offset] >> 4 : 0xFF;
     }
 
     bool object(quint64 ref, int depth) {
@@ -105,33 +67,13 @@ private:
             m_tree.addCopy(seen);
             return true;
         }
-        const quint64 offset = offsetOf(ref);
-        if (offset < 8 || offset >= m_tableOffset) {
+        PlistBinaryLayout::Object header;
+        if (!m_layout.objectAt(ref, header)) {
             return false;
         }
-        const unsigned char marker = m_data[offset];
-        const unsigned type = marker >> 4;
-        const unsigned info = marker & 0x0F;
-        quint64 position = offset + 1;
-        const quint64 end = m_tableOffset;
-        auto room = [&](quint64 bytes) { return position <= end && bytes <= end - position; };
-        auto length = [&](quint64& out) -> bool {
-            if (info != 0x0F) {
-                out = info;
-                return true;
-            }
-            if (!room(1)) {
-                return false;
-            }
-            const unsigned char lengthMarker = m_data[position++];
-            const unsigned width = 1u << (lengthMarker & 0x0F);
-            if ((lengthMarker >> 4) != 0x1 || width > 8 || !room(width)) {
-                return false;
-            }
-            out = bigEndian(m_data + position, width);
-            position += width;
-            return true;
-        };
+        const unsigned char marker = header.marker;
+        const unsigned type = header.type;
+        const unsigned info = header.info;
         quint64 count = 0;
         const auto index = static_cast<quint32>(m_tree.nodeCount());
         switch (type) {
@@ -146,18 +88,18 @@ private:
             break;
         case 0x1: {
             // 1, 2, 4 or 8 bytes; 16 declined
-            if (info > 3 || !room(quint64(1) << info) || !counted(0)) {
+            if (info > 3 || !m_layout.room(header, quint64(1) << info) || !counted(0)) {
                 return false;
             }
             // 8 bytes are a 64-bit pattern read signed; fewer are unsigned
-            m_tree.addInteger(static_cast<qint64>(bigEndian(m_data + position, 1u << info)));
+            m_tree.addInteger(static_cast<qint64>(m_layout.number(header.position, 1u << info)));
             break;
         }
         case 0x2: {
-            if ((info != 2 && info != 3) || !room(quint64(1) << info) || !counted(0)) {
+            if ((info != 2 && info != 3) || !m_layout.room(header, quint64(1) << info) || !counted(0)) {
                 return false;
             }
-            const quint64 bits = bigEndian(m_data + position, 1u << info);
+            const quint64 bits = m_layout.number(header.position, 1u << info);
             if (info == 2) {
                 float value = 0;
                 const auto narrow = static_cast<quint32>(bits);
@@ -173,10 +115,10 @@ private:
         case 0x3: {
             // whole seconds from 2001 to 2069 only: those read back the same however they are
             // split into seconds and a fraction
-            if (marker != 0x33 || !room(8) || !counted(0)) {
+            if (marker != 0x33 || !m_layout.room(header, 8) || !counted(0)) {
                 return false;
             }
-            const quint64 bits = bigEndian(m_data + position, 8);
+            const quint64 bits = m_layout.number(header.position, 8);
             double seconds = 0;
             std::memcpy(&seconds, &bits, sizeof seconds);
             if (!(seconds >= 0 && seconds <= 2147483647.0) ||
@@ -187,55 +129,57 @@ private:
             break;
         }
         case 0x4:
-            if (!length(count) || !room(count) || !counted(count)) {
+            if (!m_layout.readLength(header, count) || !m_layout.room(header, count) || !counted(count)) {
                 return false;
             }
-            m_tree.addBytes(PlistTree::Type::Data, reinterpret_cast<const char*>(m_data + position),
+            m_tree.addBytes(PlistTree::Type::Data, reinterpret_cast<const char*>(m_data + header.position),
                             static_cast<qsizetype>(count));
             break;
         case 0x5:
-            if (!length(count) || !room(count) || !counted(count)) {
+            if (!m_layout.readLength(header, count) || !m_layout.room(header, count) || !counted(count)) {
                 return false;
             }
             for (quint64 i = 0; i < count; ++i) {
-                const unsigned char c = m_data[position + i];
+                const unsigned char c = m_data[header.position + i];
                 if (c == 0 || c >= 0x80) {
                     return false;
                 }
             }
-            m_tree.addBytes(PlistTree::Type::String, reinterpret_cast<const char*>(m_data + position),
+            m_tree.addBytes(PlistTree::Type::String, reinterpret_cast<const char*>(m_data + header.position),
                             static_cast<qsizetype>(count));
             break;
         case 0x6:
             // libplist makes no text of an empty UTF-16 one
-            if (!length(count) || count == 0 || count > (end - position) / 2 || !counted(count * 2) ||
-                !utf16(position, count)) {
+            if (!m_layout.readLength(header, count) || count == 0 || count > m_layout.bytesLeft(header) / 2 ||
+                !counted(count * 2) || !utf16(header.position, count)) {
                 return false;
             }
             break;
         case 0xA:
         case 0xD: {
-            if (depth + 1 > PropertyList::MaximumDepth || !length(count) || !counted(0)) {
+            if (depth + 1 > PropertyList::MaximumDepth || !m_layout.readLength(header, count) ||
+                !counted(0)) {
                 return false;
             }
             const quint64 refs = type == 0xD ? count * 2 : count;
-            if ((type == 0xD && count > (quint64(1) << 62)) || refs > (end - position) / m_refSize) {
+            if ((type == 0xD && count > (quint64(1) << 62)) ||
+                refs > m_layout.bytesLeft(header) / m_layout.refSize()) {
                 return false;
             }
             seen = Container;
             m_tree.beginContainer(type == 0xD ? PlistTree::Type::Dictionary : PlistTree::Type::Array);
             for (quint64 i = 0; i < count; ++i) {
                 if (type == 0xD) {
-                    const quint64 key = bigEndian(m_data + position + i * m_refSize, m_refSize);
-                    const unsigned keyType = typeOf(key);
+                    const quint64 key = m_layout.reference(header.position, i);
+                    const unsigned keyType = m_layout.typeOf(key);
                     if ((keyType != 0x5 && keyType != 0x6) || !object(key, depth + 1)) {
                         return false;
                     }
-                    const quint64 value = bigEndian(m_data + position + (count + i) * m_refSize, m_refSize);
+                    const quint64 value = m_layout.reference(header.position, count + i);
                     if (!object(value, depth + 1)) {
                         return false;
                     }
-                } else if (!object(bigEndian(m_data + position + i * m_refSize, m_refSize), depth + 1)) {
+                } else if (!object(m_layout.reference(header.position, i), depth + 1)) {
                     return false;
                 }
             }
@@ -262,7 +206,7 @@ private:
         char* out = m_tree.growBytes(static_cast<qsizetype>(count * 3));
         char* const start = out;
         for (quint64 i = 0; i < count; ++i) {
-            quint32 unit = static_cast<quint32>(bigEndian(m_data + position + 2 * i, 2));
+            quint32 unit = static_cast<quint32>(m_layout.number(position + 2 * i, 2));
             if (unit == 0 || (unit >= 0xDC00 && unit <= 0xDFFF)) {
                 return false;
             }
@@ -270,7 +214,7 @@ private:
                 if (i + 1 >= count) {
                     return false;
                 }
-                const auto low = static_cast<quint32>(bigEndian(m_data + position + 2 * (i + 1), 2));
+                const auto low = static_cast<quint32>(m_layout.number(position + 2 * (i + 1), 2));
                 if (low < 0xDC00 || low > 0xDFFF) {
                     return false;
                 }
@@ -298,13 +242,10 @@ private:
         return true;
     }
 
+    PlistBinaryLayout m_layout;
     const unsigned char* m_data;
-    quint64 m_size;
     PlistTree& m_tree;
-    unsigned m_offsetSize = 0;
-    unsigned m_refSize = 0;
     quint64 m_count = 0;
-    quint64 m_tableOffset = 0;
     std::vector<quint32> m_seen;
     // bytes of text or data of each object remembered in m_seen (made on the first one)
     std::vector<quint64> m_weight;

@@ -1,6 +1,7 @@
 #include "PropertyList.h"
 
 #include "NumbersInCLocale.h"
+#include "PlistBinaryLayout.h"
 #include "PlistBinaryReader.h"
 #include "PlistDictionary.h"
 #include "PlistNode.h"
@@ -43,32 +44,20 @@ QString binaryBytesError() {
 // be once copied out: its objects, and the bytes of its texts and data.
 class BinaryChecker {
 public:
-    explicit BinaryChecker(const QByteArray& bytes)
-        : m_data(reinterpret_cast<const unsigned char*>(bytes.constData())),
-          m_size(static_cast<quint64>(bytes.size())) {}
+    explicit BinaryChecker(const QByteArray& bytes) : m_layout(bytes) {}
 
     QString check() {
-        if (m_size < 8 + 32 + 1) {
+        switch (m_layout.readTrailer()) {
+        case PlistBinaryLayout::Trailer::Valid:
+            break;
+        case PlistBinaryLayout::Trailer::Truncated:
             return QStringLiteral("binary property list is truncated");
-        }
-        const unsigned char* trailer = m_data + m_size - 32;
-        m_offsetSize = trailer[6];
-        m_refSize = trailer[7];
-        m_count = bigEndian(trailer + 8, 8);
-        const quint64 top = bigEndian(trailer + 16, 8);
-        m_tableOffset = bigEndian(trailer + 24, 8);
-        m_objectsEnd = m_size - 32;
-        if (m_offsetSize < 1 || m_offsetSize > 8 || m_refSize < 1 || m_refSize > 8) {
+        case PlistBinaryLayout::Trailer::Invalid:
             return QStringLiteral("binary property list has an invalid trailer");
-        }
-        // every object takes at least one byte, so more objects than bytes is a lie
-        if (m_count == 0 || m_count > m_size || top >= m_count) {
-            return QStringLiteral("binary property list has an invalid trailer");
-        }
-        if (m_tableOffset < 8 || m_tableOffset > m_objectsEnd ||
-            (m_objectsEnd - m_tableOffset) / m_offsetSize < m_count) {
+        case PlistBinaryLayout::Trailer::TableOutsideData:
             return QStringLiteral("binary property list has an offset table outside the data");
         }
+        m_count = m_layout.objectCount();
         // the walk keeps a few bytes for each object of the table; a table larger than the bound
         // is refused before that memory is taken (writers put no unreachable objects in a list)
         if (m_count > static_cast<quint64>(PropertyList::MaximumNodes)) {
@@ -77,7 +66,7 @@ public:
         }
         m_state.assign(static_cast<size_t>(m_count), 0);
         m_weight.assign(static_cast<size_t>(m_count), Weight{});
-        return walk(top);
+        return walk(m_layout.topObject());
     }
 
 private:
@@ -98,57 +87,20 @@ private:
         bool container = false;
     };
 
-    quint64 bigEndian(const unsigned char* p, unsigned width) const {
-        quint64 value = 0;
-        for (unsigned i = 0; i < width; ++i) {
-            value = (value << 8) | p[i];
-        }
-        return value;
-    }
-
-    quint64 reference(const Frame& frame, quint64 index) const {
-        return bigEndian(m_data + frame.refs + index * m_refSize, m_refSize);
-    }
-
     bool isText(quint64 object) const {
-        const quint64 offset = bigEndian(m_data + m_tableOffset + object * m_offsetSize, m_offsetSize);
-        if (offset < 8 || offset >= m_tableOffset) {
-            return false;
-        }
-        const unsigned type = m_data[offset] >> 4;
+        const unsigned type = m_layout.typeOf(object);
         return type == 0x5 || type == 0x6;
     }
 
     // Reads the object's header into `frame`: its own bytes of text or data, and for containers
     // where their references lie. An empty text on success.
     QString describe(Frame& frame) const {
-        const quint64 offset = bigEndian(m_data + m_tableOffset + frame.object * m_offsetSize, m_offsetSize);
-        if (offset < 8 || offset >= m_tableOffset) {
+        PlistBinaryLayout::Object header;
+        if (!m_layout.objectAt(frame.object, header)) {
             return QStringLiteral("binary property list has an object offset outside the data");
         }
-        const unsigned char marker = m_data[offset];
-        const unsigned type = marker >> 4;
-        const unsigned info = marker & 0x0F;
-        quint64 position = offset + 1;
-        const quint64 end = m_tableOffset;
-        auto room = [&](quint64 bytes) { return position <= end && bytes <= end - position; };
-        auto length = [&](quint64& out) -> bool {
-            if (info != 0x0F) {
-                out = info;
-                return true;
-            }
-            if (!room(1)) {
-                return false;
-            }
-            const unsigned char lengthMarker = m_data[position++];
-            const unsigned width = 1u << (lengthMarker & 0x0F);
-            if ((lengthMarker >> 4) != 0x1 || width > 8 || !room(width)) {
-                return false;
-            }
-            out = bigEndian(m_data + position, width);
-            position += width;
-            return true;
-        };
+        const unsigned type = header.type;
+        const unsigned info = header.info;
         // the bytes of one text or data: within the file, so well within 32 bits once the
         // bound is checked
         auto ownBytes = [&](quint64 bytes) -> bool {
@@ -165,32 +117,33 @@ private:
             return QString();
         case 0x1: // integer of 2^info bytes
         case 0x2: // real of 2^info bytes
-            if (info > 4 || !room(quint64(1) << info)) {
+            if (info > 4 || !m_layout.room(header, quint64(1) << info)) {
                 return badLength;
             }
             return QString();
         case 0x3: // date
-            return room(8) ? QString() : badLength;
+            return m_layout.room(header, 8) ? QString() : badLength;
         case 0x4: // data
         case 0x5: // ASCII text
-            if (!length(count) || !room(count)) {
+            if (!m_layout.readLength(header, count) || !m_layout.room(header, count)) {
                 return badLength;
             }
             return ownBytes(count) ? QString() : binaryBytesError();
         case 0x6: { // UTF-16 text
-            if (!length(count) || count > (end - position) / 2) {
+            if (!m_layout.readLength(header, count) || count > m_layout.bytesLeft(header) / 2) {
                 return badLength;
             }
             // libplist turns a text it cannot convert into no node at all, and then aborts when
             // that was a dictionary key
             for (quint64 i = 0; i < count; ++i) {
-                const quint64 unit = bigEndian(m_data + position + 2 * i, 2);
+                const quint64 unit = m_layout.number(header.position + 2 * i, 2);
                 if (unit == 0) {
                     // libplist aborts on a converted text whose length disagrees with its C string
                     return QStringLiteral("binary property list has a text holding a NUL character");
                 }
                 if (unit >= 0xD800 && unit <= 0xDBFF) {
-                    const quint64 next = i + 1 < count ? bigEndian(m_data + position + 2 * (i + 1), 2) : 0;
+                    const quint64 next =
+                        i + 1 < count ? m_layout.number(header.position + 2 * (i + 1), 2) : 0;
                     if (next < 0xDC00 || next > 0xDFFF) {
                         return QStringLiteral("binary property list has a text that is not valid UTF-16");
                     }
@@ -202,20 +155,21 @@ private:
             return ownBytes(count * 2) ? QString() : binaryBytesError();
         }
         case 0x8: // uid of info+1 bytes
-            return room(info + 1) ? QString() : badLength;
+            return m_layout.room(header, info + 1) ? QString() : badLength;
         case 0xA:   // array
         case 0xC:   // set
         case 0xD: { // dictionary: keys, then values
             frame.container = true;
-            if (!length(count)) {
+            if (!m_layout.readLength(header, count)) {
                 return badLength;
             }
             const quint64 refs = type == 0xD ? count * 2 : count;
-            if ((type == 0xD && count > (quint64(1) << 62)) || refs > (end - position) / m_refSize) {
+            if ((type == 0xD && count > (quint64(1) << 62)) ||
+                refs > m_layout.bytesLeft(header) / m_layout.refSize()) {
                 return badLength;
             }
             for (quint64 i = 0; i < refs; ++i) {
-                const quint64 ref = bigEndian(m_data + position + i * m_refSize, m_refSize);
+                const quint64 ref = m_layout.reference(header.position, i);
                 if (ref >= m_count) {
                     return QStringLiteral("binary property list has a reference outside the object table");
                 }
@@ -224,7 +178,7 @@ private:
                     return QStringLiteral("binary property list has a dictionary key that is not a text");
                 }
             }
-            frame.refs = position;
+            frame.refs = header.position;
             frame.refCount = refs;
             return QString();
         }
@@ -271,7 +225,7 @@ private:
                 }
                 continue;
             }
-            const quint64 child = reference(frame, frame.next++);
+            const quint64 child = m_layout.reference(frame.refs, frame.next++);
             if (m_state[child] == 2) {
                 error = add(frame.weight, m_weight[child]);
                 continue;
@@ -296,13 +250,8 @@ private:
         return QString();
     }
 
-    const unsigned char* m_data;
-    quint64 m_size;
-    unsigned m_offsetSize = 0;
-    unsigned m_refSize = 0;
+    PlistBinaryLayout m_layout;
     quint64 m_count = 0;
-    quint64 m_tableOffset = 0;
-    quint64 m_objectsEnd = 0;
     std::vector<unsigned char> m_state; // 0 not seen, 1 being walked, 2 done
     std::vector<Weight> m_weight;
 };

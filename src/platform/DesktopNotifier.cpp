@@ -107,7 +107,3 @@ void DesktopNotifier::failed(const QString& error) {
 }
 
 } // namespace corvina
-
-// the meta-object code of this class in its own object file, not in the library's shared one: a program
-// links only the classes it uses (corvina-today --list links no part of Qt Gui)
-#include "moc_DesktopNotifier.cpp" // NOLINT(bugprone-suspicious-include): generated, see above

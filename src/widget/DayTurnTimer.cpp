@@ -65,7 +65,3 @@ void DayTurnTimer::fired() {
 }
 
 } // namespace corvina
-
-// the meta-object code of this class in its own object file, not in the library's shared one: a program
-// links only the classes it uses (corvina-today --list links no part of Qt Gui)
-#include "moc_DayTurnTimer.cpp" // NOLINT(bugprone-suspicious-include): generated, see above

@@ -49,7 +49,3 @@ void FileWatch::watch() {
 }
 
 } // namespace corvina
-
-// the meta-object code of this class in its own object file, not in the library's shared one: a program
-// links only the classes it uses (corvina-today --list links no part of Qt Gui)
-#include "moc_FileWatch.cpp" // NOLINT(bugprone-suspicious-include): generated, see above

@@ -369,7 +369,3 @@ bool TodayViewController::isAnimating() const {
 }
 
 } // namespace corvina
-
-// the meta-object code of this class in its own object file, not in the library's shared one: a program
-// links only the classes it uses (corvina-today --list links no part of Qt Gui)
-#include "moc_TodayViewController.cpp" // NOLINT(bugprone-suspicious-include): generated, see above

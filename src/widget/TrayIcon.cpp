@@ -200,7 +200,3 @@ bool TrayIcon::eventFilter(QObject* watched, QEvent* event) {
 }
 
 } // namespace corvina
-
-// the meta-object code of this class in its own object file, not in the library's shared one: a program
-// links only the classes it uses (corvina-today --list links no part of Qt Gui)
-#include "moc_TrayIcon.cpp" // NOLINT(bugprone-suspicious-include): generated, see above

@@ -136,15 +136,6 @@ class Layering(ScratchTree):
         self.assertIn("src/app/today/CMakeLists.txt:", out)
         self.assertIn("layering: app/today/ links corvina::bridge, which it may not use", out)
 
-    def test_another_classs_meta_object_code_fails(self):
-        # a class's own moc file is allowed (UnixSignals.cpp includes moc_UnixSignals.cpp); another's is not
-        line = insert_after_first_include(os.path.join(self.root, "src/platform/UnixSignals.cpp"),
-                                          '#include "moc_ColorScheme.cpp"')
-        status, out = lint(self.root, "--only", "layering")
-        self.assertEqual(status, 1, out)
-        self.assertIn(f'src/platform/UnixSignals.cpp:{line}: layering: #include "moc_ColorScheme.cpp" is neither '
-                      'beside the file', out)
-
     def test_a_relative_path_to_another_folder_fails(self):
         line = insert_after_first_include(os.path.join(self.root, "src/model/ExtensionDate.cpp"),
                                           '#include "../views/TodayTableView.h"')

@@ -158,7 +158,7 @@ CommandWorker* CommandCenter::workerFor(const BridgeConfig::Account& account) {
 void CommandCenter::commandFinished(int ticket, const MessageCommand::Outcome& outcome) {
     const Pending pending = m_tickets.take(ticket);
     if (outcome.synced)
-        emit synced(pending.account, outcome.snapshots, QDateTime::currentDateTimeUtc());
+        emit synced(pending.account, outcome.snapshots, QDateTime::currentDateTimeUtc(), outcome.readStarted);
     if (!outcome.note.isEmpty())
         emit log(QStringLiteral("%1: %2").arg(pending.account, outcome.note));
     if (!outcome.ok) {

@@ -61,7 +61,7 @@ signals:
     void log(const QString& line);
     // The lists of `account` (its group name) as read right after a command changed them.
     void synced(const QString& account, const QList<corvina::AccountSync::Snapshot>& snapshots,
-                const QDateTime& when);
+                const QDateTime& when, qint64 readStarted);
     // A command was carried out, or failed with `error`; `mail` is the account as the command named it.
     void commandDone(corvina::CommandKind kind, const QString& mail, bool ok, const QString& error);
     // A URL that is no command the bridge carries out; it was logged and nothing was done.

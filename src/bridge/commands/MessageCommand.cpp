@@ -108,6 +108,7 @@ MessageCommand::Outcome MessageCommand::run(Action action, const QString& messag
     if (lists.ok) {
         outcome.synced = true;
         outcome.snapshots = lists.snapshots;
+        outcome.readStarted = lists.readStarted;
     } else {
         const QString line = QStringLiteral("the lists were not read again: ") + lists.error;
         outcome.note = outcome.note.isEmpty() ? line : outcome.note + QStringLiteral("; ") + line;

@@ -53,6 +53,7 @@ public:
         // The lists were read again after the command (archive, delete, open).
         bool synced = false;
         QList<AccountSync::Snapshot> snapshots;
+        qint64 readStarted = 0; // when that read began (AccountSync::Result::readStarted)
     };
 
     // How long an opened message is kept in the cache folder.

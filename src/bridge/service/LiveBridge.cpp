@@ -128,10 +128,10 @@ void LiveBridge::startWorker(const BridgeConfig::Account& account) {
     // meanwhile (its account removed or changed) is no longer listened to.
     connect(
         worker.get(), &AccountWorker::synced, this,
-        [this, id](const QString& name, const QList<AccountSync::Snapshot>& snapshots,
-                   const QDateTime& when) {
+        [this, id](const QString& name, const QList<AccountSync::Snapshot>& snapshots, const QDateTime& when,
+                   qint64 readStarted) {
             if (isCurrent(id))
-                accountSynced(name, snapshots, when);
+                accountSynced(name, snapshots, when, readStarted);
         },
         Qt::QueuedConnection);
     connect(
@@ -430,7 +430,13 @@ bool LiveBridge::stop(int timeoutMs) {
 }
 
 void LiveBridge::accountSynced(const QString& account, const QList<AccountSync::Snapshot>& snapshots,
-                               const QDateTime& when) {
+                               const QDateTime& when, qint64 readStarted) {
+    // The account's thread may still be reading when a command (open, archive) reads the lists
+    // again and is written first: the thread's read then ends later with what the server held
+    // before the command, and is deliberately dropped rather than written over the newer lists.
+    if (readStarted < m_writtenRead.value(account, 0))
+        return;
+    m_writtenRead.insert(account, readStarted);
     const QString mail = m_mails.value(account);
     const int before = m_writer.filesWritten();
     QString error;

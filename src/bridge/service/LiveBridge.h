@@ -129,7 +129,7 @@ signals:
 
 private slots:
     void accountSynced(const QString& account, const QList<corvina::AccountSync::Snapshot>& snapshots,
-                       const QDateTime& when);
+                       const QDateTime& when, qint64 readStarted);
     void accountFailed(const QString& account, const QString& error, const QDateTime& when, int retrySeconds);
     void commandDone(corvina::CommandKind kind, const QString& mail, bool ok, const QString& error);
 
@@ -170,6 +170,9 @@ private:
     QString m_refusal;              // why bridge.conf was last refused; said once per reason
     QMap<QString, QString> m_mails; // account name -> mail
     QMap<QString, bool> m_failing;  // account name -> whether its last attempt failed
+    // account name -> when the read last written began: the account's thread and a command each
+    // read the lists, and a read that began earlier but ended later is not written over a newer one
+    QMap<QString, qint64> m_writtenRead;
 };
 
 } // namespace corvina

@@ -3,6 +3,7 @@
 #include "bridge/imap/MessageHeaders.h"
 #include "requestutils/RequestUtils.h"
 
+#include <chrono>
 #include <limits>
 
 namespace corvina {
@@ -240,7 +241,16 @@ AccountSync::Result AccountSync::run(const AccountCredential& credential) {
 }
 
 AccountSync::Result AccountSync::run(const CredentialSource& source) {
-    return pass(source, &AccountSync::readLists);
+    const qint64 started = monotonicMs();
+    Result result = pass(source, &AccountSync::readLists);
+    result.readStarted = started;
+    return result;
+}
+
+qint64 AccountSync::monotonicMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
 }
 
 AccountSync::Result AccountSync::check(const AccountCredential& credential) {

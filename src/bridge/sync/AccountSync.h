@@ -44,7 +44,12 @@ public:
         // The inbox as it was when its messages were read: a later look that finds it otherwise
         // (a message arrived meanwhile) calls for another run.
         ImapSession::Folder inbox;
+        // When the run began (the monotonic clock, in ms): of two runs of one account, the one
+        // that began later read what the server held later, whichever ended first.
+        qint64 readStarted = 0;
     };
+    // The monotonic clock of readStarted, in ms.
+    static qint64 monotonicMs();
 
     explicit AccountSync(BridgeConfig::Account account, int timeoutSeconds = 30);
 

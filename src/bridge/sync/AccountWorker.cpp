@@ -53,7 +53,8 @@ void AccountWorker::run() {
 
         if (result.ok) {
             retry = m_timing.firstRetrySeconds;
-            emit synced(m_account.name, result.snapshots, QDateTime::currentDateTimeUtc());
+            emit synced(m_account.name, result.snapshots, QDateTime::currentDateTimeUtc(),
+                        result.readStarted);
             if (connecting) {
                 emit note(m_account.name,
                           sync.session().supportsIdle()

@@ -61,9 +61,10 @@ public:
     void syncNow();
 
 signals:
-    // Every list was read; `snapshots` are ready for the shared folder.
+    // Every list was read; `snapshots` are ready for the shared folder. `readStarted`: when the
+    // read began (AccountSync::Result::readStarted).
     void synced(const QString& account, const QList<corvina::AccountSync::Snapshot>& snapshots,
-                const QDateTime& when);
+                const QDateTime& when, qint64 readStarted);
     // A sync failed or the connection was lost; the next try comes after `retrySeconds`.
     void failed(const QString& account, const QString& error, const QDateTime& when, int retrySeconds);
     // Something worth a line in the log (how the account is followed).

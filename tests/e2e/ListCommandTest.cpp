@@ -2,6 +2,8 @@
 // host-side writer tool (Python's plistlib: a property-list writer independent of ours).
 #include "app/today/ListCommand.h"
 
+#include "support/WriterTool.h"
+
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -31,15 +33,7 @@ ListOutcome run(const QStringList& arguments,
 
 // Writes a container described by `spec` (the writer tool's JSON) into `root`.
 void writeContainer(const QString& root, const QJsonObject& spec) {
-    QFile file(root + "/spec.json");
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(QJsonDocument(spec).toJson());
-    file.close();
-    QProcess writer;
-    writer.start("python3", {QStringLiteral(CORVINA_SOURCE_DIR) + "/tools/container_writer.py", "write",
-                             "--container", root, file.fileName()});
-    ASSERT_TRUE(writer.waitForFinished(30000));
-    ASSERT_EQ(writer.exitCode(), 0) << writer.readAllStandardError().toStdString();
+    corvina::test::WriterTool::write(root, spec);
 }
 
 QJsonObject message(const QString& id, const QString& account, qint64 date, int stid,

@@ -2,6 +2,8 @@
 // (corvina-today-window.so), loaded only to show the widget or to read an avatar that is not PNG.
 // These tests hold the split: what the program needs from the system, what a running listing has
 // loaded, and what a person is told when the window's half is not there.
+#include "support/WriterTool.h"
+
 #include <QBuffer>
 #include <QDir>
 #include <QFile>
@@ -85,15 +87,7 @@ void writeContainer(const QString& root, const QList<QPair<QString, QJsonValue>>
         {"snapshots",
          QJsonArray{QJsonObject{
              {"account", "ada@example.org"}, {"file", "a"}, {"format", "xml"}, {"messages", messages}}}}};
-    QFile file(root + "/spec.json");
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(QJsonDocument(spec).toJson());
-    file.close();
-    QProcess writer;
-    writer.start("python3", {QStringLiteral(CORVINA_SOURCE_DIR) + "/tools/container_writer.py", "write",
-                             "--container", root, file.fileName()});
-    ASSERT_TRUE(writer.waitForFinished(30000));
-    ASSERT_EQ(writer.exitCode(), 0) << writer.readAllStandardError().toStdString();
+    corvina::test::WriterTool::write(root, spec);
 }
 
 // hasAvatar of each row, by message id.
